@@ -1,0 +1,50 @@
+# How every module, program and test of this project is declared.
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM)
+  set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+endif()
+
+add_compile_options(-Wall -Wextra -Werror)
+
+# RECORDER_SANITIZE: empty, "address,undefined" or "thread" (set by the presets).
+set(RECORDER_SANITIZE "" CACHE STRING "Sanitizers to build with, comma separated")
+if(RECORDER_SANITIZE)
+  add_compile_options(-fsanitize=${RECORDER_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${RECORDER_SANITIZE})
+endif()
+
+# recorder_module(<folder name> SOURCES <files...> [USES <modules...>])
+#
+# A module of the recorder: one static library whose public header has the folder's name.
+# No exceptions, no RTTI: the recorder runs on a small target.
+function(recorder_module name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;USES" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES})
+  string(REGEX REPLACE "^lib" "" output ${name})
+  set_target_properties(${name} PROPERTIES OUTPUT_NAME ${output})
+  target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
+  target_compile_options(${name} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
+  target_link_libraries(${name} PUBLIC ${ARG_USES} Threads::Threads)
+  if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${name}.h)
+    set_property(GLOBAL APPEND PROPERTY RECORDER_PUBLIC_HEADERS ${name})
+  endif()
+endfunction()
+
+# recorder_test(<name> SOURCES <files...> USES <modules...> [LABELS <labels...>] [TIMEOUT <seconds>])
+#
+# A GoogleTest program, run inside a camera of its own: the real paths, queues and segments exist in
+# there and nothing outside is touched (see desk/in-camera).  Label "threads" puts it into the
+# thread-sanitizer run.
+function(recorder_test name)
+  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;USES;LABELS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_USES} support GTest::gtest GTest::gmock GTest::gtest_main)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+  add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/desk/in-camera ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${name}>)
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 120)
+  endif()
+  set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT})
+endfunction()
