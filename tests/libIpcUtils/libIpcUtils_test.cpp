@@ -1,0 +1,170 @@
+#include "libIpcUtils.h"
+
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <sys/shm.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr int kQueueKey = 0x5A5A0001;
+constexpr int kSegmentKey = 0x5A5A0002;
+
+struct Record {  // as a 32-bit peer lays it out
+    int32_t type;
+    char payload[44];
+};
+static_assert(sizeof(Record) == 48);
+
+struct HostRecord {  // as the kernel of this host sees it
+    long type;
+    char payload[64];
+};
+
+Record Filled(int32_t type, char first) {
+    Record record{type, {}};
+    for (size_t i = 0; i < sizeof record.payload; ++i) {
+        record.payload[i] = static_cast<char>(first + i);
+    }
+    return record;
+}
+
+class Queue : public testing::Test {
+  protected:
+    ~Queue() override { EXPECT_EQ(IpcMsgKill(qid), 0); }
+    const int qid = IpcMsgInit(kQueueKey);
+};
+
+TEST_F(Queue, CarriesThePayloadBehindAFourByteTypeInBothDirections) {
+    ASSERT_GE(qid, 0);
+    EXPECT_EQ(IpcMsgInit(kQueueKey), qid);
+
+    Record sent = Filled(7, 'a');
+    ASSERT_EQ(IpcMsgSend(qid, &sent, sizeof sent), 0);
+    HostRecord raw{};
+    ASSERT_EQ(msgrcv(qid, &raw, sizeof raw.payload, 7, IPC_NOWAIT), 44);
+    EXPECT_EQ(raw.type, 7);
+    EXPECT_EQ(std::memcmp(raw.payload, sent.payload, 44), 0);
+
+    raw.type = 9;
+    std::memcpy(raw.payload, "reply", 5);
+    ASSERT_EQ(msgsnd(qid, &raw, 5, 0), 0);
+    Record received = Filled(0, 'A');
+    ASSERT_EQ(IpcMsgRecv(qid, 9, &received, sizeof received), 5);
+    EXPECT_EQ(received.type, 9);
+    EXPECT_EQ(std::string(received.payload, 5), "reply");
+    EXPECT_EQ(received.payload[5], 'F') << "bytes behind a short message are the receiver's own";
+}
+
+TEST_F(Queue, ReceivesTheFirstMessageOfTheWantedType) {
+    for (int32_t type : {3, 4, 3}) {
+        Record record = Filled(type, static_cast<char>('a' + type));
+        ASSERT_EQ(IpcMsgSend(qid, &record, sizeof record), 0);
+    }
+    Record record{};
+    EXPECT_EQ(IpcMsgRecv(qid, 4, &record, sizeof record), 44);
+    EXPECT_EQ(record.type, 4);
+    EXPECT_EQ(IpcMsgRecv(qid, -5, &record, sizeof record), 44);  // negative: the lowest type up to 5
+    EXPECT_EQ(record.type, 3);
+}
+
+TEST_F(Queue, SendRecvAnswersIntoTheSameRecordAndOnlyWaitsAfterASend) {
+    Record answer = Filled(2, '0');
+    ASSERT_EQ(IpcMsgSend(qid, &answer, sizeof answer), 0);
+    Record record = Filled(1, 'q');
+    EXPECT_EQ(IpcMsgSendRecv(qid, 2, &record, sizeof record), 44);
+    EXPECT_EQ(std::memcmp(&record, &answer, sizeof record), 0);
+
+    record.type = 0;  // the kernel refuses it; waiting for an answer now would be for ever
+    EXPECT_EQ(IpcMsgSendRecv(qid, 2, &record, sizeof record), -1);
+    EXPECT_EQ(errno, EINVAL);
+}
+
+TEST_F(Queue, RefusesWhatIsNoRecordAndKeepsAMessageThatDoesNotFit) {
+    Record record = Filled(1, 'a');
+    EXPECT_EQ(IpcMsgSend(qid, nullptr, 48), -1);
+    EXPECT_EQ(IpcMsgSend(qid, &record, 3), -1);
+    EXPECT_EQ(IpcMsgRecv(qid, 1, &record, -48), -1);
+
+    ASSERT_EQ(IpcMsgSend(qid, &record, sizeof record), 0);
+    Record small = Filled(5, 'z');
+    const Record before = small;
+    EXPECT_EQ(IpcMsgRecv(qid, 1, &small, 47), -1);
+    EXPECT_EQ(errno, E2BIG);
+    EXPECT_EQ(std::memcmp(&small, &before, sizeof small), 0);
+    EXPECT_EQ(IpcMsgRecv(qid, 1, &small, 48), 44);
+
+    ASSERT_EQ(IpcMsgSend(qid, &record, 4), 0) << "a record of its type alone";
+    EXPECT_EQ(IpcMsgRecv(qid, 1, &small, 4), 0);
+}
+
+TEST_F(Queue, ReceivesIntoARecordLongerThanTheKernelsLimit) {
+    std::vector<char> record(4 + 8192, 'x');
+    const int32_t type = 1;
+    std::memcpy(record.data(), &type, 4);
+    ASSERT_EQ(IpcMsgSend(qid, record.data(), static_cast<int>(record.size())), 0);
+    std::vector<char> room(1 << 20);
+    EXPECT_EQ(IpcMsgRecv(qid, 1, room.data(), static_cast<int>(room.size())), 8192);
+    EXPECT_EQ(std::memcmp(room.data(), record.data(), record.size()), 0);
+}
+
+class Segment : public testing::Test {
+  protected:
+    ~Segment() override { IpcShareMemDestroy(mid); }
+    const int mid = IpcShareMemInit(kSegmentKey, 64);
+};
+
+TEST_F(Segment, IsTakenWhateverItsSize) {
+    ASSERT_GE(mid, 0);
+    EXPECT_EQ(IpcShareMemInit(kSegmentKey, 32), mid);
+    EXPECT_EQ(IpcShareMemInit(kSegmentKey, 100000), mid);
+    struct shmid_ds status {};
+    ASSERT_EQ(shmctl(mid, IPC_STAT, &status), 0);
+    EXPECT_EQ(status.shm_segsz, 64u);
+    EXPECT_EQ(status.shm_perm.mode & 0777, 0777);
+    EXPECT_EQ(IpcShareMemInit(kSegmentKey + 1, -1), -1);
+}
+
+TEST_F(Segment, CopiesOnlyStretchesThatLieInside) {
+    char bytes[] = "0123456789";
+    IpcShareMemWrite(mid, 54, bytes, 10);
+    char back[10] = {};
+    IpcShareMemRead(mid, 54, back, 10);
+    EXPECT_EQ(std::string(back, 10), "0123456789");
+
+    struct {
+        int offset, length;
+    } const outside[] = {{55, 10}, {64, 1}, {-1, 2}, {0, -1}, {0, 65}, {INT32_MAX, INT32_MAX}, {4096, 1}};
+    for (const auto& [offset, length] : outside) {
+        char untouched[128] = "same";
+        IpcShareMemWrite(mid, offset, untouched, length);
+        IpcShareMemRead(mid, offset, untouched, length);
+        EXPECT_STREQ(untouched, "same") << offset << " " << length;
+    }
+    IpcShareMemRead(mid, 54, back, 10);
+    EXPECT_EQ(std::string(back, 10), "0123456789");
+
+    IpcShareMemWrite(-1, 0, bytes, 10);
+    IpcShareMemRead(-1, 0, back, 10);
+    EXPECT_EQ(std::string(back, 10), "0123456789");
+}
+
+TEST(SegmentByKey, UnInitRemovesItUnlessItsIdIsZero) {
+    ASSERT_EQ(unshare(CLONE_NEWIPC), 0);  // the first id of a fresh set of namespaces is 0
+    ASSERT_EQ(IpcShareMemInit(kSegmentKey, 64), 0);
+    ASSERT_GT(IpcShareMemInit(kSegmentKey + 1, 64), 0);
+    EXPECT_EQ(IpcShareMemUnInit(kSegmentKey), 0);
+    EXPECT_EQ(shmget(kSegmentKey, 0, 0), 0);
+    EXPECT_EQ(IpcShareMemUnInit(kSegmentKey + 1), 0);
+    EXPECT_EQ(shmget(kSegmentKey + 1, 0, 0), -1);
+    EXPECT_EQ(IpcShareMemUnInit(kSegmentKey + 1), 0);
+}
+
+}  // namespace
