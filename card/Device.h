@@ -1,0 +1,46 @@
+// A block device, an image file or any plain file, by byte offsets.
+//
+// Owns its descriptor.  Positioned 64-bit transfers only, so several threads may use one Device.
+// Opened for writing it holds an exclusive lock, so that two programs never write one card at a time.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace card {
+
+enum class Access { ReadOnly, ReadWrite };
+
+class Device {
+  public:
+    // Throws CardError: not there, no permission, a directory, or (ReadWrite) mounted or locked by another.
+    static Device Open(const std::string& path, Access access = Access::ReadOnly);
+    Device(Device&& other) noexcept;
+    Device& operator=(Device&& other) noexcept;
+    ~Device();
+
+    const std::string& Path() const { return path_; }
+    uint64_t Size() const { return size_; }  // bytes
+    int Descriptor() const { return fd_; }   // stays the Device's
+    bool Writable() const { return access_ == Access::ReadWrite; }
+
+    // Reads up to `length` bytes at `offset`; less only at the end.  Throws CardError when reading fails.
+    size_t ReadAt(uint64_t offset, void* buffer, size_t length) const;
+    // Writes all of it, inside the present size; throws CardError otherwise.
+    void WriteAt(uint64_t offset, const void* buffer, size_t length) const;
+    void Sync() const;
+
+  private:
+    Device(std::string path, int fd, uint64_t size, Access access);
+
+    std::string path_;
+    int fd_ = -1;
+    uint64_t size_ = 0;
+    Access access_ = Access::ReadOnly;
+};
+
+// Where the mount table says `device` (a path or a symbolic link to one) is mounted; empty: nowhere.
+std::string MountedAt(const std::string& device);
+
+}  // namespace card

@@ -1,0 +1,29 @@
+// How the card tool fails: one exception whose text tells the card's owner what is wrong and what to do,
+// and the exit codes that scripts see.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace card {
+
+enum ExitCode {
+    kDone = 0,      // done, nothing to remark
+    kFindings = 1,  // done, but the card has faults or nothing was found
+    kUsage = 2,     // the command line cannot be followed
+    kFailed = 3,    // the card could not be read or written
+};
+
+class CardError : public std::runtime_error {
+  public:
+    explicit CardError(const std::string& what, ExitCode code = kFailed) : std::runtime_error(what), code_(code) {}
+    ExitCode Code() const { return code_; }
+
+  private:
+    ExitCode code_;
+};
+
+// A failed system call: "<what>: <text of `error`>".
+CardError SystemError(const std::string& what, int error);
+
+}  // namespace card
