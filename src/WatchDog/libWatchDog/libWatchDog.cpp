@@ -1,0 +1,86 @@
+#include "libWatchDog.h"
+
+#include <cstdio>
+#include <mutex>
+
+#include "Clock.h"
+#include "libIpcUtils.h"
+#include "libLog.h"
+
+namespace {
+
+std::mutex g_lock;  // guards everything below
+bool gInitFlag = false;
+int gShmId = -1;
+WatchDogData gWatchDogData{};
+
+// Publishes one slot and nothing else: its neighbours are other daemons' heartbeats.
+int Beat(const char* function, int line, int source, const int* status) {
+    if (source < 0 || source >= WATCH_DOG_SOURCE_DEF_NUMS) {
+        LogTrace("%s %d: source  %d is wrong!\n", function, line, source);
+        return -1;
+    }
+    const std::lock_guard guard(g_lock);
+    if (gShmId < 0) {
+        LogTrace("%s %d: gShmId %d has something wrong!\n", function, line, gShmId);
+        return -1;
+    }
+    WatchDogInfo& slot = gWatchDogData.WatchDog[source];
+    slot.time = static_cast<int32_t>(WallSeconds());
+    if (status != nullptr) {
+        slot.status = *status;
+    }
+    IpcShareMemWrite(gShmId, source * static_cast<int>(sizeof slot), &slot, sizeof slot);
+    return 0;
+}
+
+}  // namespace
+
+int libWatchDogInit(void) {
+    const std::lock_guard guard(g_lock);
+    if (gInitFlag) {
+        LOG_TRACE("%s %d: %s has already init!\n", __func__);
+        return 0;
+    }
+    gWatchDogData = WatchDogData{};
+    gShmId = IpcShareMemInit(WATCH_DOG_KEY, WATCH_DOG_SIZE);
+    gInitFlag = gShmId >= 0;
+    return gInitFlag ? 0 : -1;
+}
+
+int libWatchDogCleanup(void) {
+    const std::lock_guard guard(g_lock);
+    gInitFlag = false;
+    gShmId = -1;
+    gWatchDogData = WatchDogData{};
+    return 0;
+}
+
+int WatchDogDataWrite(int source) {
+    return Beat(__func__, __LINE__, source, nullptr);
+}
+
+int WatchDogStatusWrite(int source, int status) {
+    return Beat(__func__, __LINE__, source, &status);
+}
+
+int WatchDogDataRead(WatchDogData* Data) {
+    if (Data == nullptr) {
+        return -1;
+    }
+    {
+        const std::lock_guard guard(g_lock);
+        if (gShmId < 0) {
+            return -1;
+        }
+        *Data = WatchDogData{};  // what a segment too small for the table reads as
+        IpcShareMemRead(gShmId, 0, Data, sizeof *Data);
+    }
+    std::printf("\n WatchDog time = ");
+    for (const WatchDogInfo& slot : Data->WatchDog) {
+        std::printf("%lu ", static_cast<unsigned long>(static_cast<uint32_t>(slot.time)));
+    }
+    std::printf("\n");
+    std::fflush(stdout);
+    return 0;
+}
