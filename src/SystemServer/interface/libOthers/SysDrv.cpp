@@ -1,0 +1,138 @@
+#include <atomic>
+#include <cstdio>
+#include <mutex>
+#include <shared_mutex>
+
+#include "libLog.h"
+#include "libOthers.h"
+
+namespace {
+
+constexpr int kFirstProcId = 1;
+constexpr int kLastProcId = 15;
+constexpr int kNoProcId = 1;  // not initialised; has no slot
+
+std::atomic<int> gSysProcId{kNoProcId};
+std::atomic<int> gSysMsgId{-1};
+std::atomic<SemHandl_t> hndlDrvSem{nullptr};  // orders the requests of this process
+std::shared_mutex driver_life;                // a request shares it, so that the lock is not destroyed under it
+
+int Fail(const char* text) {
+    gSysProcId.store(kNoProcId);
+    std::fputs(text, stderr);
+    return -1;
+}
+
+bool HaveDriverLock() {
+    if (hndlDrvSem.load() != nullptr) {
+        return true;
+    }
+    SemHandl_t made = MakeSem();
+    SemHandl_t none = nullptr;
+    if (made != nullptr && !hndlDrvSem.compare_exchange_strong(none, made)) {
+        DestroySem(made);  // another thread was faster
+    }
+    return hndlDrvSem.load() != nullptr;
+}
+
+void DropDriverLock() {
+    const std::unique_lock alone(driver_life);
+    if (SemHandl_t handle = hndlDrvSem.exchange(nullptr)) {
+        DestroySem(handle);
+    }
+}
+
+// The payload into the slot of process number `proc_id`.
+bool PutPayload(int proc_id, void* data, unsigned int len) {
+    if (len == 0) {
+        return true;
+    }
+    const int offset = (proc_id - 2) * SYS_DRV_SLOT_SIZE;
+    if (len > SYS_DRV_SLOT_SIZE || offset < 0 || offset > SYS_SEGMENT_SIZE - SYS_DRV_SLOT_SIZE) {
+        return false;
+    }
+    return ShareMemWrite(offset, data, static_cast<int>(len)) == 0;
+}
+
+// One request and its answer; the caller holds the driver's lock.
+int Exchange(void* data, unsigned int len, int cmd) {
+    const int proc_id = gSysProcId.load();
+    if (!PutPayload(proc_id, data, len)) {
+        return -1;
+    }
+    SYS_MSG_BUF message{};
+    message.Des = SYS_MSG_TYPE_SERVER;
+    message.cmd = cmd;
+    message.src = proc_id;
+    message.length = static_cast<int32_t>(len);
+    message.offset = (proc_id - 2) * SYS_DRV_SLOT_SIZE;
+    Msg_Send_Rsv(gSysMsgId.load(), proc_id, &message, sizeof message);
+    return message.length;  // still the request's when there was no answer
+}
+
+// What a sender makes of the server's result.
+constexpr int Result(int command, int result, unsigned int len) {
+    if (command == SYS_MSG_DO_LOGIN) {
+        return result == static_cast<int>(len) ? 0 : -1;
+    }
+    return result;
+}
+
+}  // namespace
+
+int SysDrvInit(int proc_id) {
+    if (proc_id < kFirstProcId || proc_id > kLastProcId) {
+        return Fail("Error:Invalid Parameter\n");
+    }
+    gSysProcId.store(proc_id);
+    if (ShareMemInit(SYS_DRV_KEY) < 0) {
+        return Fail("Error:Share Memory init fail\n");
+    }
+    if (!HaveDriverLock()) {
+        return Fail("Error:No more memory to create semaphore\n");
+    }
+    const int qid = Msg_Init(SYS_DRV_KEY);
+    if (qid < 0) {
+        DropDriverLock();
+        return Fail("Error:Msg_Init fail\n");
+    }
+    gSysMsgId.store(qid);
+    LOG_TRACE("%s %d gSysProcId %d\n", proc_id);
+    return 0;
+}
+
+int SysDrvExit(void) {
+    gSysProcId.store(kNoProcId);
+    DropDriverLock();
+    return 0;
+}
+
+void SetSysProcId(int proc_id) {
+    gSysProcId.store(proc_id);
+}
+
+void SaveSysMsgId(int qid) {
+    gSysMsgId.store(qid);
+}
+
+int SetSysCommon(void* data, unsigned int len, int cmd) {
+    const std::shared_lock alive(driver_life);
+    SemHandl_t handle = hndlDrvSem.load();
+    SemWait(handle);
+    const int result = Exchange(data, len, cmd);
+    SemRelease(handle);
+    return result;
+}
+
+int SendSysQuitCmd(void) {
+    SYS_MSG_BUF message{};
+    message.Des = SYS_MSG_TYPE_SERVER;
+    message.cmd = SYS_MSG_QUIT;
+    return Msg_Send(gSysMsgId.load(), &message, sizeof message);
+}
+
+#define SYS_SENDER(function, message, command, field, code)                   \
+    int function(void* data, unsigned int len) {                              \
+        return Result(command, SetSysCommon(data, len, command), len);        \
+    }
+SYS_SENDERS(SYS_SENDER)

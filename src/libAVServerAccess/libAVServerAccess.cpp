@@ -1,0 +1,89 @@
+#include "libAVServerAccess.h"
+
+#include <atomic>
+#include <cstring>
+#include <mutex>
+
+#include "libIpcUtils.h"
+#include "libLog.h"
+
+namespace {
+
+struct AVServerAccessSysInfo {
+    std::atomic<int> RunFlag{0};
+    std::atomic<int> AVMsgQid{-1};
+};
+
+AVServerAccessSysInfo access_info;
+std::mutex one_command;  // request and answer are one step: all answers have the same message type
+
+// The queue's id, opened when it is not; negative when it cannot be had.
+int OpenQueue() {
+    if (access_info.AVMsgQid.load() < 0) {
+        AVServerAccessCleanup();
+        AVServerAccessInit();
+    }
+    return access_info.AVMsgQid.load();
+}
+
+int Command(int code, int index, const void* data = nullptr) {
+    const std::lock_guard alone(one_command);
+    const int qid = OpenQueue();
+    if (qid < 0) {
+        return AVSERVER_MESSAGE_INIT_FAIL;
+    }
+    AVAccessMsgBuf message{};
+    message.des = MSG_AVACCESS_TYPE_MSG1;
+    message.src = MSG_AVACCESS_TYPE_MSG2;
+    message.cmd = code;
+    message.index = index;
+    if (data != nullptr) {
+        std::memcpy(message.data, data, sizeof message.data);
+    }
+    IpcMsgSend(qid, &message, sizeof message);
+    IpcMsgRecv(qid, MSG_AVACCESS_TYPE_MSG2, &message, sizeof message);
+    return message.ret;
+}
+
+// What a command says before it goes out: the forced key frame alone speaks.
+void Announce(const char* function, int line, int code, int index) {
+    if (code == 0x2010) {
+        LogTrace("%s %d: AVServerVideoForceIFrame VideoType=%d\n", function, line, index);
+    }
+}
+
+}  // namespace
+
+int AVServerAccessInit(void) {
+    if (access_info.RunFlag.load() == 1) {
+        return AVSERVER_OK;
+    }
+    const int qid = IpcMsgInit(AVACCESS_MSG_KEY);
+    if (qid < 0) {
+        return AVSERVER_MESSAGE_INIT_FAIL;
+    }
+    access_info.AVMsgQid.store(qid);
+    access_info.RunFlag.store(1);
+    return AVSERVER_OK;
+}
+
+int AVServerAccessCleanup(void) {
+    access_info.RunFlag.store(0);
+    access_info.AVMsgQid.store(-1);
+    return AVSERVER_OK;
+}
+
+#define PLAIN_COMMAND(function, code) \
+    int function(void) {              \
+        return Command(code, 0);      \
+    }
+#define INDEX_COMMAND(function, code, type, argument) \
+    int function(type argument) {                     \
+        Announce(__func__, __LINE__, code, argument); \
+        return Command(code, argument);               \
+    }
+#define DATA_COMMAND(function, code)                                               \
+    int function(void* inData) {                                                   \
+        return inData == nullptr ? AVSERVER_PARAM_ERROR : Command(code, 0, inData); \
+    }
+AV_SERVER_COMMANDS(PLAIN_COMMAND, INDEX_COMMAND, DATA_COMMAND)
