@@ -1,0 +1,80 @@
+// A file of the store as a test meets it: bytes at offsets, independent of the code under test.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace test {
+
+// "49 4D 4b" -> the bytes.
+inline std::string Hex(std::string_view text) {
+    std::string bytes;
+    int digits = 0;
+    unsigned value = 0;
+    for (const char c : text) {
+        if (c == ' ') {
+            continue;
+        }
+        value = value << 4 | static_cast<unsigned>(c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10);
+        if (++digits % 2 == 0) {
+            bytes.push_back(static_cast<char>(value));
+            value = 0;
+        }
+    }
+    return bytes;
+}
+
+inline std::string ToHex(std::string_view bytes) {
+    std::string text;
+    for (const unsigned char c : bytes) {
+        text += "0123456789abcdef"[c >> 4];
+        text += "0123456789abcdef"[c & 15];
+        text += ' ';
+    }
+    return text;
+}
+
+template <class Record>
+std::string BytesOf(const Record& record) {
+    return {reinterpret_cast<const char*>(&record), sizeof record};
+}
+
+// An unnamed file in memory, sparse like the card's own.
+class StoreFile {
+  public:
+    StoreFile() : fd_(memfd_create("store", MFD_CLOEXEC)) { EXPECT_GE(fd_, 0); }
+    ~StoreFile() { close(fd_); }
+    StoreFile(const StoreFile&) = delete;
+    StoreFile& operator=(const StoreFile&) = delete;
+
+    int fd() const { return fd_; }
+    std::string Path() const { return "/proc/self/fd/" + std::to_string(fd_); }
+
+    void Put(uint64_t offset, std::string_view bytes) {
+        ASSERT_EQ(pwrite64(fd_, bytes.data(), bytes.size(), static_cast<off64_t>(offset)),
+                  static_cast<ssize_t>(bytes.size()));
+    }
+    void Resize(uint64_t size) { ASSERT_EQ(ftruncate64(fd_, static_cast<off64_t>(size)), 0); }
+    uint64_t Size() const {
+        struct stat64 status {};
+        EXPECT_EQ(fstat64(fd_, &status), 0);
+        return static_cast<uint64_t>(status.st_size);
+    }
+    std::string Get(uint64_t offset, size_t length) const {
+        std::string bytes(length, '\0');
+        const ssize_t got = pread64(fd_, bytes.data(), length, static_cast<off64_t>(offset));
+        bytes.resize(got < 0 ? 0 : static_cast<size_t>(got));
+        return bytes;
+    }
+
+  private:
+    int fd_;
+};
+
+}  // namespace test
