@@ -57,6 +57,41 @@ bool IsRecord(const void* record, int size) {
     return record != nullptr && size >= static_cast<int>(kTypeSize);
 }
 
+int Send(int qid, const void* pdata, int size, int flags) {
+    if (!IsRecord(pdata, size)) {
+        return Refuse(EINVAL);
+    }
+    const size_t payload = static_cast<size_t>(size) - kTypeSize;
+    if constexpr (kHostTypeIsOurs) {
+        return msgsnd(qid, pdata, payload, flags);
+    }
+    HostMessage message(payload);
+    if (!message.Valid()) {
+        return Refuse(ENOMEM);
+    }
+    message.From(static_cast<const std::byte*>(pdata), payload);
+    return msgsnd(qid, message.Buffer(), payload, flags);
+}
+
+int Receive(int qid, int msg_type, void* pdata, int size, int flags) {
+    if (!IsRecord(pdata, size)) {
+        return Refuse(EINVAL);
+    }
+    const size_t payload = static_cast<size_t>(size) - kTypeSize;
+    if constexpr (kHostTypeIsOurs) {
+        return static_cast<int>(msgrcv(qid, pdata, payload, msg_type, flags));
+    }
+    HostMessage message(payload);
+    if (!message.Valid()) {
+        return Refuse(ENOMEM);
+    }
+    const ssize_t received = msgrcv(qid, message.Buffer(), payload, msg_type, flags);
+    if (received >= 0) {
+        message.To(static_cast<std::byte*>(pdata), static_cast<size_t>(received));
+    }
+    return static_cast<int>(received);
+}
+
 }  // namespace
 
 int IpcMsgInit(int msgKey) {
@@ -64,39 +99,19 @@ int IpcMsgInit(int msgKey) {
     return existing >= 0 ? existing : msgget(msgKey, IPC_CREAT | 0666);
 }
 
-int IpcMsgSend(int qid, void* pdata, int size) {
-    if (!IsRecord(pdata, size)) {
-        return Refuse(EINVAL);
-    }
-    const size_t payload = static_cast<size_t>(size) - kTypeSize;
-    if constexpr (kHostTypeIsOurs) {
-        return msgsnd(qid, pdata, payload, 0);
-    }
-    HostMessage message(payload);
-    if (!message.Valid()) {
-        return Refuse(ENOMEM);
-    }
-    message.From(static_cast<const std::byte*>(pdata), payload);
-    return msgsnd(qid, message.Buffer(), payload, 0);
+int IpcMsgSend(int qid, void* pdata, int size) { return Send(qid, pdata, size, 0); }
+
+int IpcMsgRecv(int qid, int msg_type, void* pdata, int size) { return Receive(qid, msg_type, pdata, size, 0); }
+
+int IpcMsgTrySend(int qid, void* pdata, int size) { return Send(qid, pdata, size, IPC_NOWAIT); }
+
+int IpcMsgTryRecv(int qid, int msg_type, void* pdata, int size) {
+    return Receive(qid, msg_type, pdata, size, IPC_NOWAIT);
 }
 
-int IpcMsgRecv(int qid, int msg_type, void* pdata, int size) {
-    if (!IsRecord(pdata, size)) {
-        return Refuse(EINVAL);
-    }
-    const size_t payload = static_cast<size_t>(size) - kTypeSize;
-    if constexpr (kHostTypeIsOurs) {
-        return static_cast<int>(msgrcv(qid, pdata, payload, msg_type, 0));
-    }
-    HostMessage message(payload);
-    if (!message.Valid()) {
-        return Refuse(ENOMEM);
-    }
-    const ssize_t received = msgrcv(qid, message.Buffer(), payload, msg_type, 0);
-    if (received >= 0) {
-        message.To(static_cast<std::byte*>(pdata), static_cast<size_t>(received));
-    }
-    return static_cast<int>(received);
+int IpcMsgCount(int qid) {
+    struct msqid_ds status {};
+    return msgctl(qid, IPC_STAT, &status) < 0 ? -1 : static_cast<int>(status.msg_qnum);
 }
 
 int IpcMsgSendRecv(int qid, int msg_type, void* pdata, int size) {

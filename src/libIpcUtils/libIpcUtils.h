@@ -30,6 +30,14 @@ int IpcMsgRecv(int qid, int msg_type, void* pdata, int size);
 /* IpcMsgSend and, only if that succeeded, IpcMsgRecv into the same record. */
 int IpcMsgSendRecv(int qid, int msg_type, void* pdata, int size);
 
+/* The same without waiting, for callers that must stay stoppable: -1 with errno EAGAIN when the queue
+ * is full, or ENOMSG when no message of that type is there. */
+int IpcMsgTrySend(int qid, void* pdata, int size);
+int IpcMsgTryRecv(int qid, int msg_type, void* pdata, int size);
+
+/* Messages of all types that wait in the queue, or -1. */
+int IpcMsgCount(int qid);
+
 /* Removes the queue.  Returns 0 always. */
 int IpcMsgKill(int qid);
 

@@ -87,6 +87,23 @@ TEST_F(Queue, SendRecvAnswersIntoTheSameRecordAndOnlyWaitsAfterASend) {
     EXPECT_EQ(errno, EINVAL);
 }
 
+TEST_F(Queue, TryingNeverWaits) {
+    Record record = Filled(5, 'a');
+    EXPECT_EQ(IpcMsgTryRecv(qid, 5, &record, sizeof record), -1);
+    EXPECT_EQ(errno, ENOMSG);
+    int sent = 0;
+    while (IpcMsgTrySend(qid, &record, sizeof record) == 0) {
+        ASSERT_LT(++sent, 1 << 20) << "a queue is bounded";
+    }
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_EQ(IpcMsgCount(qid), sent);
+    Record received{};
+    EXPECT_EQ(IpcMsgTryRecv(qid, 5, &received, sizeof received), 44);
+    EXPECT_EQ(std::memcmp(&received, &record, sizeof record), 0);
+    EXPECT_EQ(IpcMsgCount(qid), sent - 1);
+    EXPECT_EQ(IpcMsgCount(-1), -1);
+}
+
 TEST_F(Queue, RefusesWhatIsNoRecordAndKeepsAMessageThatDoesNotFit) {
     Record record = Filled(1, 'a');
     EXPECT_EQ(IpcMsgSend(qid, nullptr, 48), -1);
