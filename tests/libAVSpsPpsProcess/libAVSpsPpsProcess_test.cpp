@@ -103,10 +103,13 @@ TEST(Lock, IsRecursiveAndExcludesOtherThreads) {
         EXPECT_EQ(KQ_Lock(&lock), 0);
         EXPECT_EQ(KQ_Unlock(&lock), 0);
     }).join();
+#ifndef __SANITIZE_THREAD__  // which takes a wrong unlock, refused or not, for a fault of the program
     EXPECT_EQ(KQ_Unlock(&lock), -1) << "not held";
+#endif
     EXPECT_EQ(KQ_DestroyLock(&lock), 0);
     EXPECT_EQ(KQ_CreateLock(nullptr), -1);
     EXPECT_EQ(KQ_Lock(nullptr), -1);
+    EXPECT_EQ(KQ_Unlock(nullptr), -1);
 }
 
 }  // namespace
