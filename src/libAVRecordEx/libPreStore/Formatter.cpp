@@ -13,9 +13,6 @@ namespace prestore {
 
 namespace {
 
-// The old volume's boot sectors: ours (0 and 3) and those of others, in whole pages.
-constexpr uint32_t kInvalidSectors = 8;
-
 class Pass {
   public:
     Pass(BlockDevice& device, const VolumePlan& plan, timeval now, const FormatOptions& options, uint64_t& written)
@@ -33,10 +30,9 @@ class Pass {
         const uint64_t sector = plan_.device.sector_bytes;
         const std::vector<std::byte> boot = ReservedSectors(plan_, VolumeId(now_));
         const std::span<const std::byte> reserved(boot);
-        const bool ok = WriteZeros({0, kInvalidSectors * sector}) && Flush() && WriteTables() &&
-                        WriteZeros(plan_.EventHeads()) && WriteIndexHeads() && Flush() &&
-                        Write(sector, reserved.subspan(sector)) && Flush() && Write(0, reserved.first(sector)) &&
-                        Flush();
+        const bool ok = WriteZeros({0, sector}) && Flush() && WriteTables() && WriteZeros(plan_.EventHeads()) &&
+                        WriteIndexHeads() && Flush() && Write(sector, reserved.subspan(sector)) && Flush() &&
+                        Write(0, reserved.first(sector)) && Flush();
         return ok ? std::string() : failure_;
     }
 
@@ -138,7 +134,7 @@ WrittenBytes CountBytes(const VolumePlan& plan) {
     const uint64_t directory = uint64_t{plan.directory_clusters} * plan.ClusterBytes();
     const uint64_t entries = (uint64_t{plan.Files()} * sizeof(DirectoryEntry) + sector - 1) / sector * sector;
     const uint64_t heads = plan.EventHeads().length + plan.IndexHeads().length;
-    return {.total = kInvalidSectors * sector + reserved + kFats * plan.FatBytes() + directory + heads + reserved,
+    return {.total = sector + reserved + kFats * plan.FatBytes() + directory + heads + reserved,
             .smallest = reserved + kFats * uint64_t{plan.smallest_fat_sectors} * sector + entries + heads};
 }
 

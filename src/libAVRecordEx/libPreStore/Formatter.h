@@ -1,9 +1,11 @@
 // The pass itself: a planned volume onto a device, what makes it valid last.
 //
-//   1. zero the boot sectors of whatever was there; flush              from here on there is no volume
+//   1. zero sector 0, alone; flush                                     from here on there is no volume
 //   2. FAT, FAT, root directory, heads of event and index file; flush  ascending, in large pieces
 //   3. sectors 1 to 5: information sector, backup; flush
-//   4. sector 0; flush                                                 from here on there is one
+//   4. sector 0, alone; flush                                          from here on there is one
+//
+// A card takes a sector whole or not at all, and unflushed sectors in any order: hence the lone sector 0.
 #pragma once
 
 #include <sys/time.h>
