@@ -82,8 +82,8 @@ int AVServerAccessCleanup(void) {
         Announce(__func__, __LINE__, code, argument); \
         return Command(code, argument);               \
     }
-#define DATA_COMMAND(function, code)                                               \
-    int function(void* inData) {                                                   \
+#define DATA_COMMAND(function, code)                                                \
+    int function(void* inData) {                                                    \
         return inData == nullptr ? AVSERVER_PARAM_ERROR : Command(code, 0, inData); \
     }
 AV_SERVER_COMMANDS(PLAIN_COMMAND, INDEX_COMMAND, DATA_COMMAND)

@@ -131,8 +131,8 @@ int SendSysQuitCmd(void) {
     return Msg_Send(gSysMsgId.load(), &message, sizeof message);
 }
 
-#define SYS_SENDER(function, message, command, field, code)                   \
-    int function(void* data, unsigned int len) {                              \
-        return Result(command, SetSysCommon(data, len, command), len);        \
+#define SYS_SENDER(function, message, command, field, code)            \
+    int function(void* data, unsigned int len) {                       \
+        return Result(command, SetSysCommon(data, len, command), len); \
     }
 SYS_SENDERS(SYS_SENDER)
