@@ -1,0 +1,28 @@
+// The connection to the media server as the readers and requests of this module see it.
+#pragma once
+
+#include <atomic>
+
+#include "libGetAVStream.h"
+
+// Ring size of each stream; positions and payload lengths stay below it.
+inline constexpr int kRingSize[AVSTREAM_MAX] = {AVSTREAM_MAIN_RING_SIZE, AVSTREAM_SUB_RING_SIZE,
+                                                AVSTREAM_THIRD_RING_SIZE, AVSTREAM_VOICE_TALK_RING_SIZE};
+
+inline bool IsStream(int video_index) {
+    return video_index >= 0 && video_index < AVSTREAM_MAX;
+}
+inline bool IsClientType(int type) {
+    return type > MSG_AV_TYPE_SERVER && type < MSG_AV_TYPE_END;
+}
+
+// Segment id of a stream's ring; negative: there is none.
+int RingSegment(int video_index);
+
+// Id of the queue that carries the requests about a stream, opened when it is not; negative without one.
+int RequestQueue(int video_index);
+
+// Asks the media server for a position; gives up with false as soon as `keep_asking` is 0.
+// The rest as AVStreamGetCurrentFrame and its siblings.
+bool RequestPosition(const std::atomic<int>& keep_asking, AVStreamCommand command, int type, int video_index,
+                     AVMsgBuf& message);

@@ -1,0 +1,53 @@
+#include "Ring.h"
+
+#include <sys/shm.h>
+
+#include <atomic>
+#include <cstring>
+
+bool Ring::Attach(int segment_id) {
+    Detach();
+    struct shmid_ds status {};
+    if (shmctl(segment_id, IPC_STAT, &status) < 0) {
+        return false;
+    }
+    void* const address = shmat(segment_id, nullptr, 0);
+    if (address == reinterpret_cast<void*>(-1)) {
+        return false;
+    }
+    base_ = static_cast<uint8_t*>(address);
+    size_ = static_cast<int64_t>(status.shm_segsz);
+    return true;
+}
+
+void Ring::Detach() {
+    if (base_ != nullptr) {
+        shmdt(base_);
+    }
+    base_ = nullptr;
+    size_ = 0;
+}
+
+uint8_t* Ring::Bytes(int64_t position, int64_t length) const {
+    const bool inside = position >= 0 && length >= 0 && position <= size_ && length <= size_ - position;
+    return inside ? base_ + position : nullptr;
+}
+
+std::optional<AVDataInfo> Ring::Header(int64_t position) const {
+    const uint8_t* const bytes = Bytes(position, sizeof(AVDataInfo));
+    if (bytes == nullptr) {
+        return std::nullopt;
+    }
+    AVDataInfo header;
+    std::memcpy(&header, bytes, sizeof header);
+    // What the media server wrote before it set EndFlag is visible only behind this point.
+    std::atomic_thread_fence(std::memory_order_acquire);
+    const int32_t end_flag = header.EndFlag;
+    std::memcpy(&header, bytes, sizeof header);
+    header.EndFlag = end_flag;
+    return header;
+}
+
+const uint8_t* Ring::NalStart(int64_t position) const {
+    return Bytes(position + static_cast<int64_t>(sizeof(AVDataInfo)), 5);
+}

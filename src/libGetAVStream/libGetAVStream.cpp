@@ -1,0 +1,138 @@
+#include "libGetAVStream.h"
+
+#include <sys/prctl.h>
+
+#include <atomic>
+#include <cstdio>
+#include <memory>
+#include <mutex>
+
+#include "Clock.h"
+#include "FrameReader.h"
+#include "libLog.h"
+
+namespace {
+
+std::atomic<AVStreamCallback> gAVStreamFunc[MSG_AV_TYPE_END];
+std::atomic<AVTransformStatus> gTransFormStatusFunc[MSG_AV_TYPE_END];
+std::atomic<int> gAlarmIsEndFrame{0};
+
+// The reader of one client type and stream.
+struct ReaderSlot {
+    std::mutex lock;  // held while the thread is made or waited for
+    pthread_t thread{};
+    bool exists = false;      // under the lock
+    std::atomic<int> run{0};  // thread flag
+    AVMsgBuf arguments{};     // written before the thread is made
+};
+ReaderSlot g_readers[MSG_AV_TYPE_END][AVSTREAM_MAX];
+thread_local ReaderSlot* t_own_slot = nullptr;  // of the reader that this thread is
+
+void* AVStreamGetAVDataThread(void* argument) {
+    auto* const slot = static_cast<ReaderSlot*>(argument);
+    prctl(PR_SET_NAME, "AVStreamGetAVDataThread");
+    t_own_slot = slot;
+    FrameReader(slot->arguments, slot->run).Follow();
+    return nullptr;
+}
+
+void StoreCallbacks(int type, AVStreamCallback frame, AVTransformStatus status) {
+    if (type >= 0 && type < MSG_AV_TYPE_END) {
+        gAVStreamFunc[type].store(frame);
+        gTransFormStatusFunc[type].store(status);
+    }
+}
+
+// Waits for a reader that was told to stop; the slot's lock is held.
+void Join(ReaderSlot& slot) {
+    if (slot.exists) {
+        pthread_join(slot.thread, nullptr);
+        slot.exists = false;
+    }
+}
+
+}  // namespace
+
+AVStreamCallback FrameCallback(int type) {
+    return gAVStreamFunc[type].load();
+}
+AVTransformStatus StatusCallback(int type) {
+    return gTransFormStatusFunc[type].load();
+}
+
+int GetAVStreamInit(int MsgAVType, AVStreamCallback AVStreamFunc, AVTransformStatus TransFormStatusFunc) {
+    LOG_TRACE("%s %d:type = %d func = %p\n", MsgAVType, reinterpret_cast<void*>(AVStreamFunc));
+    StoreCallbacks(MsgAVType, AVStreamFunc, TransFormStatusFunc);
+    return GetAVControlInit();
+}
+
+int GetVoiceTalkAVStreamInit(int MsgAVType, AVStreamCallback AVStreamFunc, AVTransformStatus TransFormStatusFunc) {
+    LOG_TRACE("%s %d:type = %d func = %p\n", MsgAVType, reinterpret_cast<void*>(AVStreamFunc));
+    StoreCallbacks(MsgAVType, AVStreamFunc, TransFormStatusFunc);
+    return GetAVControlVoiceTalkInit();
+}
+
+int AVStreamGetAVData(int MsgAVType, int VideoIndex) {
+    if (!IsStream(VideoIndex) || !IsClientType(MsgAVType)) {
+        return AVSTREAM_PARAM_ERROR;
+    }
+    ReaderSlot& slot = g_readers[MsgAVType][VideoIndex];
+    if (t_own_slot == &slot) {
+        slot.run.store(1);
+        return AVSTREAM_OK;
+    }
+    {
+        const std::lock_guard guard(slot.lock);
+        if (slot.exists && slot.run.load() != 0) {
+            return AVSTREAM_OK;
+        }
+        Join(slot);  // one that stopped itself from inside its callback
+        slot.run.store(1);
+        slot.arguments = AVMsgBuf{};
+        slot.arguments.src = MsgAVType;
+        slot.arguments.video_index = VideoIndex;
+        if (pthread_create(&slot.thread, nullptr, AVStreamGetAVDataThread, &slot) != 0) {
+            slot.run.store(0);
+            return AVSTREAM_UNKNOWN;
+        }
+        slot.exists = true;
+    }
+    SleepMs(500);
+    return AVSTREAM_OK;
+}
+
+int AVStreamGetAVDataStop(int MsgAVType, int VideoIndex) {
+    if (!IsStream(VideoIndex) || !IsClientType(MsgAVType)) {
+        return AVSTREAM_PARAM_ERROR;
+    }
+    ReaderSlot& slot = g_readers[MsgAVType][VideoIndex];
+    slot.run.store(0);
+    if (t_own_slot != &slot) {
+        const std::lock_guard guard(slot.lock);
+        slot.run.store(0);
+        Join(slot);
+    }
+    return AVSTREAM_OK;
+}
+
+int GetgAlarmIsEndFrame(void) {
+    return gAlarmIsEndFrame.load();
+}
+
+int SetgAllDayIsEndFrame(int) {
+    LOG_TRACE("%s %d:\n");
+    return 0;
+}
+
+int SetgAlarmIsFirstFrame(int) {
+    LOG_TRACE("%s %d:\n");
+    return 0;
+}
+
+char* GetNowTime(void) {
+    static thread_local char text[64];
+    const tm now = LocalTime(WallSeconds());
+    snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", now.tm_year + 1900, now.tm_mon + 1, now.tm_mday,
+             now.tm_hour, now.tm_min, now.tm_sec);
+    return text;
+}
