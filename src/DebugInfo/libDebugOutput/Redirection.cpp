@@ -1,0 +1,100 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+
+#include "Report.h"
+#include "libDebugOutput.h"
+
+namespace {
+
+// Guards the three descriptors, all of this file's own: nobody else knows or closes them.
+std::mutex g_lock;
+int fd_out = -1;      // duplicate of the client's; -1: not redirected
+int stdout_sfd = -1;  // where descriptors 1 and 2 led before
+int stderr_sfd = -1;
+
+int Duplicate(int fd) {
+    return fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+}
+
+// Makes `number` lead where `fd` does; `number` is open at every moment, so no writer meets a gap.
+bool Lead(int number, int fd) {
+    int result;
+    do {
+        result = dup2(fd, number);
+    } while (result < 0 && (errno == EINTR || errno == EBUSY));
+    return result >= 0;
+}
+
+void CloseAll() {
+    for (int* fd : {&fd_out, &stdout_sfd, &stderr_sfd}) {
+        if (*fd >= 0) {
+            close(*fd);
+        }
+        *fd = -1;
+    }
+}
+
+bool Redirect(int fd) {
+    fd_out = Duplicate(fd);
+    stdout_sfd = Duplicate(STDOUT_FILENO);
+    stderr_sfd = Duplicate(STDERR_FILENO);
+    if (fd_out < 0 || stdout_sfd < 0 || stderr_sfd < 0 || !Lead(STDOUT_FILENO, fd_out)) {
+        return false;
+    }
+    if (!Lead(STDERR_FILENO, fd_out)) {
+        const int cause = errno;
+        Lead(STDOUT_FILENO, stdout_sfd);
+        errno = cause;
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+void Report(const char* format, ...) {
+    char line[512];
+    va_list arguments;
+    va_start(arguments, format);
+    const int wanted = vsnprintf(line, sizeof line, format, arguments);
+    va_end(arguments);
+    const size_t length = wanted < 0                               ? 0
+                          : wanted < static_cast<int>(sizeof line) ? static_cast<size_t>(wanted)
+                                                                   : sizeof line - 1;
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line, length);  // what does not fit is lost
+}
+
+int redirectionOutput(int fd) {
+    const std::lock_guard guard(g_lock);
+    if (fd_out >= 0) {
+        return -1;
+    }
+    if (!Redirect(fd)) {
+        const int cause = errno;
+        CloseAll();
+        Report("%s: %s\n", "err in dup STDOUT.\n", strerror(cause));
+        return -4;
+    }
+    return 0;
+}
+
+int redirectionOutputCancle(void) {
+    const std::lock_guard guard(g_lock);
+    if (fd_out < 0) {
+        return -1;
+    }
+    if (!Lead(STDOUT_FILENO, stdout_sfd)) {
+        Report("err in cacle redirection stdout.");
+    }
+    if (!Lead(STDERR_FILENO, stderr_sfd)) {
+        Report("err in cacle redirection stdout.");
+    }
+    CloseAll();
+    return 0;
+}

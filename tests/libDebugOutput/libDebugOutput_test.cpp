@@ -1,0 +1,375 @@
+#include "libDebugOutput.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "Clock.h"
+#include "libLog.h"
+#include "support/Stderr.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::duration_cast;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr unsigned short kPort = 409;
+constexpr seconds kBound{20};  // for what happens within two seconds on an idle camera
+
+// The console's pauses, fifty times shorter.
+constexpr ClockSource kQuickClock{[] {
+                                      return timeval{1700000000, 0};
+                                  },
+                                  [] { return 0L; }, [](unsigned int ms) { usleep(ms * 1000 / 50); }};
+
+bool Eventually(const std::function<bool()>& holds) {
+    for (const auto end = Clock::now() + kBound; Clock::now() < end; usleep(2000)) {
+        if (holds()) {
+            return true;
+        }
+    }
+    return holds();
+}
+
+long EntriesOf(const char* directory) {
+    return std::distance(std::filesystem::directory_iterator(directory), {});
+}
+
+// What the process holds; the console must give all of it back.
+struct Holdings {
+    long descriptors = EntriesOf("/proc/self/fd");
+    long threads = EntriesOf("/proc/self/task");
+
+    bool AreBack() const {
+        return Eventually([this] {
+            const Holdings now;
+            return now.descriptors == descriptors && now.threads == threads;
+        });
+    }
+};
+
+class Viewer {
+  public:
+    explicit Viewer(int receive_buffer = 0) : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        if (receive_buffer != 0) {
+            setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
+        }
+        sockaddr_in console{};
+        console.sin_family = AF_INET;
+        console.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        console.sin_port = htons(kPort);
+        connected_ = connect(fd_, reinterpret_cast<const sockaddr*>(&console), sizeof console) == 0;
+    }
+    ~Viewer() { Leave(); }
+    Viewer(const Viewer&) = delete;
+    Viewer& operator=(const Viewer&) = delete;
+
+    bool Connected() const { return connected_; }
+    void Leave() {
+        if (fd_ >= 0) {
+            close(std::exchange(fd_, -1));
+        }
+    }
+    void Vanish() {  // a reset instead of an orderly end
+        const linger at_once{1, 0};
+        setsockopt(fd_, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+        Leave();
+    }
+    bool Send(const std::string& bytes) {
+        return send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+    }
+    // Everything received so far.
+    const std::string& Seen() {
+        char bytes[65536];
+        ssize_t got;
+        while ((got = recv(fd_, bytes, sizeof bytes, MSG_DONTWAIT)) > 0) {
+            seen_.append(bytes, static_cast<size_t>(got));
+        }
+        ended_ = ended_ || got == 0;
+        return seen_;
+    }
+    bool Sees(const std::string& text) {
+        return Eventually([&] { return Seen().find(text) != std::string::npos; });
+    }
+    bool SeesTheEnd() {
+        return Eventually([this] { return Seen(), ended_; });
+    }
+
+  private:
+    int fd_;
+    bool connected_ = false;
+    bool ended_ = false;
+    std::string seen_;
+};
+
+class Console : public testing::Test {
+  protected:
+    Console() {
+        ReplaceClock(&kQuickClock);
+        LogInit(nullptr, LOG_MODE_CONSOLE);
+        std::thread([] {}).join();  // a sanitizer's own thread starts with the first one
+    }
+    ~Console() override {
+        PutMarker(false);
+        libDebugOutputStart(kPort);
+        LogCleanup();
+        ReplaceClock(nullptr);
+        RepeatFailures();
+    }
+
+    // What the test's own framework printed while a viewer was attached went to the viewer.
+    static void RepeatFailures() {
+        const testing::TestResult& result = *testing::UnitTest::GetInstance()->current_test_info()->result();
+        for (int part = 0; part < result.total_part_count(); ++part) {
+            const testing::TestPartResult& failure = result.GetTestPartResult(part);
+            std::printf("line %d: %s\n", failure.line_number(), failure.message());
+        }
+    }
+
+    static void PutMarker(bool there) {
+        if (there) {
+            close(open("/tmp/Debug_Port_ON", O_CREAT | O_WRONLY | O_CLOEXEC, 0644));
+        } else {
+            unlink("/tmp/Debug_Port_ON");
+        }
+    }
+    static void Open() {
+        PutMarker(true);
+        ASSERT_EQ(libDebugOutputStart(kPort), 0);
+    }
+    static void Shut() {
+        PutMarker(false);
+        ASSERT_EQ(libDebugOutputStart(kPort), 0);
+    }
+    bool Printed(const std::string& text) const {
+        return Eventually([&] { return log_.Text().find(text) != std::string::npos; });
+    }
+    // Logs until `viewer` sees it: the redirection follows the connection by a moment.
+    bool Attached(Viewer& viewer) const {
+        return Eventually([&] {
+            LogInfo("are you there?\n");
+            return viewer.Seen().find("[Info]: are you there?\n") != std::string::npos;
+        });
+    }
+
+    support::Captured log_;
+};
+
+TEST_F(Console, FollowsTheMarker) {
+    ASSERT_EQ(libDebugOutputStart(kPort), 0);
+    EXPECT_FALSE(Viewer().Connected()) << "no marker, no port";
+    EXPECT_EQ(log_.Text(), "");
+    const Holdings before;
+
+    Open();
+    Open();
+    EXPECT_TRUE(Viewer().Connected());
+    EXPECT_TRUE(Printed(": Command disconnect\n"));
+    EXPECT_TRUE(Printed(":Run Debuginfo++++\n"));
+    EXPECT_TRUE(Printed("create tcp connect success "));
+    EXPECT_EQ(log_.Text().find("Run Debuginfo"), log_.Text().rfind("Run Debuginfo")) << "started once";
+
+    Shut();
+    EXPECT_FALSE(Viewer().Connected());
+    EXPECT_TRUE(Printed(":Stop Debuginfo----\n"));
+    EXPECT_TRUE(before.AreBack());
+    Shut();
+    EXPECT_EQ(log_.Text().find("Stop Debuginfo"), log_.Text().rfind("Stop Debuginfo")) << "stopped once";
+}
+
+TEST_F(Console, AViewerReceivesBothDescriptorsUntilItLeaves) {
+    Open();
+    Viewer viewer;
+    ASSERT_TRUE(Attached(viewer));
+    EXPECT_TRUE(Printed("A stupid connect!ip = 127.0.0.1, port = "));
+    ASSERT_EQ(write(STDOUT_FILENO, "to standard output\n", 19), 19);
+    LogError("%s", "to standard error\n");
+    EXPECT_TRUE(viewer.Sees("to standard output\n[Error]: to standard error\n"));
+    EXPECT_EQ(log_.Text().find("to standard error"), std::string::npos) << "only the viewer has it";
+
+    viewer.Leave();
+    EXPECT_TRUE(Printed(": Command disconnect\n"));
+    LogError("%s", "back home\n");
+    EXPECT_TRUE(Printed("[Error]: back home\n"));
+}
+
+TEST_F(Console, ASecondViewerWaitsForTheFirstToLeave) {
+    Open();
+    Viewer first;
+    ASSERT_TRUE(Attached(first));
+    Viewer second;
+    ASSERT_TRUE(second.Connected()) << "in the backlog";
+    for (int line = 0; line < 100; ++line) {  // a second of the console's time
+        LogInfo("line %d\n", line);
+        usleep(10000 / 50);
+    }
+    EXPECT_TRUE(first.Sees("[Info]: line 99\n"));
+    EXPECT_EQ(second.Seen(), "");
+    first.Vanish();
+    EXPECT_TRUE(Attached(second));
+    EXPECT_EQ(second.Seen().find("line 99"), std::string::npos);
+}
+
+TEST_F(Console, WhatAViewerSendsIsThrownAway) {
+    Open();
+    Viewer viewer;
+    ASSERT_TRUE(Attached(viewer));
+    std::string bytes(200000, '\0');  // far more than one receive takes
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        bytes[i] = static_cast<char>(i * 31);
+    }
+    EXPECT_TRUE(viewer.Send(bytes));
+    EXPECT_TRUE(viewer.Send("quit\n\x04\x03"));
+    LogInfo("%s", "unmoved\n");
+    EXPECT_TRUE(viewer.Sees("[Info]: unmoved\n"));
+    viewer.Leave();  // behind bytes that nobody may have read yet
+    EXPECT_TRUE(Printed(": Command disconnect\n"));
+}
+
+TEST_F(Console, ASlowViewerStallsNobody) {
+    Open();
+    Viewer asleep(4096);
+    ASSERT_TRUE(Attached(asleep));
+    const std::string line(1000, 'x');
+    milliseconds longest{0};
+    const auto begin = Clock::now();
+    for (int i = 0; i < 20000; ++i) {  // 20 MB, several times what any socket buffers
+        const auto before = Clock::now();
+        LogTrace("%s\n", line.c_str());
+        longest = std::max(longest, duration_cast<milliseconds>(Clock::now() - before));
+    }
+    EXPECT_LT(longest.count(), 1000) << "a blocked write would never return";
+    EXPECT_LT(duration_cast<seconds>(Clock::now() - begin).count(), 20);
+    errno = 0;
+    EXPECT_EQ(write(STDERR_FILENO, line.data(), line.size()), -1);
+    EXPECT_EQ(errno, EAGAIN) << "what does not fit is lost";
+    Shut();
+    LogInfo("%s", "home again\n");
+    EXPECT_TRUE(Printed("[Info]: home again\n"));
+}
+
+TEST_F(Console, StopsInTimeWithAViewerAttached) {
+    ReplaceClock(nullptr);
+    const Holdings before;
+    Open();
+    const Holdings listening;
+    Viewer viewer;
+    ASSERT_TRUE(Attached(viewer));
+    const auto begin = Clock::now();
+    Shut();
+    EXPECT_LT(duration_cast<milliseconds>(Clock::now() - begin).count(), 2000);
+    EXPECT_TRUE(viewer.SeesTheEnd());
+    LogInfo("%s", "home again\n");
+    EXPECT_TRUE(Printed("[Info]: home again\n"));
+    viewer.Leave();
+    EXPECT_TRUE(before.AreBack());
+    EXPECT_EQ(listening.threads, before.threads + 2);
+}
+
+TEST_F(Console, AHundredSessionsLeaveNothingBehind) {
+    const Holdings before;
+    for (int session = 0; session < 100; ++session) {
+        if (session % 10 == 0) {
+            Shut();
+            Open();
+        }
+        Viewer viewer;
+        ASSERT_TRUE(Attached(viewer)) << session;
+        session % 2 == 0 ? viewer.Leave() : viewer.Vanish();
+    }
+    Shut();
+    EXPECT_TRUE(before.AreBack());
+    const Holdings after;
+    EXPECT_EQ(after.descriptors, before.descriptors);
+    EXPECT_EQ(after.threads, before.threads);
+    LogInfo("%s", "home again\n");
+    EXPECT_TRUE(Printed("[Info]: home again\n"));
+}
+
+TEST_F(Console, LinesArriveWholeWhileViewersComeAndGo) {
+    Open();
+    std::atomic<bool> is_over{false};
+    std::thread writer([&] {
+        for (int i = 0; !is_over; ++i) {
+            LogInfo("<%d>\n", i);
+        }
+    });
+    for (int session = 0; session < 5; ++session) {
+        Viewer viewer;
+        EXPECT_TRUE(viewer.Sees(">\n[Info]: <")) << session;
+    }
+    is_over = true;
+    writer.join();
+}
+
+TEST_F(Console, APortInUseIsReportedAndLetsTheNextStartSucceed) {
+    const int taken = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int on = 1;
+    setsockopt(taken, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    sockaddr_in here{};
+    here.sin_family = AF_INET;
+    here.sin_port = htons(kPort);
+    ASSERT_EQ(bind(taken, reinterpret_cast<const sockaddr*>(&here), sizeof here), 0);
+    ASSERT_EQ(listen(taken, 1), 0);
+    const Holdings before;
+    Open();
+    EXPECT_TRUE(Printed("libDebugOutput SetupNetwork "));
+    EXPECT_TRUE(Printed(": Bind error. errno = 98\n"));
+    EXPECT_EQ(SetupNetwork(kPort), -1);
+    Shut();
+    EXPECT_TRUE(before.AreBack());
+    close(taken);
+    Open();
+    EXPECT_TRUE(Viewer().Connected());
+}
+
+TEST_F(Console, RedirectionKeepsItsOwnDescriptors) {
+    const Holdings before;
+    EXPECT_EQ(redirectionOutputCancle(), -1);
+    EXPECT_EQ(redirectionOutput(-1), -4);
+    EXPECT_TRUE(Printed("err in dup STDOUT.\n"));
+    EXPECT_EQ(Holdings().descriptors, before.descriptors);
+
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    ASSERT_EQ(redirectionOutput(ends[1]), 0);
+    EXPECT_EQ(redirectionOutput(ends[1]), -1);
+    close(ends[1]);  // the caller's; the redirection lives on
+    ASSERT_EQ(write(STDOUT_FILENO, "o", 1), 1);
+    ASSERT_EQ(write(STDERR_FILENO, "e", 1), 1);
+    EXPECT_EQ(redirectionOutputCancle(), 0);
+    EXPECT_EQ(redirectionOutputCancle(), -1);
+    char bytes[8];
+    EXPECT_EQ(read(ends[0], bytes, sizeof bytes), 2);
+    EXPECT_EQ(std::memcmp(bytes, "oe", 2), 0);
+    EXPECT_EQ(read(ends[0], bytes, sizeof bytes), 0) << "no writer is left";
+    close(ends[0]);
+    EXPECT_EQ(Holdings().descriptors, before.descriptors);
+}
+
+TEST(Thread, NameIsCutAtFifteenCharacters) {
+    char name[16];
+    EXPECT_EQ(SetThreaTskName("AVStreamGetAVDataThread"), 0);
+    EXPECT_EQ(prctl(PR_GET_NAME, name), 0);
+    EXPECT_STREQ(name, "AVStreamGetAVDa");
+    EXPECT_EQ(CheckFileExist(nullptr), -1);
+}
+
+}  // namespace
