@@ -1,0 +1,341 @@
+// Frames written by the packer and read back, and the reader on bytes that nobody packed.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <random>
+#include <vector>
+
+#include "StoreFile.h"
+#include "libLog.h"
+#include "libRecordFile.h"
+#include "support/Stderr.h"
+
+using test::Hex;
+using test::StoreFile;
+
+namespace {
+
+constexpr AVStreamParam kStream = {CODE_VIDEO_H264, CODE_AUDIO_G711U, 1920, 1080, 4096, 25, 8000, 33000};
+
+struct Frame {
+    enum Kind { kKey, kOther, kSound } kind;
+    std::string payload;
+    uint32_t time = 0;
+    uint32_t index = 1;
+};
+
+std::string Pack(const Frame& frame) {
+    const int length = static_cast<int>(frame.payload.size());
+    const int64_t size = frame.kind == Frame::kSound
+                             ? PackedAudioSize(length)
+                             : PackedVideoSize(frame.kind == Frame::kKey, frame.payload.data(), length);
+    EXPECT_GE(size, 0);
+    std::string out(static_cast<size_t>(size), '\0');
+    const int written = frame.kind == Frame::kSound
+                            ? libAVRecordAudioPsStreamWrite(frame.payload.data(), length, out.data(), frame.index - 1)
+                            : libAVRecordVideoPsStreamWrite(frame.kind == Frame::kKey, frame.payload.data(), length,
+                                                            out.data(), frame.index, &kStream, frame.time);
+    EXPECT_EQ(written, size);
+    return out;
+}
+
+struct Played {
+    int kind;
+    std::string payload;
+    uint32_t time;
+    uint32_t pts;
+};
+
+// A record file and the place a player has reached in it.
+class Player {
+  public:
+    StoreFile file;
+    uint32_t offset = 0;
+
+    void Append(std::string_view bytes) { file.Put(file.Size(), bytes); }
+
+    // The next frame; on failure checks that nothing but the buffer was touched.
+    std::optional<Played> Next() {
+        constexpr uint32_t kUnset = 0xEEEEEEEE;
+        const uint32_t before = offset;
+        int kind = -7;
+        uint32_t length = kUnset, time = kUnset, pts = kUnset;
+        const int result =
+            libAVRecordPlayBackGetPSFrame(file.fd(), &offset, &kind, buffer_.get(), &length, &time, &pts);
+        if (result != 0) {
+            EXPECT_EQ(result, -1);
+            EXPECT_TRUE(offset == before && kind == -7 && length == kUnset && time == kUnset && pts == kUnset);
+            return std::nullopt;
+        }
+        EXPECT_GT(offset, before);
+        EXPECT_LE(length, PLAYBACK_BUFFER_SIZE);
+        EXPECT_LE(length, offset - before) << "more payload than the frame has bytes";
+        EXPECT_EQ(time == kUnset, kind == AV_FRAME_TYPE_AUDIO) << "only video carries a time";
+        return Played{kind, {buffer_.get(), std::min<size_t>(length, PLAYBACK_BUFFER_SIZE)}, time, pts};
+    }
+
+    // What the reader says about a file of these bytes.
+    static std::string Refusal(std::string_view bytes) {
+        Player player;
+        player.Append(bytes);
+        support::Captured out;
+        LogInit(nullptr, LOG_MODE_ALL);
+        EXPECT_FALSE(player.Next()) << test::ToHex(bytes.substr(0, 40));
+        LogCleanup();
+        return out.Text();
+    }
+
+  private:
+    // Of exactly the size the header asks for: a sanitizer sees the first byte behind it.
+    std::unique_ptr<char[]> buffer_{new char[PLAYBACK_BUFFER_SIZE]};
+};
+
+std::string KeyPayload(int length) {
+    std::string payload = Hex("00000001 67 42001E 00000001 68 CE3C80 00000001 65");
+    payload.resize(static_cast<size_t>(length), 'k');
+    return payload;
+}
+
+std::string OtherPayload(int length) {
+    std::string payload = Hex("00000001 41");
+    payload.resize(static_cast<size_t>(length), 'o');
+    return payload;
+}
+
+std::vector<Frame> FramesAtPacketBorders() {
+    std::vector<Frame> frames;
+    uint32_t index = 0;
+    for (const int length : {17, 100, 65469 + 16, 65470 + 16, 65471 + 16, 2 * 65470 + 16, 2 * 65470 + 17, 400000}) {
+        frames.push_back({Frame::kKey, KeyPayload(length), 0x5F000000 + index, ++index});
+        frames.push_back({Frame::kSound, std::string(static_cast<size_t>(index), 's'), 0, index + 1});
+        frames.push_back({Frame::kOther, OtherPayload(length), 0x80000000 + index, ++index});
+    }
+    frames.push_back({Frame::kSound, std::string(65527, 's'), 0, 74565});
+    frames.push_back({Frame::kKey, KeyPayload(4), 8, ++index});  // the headers alone
+    return frames;
+}
+
+TEST(PlayBack, GivesBackWhatWasPacked) {
+    Player player;
+    const auto frames = FramesAtPacketBorders();
+    for (const Frame& frame : frames) {
+        player.Append(Pack(frame));
+    }
+    player.Append(std::string(100, '\0'));
+    for (size_t i = 0; i < frames.size(); ++i) {
+        const Frame& frame = frames[i];
+        const bool is_bare = frame.payload.size() == 4;
+        const uint32_t before = player.offset;
+        const auto played = player.Next();
+        ASSERT_TRUE(played) << i;
+        EXPECT_EQ(player.offset - before, Pack(frame).size()) << i;
+        EXPECT_EQ(played->kind, frame.kind == Frame::kSound ? AV_FRAME_TYPE_AUDIO : AV_FRAME_TYPE_VIDEO) << i;
+        EXPECT_TRUE(played->payload == (is_bare ? "" : frame.payload)) << i;
+        EXPECT_EQ(played->pts, is_bare ? 0 : static_cast<uint32_t>(uint64_t{3600} * frame.index)) << i;
+        if (frame.kind != Frame::kSound) {
+            EXPECT_EQ(played->time, frame.time) << i;
+        }
+    }
+    EXPECT_FALSE(player.Next()) << "behind the last frame";
+}
+
+TEST(PlayBack, TheLastFrameMayEndWithTheFile) {
+    for (const Frame& frame : {Frame{Frame::kKey, KeyPayload(50)}, Frame{Frame::kOther, OtherPayload(50)},
+                               Frame{Frame::kSound, std::string(50, 's')}, Frame{Frame::kKey, KeyPayload(4)}}) {
+        Player player;
+        player.Append(Pack(frame));
+        EXPECT_TRUE(player.Next());
+        EXPECT_EQ(player.offset, player.file.Size());
+        EXPECT_FALSE(player.Next());
+    }
+}
+
+TEST(PlayBack, SaysWhyItStops) {
+    const std::string pack = Pack({Frame::kOther, ""});
+    const std::string packet = Hex("000001E0 0007 8080 05 21 0001 0001");
+    const std::string fill(200, '\0');
+    struct {
+        std::string bytes;
+        const char* text;
+    } const cases[] = {
+        {"short", " Read Data Error FileOffset = 0 \n"},
+        {Hex("494D4B48") + fill, " :pack_start_code Error FileOffset = 0 \n"},
+        {fill, " :pack_start_code Error FileOffset = 0 \n"},
+        {Hex("000001BB") + fill, " : data error \n"},
+        {Hex("000001E0") + fill, " : data error \n"},
+        {pack + Hex("000001C0") + fill, " Read Data Error databuf = 0 0 0x1 0xc0 !!!!\n"},
+        {pack + fill, " AV_RecordStreamInfoRead System Head Fail \n"},
+        {pack + packet + fill, " : lenth -1 error!\n"},
+        {Hex("000001C0 0000") + packet.substr(6) + fill, " : lenth -8 error!\n"},
+        {Hex("000001C0 1000") + packet.substr(6) + fill, " Read data error  Offset = 14 offset = 14 \n"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_THAT(Player::Refusal(c.bytes), testing::EndsWith(c.text)) << test::ToHex(c.bytes.substr(0, 40));
+    }
+}
+
+// A frame of `packets` full packets and one of `last` bytes.
+std::string LongFrame(bool is_key, int packets, int last) {
+    std::string bytes = Pack(is_key ? Frame{Frame::kKey, KeyPayload(4)} : Frame{Frame::kOther, ""});
+    for (int i = 0; i <= packets; ++i) {
+        const int payload = i < packets ? 65470 : last;
+        char header[PS_PES_HEADER_SIZE];
+        EXPECT_EQ(make_pes_packet_header(header, 1, AV_FRAME_TYPE_VIDEO, 25, payload), PS_PES_HEADER_SIZE);
+        bytes.append(header, sizeof header).append(static_cast<size_t>(payload), 'p');
+    }
+    return bytes + std::string(100, '\0');
+}
+
+TEST(PlayBack, NeverGathersMoreThanTheBuffer) {
+    for (const bool is_key : {true, false}) {
+        for (const auto& [packets, last, fits] :
+             {std::tuple{6, 65470, true}, {6, 65527, true}, {7, 1, false}, {7, 65470, false}, {400, 1, false}}) {
+            Player player;
+            player.Append(LongFrame(is_key, packets, last));
+            const auto played = player.Next();
+            EXPECT_EQ(played.has_value(), fits) << packets << ' ' << last;
+            if (played) {
+                EXPECT_EQ(played->payload.size(), 65470u * 6 + static_cast<size_t>(last));
+            }
+        }
+    }
+    // Just at the limit: six packets and what brings them to it, then the largest packet that exists.
+    const int rest = PLAYBACK_GATHER_MAX - 6 * 65470;
+    for (const auto& [last, fits] : {std::pair{65470, true}, {65471, false}}) {
+        std::string bytes = LongFrame(true, 6, rest);
+        bytes.resize(bytes.size() - 100);
+        char header[PS_PES_HEADER_SIZE];
+        make_pes_packet_header(header, 1, AV_FRAME_TYPE_VIDEO, 25, last);
+        Player player;
+        player.Append(bytes);
+        player.Append(std::string(header, sizeof header) + std::string(static_cast<size_t>(last), 'p') +
+                      "end of frame..");
+        EXPECT_EQ(player.Next().has_value(), fits) << last;
+    }
+}
+
+TEST(PlayBack, RefusesPlacesAndPointersItCannotServe) {
+    Player player;
+    player.file.Resize(uint64_t{1} << 32);
+    for (const uint32_t offset : {0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
+        player.offset = offset;
+        EXPECT_FALSE(player.Next()) << offset;
+    }
+    const std::string frame = Pack({Frame::kOther, OtherPayload(30)});
+    player.file.Put(0x7FFFFFF0, frame);  // it would end where no call could read on
+    player.offset = 0x7FFFFFF0;
+    EXPECT_FALSE(player.Next());
+
+    char buffer[100];
+    int kind = 0;
+    uint32_t offset = 0, length = 0, time = 0, pts = 0;
+    EXPECT_EQ(libAVRecordPlayBackGetPSFrame(-1, &offset, &kind, buffer, &length, &time, &pts), -1);
+    EXPECT_EQ(libAVRecordPlayBackGetPSFrame(player.file.fd(), nullptr, &kind, buffer, &length, &time, &pts), -1);
+    EXPECT_EQ(libAVRecordPlayBackGetPSFrame(player.file.fd(), &offset, &kind, nullptr, &length, &time, &pts), -1);
+}
+
+TEST(PlayBack, PlainSeekAndReadFollowThePosition) {
+    Player player;
+    player.Append("0123456789");
+    char bytes[4] = {};
+    EXPECT_EQ(libAVRecordFileDataSeek(player.file.fd(), 6), 6);
+    EXPECT_EQ(libAVRecordFileDataRead(player.file.fd(), bytes, 3), 3);
+    EXPECT_STREQ(bytes, "678");
+    EXPECT_EQ(libAVRecordFileDataRead(player.file.fd(), bytes, 3), -1);
+    EXPECT_EQ(libAVRecordFileDataSeek(player.file.fd(), 0x80000000), -1);
+}
+
+// ---- damage
+
+class Damage {
+  public:
+    explicit Damage(uint32_t seed) : random_(seed) {}
+
+    uint32_t Below(size_t bound) { return static_cast<uint32_t>(random_() % bound); }
+
+    // Damages `bytes` once; returns the first damaged place.
+    size_t Do(std::string& bytes) {
+        const size_t at = Below(bytes.size());
+        const size_t length = std::min<size_t>(1 + Below(40), bytes.size() - at);
+        switch (Below(6)) {
+            case 0:  // one bit
+                bytes[at] = static_cast<char>(bytes[at] ^ 1 << Below(8));
+                break;
+            case 1:  // noise
+                for (size_t i = 0; i < length; ++i) {
+                    bytes[at + i] = static_cast<char>(random_());
+                }
+                break;
+            case 2:  // a start code where none was
+                bytes.replace(at, length, Hex(kCodes[Below(std::size(kCodes))]));
+                break;
+            case 3:  // the end is lost
+                bytes.resize(at);
+                break;
+            case 4:  // a stretch is lost
+                bytes.erase(at, length);
+                break;
+            default:  // another place's bytes
+                bytes.replace(at, length, bytes, Below(bytes.size()), length);
+        }
+        return at;
+    }
+
+  private:
+    static constexpr const char* kCodes[] = {"000001BA",           "000001BB",           "000001C0",
+                                             "000001E0",           "000001E0FFFF808005", "000001E00000808005",
+                                             "000001C0FFFF808005", "000001E00008808005"};
+    std::mt19937 random_;
+};
+
+std::vector<Frame> SmallFrames() {
+    std::vector<Frame> frames;
+    for (uint32_t i = 1; i <= 40; ++i) {
+        const auto length = static_cast<int>(17 + i * 37 % 200);
+        frames.push_back(i % 10 == 1  ? Frame{Frame::kKey, KeyPayload(length), i, i}
+                         : i % 3 == 0 ? Frame{Frame::kSound, std::string(static_cast<size_t>(length), 's'), 0, i}
+                                      : Frame{Frame::kOther, OtherPayload(length), i, i});
+    }
+    return frames;
+}
+
+// Whatever the bytes: every call moves forward or fails and stays (Player checks that, a sanitizer the
+// memory), and the frames in front of the damage are still there.
+TEST(PlayBack, SurvivesAnyDamage) {
+    const auto frames = SmallFrames();
+    std::vector<size_t> borders = {0};
+    std::string whole;
+    for (const Frame& frame : frames) {
+        whole += Pack(frame);
+        borders.push_back(whole.size());
+    }
+    for (uint32_t seed = 1; seed <= 400 && !HasFailure(); ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        Damage damage(seed);
+        std::string bytes = whole;
+        size_t first = bytes.size();
+        for (uint32_t times = 1 + damage.Below(5); times > 0 && !bytes.empty(); --times) {
+            first = std::min(first, damage.Do(bytes));
+        }
+        Player player;
+        player.Append(bytes);
+        // A frame is told complete by what follows it, so the last one before the damage is not asked for.
+        for (size_t i = 0; i + 1 < borders.size() && borders[i + 1] + PS_PACK_HEADER_SIZE <= first; ++i) {
+            const auto played = player.Next();
+            ASSERT_TRUE(played) << i;
+            ASSERT_TRUE(played->payload == frames[i].payload && player.offset == borders[i + 1]) << i;
+        }
+        for (player.offset = 0; player.offset < bytes.size();) {  // from every place that is no frame, too
+            if (!player.Next()) {
+                ++player.offset;
+            }
+            // A key frame's headers are not read, so a file may end among them.
+            ASSERT_LE(player.offset, player.file.Size() + PS_KEY_FRAME_HEADERS - PS_PACK_HEADER_SIZE - 4);
+        }
+    }
+}
+
+}  // namespace
