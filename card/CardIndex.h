@@ -45,8 +45,12 @@ struct Section {
     };
     uint32_t file = 0;    // where it was read
     uint32_t number = 0;  // 1 to 251
-    RecordInfoHead_S head{};
+    RecordInfoHead_S head{};  // without what `cut_bytes` and `cut_key_frames` took off
     Fault fault = Fault::None;
+    // The section head is written a moment before the file head: after a power cut between the two it is one
+    // frame ahead of what the file counts, and a later section begins on that frame.
+    uint32_t cut_bytes = 0;
+    uint32_t cut_key_frames = 0;
 
     bool Usable() const { return fault == Fault::None; }
     uint32_t Start() const { return head.m_u32RecordStartTime; }  // s since 1970 UTC
@@ -98,7 +102,7 @@ class CardIndex {
     const std::vector<FileState>& Files() const { return files_; }                // by number
     const std::vector<uint32_t>& RingOrder() const { return ring_; }  // file numbers, oldest recording first
 
-    // Sections as recorded, oldest first; faulty ones only in AllSections.
+    // Sections as recorded, oldest first; faulty ones and such without a byte only in AllSections.
     const std::vector<Section>& Sections() const { return sections_; }
     const std::vector<Section>& AllSections() const { return all_sections_; }
     const std::vector<Event>& Events() const { return events_; }  // those that fit, oldest first

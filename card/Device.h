@@ -1,7 +1,6 @@
 // A block device, an image file or any plain file, by byte offsets.
 //
 // Owns its descriptor.  Positioned 64-bit transfers only, so several threads may use one Device.
-// Opened for writing it holds an exclusive lock, so that two programs never write one card at a time.
 #pragma once
 
 #include <cstddef>
@@ -14,8 +13,11 @@ enum class Access { ReadOnly, ReadWrite };
 
 class Device {
   public:
-    // Throws CardError: not there, no permission, a directory, or (ReadWrite) mounted or locked by another.
+    // Throws CardError: not there, no permission, a directory.
     static Device Open(const std::string& path, Access access = Access::ReadOnly);
+    // The same for a whole card; for writing only when it is mounted nowhere and nobody else holds it, and
+    // then it is held until closed: two programs never write one card at a time.
+    static Device OpenCard(const std::string& path, Access access = Access::ReadOnly);
     Device(Device&& other) noexcept;
     Device& operator=(Device&& other) noexcept;
     ~Device();

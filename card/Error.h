@@ -2,6 +2,7 @@
 // and the exit codes that scripts see.
 #pragma once
 
+#include <cstring>
 #include <stdexcept>
 #include <string>
 
@@ -24,6 +25,6 @@ class CardError : public std::runtime_error {
 };
 
 // A failed system call: "<what>: <text of `error`>".
-CardError SystemError(const std::string& what, int error);
+inline CardError SystemError(const std::string& what, int error) { return CardError(what + ": " + std::strerror(error)); }
 
 }  // namespace card

@@ -21,6 +21,7 @@ struct Extent {
 };
 
 struct FatGeometry {
+    uint64_t base;  // where the volume begins, bytes from the start of the device
     uint32_t bytes_per_sector;
     uint32_t sectors_per_cluster;
     uint32_t reserved_sectors;
@@ -45,7 +46,7 @@ enum class ChainEnd {
     Free,        // at an entry that is 0
     Bad,         // at the mark of a bad cluster
     OutOfRange,  // at a number that is no cluster of this volume
-    Loop,        // came back to itself, or is longer than the limit given
+    TooLong,     // not within the limit given: a loop, or more than the file needs
 };
 
 struct Chain {
@@ -71,8 +72,8 @@ struct DirectoryEntry {
 
 class Fat32 {
   public:
-    // Throws CardError when neither the boot sector nor its backup describes a FAT32 volume that fits the
-    // device.  `device` must outlive it.
+    // The volume fills the device or is its first FAT32 partition.  Throws CardError when neither a boot
+    // sector nor a backup of one describes a FAT32 volume.  `device` must outlive it.
     explicit Fat32(const Device& device);
 
     const FatGeometry& Geometry() const { return geometry_; }
@@ -91,20 +92,23 @@ class Fat32 {
     Chain RootChain() const;
 
   private:
-    void ReadRoot();
-    const uint32_t* Window(uint32_t copy, uint32_t cluster) const;
-
-    const Device* device_;
-    FatGeometry geometry_{};
-    bool from_backup_ = false;
-    std::vector<DirectoryEntry> root_;
-
     static constexpr uint32_t kWindowEntries = 16384;
     struct TableWindow {
         uint32_t first = UINT32_MAX;  // cluster of its first entry
         uint32_t count = 0;
         std::vector<uint32_t> entries;
     };
+
+    bool TakeBootSector(uint64_t base, uint64_t offset);
+    bool FindVolume();
+    void ReadRoot();
+    const TableWindow& Window(uint32_t copy, uint32_t cluster) const;
+
+    const Device* device_;
+    FatGeometry geometry_{};
+    bool from_backup_ = false;
+    std::vector<DirectoryEntry> root_;
+
     mutable std::array<TableWindow, 2> windows_;
 };
 

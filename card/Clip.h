@@ -1,0 +1,65 @@
+// What to export, as an ordered run of frames: asked times, events or sections become stretches of the
+// card; a stretch becomes the frames that were really recorded in it, each with the moment it happened.
+//
+// Reads headers only; payloads are read one by one as they are moved.  Whatever an earlier lap or a power
+// cut left between the frames is counted and left out.  A ClipReader belongs to one thread.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "CardIndex.h"
+#include "FrameClock.h"
+#include "StreamScanner.h"
+
+namespace card {
+
+// Stretches of the card, oldest first; empty: nothing was recorded there.
+std::vector<Stretch> SelectEvent(const CardIndex& index, uint32_t number);  // throws CardError: no such event
+std::vector<Stretch> SelectSection(const CardIndex& index, uint32_t file, uint32_t number);  // or no such section
+std::vector<Stretch> SelectAll(const CardIndex& index);
+uint64_t StreamBytes(const std::vector<Stretch>& stretches);
+
+struct ClipFrame {
+    uint64_t offset = 0;  // of its first header byte in the record file
+    uint64_t size = 0;    // bytes there
+    bool video = true;
+    bool key = false;
+    Ticks at = 0;  // sound: of the picture it was recorded beside
+};
+
+struct ClipStretch {
+    const Section* section = nullptr;
+    StreamParameters parameters;     // of its first key frame
+    std::vector<ClipFrame> frames;   // in the order of the stream; the first is a key frame
+    Ticks frame_duration = 0;        // how long the last picture is shown
+    uint32_t steady_rate = 0;        // see FrameTimes
+    bool has_sound = false;
+    uint64_t damaged_bytes = 0;      // no frame of this stream
+    uint32_t foreign_frames = 0;     // whole, but not of this run
+};
+
+using BytesDone = std::function<void(uint64_t bytes)>;  // called with a number of bytes more; may throw to stop
+
+class ClipReader {
+  public:
+    ClipReader(const CardIndex& index, const Stretch& stretch);
+
+    // Lists the stretch; without a key frame in it, no frames.
+    ClipStretch List(const BytesDone& done);
+    // The elementary stream's bytes of a listed frame; valid until the next call.  Throws CardError.
+    const std::vector<uint8_t>& Payload(const ClipFrame& frame);
+    // The same with its headers, as it lies on the card.
+    const std::vector<uint8_t>& Packed(const ClipFrame& frame);
+
+  private:
+    const Section& section_;
+    Stretch stretch_;
+    StoreFile file_;
+    StreamScanner scanner_;
+    std::vector<uint8_t> bytes_;
+};
+
+}  // namespace card

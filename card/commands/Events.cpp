@@ -1,0 +1,55 @@
+// recordcard events: the alarm events found on the card.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "CardIndex.h"
+#include "Commands.h"
+#include "Error.h"
+#include "TimeText.h"
+#include "Volume.h"
+
+namespace card {
+
+namespace {
+
+struct EventsArguments {
+    std::string path;
+    TimeStyle times;
+};
+
+void PrintEvent(const Event& event, const TimeStyle& times) {
+    const std::string length = event.Open() ? "still open" : Duration(event.End() - event.Start());
+    std::printf("%5u  %s  %-16s  %-18s  file %u", event.number, times.DateTime(event.Start()).c_str(), length.c_str(),
+                EventTypeText(event.record.m_u8AlarmFileType).c_str(), event.file);
+    if (event.record.m_u32FileSize != 0) {
+        std::printf(", %s, %u frames", Bytes(event.record.m_u32FileSize).c_str(), event.record.m_u32FrameCount);
+    }
+    std::printf("\n");
+}
+
+int Events(const EventsArguments& arguments) {
+    const Volume volume = Volume::Open(arguments.path);
+    const CardIndex index(volume);
+    for (const Event& event : index.Events()) PrintEvent(event, arguments.times);
+    if (index.Events().empty()) std::printf("No alarm event is recorded on %s.\n", arguments.path.c_str());
+    const size_t damaged = index.AllEvents().size() - index.Events().size();
+    if (damaged != 0) {
+        std::fprintf(stderr, "recordcard: %zu damaged or outdated records are left out; \"recordcard check\" tells more\n",
+                     damaged);
+    }
+    return kDone;
+}
+
+}  // namespace
+
+Run PrepareEvents(CLI::App& command) {
+    const auto arguments = std::make_shared<EventsArguments>();
+    command.add_option("CARD", arguments->path, "Mounted card, folder, device or image file")->required();
+    AddTimeStyle(command, arguments->times);
+    command.footer("The number in front is what \"recordcard export --event\" takes.");
+    return [arguments] { return Events(*arguments); };
+}
+
+}  // namespace card

@@ -1,0 +1,125 @@
+// recordcard list: what was recorded, section by section, day by day, with the gaps between.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "AVFrame.h"
+#include "CardIndex.h"
+#include "Commands.h"
+#include "Error.h"
+#include "TimeText.h"
+#include "Volume.h"
+
+namespace card {
+
+namespace {
+
+struct ListArguments {
+    std::string path;
+    bool key_frames = false;
+    TimeStyle times;
+};
+
+// A head keeps the low byte of an AVCodeType; the kinds of code share those bytes.
+std::string VideoText(const RecordInfoHead_S& head) {
+    if (head.m_u16Width == 0) return "no key frame";
+    const uint8_t type = head.m_u8VideoType;
+    const std::string codec = type == (CODE_VIDEO_H264 & 0xFF)   ? "H.264"
+                              : type == (CODE_VIDEO_H265 & 0xFF) ? "H.265"
+                                                                 : "video " + std::to_string(type);
+    return codec + " " + std::to_string(head.m_u16Width) + "x" + std::to_string(head.m_u16Height) + " " +
+           std::to_string(head.m_u8Frame) + " fps";
+}
+
+std::string AudioText(const RecordInfoHead_S& head) {
+    switch (head.m_u8AudioType) {
+        case CODE_AUDIO_NULL & 0xFF: return "";
+        case CODE_AUDIO_AAC & 0xFF: return ", AAC";
+        case CODE_AUDIO_G711U & 0xFF: return ", G.711 u-law";
+        case CODE_AUDIO_G711A & 0xFF: return ", G.711 A-law";
+        case CODE_AUDIO_PCM & 0xFF: return ", PCM";
+        default: return ", audio " + std::to_string(head.m_u8AudioType);
+    }
+}
+
+void PrintKeyFrames(const CardIndex& index, const Section& section, const TimeStyle& times) {
+    for (const KeyFrame& key : index.KeyFrames(section)) {
+        if (!key.fits) {
+            std::printf("      a key-frame record that does not fit\n");
+            continue;
+        }
+        std::printf("      %s  at %llu, %u bytes%s\n", times.Clock(key.record.m_u32KeyFrameTime).c_str(),
+                    static_cast<unsigned long long>(key.offset), key.record.m_u32KeyFrameLenth,
+                    key.record.m_u8KeyFrameType == RECORD_KEY_FRAME_VIRTUAL ? " (virtual)" : "");
+    }
+}
+
+void PrintSection(const Section& section, const TimeStyle& times) {
+    const bool next_day = times.Day(section.Start()) != times.Day(section.End());
+    std::printf("  %s - %s%s  %-16s %4u:%-3u  %10s  %s%s, %u key frames\n", times.Clock(section.Start()).c_str(),
+                times.Clock(section.End()).c_str(), next_day ? "+" : " ", Duration(section.Seconds()).c_str(),
+                section.file, section.number, Bytes(section.head.m_u32RecordSize).c_str(),
+                VideoText(section.head).c_str(), AudioText(section.head).c_str(), section.head.m_u32KeyFrameSum);
+}
+
+void PrintSections(const CardIndex& index, const ListArguments& arguments) {
+    const TimeStyle& times = arguments.times;
+    const std::vector<Gap> gaps = index.Gaps();
+    auto gap = gaps.begin();
+    std::string day;
+    for (size_t i = 0; i < index.Sections().size(); ++i) {
+        const Section& section = index.Sections()[i];
+        const bool after_gap = gap != gaps.end() && gap->before == i;
+        const bool same_day = times.Day(section.Start()) == day;
+        if (after_gap && same_day) {
+            std::printf("  %s - %s   %-16s  -- nothing recorded --\n", times.Clock(gap->from).c_str(),
+                        times.Clock(gap->to).c_str(), Duration(gap->to - gap->from).c_str());
+        }
+        if (!same_day) {
+            if (!day.empty()) std::printf("\n");
+            day = times.Day(section.Start());
+            std::printf("%s %s", day.c_str(), times.Weekday(section.Start()).c_str());
+            if (after_gap) std::printf("   (nothing recorded for %s before)", Duration(gap->to - gap->from).c_str());
+            std::printf("\n");
+        }
+        if (after_gap) ++gap;
+        PrintSection(section, times);
+        if (arguments.key_frames) PrintKeyFrames(index, section, times);
+    }
+}
+
+int List(const ListArguments& arguments) {
+    const Volume volume = Volume::Open(arguments.path);
+    const CardIndex index(volume);
+    if (index.Sections().empty()) {
+        std::printf("Nothing is recorded on %s yet.\n", arguments.path.c_str());
+    } else {
+        PrintSections(index, arguments);
+        uint64_t seconds = 0;
+        for (const Section& section : index.Sections()) seconds += section.Seconds();
+        std::printf("\n%zu sections, %s, %s; %zu gaps\n", index.Sections().size(), Duration(seconds).c_str(),
+                    Bytes(index.StreamBytes()).c_str(), index.Gaps().size());
+    }
+    size_t faulty = 0;
+    for (const Section& section : index.AllSections()) faulty += section.Usable() ? 0 : 1;
+    for (const FileState& file : index.Files()) faulty += file.fault == FileState::Fault::None ? 0 : 1;
+    if (faulty != 0) {
+        std::fprintf(stderr, "recordcard: %zu damaged entries of the index are left out; \"recordcard check\" tells more\n",
+                     faulty);
+    }
+    return kDone;
+}
+
+}  // namespace
+
+Run PrepareList(CLI::App& command) {
+    const auto arguments = std::make_shared<ListArguments>();
+    command.add_option("CARD", arguments->path, "Mounted card, folder, device or image file")->required();
+    command.add_flag("--key-frames", arguments->key_frames, "Also the key frames of every section");
+    AddTimeStyle(command, arguments->times);
+    command.footer("A line names start, end, length, FILE:SECTION (for \"export --section\"), size, and the stream.");
+    return [arguments] { return List(*arguments); };
+}
+
+}  // namespace card

@@ -1,0 +1,55 @@
+// recordcard: makes, looks into, exports, checks and repairs recording cards.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Commands.h"
+#include "Error.h"
+
+namespace {
+
+constexpr card::Command kCommands[] = {
+    {"format", "Make a blank card or image file a recording card (erases it)", card::PrepareFormat},
+    {"info", "Space, files used, oldest and newest moment, hours kept", card::PrepareInfo},
+    {"list", "What was recorded, by day, with the gaps", card::PrepareList},
+    {"events", "The alarm events", card::PrepareEvents},
+    {"mount", "Mount an image's files for a recorder to write (FUSE, needs no privileges)", card::PrepareMount},
+};
+
+constexpr char kDescription[] =
+    "Makes, looks into and saves what is on a camera's recording card.\n"
+    "CARD is a mounted card, a folder with its files, a block device or an image file; it is only read\n"
+    "unless a command says otherwise. \"recordcard COMMAND --help\" tells the options of a command.";
+
+constexpr char kFooter[] = "Exit status: 0 done; 1 done, but with findings; 2 wrong usage; 3 the card could not be read or written.";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app(kDescription, "recordcard");
+    app.footer(kFooter);
+    app.require_subcommand(1);
+    std::vector<std::pair<CLI::App*, card::Run>> commands;
+    for (const card::Command& command : kCommands) {
+        CLI::App* sub = app.add_subcommand(command.name, command.summary);
+        commands.emplace_back(sub, command.prepare(*sub));
+    }
+    try {
+        app.parse(argc, argv);
+        for (const auto& [sub, run] : commands) {
+            if (sub->parsed()) return run();
+        }
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? card::kDone : card::kUsage;
+    } catch (const card::CardError& error) {
+        std::fprintf(stderr, "recordcard: %s\n", error.what());
+        return error.Code();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "recordcard: %s\n", error.what());
+        return card::kFailed;
+    }
+    return card::kUsage;
+}
