@@ -1,6 +1,7 @@
 #include "libAVServerAccess.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cstring>
 #include <mutex>
 
@@ -16,6 +17,7 @@ struct AVServerAccessSysInfo {
 
 AVServerAccessSysInfo access_info;
 std::mutex one_command;  // request and answer are one step: all answers have the same message type
+int owed_answers = 0;    // to requests that a signal kept us from waiting for; under one_command
 
 // The queue's id, opened when it is not; negative when it cannot be had.
 int OpenQueue() {
@@ -24,6 +26,29 @@ int OpenQueue() {
         AVServerAccessInit();
     }
     return access_info.AVMsgQid.load();
+}
+
+// An answer that came after its caller had been interrupted would be taken for the next command's.
+void DropLateAnswers(int qid) {
+    AVAccessMsgBuf late;
+    while (owed_answers > 0 && IpcMsgTryRecv(qid, MSG_AVACCESS_TYPE_MSG2, &late, sizeof late) >= 0) {
+        --owed_answers;
+    }
+}
+
+// Sends the request and waits for the answer into the same record, which stays the request on failure.
+void Exchange(int qid, AVAccessMsgBuf& message) {
+    DropLateAnswers(qid);
+    const bool sent = IpcMsgSend(qid, &message, sizeof message) >= 0;
+    if (sent && IpcMsgRecv(qid, MSG_AVACCESS_TYPE_MSG2, &message, sizeof message) >= 0) {
+        return;
+    }
+    if (errno == EIDRM || errno == EINVAL) {  // someone removed the queue: the next command opens the new one
+        owed_answers = 0;
+        AVServerAccessCleanup();
+    } else if (sent && errno == EINTR) {
+        ++owed_answers;
+    }
 }
 
 int Command(int code, int index, const void* data = nullptr) {
@@ -40,8 +65,7 @@ int Command(int code, int index, const void* data = nullptr) {
     if (data != nullptr) {
         std::memcpy(message.data, data, sizeof message.data);
     }
-    IpcMsgSend(qid, &message, sizeof message);
-    IpcMsgRecv(qid, MSG_AVACCESS_TYPE_MSG2, &message, sizeof message);
+    Exchange(qid, message);
     return message.ret;
 }
 

@@ -7,41 +7,18 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 
+#include "libIpcUtils.h"
 #include "libOthers.h"
 
 namespace {
 
 std::atomic<int> shm_id{-1};  // the segment that ShareMemInit keeps
 
-// The kept segment, attached for one copy.
-class Attached {
-  public:
-    explicit Attached(int flags) : id_(shm_id.load()), address_(shmat(id_, nullptr, flags)) {}
-    ~Attached() {
-        if (Valid()) {
-            shmdt(address_);
-        }
-    }
-    Attached(const Attached&) = delete;
-    Attached& operator=(const Attached&) = delete;
-
-    // Where `length` bytes from `offset` on lie, or null when they do not all lie inside.
-    std::byte* Stretch(int offset, int length) const {
-        if (!Valid() || offset < 0 || length < 0 ||
-            static_cast<uint64_t>(offset) + static_cast<uint64_t>(length) > SegmentSize(id_)) {
-            return nullptr;
-        }
-        return static_cast<std::byte*>(address_) + offset;
-    }
-
-  private:
-    bool Valid() const { return reinterpret_cast<intptr_t>(address_) != -1; }
-
-    int id_;
-    void* address_;
-};
+bool LiesInside(int id, int offset, int length) {
+    return offset >= 0 && length >= 0 &&
+           static_cast<uint64_t>(offset) + static_cast<uint64_t>(length) <= SegmentSize(id);
+}
 
 }  // namespace
 
@@ -68,21 +45,19 @@ int pShareMemInit(int key) {
 }
 
 int ShareMemRead(int offset, void* buf, int len) {
-    const Attached segment(SHM_RDONLY);
-    const std::byte* from = segment.Stretch(offset, len);
-    if (from == nullptr || buf == nullptr) {
+    const int id = shm_id.load();
+    if (buf == nullptr || !LiesInside(id, offset, len)) {
         return -1;
     }
-    std::memcpy(buf, from, static_cast<size_t>(len));
+    IpcShareMemRead(id, offset, buf, len);
     return 0;
 }
 
 int ShareMemWrite(int offset, void* buf, int len) {
-    const Attached segment(0);
-    std::byte* to = segment.Stretch(offset, len);
-    if (to == nullptr || buf == nullptr) {
+    const int id = shm_id.load();
+    if (buf == nullptr || !LiesInside(id, offset, len)) {
         return -1;
     }
-    std::memcpy(to, buf, static_cast<size_t>(len));
+    IpcShareMemWrite(id, offset, buf, len);
     return 0;
 }

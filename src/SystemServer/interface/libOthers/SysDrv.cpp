@@ -1,8 +1,10 @@
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <mutex>
 #include <shared_mutex>
 
+#include "libIpcUtils.h"
 #include "libLog.h"
 #include "libOthers.h"
 
@@ -15,6 +17,7 @@ constexpr int kNoProcId = 1;  // not initialised; has no slot
 std::atomic<int> gSysProcId{kNoProcId};
 std::atomic<int> gSysMsgId{-1};
 std::atomic<SemHandl_t> hndlDrvSem{nullptr};  // orders the requests of this process
+std::atomic<int> owed_answers{0};             // to requests that a signal kept us from waiting for
 std::shared_mutex driver_life;                // a request shares it, so that the lock is not destroyed under it
 
 int Fail(const char* text) {
@@ -54,6 +57,14 @@ bool PutPayload(int proc_id, void* data, unsigned int len) {
     return ShareMemWrite(offset, data, static_cast<int>(len)) == 0;
 }
 
+// An answer that came after its caller had been interrupted would be taken for the next request's.
+void DropLateAnswers(int qid, int proc_id) {
+    SYS_MSG_BUF late;
+    while (owed_answers.load() > 0 && IpcMsgTryRecv(qid, proc_id, &late, sizeof late) >= 0) {
+        owed_answers.fetch_sub(1);
+    }
+}
+
 // One request and its answer; the caller holds the driver's lock.
 int Exchange(void* data, unsigned int len, int cmd) {
     const int proc_id = gSysProcId.load();
@@ -66,7 +77,12 @@ int Exchange(void* data, unsigned int len, int cmd) {
     message.src = proc_id;
     message.length = static_cast<int32_t>(len);
     message.offset = (proc_id - 2) * SYS_DRV_SLOT_SIZE;
-    Msg_Send_Rsv(gSysMsgId.load(), proc_id, &message, sizeof message);
+    const int qid = gSysMsgId.load();
+    DropLateAnswers(qid, proc_id);
+    if (Msg_Send(qid, &message, sizeof message) >= 0 && Msg_Rsv(qid, proc_id, &message, sizeof message) < 0 &&
+        errno == EINTR) {
+        owed_answers.fetch_add(1);
+    }
     return message.length;  // still the request's when there was no answer
 }
 

@@ -1,0 +1,291 @@
+#include <gtest/gtest.h>
+#include <sched.h>
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "SenderCodes.h"
+#include "libLog.h"
+#include "libOthers.h"
+#include "support/Stderr.h"
+#include "support/SystemServer.h"
+
+namespace {
+
+using support::SystemServer;
+
+struct Row {
+    const char* name;
+    int (*send)(void*, unsigned int);
+    int command;
+};
+#define ROW(function, command) {#function, function, command},
+constexpr Row kSenders[] = {SENDER_CODES(ROW)};
+#undef ROW
+
+// The field codes that are fixed; the other senders have the free codes from 4096 on, in their order.
+const std::map<std::string, unsigned> kFixedFields = {
+    {"SetIp", 4096},
+    {"SetNetMask", 4097},
+    {"SetGateway", 4098},
+    {"SetDns", 4099},
+    {"SetSysForceIframe1", 4176},
+    {"SetSysForceIframe2", 4177},
+    {"SetSysForceIframe3", 4178},
+    {"SetSmtpCC", 4273},
+    {"SetSysVideoForceIFrame", 4396},
+};
+
+std::map<unsigned, Row> SendersByField() {
+    std::set<unsigned> fixed;
+    for (const auto& [name, field] : kFixedFields) {
+        fixed.insert(field);
+    }
+    std::map<unsigned, Row> fields;
+    unsigned free = 4096;
+    for (const Row& row : kSenders) {
+        const auto at = kFixedFields.find(row.name);
+        while (at == kFixedFields.end() && fixed.count(free) != 0) {
+            ++free;
+        }
+        fields.emplace(at == kFixedFields.end() ? free++ : at->second, row);
+    }
+    return fields;
+}
+
+// A client with process number 5 at a running system server.
+class Client : public testing::Test {
+  protected:
+    Client() { EXPECT_EQ(SysDrvInit(5), 0); }
+    ~Client() override { SysDrvExit(); }
+
+    // Sends `payload` with command 271.
+    static int Send(std::vector<uint8_t> payload) {
+        return SetIRLed(payload.data(), static_cast<unsigned>(payload.size()));
+    }
+
+    support::Captured stderr_;
+    std::atomic<int> verdict_{0};  // added to the payload's length
+    SystemServer server_{[this](const SystemServer::Request& request) { return request.length + verdict_.load(); }};
+};
+
+TEST_F(Client, EverySenderSendsItsCommandAndItsPayload) {
+    ASSERT_EQ(std::size(kSenders), 331u);
+    uint32_t value = 0xA0000000;
+    for (const Row& row : kSenders) {
+        ++value;
+        ASSERT_EQ(row.send(&value, sizeof value), row.command == 247 ? 0 : 4) << row.name;
+        const auto request = server_.Last();
+        ASSERT_EQ(request.cmd, row.command) << row.name;
+        ASSERT_EQ(request.payload,
+                  std::vector<uint8_t>(reinterpret_cast<uint8_t*>(&value), reinterpret_cast<uint8_t*>(&value + 1)))
+            << row.name;
+    }
+    EXPECT_EQ(server_.Count(), 331u);
+    EXPECT_EQ(int{SYS_MSG_MAX}, 369);
+}
+
+TEST_F(Client, RequestHasTwentyBytesBehindItsType) {
+    EXPECT_EQ(Send({1, 2, 3}), 3);
+    EXPECT_EQ(SendSysQuitCmd(), 0);
+    ASSERT_TRUE(support::WaitUntil([&] { return server_.Queue().Requests().size() == 2; }));
+    const auto requests = server_.Queue().Requests();
+    EXPECT_EQ(requests[0], (std::array<int32_t, 5>{271, 5, 0, 3, 3 * 12288}));
+    EXPECT_EQ(requests[1], (std::array<int32_t, 5>{251, 0, 0, 0, 0}));
+}
+
+TEST_F(Client, ResultIsTheServersExceptForALogin) {
+    verdict_ = -1003;
+    EXPECT_EQ(Send({1, 2, 3}), -1000);
+    uint8_t password[8] = "secret";
+    EXPECT_EQ(DoSysLogin(password, sizeof password), -1);
+    EXPECT_EQ(server_.Last().cmd, 247);
+    verdict_ = 0;
+    EXPECT_EQ(DoSysLogin(password, sizeof password), 0);
+    EXPECT_EQ(SetSysCommon(password, 2, 4711), 2);
+    EXPECT_EQ(server_.Last().cmd, 4711);
+    EXPECT_EQ(SetIRLed(nullptr, 0), 0) << "a request without payload";
+}
+
+TEST_F(Client, FieldsSelectTheirSendersAndNothingElseSends) {
+    const auto fields = SendersByField();
+    ASSERT_EQ(fields.size(), 331u);
+    uint8_t payload[2] = {1, 2};
+    const support::Captured output(STDOUT_FILENO);
+    for (const auto& [first, last] : {std::pair{4090u, 4450u}, std::pair{8190u, 8220u}}) {
+        for (unsigned field = first; field <= last; ++field) {
+            const auto row = fields.find(field);
+            const size_t before = server_.Count();
+            const int result = ControlSystemData(field, payload, sizeof payload);
+            if (row == fields.end()) {
+                ASSERT_EQ(result, -1) << field;
+                ASSERT_EQ(server_.Count(), before) << field;
+            } else {
+                ASSERT_EQ(server_.Last().cmd, row->second.command) << field << " " << row->second.name;
+            }
+        }
+    }
+    EXPECT_EQ(output.Text(), " control systemdata SFIELD_SET_DNS");
+    EXPECT_EQ(server_.Count(), 331u);
+    for (unsigned field : {0u, 271u, 0x80001000u, ~0u}) {
+        EXPECT_EQ(ControlSystemData(field, payload, sizeof payload), -1);
+    }
+    EXPECT_EQ(ControlSystemData(4096, nullptr, 0), -1);
+    EXPECT_EQ(server_.Count(), 331u);
+}
+
+TEST_F(Client, PayloadStaysInItsOwnSlot) {
+    std::fill_n(server_.Segment(), SystemServer::kSegmentSize, uint8_t{0x77});
+    EXPECT_EQ(Send(std::vector<uint8_t>(12288, 1)), 12288);
+    EXPECT_EQ(std::count(server_.Segment(), server_.Segment() + SystemServer::kSegmentSize, 1), 12288);
+    EXPECT_EQ(server_.Segment()[3 * 12288], 1);
+    EXPECT_EQ(server_.Segment()[4 * 12288 - 1], 1);
+
+    EXPECT_EQ(Send(std::vector<uint8_t>(12289, 2)), -1);
+    EXPECT_EQ(SetIRLed(nullptr, 4), -1);
+    uint8_t byte = 3;
+    EXPECT_EQ(SetIRLed(&byte, 0xFFFFFFFFu), -1);
+    EXPECT_EQ(server_.Count(), 1u);
+
+    SetSysProcId(2);
+    EXPECT_EQ(Send({4}), 1);
+    EXPECT_EQ(server_.Segment()[0], 4);
+    SetSysProcId(13);
+    EXPECT_EQ(Send(std::vector<uint8_t>(12288, 5)), 12288);
+    EXPECT_EQ(server_.Segment()[SystemServer::kSegmentSize - 1], 5);
+    for (int without_slot : {1, 14, 15}) {
+        SetSysProcId(without_slot);
+        EXPECT_EQ(Send({6}), -1) << without_slot;
+    }
+    EXPECT_EQ(server_.Count(), 3u);
+}
+
+TEST_F(Client, ThreadsGetTheirOwnAnswers) {
+    std::vector<std::thread> threads;
+    std::atomic<int> wrong{0};
+    for (unsigned own = 1; own <= 4; ++own) {
+        threads.emplace_back([own, &wrong] {
+            for (int round = 0; round < 100; ++round) {
+                std::vector<uint8_t> payload(own * 10, static_cast<uint8_t>(own));
+                wrong += Send(payload) != static_cast<int>(own * 10);
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(wrong, 0);
+    const auto requests = server_.Requests();
+    ASSERT_EQ(requests.size(), 400u);
+    for (const auto& request : requests) {
+        ASSERT_EQ(request.payload,
+                  std::vector<uint8_t>(static_cast<size_t>(request.length), static_cast<uint8_t>(request.length / 10)));
+    }
+}
+
+TEST_F(Client, StopsWhileOthersSend) {
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 2; ++i) {
+        threads.emplace_back([&stop] {
+            while (!stop) {
+                Send({1, 2, 3, 4});
+            }
+        });
+    }
+    EXPECT_TRUE(support::WaitUntil([&] { return server_.Count() > 20; }));
+    EXPECT_EQ(SysDrvExit(), 0);
+    stop = true;
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(Send({1}), -1) << "process number 1 has no slot";
+}
+
+TEST_F(Client, InterruptedRequestLeavesNoAnswerForTheNext) {
+    server_.Silent(true);
+    EXPECT_EQ(support::InterruptedResult([] { return Send({1, 2, 3}); }, [&] { return server_.Count() == 1; }), 3);
+    const int32_t late[5] = {271, 5, 0, 99, 0};
+    server_.Queue().Put(5, late, sizeof late);
+    server_.Silent(false);
+    EXPECT_EQ(Send({1, 2, 3, 4}), 4);
+    EXPECT_EQ(Send({1, 2}), 2);
+}
+
+TEST_F(Client, AnswersOfAnyLengthDoNoHarm) {
+    server_.Silent(true);
+    server_.Queue().Put(5, "", 0);
+    EXPECT_EQ(Send({1, 2, 3}), 3) << "what an answer leaves out is the request's";
+    const int32_t shorter[4] = {271, 5, 0, -7};
+    server_.Queue().Put(5, shorter, sizeof shorter);
+    EXPECT_EQ(Send({1, 2, 3}), -7);
+    const uint8_t longer[400] = {};
+    server_.Queue().Put(5, longer, sizeof longer);
+    EXPECT_EQ(Send({1, 2, 3}), 3);
+}
+
+TEST_F(Client, RequestEndsWhenTheQueueIsRemoved) {
+    server_.Silent(true);
+    int result = 0;
+    std::thread caller([&] { result = Send({1, 2, 3, 4, 5}); });
+    EXPECT_TRUE(support::WaitUntil([&] { return server_.Count() == 1; }));
+    server_.Queue().Leave();
+    caller.join();
+    EXPECT_EQ(result, 5);
+    EXPECT_EQ(Send({1, 2}), 2) << "nothing can be sent: the request's length";
+}
+
+TEST(Driver, RefusesNumbersOutOfRange) {
+    const support::Captured log;
+    for (int number : {0, 16, -1}) {
+        EXPECT_EQ(SysDrvInit(number), -1);
+    }
+    EXPECT_EQ(log.Text(), "Error:Invalid Parameter\nError:Invalid Parameter\nError:Invalid Parameter\n");
+}
+
+TEST(Driver, StartsWithoutServerAndLeavesQueueAndSegment) {
+    LogInit(nullptr, LOG_MODE_CONSOLE);
+    const support::Captured log;
+    EXPECT_EQ(SysCtrlInit(15), 0);
+    EXPECT_NE(log.Text().find("[Trace]: SysDrvInit "), std::string::npos);
+    EXPECT_NE(log.Text().find(" gSysProcId 15\n"), std::string::npos);
+    EXPECT_EQ(SysCtrlInit(5), 0);
+    EXPECT_EQ(SysCtrlExit(), 0);
+    LogCleanup();
+    const int queue = msgget(14073, 0);
+    const int segment = shmget(14073, 0, 0);
+    EXPECT_GE(queue, 0);
+    EXPECT_GE(segment, 0);
+    msgctl(queue, IPC_RMID, nullptr);
+    shmctl(segment, IPC_RMID, nullptr);
+}
+
+TEST(Driver, FailsInItsWordsWhenTheSystemIsFull) {
+    ASSERT_EQ(unshare(CLONE_NEWIPC), 0);
+    const support::Captured log;
+    const int segment = shmget(14073, SystemServer::kSegmentSize, IPC_CREAT | 0660);
+    int queues = 0;
+    while (queues < 100000 && msgget(IPC_PRIVATE, 0600) >= 0) {
+        ++queues;
+    }
+    EXPECT_EQ(SysDrvInit(5), -1);
+    EXPECT_NE(log.Text().find("Error:Msg_Init fail\n"), std::string::npos);
+
+    shmctl(segment, IPC_RMID, nullptr);
+    int segments = 0;
+    while (segments < 100000 && shmget(IPC_PRIVATE, 1, 0600) >= 0) {
+        ++segments;
+    }
+    EXPECT_EQ(SysCtrlInit(5), -1);
+    EXPECT_NE(log.Text().find("Error:Share Memory init fail\n"), std::string::npos);
+    EXPECT_EQ(SysConfigInit(), -1);
+    uint8_t byte = 1;
+    EXPECT_EQ(SetIRLed(&byte, 1), -1) << "the process number is 1 again";
+    ASSERT_EQ(unshare(CLONE_NEWIPC), 0);
+}
+
+}  // namespace

@@ -1,0 +1,131 @@
+// The other end of one of the camera's message queues, as a peer process would sit there: a thread on the
+// real queue, which speaks to the kernel directly.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace support {
+
+// Waits for `condition` to hold, 20 seconds at most; whether it did.
+template <class Condition>
+bool WaitUntil(Condition condition) {
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > limit) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+// Runs `call` in a thread of its own and, once `ready` holds, sends that thread signals until it returns.
+// The result of `call`.
+template <class Call, class Ready>
+int InterruptedResult(Call call, Ready ready) {
+    struct sigaction quiet {};
+    quiet.sa_handler = [](int) {};  // without SA_RESTART, as a service's stop signal
+    struct sigaction before {};
+    sigaction(SIGUSR1, &quiet, &before);
+    std::atomic<bool> returned{false};
+    int result = 0;
+    std::thread caller([&] {
+        result = call();
+        returned.store(true);
+    });
+    EXPECT_TRUE(WaitUntil(ready));
+    EXPECT_TRUE(WaitUntil([&] {
+        if (!returned.load()) {
+            pthread_kill(caller.native_handle(), SIGUSR1);
+        }
+        return returned.load();
+    }));
+    caller.join();
+    sigaction(SIGUSR1, &before, nullptr);
+    return result;
+}
+
+// Receives requests (message type 1) of `words` 4-byte words and answers them.
+template <size_t words>
+class QueuePeer {
+  public:
+    using Body = std::array<int32_t, words>;
+    // Turns a request into its answer and returns the answer's message type; 0: no answer.
+    using Handler = std::function<long(Body&)>;
+
+    QueuePeer(int key, Handler handler) : id_(msgget(key, IPC_CREAT | 0666)), handler_(std::move(handler)) {
+        EXPECT_GE(id_, 0);
+        thread_ = std::thread(&QueuePeer::Serve, this);
+    }
+    ~QueuePeer() { Leave(); }
+    QueuePeer(const QueuePeer&) = delete;
+    QueuePeer& operator=(const QueuePeer&) = delete;
+
+    // Removes the queue: callers that wait there are woken.
+    void Leave() {
+        if (thread_.joinable()) {
+            msgctl(id_, IPC_RMID, nullptr);
+            thread_.join();
+        }
+    }
+
+    // Puts a message of any type and length into the queue.
+    void Put(long type, const void* bytes, size_t length) {
+        Message message{type, {}};
+        std::memcpy(message.bytes, bytes, length);
+        EXPECT_EQ(msgsnd(id_, &message, length, IPC_NOWAIT), 0);
+    }
+
+    int Id() const { return id_; }
+
+    std::vector<Body> Requests() const {
+        const std::lock_guard lock(mutex_);
+        return requests_;
+    }
+
+  private:
+    struct Message {
+        long type;
+        uint8_t bytes[512];
+    };
+
+    void Serve() {
+        Message message{};
+        ssize_t received;
+        while ((received = msgrcv(id_, &message, sizeof message.bytes, 1, 0)) >= 0) {
+            EXPECT_EQ(received, static_cast<ssize_t>(sizeof(Body)));
+            Body body{};
+            std::memcpy(body.data(), message.bytes, sizeof body);
+            {
+                const std::lock_guard lock(mutex_);
+                requests_.push_back(body);
+            }
+            if (const long type = handler_(body); type != 0) {
+                Put(type, body.data(), sizeof body);
+            }
+        }
+    }
+
+    const int id_;
+    const Handler handler_;
+    mutable std::mutex mutex_;
+    std::vector<Body> requests_;
+    std::thread thread_;
+};
+
+}  // namespace support
