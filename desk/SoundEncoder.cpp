@@ -41,15 +41,18 @@ SoundEncoder::SoundEncoder(AVCodeType code) : code_(code) {
 // AAC LC as the encoder configured it, one channel, one raw block.
 Bytes SoundEncoder::WithAdtsHeader(View frame) const {
     constexpr uint8_t kIndexOf8000 = 11, kChannels = 1;
-    const size_t length = frame.size() + 7;
-    Bytes bytes = {0xFF,
-                   0xF1,
-                   static_cast<uint8_t>(1 << 6 | kIndexOf8000 << 2),
-                   static_cast<uint8_t>(kChannels << 6 | length >> 11),
-                   static_cast<uint8_t>(length >> 3),
-                   static_cast<uint8_t>((length & 7) << 5 | 0x1F),
-                   0xFC};
-    bytes.insert(bytes.end(), frame.begin(), frame.end());
+    constexpr size_t kHeader = 7;
+    const size_t length = kHeader + frame.size();
+    const uint8_t header[kHeader] = {0xFF,
+                                     0xF1,
+                                     static_cast<uint8_t>(1 << 6 | kIndexOf8000 << 2),
+                                     static_cast<uint8_t>(kChannels << 6 | length >> 11),
+                                     static_cast<uint8_t>(length >> 3),
+                                     static_cast<uint8_t>((length & 7) << 5 | 0x1F),
+                                     0xFC};
+    Bytes bytes(length);
+    std::copy(std::begin(header), std::end(header), bytes.begin());
+    std::copy(frame.begin(), frame.end(), bytes.begin() + kHeader);
     return bytes;
 }
 

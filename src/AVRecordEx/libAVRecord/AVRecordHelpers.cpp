@@ -3,10 +3,18 @@
 #include "RecursiveLock.h"
 #include "libAVRecord.h"
 
-int AVRecordCreateLock(pthread_mutex_t* lock) { return RecursiveLockCreate(lock); }
-int AVRecordDestroyLock(pthread_mutex_t* lock) { return RecursiveLockDestroy(lock); }
-int AVRecordLock(pthread_mutex_t* lock) { return RecursiveLockLock(lock); }
-int AVRecordUnlock(pthread_mutex_t* lock) { return RecursiveLockUnlock(lock); }
+int AVRecordCreateLock(pthread_mutex_t* lock) {
+    return RecursiveLockCreate(lock);
+}
+int AVRecordDestroyLock(pthread_mutex_t* lock) {
+    return RecursiveLockDestroy(lock);
+}
+int AVRecordLock(pthread_mutex_t* lock) {
+    return RecursiveLockLock(lock);
+}
+int AVRecordUnlock(pthread_mutex_t* lock) {
+    return RecursiveLockUnlock(lock);
+}
 
 int GetTimeZone(int* hours) {
     if (hours == nullptr) {
@@ -27,9 +35,10 @@ int make_dsi(unsigned int sampling_index, unsigned int channels, unsigned char* 
     return 0;
 }
 
-unsigned int get_sr_index(unsigned int rate) {
-    constexpr unsigned int kRates[] = {88200, 64000, 48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000, 7350};
-    unsigned int index = 1;
+int get_sr_index(unsigned int rate) {
+    constexpr unsigned int kRates[] = {88200, 64000, 48000, 44100, 32000, 24000,
+                                       22050, 16000, 12000, 11025, 8000,  7350};
+    int index = 1;
     for (const unsigned int known : kRates) {
         if (known == rate) {
             return index;

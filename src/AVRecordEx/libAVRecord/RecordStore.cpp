@@ -17,7 +17,9 @@ int AVRecordStoreMayOpen(const char* path) {
            store.st_dev != parent.st_dev;
 }
 
-int KQ_RecordConfigGet(void) { return AV_SystemInfoInitCheck(RECORD_STORE_DIRECTORY RECORD_INDEX_NAME); }
+int KQ_RecordConfigGet(void) {
+    return AV_SystemInfoInitCheck(RECORD_STORE_DIRECTORY RECORD_INDEX_NAME);
+}
 
 int AVRecordSystemHeadSave(void) {
     constexpr char kIndex[] = RECORD_STORE_DIRECTORY RECORD_INDEX_NAME;

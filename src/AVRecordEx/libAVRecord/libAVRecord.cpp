@@ -20,8 +20,9 @@ constexpr uint32_t kVirtualKeyPixels = 345600;  // 720 x 480; below, a virtual k
 constexpr uint32_t kKeyFrameRecords = (RECORD_FILE_SIZE - RECORD_KEY_FRAME_BASE) / sizeof(KeyFrameInfoHead_S);
 
 // In front of the first frame of every run.
-constexpr uint8_t PSHead[RECORD_STREAM_HEAD_SIZE] = {0x49, 0x4D, 0x4B, 0x48, 0x01, 0x02, 0x00, 0x00, 0x02, 0x00, 0x00, 0x01,
-                                                     0x01, 0x20, 0x01, 0x10, 0x80, 0xBB, 0x00, 0x00, 0x00, 0xFA, 0x00, 0x00};
+constexpr uint8_t PSHead[RECORD_STREAM_HEAD_SIZE] = {0x49, 0x4D, 0x4B, 0x48, 0x01, 0x02, 0x00, 0x00,
+                                                     0x02, 0x00, 0x00, 0x01, 0x01, 0x20, 0x01, 0x10,
+                                                     0x80, 0xBB, 0x00, 0x00, 0x00, 0xFA, 0x00, 0x00};
 uint8_t PsVedioBuf[RECORD_PACK_BUFFER_SIZE];
 
 struct AVRecordInfoEx {      // counts of the run
@@ -65,13 +66,13 @@ class Writer {
     std::atomic<int> m_AVIndex{-1};  // the stream whose frames are taken
     pthread_mutex_t m_AVStreamLock{};
     bool lock_made_ = false;
-    int g_Rec_Fd = -1;           // the index
-    int g_fd_stream = -1;        // the record file
-    int g_fd_KeyFrame = -1;      // the record file again, for its key-frame area
-    uint32_t g_u32Offset = 0;    // next write position in the record file
-    bool m_IFrameGet = false;    // frames are wanted
-    bool m_FirstIFrameMark = false;   // the run's first key frame is on the card
-    bool g_s32KeyFrameMark = false;   // the frame in hand is the run's first key frame
+    int g_Rec_Fd = -1;               // the index
+    int g_fd_stream = -1;            // the record file
+    int g_fd_KeyFrame = -1;          // the record file again, for its key-frame area
+    uint32_t g_u32Offset = 0;        // next write position in the record file
+    bool m_IFrameGet = false;        // frames are wanted
+    bool m_FirstIFrameMark = false;  // the run's first key frame is on the card
+    bool g_s32KeyFrameMark = false;  // the frame in hand is the run's first key frame
     AVCodeType m_AudioCodec = CODE_AUDIO_NULL;
     AVRecordInfoEx g_stRecordInfoEx{};
     AVStreamParam g_stAVStreamParam{};
@@ -398,12 +399,24 @@ void Writer::UpdateHeads(const Frame& frame, bool is_indexed, int length, uint32
 
 }  // namespace
 
-int KQ_RecordInit(const RecordFileInfoHead_S* file, int channel) { return g_writer.Open(file, channel); }
-int KQ_RecordUninit(void) { return g_writer.Close(); }
-int AVRecordFramesHold(void) { return g_writer.Hold(); }
-int KQ_RecordOpen(const char* path) { return g_writer.OpenStream(path); }
-int KQ_RecordClose(void) { return g_writer.CloseStream(); }
-int KQ_RecordStreamFdGet(void) { return g_writer.StreamDescriptor(); }
+int KQ_RecordInit(const RecordFileInfoHead_S* file, int channel) {
+    return g_writer.Open(file, channel);
+}
+int KQ_RecordUninit(void) {
+    return g_writer.Close();
+}
+int AVRecordFramesHold(void) {
+    return g_writer.Hold();
+}
+int KQ_RecordOpen(const char* path) {
+    return g_writer.OpenStream(path);
+}
+int KQ_RecordClose(void) {
+    return g_writer.CloseStream();
+}
+int KQ_RecordStreamFdGet(void) {
+    return g_writer.StreamDescriptor();
+}
 
 int libAVRecordWriteFrame(int channel, int kind, const char* data, const AVDataInfoOpt* info) {
     return g_writer.Write(channel, kind, data, info);

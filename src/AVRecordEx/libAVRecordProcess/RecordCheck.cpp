@@ -1,0 +1,229 @@
+// Whether a run may begin now, and the heads it begins with.
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "Clock.h"
+#include "RecordState.h"
+#include "libAVRecord.h"
+#include "libAVRecordProcess.h"
+#include "libCameraAccess.h"
+#include "libLog.h"
+#include "libOthers.h"
+
+std::atomic<int> gRecordHour{0};
+std::atomic<int> g_RecordInitFlag{0};
+std::atomic<int> g_s32CoverFlag{0};
+std::atomic<uint32_t> g_u32RecordEndTime{0};
+
+namespace {
+
+constexpr char kDeviceNode[] = "/dev/mmcblk0p1";
+constexpr char kIndexPath[] = RECORD_STORE_DIRECTORY RECORD_INDEX_NAME;
+constexpr uint32_t kJoinSeconds = 3;  // a run that begins so soon after the last one begins at its end
+
+bool SomeRangeHolds(const TIME_DAY_HOUR_SCOPE& day, int now) {
+    bool is_due = false;
+    int number = 0;
+    for (const TIME_HOUR_SCOPE& scope : day.hourScope) {
+        const DayRange range = DayRange::Of(scope);
+        LOG_TRACE("%s %d NowSec = %d RecordStartSec = %d RecordEndSec = %d ucHour = %d \n", now, range.begin, range.end,
+                  scope.endHour.ucHour);
+        if (range.Holds(now)) {
+            is_due = true;
+            gRecordHour = number;
+            LOG_TRACE("%s %d ##########This is Record Time##########\n");
+        }
+        ++number;
+    }
+    return is_due;
+}
+
+bool DayIsDue(const TIME_DAY_HOUR_SCOPE& day, int now) {
+    switch (day.ucSocpeMode) {
+        case TIME_SCOPE_ALL:
+            LOG_TRACE("%s %d VideoRecord all day\n");
+            return true;
+        case TIME_SCOPE_DIFF:
+            LOG_TRACE("%s %d VideoRecord TIME_SCOPE_DIFF\n");
+            return SomeRangeHolds(day, now);
+        case TIME_SCOPE_SAME:
+            LOG_TRACE("%s %d VideoRecord TIME_SCOPE_SAME\n");
+            return false;
+        case TIME_SCOPE_NULL:
+            LOG_TRACE("%s %d VideoRecord TIME_SCOPE_NULL\n");
+            return false;
+        default:
+            return false;
+    }
+}
+
+bool ScheduleIsDue() {
+    REGULAR_RECORD_PROPERTY schedule{};
+    if (CameraGetRegularRecordProperty(&schedule, &schedule) != 0) {
+        LOG_TRACE("%s %d  CameraGetRegularRecordProperty return -1\n");
+        return false;
+    }
+    const tm now = LocalTime(WallSeconds());
+    const TIME_DAY_HOUR_SCOPE& day = schedule.weekScop.dayScope[now.tm_wday];
+    LOG_TRACE("%s %d: RegularRecordProperyOut.weekScop.dayScope[RecordDay].ucSocpeMode = %d, pTm_time->tm_wday = %d\n",
+              day.ucSocpeMode, now.tm_wday);
+    LOG_TRACE("%s %d: ##%4d-%02d-%02d %02d:%02d:%02d week %d##\n", now.tm_year + 1900, now.tm_mon + 1, now.tm_mday,
+              now.tm_hour, now.tm_min, now.tm_sec, now.tm_wday);
+    if (schedule.videoRecord.ucEnable != 1) {
+        LOG_TRACE("%s %d VideoRecord not enable \n");
+        return false;
+    }
+    return DayIsDue(day, MinuteOfDay(now));
+}
+
+class IndexFile {
+  public:
+    IndexFile() : fd_(AV_RecordOpen(kIndexPath, AVFILE_READ)) {}
+    ~IndexFile() {
+        if (fd_ >= 0) {
+            AV_RecordClose(fd_);
+        }
+    }
+    IndexFile(const IndexFile&) = delete;
+    IndexFile& operator=(const IndexFile&) = delete;
+    int Descriptor() const { return fd_; }
+
+  private:
+    int fd_;
+};
+
+void SetHeads(const RecordSystemInfoHead_S& system, const RecordFileInfoHead_S& file) {
+    AVRecordFramesHold();
+    AVRecordHeadsLock();
+    *AV_RecordSystemInfoHeadGet() = system;
+    *AV_RecordFileInfoHeadGet() = file;
+    AVRecordHeadsUnlock();
+}
+
+bool LoadHeads() {
+    RecordSystemInfoHead_S system{};
+    RecordFileInfoHead_S file{};
+    SetHeads(system, file);
+    const IndexFile index;
+    if (index.Descriptor() < 0) {
+        LOG_TRACE("%s %d: open file fail \n");
+        return false;
+    }
+    if (AV_SystemInfoHeadRead(index.Descriptor(), &system) < 0) {
+        LOG_TRACE("%s %d: read file Head fail \n");
+        return false;
+    }
+    if (AV_SystemInfoHeadCheck(&system) != 0 || system.m_u32RecordFileNo >= RECORD_FILE_MAX) {
+        LOG_TRACE("%s %d: chek file Head fail \n");
+        return false;
+    }
+    if (AV_RecordFileInfoHeadRead(index.Descriptor(), &system, &file) < 0) {
+        file = {};  // an index that ends before this head: the file counts as empty
+    }
+    SetHeads(system, file);
+    g_RecordInitFlag = 1;
+    return true;
+}
+
+}  // namespace
+
+int CheckSDcardMountStatus(void) {
+    char text[16 + 1] = {};
+    FILE* mounts = popen("grep mmc /proc/mounts", "re");
+    if (mounts == nullptr) {
+        return 0;
+    }
+    const size_t got = std::fread(text, 1, sizeof text - 1, mounts);
+    pclose(mounts);
+    text[got] = '\0';
+    return std::strstr(text, "mmc") != nullptr ? 1 : 0;
+}
+
+int FileUtilsGetStorageStatus(const char* path) {
+    (void)path;
+    if (access(kDeviceNode, F_OK) == 0) {
+        return 0;
+    }
+    const int error = errno;
+    LOG_TRACE("%s %d: errno = %d %s\n", error, std::strerror(error));
+    return -1;
+}
+
+int CheckRecordStart(void) {
+    const SysInfo* config = GetSysconfigData();
+    if (config == nullptr) {
+        LOG_TRACE("%s %d  NULL == pSysInfo \n");
+        return -1;
+    }
+    if (CheckSDcardMountStatus() == 0) {
+        g_RecordInitFlag = 0;
+        LOG_TRACE("%s %d NO SDCARD MOUNT %s \n", RECORD_STORE_DIRECTORY);
+        return -1;
+    }
+    const int storage = FileUtilsGetStorageStatus(RECORD_STORE_DIRECTORY);
+    if (storage != 0) {
+        return storage;
+    }
+    if (!ScheduleIsDue()) {
+        return -1;
+    }
+    return AVRecordParamInit(config->Record_config.ucLackSpaceModel) < 0 ? -1 : 0;
+}
+
+int AVRecordParamInit(unsigned char ucCoverType) {
+    if (g_RecordInitFlag == 0 && !LoadHeads()) {
+        return -1;
+    }
+    LOG_TRACE("%s %d: ucCoverType = %d  \n", ucCoverType);
+    AVRecordHeads heads;
+    AVRecordHeadsCopy(&heads);
+    const bool is_full = heads.file.m_u32FileInfoHeadFlag == RECORD_FILE_FLAG &&
+                         heads.file.m_u32RecordFileSumLenth >= RECORD_STREAM_LIMIT;
+    if (!is_full) {
+        return 0;
+    }
+    if (heads.system.m_u32RecordUsedFileSum >= heads.system.m_u32RecordFileSum && ucCoverType == 0) {
+        return -1;
+    }
+    SetHeads(heads.system, {});
+    g_s32CoverFlag = 1;
+    return 0;
+}
+
+int AV_RecordFileConfigParamGet(RecordSystemInfoHead_S* pSystemInfoHead, RecordFileInfoHead_S* pRecordFileInfoHead,
+                                RecordInfoHead_S* pRecordInfoHead, unsigned char SmartEnable) {
+    if (pSystemInfoHead == nullptr || pRecordFileInfoHead == nullptr || pRecordInfoHead == nullptr) {
+        return -1;
+    }
+    const uint32_t now = static_cast<uint32_t>(WallSeconds());
+    const uint32_t last_end = g_u32RecordEndTime;
+    uint32_t startTime = now;
+    if (last_end < now) {
+        startTime = now - last_end < kJoinSeconds ? last_end : now;
+        g_u32RecordEndTime = 0;
+    }
+    const tm start = LocalTime(static_cast<time_t>(startTime));
+    LOG_TRACE("%s %d : ####################################################### \n");
+    LOG_TRACE("%s %d : \n");
+    LOG_TRACE("%s %d: ## PlayTime. %04d-%02d-%02d %02d:%02d:%02d ##  startTime = %d\n", start.tm_year + 1900,
+              start.tm_mon + 1, start.tm_mday, start.tm_hour, start.tm_min, start.tm_sec, static_cast<int>(startTime));
+    LOG_TRACE("%s %d :  \n");
+    LOG_TRACE("%s %d : ####################################################### \n");
+
+    AVRecordHeadsLock();
+    if (pRecordFileInfoHead->m_u32FileInfoHeadFlag == RECORD_FILE_FLAG) {
+        if (startTime < pRecordFileInfoHead->m_u32RecordStartTime) {
+            AV_RecordFileInfoHeadStartTimeFresh(pRecordFileInfoHead, startTime);
+        }
+        AV_RecordFileInfoHeadFileFileFresh(pRecordFileInfoHead, RECORD_TYPE_SCHEDULE);
+        AV_RecordFileInfoHeadSectionSumFresh(pRecordFileInfoHead);
+    } else {
+        AV_RecordFileInfoHeadAdd(pSystemInfoHead, pRecordFileInfoHead, startTime, RECORD_TYPE_SCHEDULE);
+    }
+    AV_RecordSectionInfoHeadAdd(pRecordFileInfoHead, pRecordInfoHead, startTime, RECORD_TYPE_SCHEDULE, SmartEnable);
+    AVRecordHeadsUnlock();
+    return 0;
+}

@@ -1,0 +1,380 @@
+// One record run: its start, the watch for a reason to end it, its end.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "AlarmEvent.h"
+#include "Clock.h"
+#include "RecordState.h"
+#include "libAVRecord.h"
+#include "libAVRecordProcess.h"
+#include "libAVServerAccess.h"
+#include "libCameraAccess.h"
+#include "libLog.h"
+#include "libOthers.h"
+
+std::atomic<int> gRecordStopFlag{0};
+std::atomic<int> gRecordTimeOver{0};
+std::atomic<int> g_s32AlarmEventFlag{0};
+
+namespace {
+
+constexpr int kStreams = 3;
+constexpr int kMotionJpeg = 4;  // iEncoding of a stream that is never recorded
+constexpr int kAudioOff = 2;    // nAudioEncoding while audio is off
+constexpr int64_t kClockJumpSeconds = 5;
+constexpr unsigned int kWatchMs = 20;
+
+struct Run {  // as it began
+    int VideoId;
+    Camera_AudioProperty AudioProperty;
+    int nVideoEncoding;
+    int nVideoFrameRate;
+    int nAudioEnable;
+    int nAudioEncoding;
+    int nVideocodecmode;
+    int resWidth;
+    int resHeight;
+    int nVideoRotate;
+    timeval RecordStartTime;
+    long start_uptime;
+    time_t tmptime;
+};
+
+struct Pass {  // as it is now
+    const SysInfo& config;
+    const Camera_VideoConfig& video;  // of the recorded stream
+    const Camera_AudioConfig& audio;
+    tm local;
+};
+
+// ---- Reasons to end a run, in the order they are asked; each logs itself ----
+
+bool IsMotionJpeg(const Run&, const Pass& pass) {
+    if (pass.video.iEncoding != kMotionJpeg) {
+        return false;
+    }
+    LOG_TRACE("%s %d This is MJPEG Stream, not support!\n");
+    return true;
+}
+
+// Never true: the audio switch is read once a run, so that switching audio does not cut a recording.
+bool AudioSwitched(const Run& run, const Pass&) {
+    if (run.AudioProperty.ucEnable == run.nAudioEnable) {
+        return false;
+    }
+    LOG_TRACE("%s %d Audio Enable Change!    %d change to %d \n", run.nAudioEnable, run.AudioProperty.ucEnable);
+    return true;
+}
+
+bool AudioEncodingChanged(const Run& run, const Pass& pass) {
+    if (run.nAudioEnable == 0 || pass.audio.iEncoding == run.nAudioEncoding) {
+        return false;
+    }
+    LOG_TRACE("%s %d Audio Encoding Change!  %d change to %d \n", run.nAudioEncoding, pass.audio.iEncoding);
+    return true;
+}
+
+bool VideoEncodingChanged(const Run& run, const Pass& pass) {
+    if (pass.video.iEncoding == run.nVideoEncoding) {
+        return false;
+    }
+    LOG_TRACE("%s %d Video Encoding Change!  %d change to %d \n", run.nVideoEncoding, pass.video.iEncoding);
+    return true;
+}
+
+bool FrameRateChanged(const Run& run, const Pass& pass) {
+    if (pass.video.iFrameRate == run.nVideoFrameRate) {
+        return false;
+    }
+    LOG_TRACE("%s %d Video FrameRate Change!  %d change to %d \n", run.nVideoFrameRate, pass.video.iFrameRate);
+    return true;
+}
+
+bool StreamChanged(const Run& run, const Pass& pass) {
+    const int stream = pass.config.Record_config.ucVideoStreamType;
+    if (stream == run.VideoId) {
+        return false;
+    }
+    LOG_TRACE("%s %d Video Record StreamType Change ! ( %d != %d ) \n", run.VideoId, stream);
+    return true;
+}
+
+bool ResolutionChanged(const Run& run, const Pass& pass) {
+    const int width = pass.config.stream_config[run.VideoId].width;
+    const int height = pass.config.stream_config[run.VideoId].height;
+    if (width == run.resWidth && height == run.resHeight) {
+        return false;
+    }
+    LOG_TRACE("%s %d StreamType[%d] Resolution Change ! ( W:%d != %d or H:%d != %d ) \n", run.VideoId, run.resWidth,
+              width, run.resHeight, height);
+    return true;
+}
+
+bool RecordSwitchedOff(const Run&, const Pass& pass) {
+    if (pass.config.Record_config.ucEnable != 0) {
+        return false;
+    }
+    LOG_TRACE("%s %d Video Record Enable close ! \n");
+    return true;
+}
+
+bool CodecModeChanged(const Run& run, const Pass& pass) {
+    const int mode = pass.config.lan_config.nVideocodecmode;
+    if (mode == run.nVideocodecmode) {
+        return false;
+    }
+    LOG_TRACE("%s %d Video codec mode change !  %d change to %d \n", run.nVideocodecmode, mode);
+    return true;
+}
+
+bool RotationChanged(const Run& run, const Pass& pass) {
+    const int angle = pass.config.lan_config.nRotateAngle;
+    if (angle == run.nVideoRotate) {
+        return false;
+    }
+    LOG_TRACE("%s %d Video Rotate mode change !  %d change to %d (preRotate :%d  )\n", run.nVideoRotate, angle,
+              pass.config.lan_config.nPreRotateAngle);
+    return true;
+}
+
+bool ScheduleEnded(const Run&, const Pass& pass) {
+    const Day_Hour_Scope& day = pass.config.Record_config.weekScope.dayScope[pass.local.tm_wday];
+    if (day.ucSocpeMode != TIME_SCOPE_DIFF) {
+        return false;
+    }
+    if (DayRange::Of(RunRange(pass.config, pass.local)).Holds(MinuteOfDay(pass.local))) {
+        return false;
+    }
+    LOG_TRACE("%s %d  TIME_SCOPE_DIFF Record Time Over ! \n");
+    return true;
+}
+
+// No section spans two days; one that has just begun is let over.
+bool MidnightComes(const Run&, const Pass& pass) {
+    const tm& now = pass.local;
+    if (now.tm_hour != 23 || now.tm_min != 59 || now.tm_sec != 59) {
+        return false;
+    }
+    AVRecordHeads heads;
+    AVRecordHeadsCopy(&heads);
+    if (uint64_t{heads.section.m_u32RecordStartTime} + 1 >= heads.section.m_u32RecordEndTime) {
+        return false;
+    }
+    LOG_TRACE("%s %d: %02d:%02d:%02d\n", now.tm_hour, now.tm_min, now.tm_sec);
+    LOG_TRACE("%s %d  m_u32RecordEndTime = %u  \n", heads.section.m_u32RecordEndTime);
+    gRecordTimeOver = 1;
+    return true;
+}
+
+bool ClockWasSet(const Run& run, const Pass&) {
+    const int64_t SinceBootDuration = KQ_COMMON_GetUptime() - run.start_uptime;
+    const int64_t CurrentDuration = static_cast<int64_t>(WallSeconds()) - run.tmptime;
+    const int64_t jump = CurrentDuration - SinceBootDuration;
+    if (jump >= -kClockJumpSeconds && jump <= kClockJumpSeconds) {
+        return false;
+    }
+    LOG_TRACE("%s %d: ret = %d, Changed the time: SinceBootDuration = %lu, CurrentDuration = %lu\n",
+              static_cast<int>(jump), static_cast<unsigned long>(SinceBootDuration),
+              static_cast<unsigned long>(CurrentDuration));
+    return true;
+}
+
+bool FileIsFull(const Run&, const Pass&) {
+    AVRecordHeads heads;
+    AVRecordHeadsCopy(&heads);
+    if (heads.file.m_u32RecordFileSumLenth < RECORD_STREAM_LIMIT) {
+        return false;
+    }
+    LOG_TRACE("%s %d  File size  lager  over! \n");
+    return true;
+}
+
+bool StopRequested(const Run&, const Pass&) {
+    if (gRecordStopFlag != 1) {
+        return false;
+    }
+    LOG_TRACE("%s %d Stop Record\n");
+    return true;
+}
+
+using EndReason = bool (*)(const Run&, const Pass&);
+constexpr EndReason kEndReasons[] = {
+    IsMotionJpeg,  AudioSwitched,     AudioEncodingChanged, VideoEncodingChanged, FrameRateChanged,
+    StreamChanged, ResolutionChanged, RecordSwitchedOff,    CodecModeChanged,     RotationChanged,
+    ScheduleEnded, MidnightComes,     ClockWasSet,          FileIsFull,           StopRequested,
+};
+
+// ---- The run ----
+
+// Takes what the run is watched against.
+Run Capture(int stream, const Camera_VideoConfig& video, const Camera_AudioProperty& property,
+            const Camera_AudioConfig& audio) {
+    Run run{};
+    run.VideoId = stream;
+    run.AudioProperty = property;
+    run.nVideoEncoding = video.iEncoding;
+    run.nVideoFrameRate = video.iFrameRate;
+    LOG_TRACE("%s %d VideoConfig[%d].iEncoding       %d\n", stream, video.iEncoding);
+    LOG_TRACE("%s %d VideoConfig[%d].iSmartEncEnable %d\n", stream, video.iSmartEncEnable);
+    run.nAudioEncoding = property.ucEnable == 0 ? kAudioOff : audio.iEncoding;
+    run.nAudioEnable = property.ucEnable;
+    return run;
+}
+
+void ForceKeyFrame(int stream) {
+    LOG_TRACE("%s %d: CameraSetVideoForceIFrame, VideoId %d\n", stream);
+    AVServerVideoForceIFrame(static_cast<AVAccessVideoType>(stream));
+    LOG_TRACE("%s %d: CameraSetVideoForceIFrame\n");
+}
+
+void StartClocks(Run* run, const SysInfo& config) {
+    run->RecordStartTime = WallTime();
+    run->start_uptime = KQ_COMMON_GetUptime();
+    run->tmptime = WallSeconds();
+    run->nVideocodecmode = config.lan_config.nVideocodecmode;
+    run->resWidth = config.stream_config[run->VideoId].width;
+    run->resHeight = config.stream_config[run->VideoId].height;
+    run->nVideoRotate = config.lan_config.nRotateAngle;
+}
+
+// Returns when the run is over: 0, or -1 when the configuration went away.
+int Watch(const Run& run) {
+    while (true) {
+        if (FileUtilsGetStorageStatus(RECORD_STORE_DIRECTORY) != 0) {
+            StopRecord();
+        }
+        const tm local = LocalTime(WallSeconds());
+        Camera_VideoConfig videos[kStreams]{};
+        Camera_AudioConfig audio{};
+        CameraGetVideoConfig(videos);
+        CameraGetAudioConfig(&audio);
+        const SysInfo* config = GetSysconfigData();
+        if (config == nullptr) {
+            return -1;
+        }
+        const Pass pass{*config, videos[run.VideoId], audio, local};
+        for (const EndReason is_over : kEndReasons) {
+            if (is_over(run, pass)) {
+                return 0;
+            }
+        }
+        SleepMs(kWatchMs);
+    }
+}
+
+void LogEndTime(time_t seconds) {
+    const tm end = UtcTime(seconds);
+    LogTrace("############### PlayTime End Time. %04d-%02d-%02d %02d:%02d:%02d ##\n", end.tm_year + 1900,
+             end.tm_mon + 1, end.tm_mday, end.tm_hour, end.tm_min, end.tm_sec);
+}
+
+// Goes on to the next file when this one is full.  The card learns it at once: were it left to the next
+// run's first frame, a power cut in between would let the newest file count as the one to overwrite.
+void FinishFile() {
+    AVRecordHeadsLock();
+    RecordSystemInfoHead_S* system = AV_RecordSystemInfoHeadGet();
+    const RecordFileInfoHead_S* file = AV_RecordFileInfoHeadGet();
+    AV_SystemInfoHeadUsedFileSumFresh(system, file);
+    AV_SystemInfoHeadFileNoFresh(system, file);
+    const bool is_full = file->m_u32RecordFileSumLenth >= RECORD_STREAM_LIMIT;
+    AVRecordHeadsUnlock();
+    if (is_full) {
+        AVRecordSystemHeadSave();
+    }
+}
+
+void EndRun(const Run& run) {
+    LOG_TRACE("%s %d: #########Record Over !!!!!!!!!!!!#######\n");
+    AVRecordHeads heads;
+    AVRecordHeadsCopy(&heads);
+    LogEndTime(run.RecordStartTime.tv_sec + (KQ_COMMON_GetUptime() - run.start_uptime));
+    LogEndTime(static_cast<time_t>(heads.section.m_u32RecordEndTime));
+    g_s32AlarmEventFlag = 0;
+    KQ_RecordUninit();
+    AVRecordHeadsCopy(&heads);  // a frame may have arrived until the writer closed
+    g_u32RecordEndTime = heads.section.m_u32RecordEndTime;
+    SleepMs(100);
+    FinishFile();
+    if (gRecordTimeOver == 1) {
+        SleepMs(500);  // the next section begins in the new day
+        gRecordTimeOver = 0;
+    }
+}
+
+}  // namespace
+
+int StartRecord(int VideoId, int duration) {
+    (void)duration;
+    if (VideoId < 0 || VideoId >= kStreams) {
+        LOG_ERROR("%s %d: no stream %d\n", VideoId);
+        return -1;
+    }
+    Camera_VideoConfig videos[kStreams]{};
+    Camera_AudioProperty property{};
+    Camera_AudioConfig audio{};
+    CameraGetVideoConfig(videos);
+    CameraGetAudioProperty(&property);
+    CameraGetAudioConfig(&audio);
+    const SysInfo* config = GetSysconfigData();
+    if (config == nullptr) {
+        return -1;
+    }
+    if (videos[VideoId].iEncoding == kMotionJpeg) {
+        g_s32AlarmEventFlag = 0;
+        SleepMs(3000);
+        LOG_TRACE("%s %d This is Mjpeg Stream, not support\n");
+        return 0;
+    }
+    AVRecordFramesHold();
+    RecordFileInfoHead_S* file = AV_RecordFileInfoHeadGet();
+    if (AV_RecordFileConfigParamGet(AV_RecordSystemInfoHeadGet(), file, AV_RecordInfoHeadGet(),
+                                    config->lan_config.ucSmartEncEnable) < 0) {
+        return -1;
+    }
+    Run run = Capture(VideoId, videos[VideoId], property, audio);
+    ForceKeyFrame(VideoId);
+    if (KQ_RecordInit(file, VideoId) < 0) {
+        return -1;
+    }
+    g_s32AlarmEventFlag = 1;
+    if (const int error = AlarmEventStart(); error != 0) {
+        LOG_TRACE("%s %d errno %s\n", std::strerror(error));
+        return -1;
+    }
+    StartClocks(&run, *config);
+    if (Watch(run) < 0) {
+        return -1;
+    }
+    EndRun(run);
+    return 0;
+}
+
+int StopRecord(void) {
+    LOG_TRACE("%s %d \n");
+    gRecordStopFlag = 1;
+    return 0;
+}
+
+int StartRecordSet(void) {
+    LOG_TRACE("%s %d \n");
+    gRecordStopFlag = 0;
+    return 0;
+}
+
+int GetRecordStopFlag(void) {
+    return gRecordStopFlag;
+}
+
+int PrintTimeMessage(char* Message) {
+    const timeval now = WallTime();
+    char text[32];
+    const tm local = LocalTime(now.tv_sec);
+    if (std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local) == 0) {
+        return -1;
+    }
+    std::fprintf(stderr, "..................[%s.%06lu ] %s\n", text, static_cast<unsigned long>(now.tv_usec),
+                 Message != nullptr ? Message : "");
+    return 0;
+}
