@@ -81,6 +81,19 @@ FileDevice::Refusal Refused(std::string reason) {
     return {FormatError::kRefused, std::move(reason)};
 }
 
+FileDevice::Refusal OpenFailed() {
+    switch (errno) {
+        case EBUSY:
+            return Refused("in use: mounted, or held by another program");
+        case EROFS:
+        case EACCES:
+        case EPERM:
+            return Refused(std::string("cannot be written to: ") + strerror(errno));
+        default:
+            return Failed("cannot open for writing");
+    }
+}
+
 // Whatever can be known before the device is opened.
 FileDevice::Refusal CheckUnused(const Status& status) {
     if (!S_ISBLK(status.st_mode) && !S_ISREG(status.st_mode)) {
@@ -114,7 +127,7 @@ FileDevice::Refusal FileDevice::Open(const char* path) {
     // On a block device O_EXCL fails when the device, or a partition of it, is claimed by anyone in the kernel.
     fd_ = open64(path, O_RDWR | O_CLOEXEC | (S_ISBLK(status.st_mode) ? O_EXCL : 0));
     if (fd_ < 0) {
-        return Failed(errno == EBUSY ? "in use, mounted or held by another program" : "cannot open for writing");
+        return OpenFailed();
     }
     if (flock(fd_, LOCK_EX | LOCK_NB) != 0) {
         return Refused("in use: another program holds its lock");

@@ -132,10 +132,15 @@ WrittenBytes CountBytes(const VolumePlan& plan) {
     const uint64_t sector = plan.device.sector_bytes;
     const uint64_t reserved = kReservedSectors * sector;
     const uint64_t directory = uint64_t{plan.directory_clusters} * plan.ClusterBytes();
-    const uint64_t entries = (uint64_t{plan.Files()} * sizeof(DirectoryEntry) + sector - 1) / sector * sector;
     const uint64_t heads = plan.EventHeads().length + plan.IndexHeads().length;
+    // Without: sector 0 zeroed beforehand and again in the pass, the FATs' alignment, the directory's empty
+    // sectors, and the unused stretch between the index's file heads and section heads.
+    const uint64_t entries = plan.WholeSectors(uint64_t{plan.Files()} * sizeof(DirectoryEntry));
+    const uint64_t file_heads =
+        plan.WholeSectors(RECORD_FILE_HEAD_BASE + uint64_t{sizeof(RecordFileInfoHead_S)} * plan.store.vedio_num);
     return {.total = sector + reserved + kFats * plan.FatBytes() + directory + heads + reserved,
-            .smallest = reserved + kFats * uint64_t{plan.smallest_fat_sectors} * sector + entries + heads};
+            .smallest = reserved + kFats * uint64_t{plan.smallest_fat_sectors} * sector + entries + heads -
+                        (RECORD_SECTION_BASE - file_heads)};
 }
 
 std::string WriteVolume(BlockDevice& device, const VolumePlan& plan, timeval now, const FormatOptions& options,

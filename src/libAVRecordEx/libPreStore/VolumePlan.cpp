@@ -14,8 +14,6 @@ constexpr uint64_t kLeftOutside = kGiB;        // never given to record and pict
 constexpr uint32_t kClustersMin = 65525;       // a volume with fewer is no FAT32 to some readers
 constexpr uint32_t kClustersMax = 0x0FFFFFF5;  // numbers above are marks
 constexpr uint32_t kSectorsPerClusterMax = 128;
-constexpr uint32_t kEventHeadBytes = RECORD_FILE_HEAD_BASE * 1024;  // heads before the first event block
-static_assert(kEventHeadBytes == 8 * ALARM_EVENT_BLOCK);
 
 // In directory order; on the volume they come first, in the same order.
 constexpr const char* kFixedNames[kFixedFiles] = {RECORD_EVENT_NAME, "keyframe.bin", RECORD_INDEX_NAME, "index001.bin"};
@@ -163,7 +161,8 @@ uint32_t VolumePlan::FatEntry(uint32_t cluster) const {
 }
 
 Extent VolumePlan::EventHeads() const {
-    return {ClusterOffset(first_file_cluster + kEventFile * clusters_per_fixed_file), kEventHeadBytes};
+    return {ClusterOffset(first_file_cluster + kEventFile * clusters_per_fixed_file),
+            WholeSectors(uint64_t{sizeof(AlarmEventHead_S)} * store.vedio_num)};
 }
 
 Extent VolumePlan::IndexHeads() const {

@@ -69,10 +69,13 @@ struct VolumePlan {
     uint64_t ClusterOffset(uint32_t cluster) const {
         return FatOffset() + kFats * FatBytes() + uint64_t{cluster - kRootCluster} * ClusterBytes();
     }
+    uint64_t WholeSectors(uint64_t bytes) const {
+        return (bytes + device.sector_bytes - 1) / device.sector_bytes * device.sector_bytes;
+    }
     StoredFile File(uint32_t number) const;      // 0 to Files() - 1, in directory order
     uint32_t FatEntry(uint32_t cluster) const;   // 0 beyond the last cluster in use
-    Extent EventHeads() const;                   // what is read as heads of "event000.bin"
-    Extent IndexHeads() const;                   // and of "index000.bin", section area included
+    Extent EventHeads() const;                   // what is read as heads of "event000.bin": one a record file
+    Extent IndexHeads() const;                   // and of "index000.bin": system, file and section heads
 };
 
 // Fills `plan` for `device`.  Returns why it cannot be formatted so, or an empty text.

@@ -45,7 +45,7 @@ struct FormatOptions {
     int video_percent = 100;   // 1 to 100, see mkfs_vfat
     bool system_head = false;  // also write the index's fresh system head: a recording card at once
     // Called on the formatting thread after each write; both in bytes, `done` ends equal to `total`.
-    std::function<void(uint64_t done, uint64_t total)> progress;
+    std::function<void(uint64_t done, uint64_t total)> progress = {};
 };
 
 enum class FormatError {

@@ -1,0 +1,107 @@
+// A card image as a test meets it, and what programs that know nothing of the formatter say about it.
+#pragma once
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace test {
+
+inline constexpr uint64_t kMiB = 1ull << 20;
+inline constexpr uint64_t kGiB = 1ull << 30;
+
+struct Answer {
+    int status = -1;   // exit status
+    std::string text;  // standard output and error
+
+    std::vector<std::string> Lines() const {
+        std::vector<std::string> lines;
+        std::istringstream stream(text);
+        for (std::string line; std::getline(stream, line);) {
+            lines.push_back(line);
+        }
+        return lines;
+    }
+};
+
+inline Answer Ask(const std::string& command) {
+    Answer answer;
+    FILE* pipe = popen((command + " 2>&1").c_str(), "re");
+    char piece[65536];
+    while (const size_t got = pipe != nullptr ? fread(piece, 1, sizeof piece, pipe) : 0) {
+        answer.text.append(piece, got);
+    }
+    const int status = pipe != nullptr ? pclose(pipe) : -1;
+    answer.status = status >= 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return answer;
+}
+
+// A sparse image file; gone with the object.
+class Image {
+  public:
+    explicit Image(uint64_t bytes, const std::string& directory = "/tmp") : path_(directory + "/card.img") {
+        fd_ = open64(path_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+        EXPECT_GE(fd_, 0) << path_;
+        EXPECT_EQ(ftruncate64(fd_, static_cast<off64_t>(bytes)), 0) << path_;
+    }
+    ~Image() {
+        close(fd_);
+        unlink(path_.c_str());
+    }
+    Image(const Image&) = delete;
+    Image& operator=(const Image&) = delete;
+
+    const std::string& Path() const { return path_; }
+    int fd() const { return fd_; }
+
+    std::string Get(uint64_t offset, size_t length) const {
+        std::string bytes(length, '\0');
+        const ssize_t got = pread64(fd_, bytes.data(), length, static_cast<off64_t>(offset));
+        bytes.resize(got < 0 ? 0 : static_cast<size_t>(got));
+        return bytes;
+    }
+    void Fill(uint64_t offset, uint64_t length, char with) const {
+        const std::string piece(kMiB, with);
+        for (uint64_t at = 0; at < length; at += piece.size()) {
+            const size_t part = static_cast<size_t>(std::min<uint64_t>(piece.size(), length - at));
+            ASSERT_EQ(pwrite64(fd_, piece.data(), part, static_cast<off64_t>(offset + at)), static_cast<ssize_t>(part));
+        }
+    }
+    uint64_t BytesOnDisk() const {
+        struct stat64 status {};
+        EXPECT_EQ(fstat64(fd_, &status), 0);
+        return static_cast<uint64_t>(status.st_blocks) * 512;
+    }
+    // The content of a file on it, read by The Sleuth Kit.
+    std::string File(const std::string& name) const {
+        const std::string copy = path_ + ".file";
+        const Answer found = Ask("fls -F " + path_ + " | sed -n 's,^r/r \\([0-9]*\\):\t" + name + "$,\\1,p'");
+        EXPECT_NE(found.text, "") << name;
+        EXPECT_EQ(Ask("icat " + path_ + " " + found.text.substr(0, found.text.find('\n')) + " >" + copy).text, "");
+        const int fd = open64(copy.c_str(), O_RDONLY | O_CLOEXEC);
+        struct stat64 status {};
+        fstat64(fd, &status);
+        std::string bytes(static_cast<size_t>(status.st_size), '\0');
+        EXPECT_EQ(read(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+        close(fd);
+        unlink(copy.c_str());
+        return bytes;
+    }
+
+  private:
+    std::string path_;
+    int fd_ = -1;
+};
+
+}  // namespace test

@@ -1,0 +1,301 @@
+// Formatted cards from 1.25 GiB to 512 GiB, judged by readers that know nothing of the formatter:
+// a FAT checker, The Sleuth Kit and mtools.
+#include <gmock/gmock.h>
+
+#include "BlockDevice.h"
+#include "Clock.h"
+#include "Formatter.h"
+#include "Image.h"
+#include "VolumePlan.h"
+#include "libLog.h"
+#include "libPreStore.h"
+#include "support/Stderr.h"
+
+using test::Answer;
+using test::Ask;
+using test::Image;
+using test::kGiB;
+using test::kMiB;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::StartsWith;
+
+namespace {
+
+struct Usage {  // as the checker counted
+    uint64_t files = 0;
+    uint64_t used = 0;
+    uint64_t clusters = 0;
+};
+
+// The checker finds nothing but the free count, which the formatter sets to all clusters but one.
+Usage ExpectSound(const Image& image) {
+    const Answer verdict = Ask("fsck.fat -n " + image.Path());
+    const std::vector<std::string> lines = verdict.Lines();
+    Usage usage;
+    EXPECT_THAT(lines, ElementsAre(StartsWith("fsck.fat"), StartsWith("Free cluster summary wrong ("),
+                                   "  Auto-correcting.", "", "Leaving filesystem unchanged.", StartsWith(image.Path())))
+        << verdict.text;
+    if (lines.size() == 6) {
+        unsigned long long told = 0, really = 0, files = 0, used = 0, clusters = 0;
+        EXPECT_EQ(sscanf(lines[1].c_str(), "Free cluster summary wrong (%llu vs. really %llu)", &told, &really), 2);
+        EXPECT_EQ(sscanf(lines[5].c_str() + image.Path().size(), ": %llu files, %llu/%llu clusters", &files, &used,
+                         &clusters),
+                  3);
+        EXPECT_EQ(told, clusters - 1);
+        EXPECT_EQ(really, clusters - used);
+        usage = {files, used, clusters};
+    }
+    return usage;
+}
+
+struct Extent {
+    std::string name;
+    uint64_t first = 0;
+    uint64_t last = 0;
+};
+
+// Every file in directory order with its clusters; fails where a file but `other` is not in one piece.
+std::vector<Extent> ExtentsOf(const Image& image, const std::string& other = "") {
+    std::vector<Extent> extents;
+    for (const std::string& line : Ask("mshowfat -i " + image.Path() + " '::/*'").Lines()) {
+        char name[32];
+        unsigned long long first = 0, last = 0;
+        int end = 0;
+        EXPECT_EQ(sscanf(line.c_str(), "::/%31s <%llu-%llu>%n", name, &first, &last, &end), 3) << line;
+        if (name != other) {
+            EXPECT_EQ(static_cast<size_t>(end), line.size()) << "in more than one piece: " << line;
+            extents.push_back({name, first, last});
+        }
+    }
+    return extents;
+}
+
+size_t CountOf(const std::string& text, const std::string& what) {
+    size_t count = 0;
+    for (size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += what.size()) {
+        ++count;
+    }
+    return count;
+}
+
+std::string Name(const char* pattern, unsigned number) {
+    char name[32];
+    snprintf(name, sizeof name, pattern, number);
+    return name;
+}
+
+std::vector<std::string> NamesOfStore(unsigned pictures, unsigned videos) {
+    std::vector<std::string> names;
+    for (unsigned n = 0; n < pictures; ++n) {
+        names.push_back(Name("hi%06u.pic", n));
+    }
+    for (unsigned n = 0; n < videos; ++n) {
+        names.push_back(Name("hi%06u.mp4", n));
+    }
+    names.insert(names.end(), {"event000.bin", "keyframe.bin", "index000.bin", "index001.bin"});
+    return names;
+}
+
+ConfigStoreInfo_S Formatted(const Image& image, int percent) {
+    ConfigStoreInfo_S store{};
+    const support::Captured silenced;
+    EXPECT_EQ(mkfs_vfat(image.Path().c_str(), &store, percent), 0) << silenced.Text();
+    return store;
+}
+
+struct Case {
+    uint64_t bytes;
+    int percent;
+    unsigned videos;
+    unsigned pictures;
+    unsigned sectors_per_cluster;
+};
+
+void PrintTo(const Case& card, std::ostream* out) {
+    *out << card.bytes << " bytes, " << card.percent << " % video";
+}
+
+class FormattedCard : public testing::TestWithParam<Case> {};
+
+TEST_P(FormattedCard, IsWhatIndependentReadersExpect) {
+    const Case card = GetParam();
+    const Image image(card.bytes);
+    const ConfigStoreInfo_S store = Formatted(image, card.percent);
+    EXPECT_EQ(store.vedio_num, card.videos);
+    EXPECT_EQ(store.picture_num, card.pictures);
+    EXPECT_EQ(store.total_size_byte, card.bytes / kMiB);
+
+    const uint64_t cluster = card.sectors_per_cluster * 512;
+    const Usage usage = ExpectSound(image);
+    EXPECT_EQ(usage.files, card.videos + card.pictures + 4);
+    // An event file that grows (record files beyond number 503) finds its room outside all other files.
+    const uint64_t grown = (card.videos + 8) * 131072ull;
+    EXPECT_GE((usage.clusters - usage.used) * cluster + 64 * kMiB, grown);
+
+    const std::string system = Ask("fsstat " + image.Path()).text;
+    EXPECT_THAT(system, HasSubstr("File System Type: FAT32\n"));
+    EXPECT_THAT(system,
+                HasSubstr("* Reserved: 0 - 5\n** Boot Sector: 0\n** FS Info Sector: 1\n** Backup Boot Sector: 3\n"));
+    EXPECT_THAT(system, HasSubstr("Cluster Size: " + std::to_string(cluster) + "\n"));
+    unsigned long long data = 0;
+    const size_t area = system.find("** Cluster Area: ");
+    ASSERT_NE(area, std::string::npos) << system;
+    EXPECT_EQ(sscanf(&system[area], "** Cluster Area: %llu", &data), 1);
+    EXPECT_EQ(data % card.sectors_per_cluster, 0u) << "clusters begin on multiples of themselves";
+
+    const std::vector<Extent> extents = ExtentsOf(image);
+    std::vector<std::string> names;
+    for (const Extent& extent : extents) {
+        names.push_back(extent.name);
+        const uint64_t size = extent.name.ends_with(".bin") ? 64 * kMiB : 256 * kMiB;
+        EXPECT_EQ((extent.last - extent.first + 1) * cluster, size) << extent.name;
+        EXPECT_EQ((data * 512 + (extent.first - 2) * cluster) % (4 * kMiB), 0u) << extent.name;
+    }
+    EXPECT_EQ(names, NamesOfStore(card.pictures, card.videos));
+    // The Sleuth Kit agrees: each file and the directory are one run of clusters.
+    const std::string chains = system.substr(system.find("FAT CONTENTS"));
+    EXPECT_EQ(CountOf(chains, " -> EOF\n"), extents.size() + 1);
+    EXPECT_EQ(CountOf(chains, " -> "), extents.size() + 1) << "a chain goes on elsewhere";
+    EXPECT_EQ(Ask("fls -F -p " + image.Path() + " | grep -c '^r/r [0-9]*:'").text, std::to_string(names.size()) + "\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, FormattedCard,
+                         testing::Values(Case{1280 * kMiB, 100, 1, 0, 8},        // the smallest there is
+                                         Case{2 * kGiB, 50, 2, 2, 8},            //
+                                         Case{3'965'190'144, 90, 9, 1, 8},       // a "4 GB" card
+                                         Case{8 * kGiB - 512, 100, 27, 0, 8},    //
+                                         Case{8 * kGiB, 75, 21, 7, 16},          //
+                                         Case{16 * kGiB, 10, 6, 54, 32},         //
+                                         Case{31'914'983'424, 100, 114, 0, 32},  // a "32 GB" card
+                                         Case{32 * kGiB, 100, 124, 0, 64},       //
+                                         Case{32 * kGiB, 90, 111, 12, 64},       //
+                                         Case{128 * kGiB, 100, 508, 0, 128},     // the event file will grow
+                                         Case{512 * kGiB, 80, 1635, 408, 128}));
+
+// Bytes worked out by hand, but for the volume id at 67.
+TEST(Volume, BootAndInformationSectorsAreTheirBytes) {
+    const Image image(32 * kGiB);
+    Formatted(image, 90);
+    const std::string boot = image.Get(0, 512);
+    EXPECT_EQ(boot.substr(0, 67), std::string("\xEB\x58\x90mkdosfs\0"
+                                              "\x00\x02\x40\x06\x00\x02\x00\x00\x00\x00\xF8\x00\x00\x3F\x00\xFF\x00"
+                                              "\x00\x00\x00\x00\x00\x00\x00\x04\x1D\x20\x00\x00\x00\x00\x00\x00"
+                                              "\x02\x00\x00\x00\x01\x00\x03\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00"
+                                              "\x00\x00\x80\x00\x29",
+                                              67));
+    EXPECT_EQ(boot.substr(71, 19), "NO NAME    FAT32   ");
+    EXPECT_THAT(boot.substr(90, 420), HasSubstr("This is not a bootable disk\r\n"));
+    EXPECT_EQ(boot.substr(510), "\x55\xAA");
+    const std::string info = image.Get(512, 512);
+    EXPECT_EQ(info.substr(0, 4), "RRaA");
+    EXPECT_EQ(info.substr(484, 12), std::string("rrAa\xFE\xFE\x0F\x00\x02\x00\x00\x00", 12))
+        << "1048319 - 1 clusters free";
+    EXPECT_EQ(info.substr(510), "\x55\xAA");
+    EXPECT_EQ(image.Get(1024, 512), std::string(512, '\0')) << "the spare sector";
+    EXPECT_EQ(image.Get(3 * 512, 3 * 512), image.Get(0, 3 * 512)) << "the backup";
+    EXPECT_EQ(image.Get(6 * 512, 12), std::string("\xF8\xFF\xFF\x0F\xFF\xFF\xFF\xFF\xFF\xFF\xFF\x0F", 12));
+    const uint64_t fat = 8221 * 512;
+    EXPECT_TRUE(image.Get(6 * 512, fat) == image.Get(6 * 512 + fat, fat)) << "both FATs";
+}
+
+// The first record file of a card formatted on 2026-11-21 07:38:45 local time.
+TEST(Volume, DirectoryEntriesAreTheirBytes) {
+    static const ClockSource clock = {[] { return timeval{1795246725, 0}; }, [] { return 0L; }, [](unsigned) {}};
+    setenv("TZ", "UTC0", 1);
+    tzset();
+    ReplaceClock(&clock);
+    const Image image(1280 * kMiB);
+    Formatted(image, 100);
+    ReplaceClock(nullptr);
+    const std::string listed = Ask("istat -z UTC0 " + image.Path() + " 3; fls -F -l -z UTC0 " + image.Path()).text;
+    EXPECT_THAT(listed, HasSubstr("hi000000.mp4\t2026-11-21 07:38:44 (UTC)")) << "two seconds are the unit";
+    EXPECT_THAT(Ask("mdir -i " + image.Path() + " ::").text,
+                HasSubstr("HI000000 MP4  268435456 2026-11-21   7:38  hi000000.mp4"));
+    const uint64_t root = 6 * 512 + 2 * 2557 * 512;
+    EXPECT_EQ(image.Get(root, 43), std::string("\x41h\0i\0000\0000\0000\0\x0F\0\xBD"
+                                               "0\0000\0000\0.\0m\0p\0\0\0004\0\0\0HI000000MP4",
+                                               43));
+}
+
+class ImageDevice : public prestore::BlockDevice {
+  public:
+    explicit ImageDevice(const Image& image) : image_(image) {}
+    bool Write(uint64_t offset, std::span<const std::byte> bytes) override {
+        EXPECT_EQ(offset % 4096, 0u);
+        EXPECT_EQ(bytes.size() % 4096, 0u);
+        return pwrite64(image_.fd(), bytes.data(), bytes.size(), static_cast<off64_t>(offset)) ==
+               static_cast<ssize_t>(bytes.size());
+    }
+    bool Flush() override { return true; }
+
+  private:
+    const Image& image_;
+};
+
+TEST(Volume, IsJudgedSoundWithSectorsOf4096Bytes) {
+    const Image image(2 * kGiB);
+    ImageDevice device(image);
+    prestore::VolumePlan plan;
+    ASSERT_EQ(prestore::PlanVolume({.bytes = 2 * kGiB, .sector_bytes = 4096}, 100, plan), "");
+    uint64_t written = 0;
+    ASSERT_EQ(prestore::WriteVolume(device, plan, WallTime(), {}, written), "");
+    const Usage usage = ExpectSound(image);
+    EXPECT_EQ(usage.files, 4u + 4);
+    EXPECT_GE(usage.clusters, 65525u) << "fewer, and some readers take it for FAT16";
+    EXPECT_EQ(ExtentsOf(image).size(), 8u);
+}
+
+TEST(Volume, ANewFileLandsOutsideTheStore) {
+    const Image image(129 * kGiB);
+    EXPECT_EQ(Formatted(image, 100).vedio_num, 512u);
+    const std::vector<Extent> before = ExtentsOf(image);
+    EXPECT_EQ(Ask("head -c 40M /dev/zero | mcopy -i " + image.Path() + " - ::/more.bin").text, "");
+    const std::vector<Extent> after = ExtentsOf(image, "more.bin");
+    ASSERT_EQ(after.size(), before.size());
+    for (size_t i = 0; i < before.size(); ++i) {
+        EXPECT_EQ(after[i].name, before[i].name);
+        EXPECT_EQ(after[i].first, before[i].first);
+        EXPECT_EQ(after[i].last, before[i].last);
+    }
+    EXPECT_EQ(Ask("mcopy -i " + image.Path() + " ::/more.bin - | wc -c").text, std::to_string(40 * kMiB) + "\n");
+    EXPECT_THAT(Ask("fsck.fat -n " + image.Path()).Lines(), testing::SizeIs(6)) << "the free count alone, as before";
+}
+
+TEST(Volume, TheCardsOwnFormatSaysWhatItDoes) {
+    // In a camera "/dev" is private: the card's partition is a file there.
+    const int fd = open64("/dev/mmcblk0p1", O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    ASSERT_EQ(ftruncate64(fd, 32 * kGiB), 0);
+    ConfigStoreInfo_S store{};
+    std::string said;
+    {
+        const support::Captured captured;
+        LogInit(nullptr, LOG_MODE_CONSOLE);
+        EXPECT_EQ(AV_RecordSDCardFormat(&store, 90), 0);
+        LogCleanup();
+        said = captured.Text();
+    }
+    close(fd);
+    unlink("/dev/mmcblk0p1");
+    EXPECT_EQ(store.vedio_size_byte, 31u * 1024 * 90 / 100);
+    EXPECT_EQ(store.picture_size_byte, 31u * 1024 * 10 / 100);
+    EXPECT_THAT(
+        said,
+        MatchesRegex(
+            "\\[Trace\\]: AV_RecordSDCardFormat [0-9]+ \n"
+            "Device '/dev/mmcblk0p1':\nheads:255, sectors/track:63, bytes/sector:512\nmedia descriptor:f8\n"
+            "total sectors:67108864, clusters:1048319, sectors/cluster:64\nFATs:2, sectors/FAT:8221\n"
+            "volumeID:[0-9a-f]{8}, label:'NO NAME    '\nbufsize = [0-9]+ \n"
+            "vdeio_file_num = 111 picture_file_num = 12 dir_clust = 1 clust_per_file = 8192  reserved_sect = 6 \n"));
+}
+
+TEST(Name, IsWidened) {
+    unsigned char wide[8] = {9, 9, 9, 9, 9, 9, 9, 9};
+    EXPECT_EQ(AssciToUnicode("h\xE9i", wide), 6);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(wide), 8), std::string("h\0\xE9\0i\0\x09\x09", 8));
+    EXPECT_EQ(AssciToUnicode(nullptr, wide), -1);
+    EXPECT_EQ(AssciToUnicode("h", nullptr), -1);
+}
+
+}  // namespace
