@@ -1,0 +1,192 @@
+"""A camera to test with: a card image mounted as the card, the desk camera and the unmodified recorder.
+
+Runs inside desk/in-camera.  Nothing here sleeps to wait for luck: every wait names its event and has a bound.
+"""
+
+import os
+import re
+import signal
+import subprocess
+import tempfile
+import time
+import zlib
+from dataclasses import dataclass
+
+from card_reader import Card
+
+BUILD = os.environ["BUILD"]
+RECORDER = os.environ.get("RECORDER", os.path.join(BUILD, "src/AVRecordEx/AVRecordAccess/AVRecordAccess")).split()
+DESK_CAMERA = os.path.join(BUILD, "desk/deskcamera")
+RECORDCARD = os.path.join(BUILD, "card/recordcard")
+STORE = "/var/etc/sdcard"
+
+
+@dataclass
+class Published:
+    """One record that the media server put into a ring, as its journal tells."""
+
+    stream: int
+    kind: str
+    serial: int
+    length: int
+    key: bool
+    crc: int
+
+
+class TimedOut(Exception):
+    pass
+
+
+def wait_for(what, condition, seconds):
+    end = time.monotonic() + seconds
+    while time.monotonic() < end:
+        value = condition()
+        if value:
+            return value
+        time.sleep(0.02)
+    raise TimedOut(f"{what}: not within {seconds} s")
+
+
+class Process:
+    def __init__(self, name, arguments, folder, environment=None):
+        self.name = name
+        self.log = os.path.join(folder, name + ".log")
+        self.seen = 0
+        with open(self.log, "wb") as log:
+            self.child = subprocess.Popen(arguments, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
+                                          env={**os.environ, **(environment or {})})
+
+    def text(self):
+        with open(self.log, "rb") as log:
+            return log.read().decode(errors="replace")
+
+    def expect(self, pattern, seconds=15):
+        """Waits for a log line that matches, behind all those already expected; returns the match."""
+
+        def look():
+            match = re.compile(pattern).search(self.text(), self.seen)
+            if match:
+                self.seen = match.end()
+                return match
+            if self.child.poll() is not None:
+                raise AssertionError(f"{self.name} ended with {self.child.returncode}: {self.text()[-2000:]}")
+            return None
+
+        try:
+            return wait_for(f"{self.name}: /{pattern}/", look, seconds)
+        except TimedOut as error:
+            raise AssertionError(f"{error}\n... {self.text()[-2000:]}") from None
+
+    def stop(self, number=signal.SIGTERM, seconds=20):
+        if self.child.poll() is None:
+            self.child.send_signal(number)
+        return self.child.wait(seconds)
+
+
+class Camera:
+    """Verbs of a camera: `set` a setting, `start` and `stop` recording, read back what is on the card."""
+
+    def __init__(self, files=3, size_mib=None, percent=100):
+        self.folder = tempfile.mkdtemp(prefix="camera.", dir=os.environ.get("SCRATCH", "/tmp"))
+        self.image = os.path.join(self.folder, "card.img")
+        size = size_mib or 1024 + 256 * files + 16
+        self.card_tool("format", "--yes", "--size", f"{size}M", "--video-percent", str(percent), self.image)
+        self.card_tool("mount", self.image, STORE, "--fsname", "/dev/mmcblk0p1")
+        os.symlink(self.image, "/dev/mmcblk0p1")
+        self.card = Card(STORE)
+        self.settings = os.path.join(self.folder, "settings.txt")
+        subprocess.run([DESK_CAMERA, "--write-settings", self.settings], check=True, capture_output=True)
+        self.journal = os.path.join(self.folder, "journal.log")
+        self.desk = None
+        self.recorder = None
+
+    @staticmethod
+    def card_tool(*arguments):
+        done = subprocess.run([RECORDCARD, *arguments], capture_output=True, text=True)
+        if done.returncode != 0:
+            raise AssertionError(f"recordcard {' '.join(arguments)}: {done.stdout}{done.stderr}")
+        return done.stdout
+
+    def set(self, **values):
+        """Changes settings in the text file, which the desk camera re-reads; `__` in a name stands for `.`."""
+        with open(self.settings) as file:
+            lines = file.read().split("\n")
+        for name, value in values.items():
+            name = name.replace("__", ".")
+            for i, line in enumerate(lines):
+                if re.match(rf"\s*{re.escape(name)}\s*=", line):
+                    lines[i] = f"{name} = {value}"
+                    break
+            else:
+                lines.append(f"{name} = {value}")
+        replacement = self.settings + ".new"
+        with open(replacement, "w") as file:
+            file.write("\n".join(lines))
+        os.rename(replacement, self.settings)
+
+    def start_desk(self, *arguments):
+        self.desk = Process("deskcamera", [DESK_CAMERA, "--settings", self.settings, "--journal", self.journal, *arguments],
+                            self.folder)
+        wait_for("the first published key frame", lambda: any(p.key for p in self.published()), 20)
+
+    def start_recorder(self, environment=None):
+        self.recorder = Process("recorder", RECORDER, self.folder, environment)
+
+    def start(self, *arguments):
+        self.start_desk(*arguments)
+        self.start_recorder()
+        self.recorder.expect(r"keyType = 1")
+
+    def stop(self):
+        """An orderly stop of the recorder; returns its exit status."""
+        return self.recorder.stop()
+
+    def close(self):
+        for process in (self.recorder, self.desk):
+            if process is not None and process.child.poll() is None:
+                process.child.kill()
+                process.child.wait()
+        subprocess.run(["umount", STORE], check=False)
+        if os.path.islink("/dev/mmcblk0p1"):
+            os.unlink("/dev/mmcblk0p1")
+        for key_kind in ("-q", "-m", "-s"):
+            self._remove_ipc(key_kind)
+        subprocess.run(["rm", "-rf", self.folder], check=False)
+
+    @staticmethod
+    def _remove_ipc(kind):
+        table = subprocess.run(["ipcs", kind], capture_output=True, text=True).stdout
+        for line in table.splitlines():
+            if line.startswith("0x"):
+                subprocess.run(["ipcrm", kind, line.split()[1]], check=False)
+
+    def published(self):
+        if not os.path.exists(self.journal):
+            return []
+        found = []
+        with open(self.journal) as file:
+            for line in file:
+                if not line.endswith("\n") or line.startswith("#"):
+                    continue
+                values = dict(word.split("=", 1) for word in line.split() if "=" in word)
+                found.append(Published(int(values["stream"]), values["kind"], int(values["serial"]),
+                                       int(values["length"]), values["key"] == "1", int(values["crc32"], 16)))
+        return found
+
+    def recorded(self):
+        """Every section on the card with its frames, all of the index's claims checked against the stream."""
+        return [(s, self.card.check_section(s)) for s in self.card.all_sections() if s.size]
+
+    def assert_complete(self, sections=None, stream=0):
+        """Each section holds an unbroken stretch of what was published: every access unit, byte for byte."""
+        published = [p for p in self.published() if p.stream == stream]
+        at = 0
+        for section, frames in sections or self.recorded():
+            wanted = [(f.kind, zlib.crc32(f.payload), len(f.payload)) for f in frames]
+            have = [(p.kind, p.crc, p.length) for p in published]
+            first = next((i for i in range(at, len(have)) if have[i] == wanted[0]), None)
+            assert first is not None, f"section {section.file}:{section.number} starts with bytes never published"
+            for i, frame in enumerate(wanted):
+                assert have[first + i] == frame, (
+                    f"section {section.file}:{section.number}: frame {i} is not record {published[first + i].serial}")
+            at = first + len(wanted)

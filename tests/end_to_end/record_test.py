@@ -1,0 +1,218 @@
+"""The whole recording path on real video: every way a run ends, and every published access unit on the card."""
+
+import datetime
+import os
+import socket
+import subprocess
+import sys
+import threading
+import time
+import unittest
+
+sys.path.insert(0, os.path.dirname(__file__))
+from camera import STORE, Camera, wait_for  # noqa: E402
+from card_reader import STREAM_LIMIT  # noqa: E402
+
+
+class CameraTest(unittest.TestCase):
+    files = 3
+
+    def setUp(self):
+        self.camera = Camera(files=self.files)
+        self.addCleanup(self.camera.close)
+
+    def expect(self, pattern, seconds=15):
+        return self.camera.recorder.expect(pattern, seconds)
+
+    def assert_stopped_in_order(self):
+        self.assertEqual(self.camera.stop(), 0)
+        self.assertIn("RecordStop AVRecord exit!!!", self.camera.recorder.text())
+
+
+class EndsOfARun(CameraTest):
+    def test_a_changed_setting_ends_the_run_and_the_next_begins_with_it(self):
+        camera = self.camera
+        camera.start()
+        changes = [
+            (dict(lan_config__nFrameRate1=20), r"Video FrameRate Change!  25 change to 20"),
+            (dict(stream_config0__width=704, stream_config0__height=576), r"StreamType\[0\] Resolution Change ! \( W:1280 != 704 or H:720 != 576 \)"),
+            (dict(lan_config__nVideocodecmode=1), r"Video codec mode change !  \d+ change to 1"),
+            (dict(lan_config__nRotateAngle=1), r"Video Rotate mode change !  0 change to 1 \(preRotate :\d+  \)"),
+            (dict(Record_config__ucVideoStreamType=1), r"Video Record StreamType Change ! \( 0 != 1 \)"),
+        ]
+        for values, message in changes:
+            camera.set(**{name.replace("stream_config0", "stream_config[0]"): value for name, value in values.items()})
+            self.expect(message)
+            self.expect(r"Record Over")
+            self.expect(r"keyType = 1", 20)
+        camera.set(Record_config__ucEnable=0)
+        self.expect(r"Video Record Enable close !")
+        self.expect(r"VideoRecord not enable")
+        camera.set(Record_config__ucEnable=1)
+        self.expect(r"keyType = 1", 20)
+        self.assert_stopped_in_order()
+
+        recorded = camera.recorded()
+        self.assertEqual(len(recorded), 7)
+        camera.assert_complete(recorded[:5], stream=0)
+        camera.assert_complete(recorded[5:], stream=1)
+        rates = [section.rate for section, _ in recorded]
+        self.assertEqual(rates[:2], [25, 20])
+        sizes = [(section.width, section.height) for section, _ in recorded]
+        self.assertEqual(sizes[2], (704, 576))
+        self.assertEqual(sizes[4], (576, 704), "a rotated picture is indexed upright")
+
+    def test_h265_is_recorded_as_such(self):
+        camera = self.camera
+        camera.set(lan_config__nEncodingType1=1)
+        camera.start()
+        time.sleep(2)
+        self.assert_stopped_in_order()
+        camera.assert_complete()
+        self.assertEqual([section.video for section, _ in camera.recorded()], [4097 & 0xFF])
+
+    def test_the_schedule_ends_the_run(self):
+        self.camera.set(schedule__saturday="09:00-10:00")
+        self.camera.start_desk()
+        # 2026-11-21 is a Saturday; the recorder alone lives there, seconds before the range ends.
+        self.camera.start_recorder(clock("2026-11-21 09:59:54"))
+        self.expect(r"keyType = 1")
+        self.expect(r"TIME_SCOPE_DIFF Record Time Over !", 15)
+        self.expect(r"CheckRecordStart sleep")
+        self.camera.recorder.child.kill()
+        self.camera.assert_complete()
+
+    def test_midnight_ends_the_run_and_the_next_joins_it_in_the_new_day(self):
+        self.camera.start_desk()
+        self.camera.start_recorder(clock("2026-11-21 23:59:54"))
+        self.expect(r"keyType = 1")
+        self.expect(r"23:59:59\n", 15)
+        self.expect(r"KeyFrameTime. 2026-11-22", 15)
+        self.assert_stopped_in_order()
+        first, second = [section for section, _ in self.camera.recorded()][:2]
+        self.assertEqual(day(first.start), day(first.end))
+        self.assertEqual(second.start, first.end, "a run that follows within 3 s begins where the last one ended")
+        self.assertEqual(day(second.end), day(first.end) + datetime.timedelta(days=1))
+
+    def test_an_hour_set_back_ends_the_run(self):
+        stamp = os.path.join(self.camera.folder, "clock")
+        self.camera.start_desk()
+        with open(stamp, "w") as file:
+            file.write("+0")
+        self.camera.start_recorder({**clock(None), "FAKETIME_TIMESTAMP_FILE": stamp, "FAKETIME_NO_CACHE": "1"})
+        self.expect(r"keyType = 1")
+        time.sleep(1)
+        with open(stamp, "w") as file:
+            file.write("-3600")
+        self.expect(r"Changed the time: SinceBootDuration")
+        self.expect(r"keyType = 1")
+        self.assert_stopped_in_order()
+        first, second = [section for section, _ in self.camera.recorded()][:2]
+        self.assertAlmostEqual(first.start - second.start, 3600, delta=10)
+
+    def test_a_full_file_is_followed_by_the_next_and_the_ring_wraps(self):
+        camera = self.camera
+        limit = STREAM_LIMIT - 300_000
+        fill(camera, number=2, length=limit, used=2, current=2)
+        camera.start()
+        self.expect(r"File size  lager  over!", 60)
+        self.expect(r"FileName = /var/etc/sdcard/hi000000.mp4")
+        self.expect(r"keyType = 1")
+        self.assert_stopped_in_order()
+        system = camera.card.system()
+        self.assertEqual((system.current, system.used), (0, 3))
+        self.assertGreaterEqual(camera.card.file_head(2).length, STREAM_LIMIT)
+        last, first = camera.card.sections(2)[-1], camera.card.sections(0)[0]
+        camera.assert_complete([(s, camera.card.check_section(s)) for s in (last, first)])
+
+    def test_a_pulled_card_ends_the_run_and_nothing_is_written_where_it_was(self):
+        camera = self.camera
+        camera.start()
+        time.sleep(1)
+        os.unlink("/dev/mmcblk0p1")
+        subprocess.run(["umount", "--lazy", STORE], check=True)
+        self.expect(r"Stop Record")
+        self.expect(r"NO SDCARD MOUNT", 15)
+        time.sleep(1)
+        self.assertEqual(os.listdir(STORE), [])
+        camera.card_tool("mount", camera.image, STORE, "--fsname", "/dev/mmcblk0p1")
+        os.symlink(camera.image, "/dev/mmcblk0p1")
+        self.assertEqual(camera.recorder.child.wait(20), 0)
+        camera.assert_complete()
+
+
+class HostileMediaServer(CameraTest):
+    def test_recording_survives_garbage_and_resumes(self):
+        camera = self.camera
+        camera.start("--hostile", os.environ.get("SEED", "7"))
+        camera.desk.expect(r"hostile: over", 60)
+        seen = len(camera.published())
+        wait_for("frames after the garbage", lambda: len(camera.published()) > seen + 100, 30)
+        self.assert_stopped_in_order()
+        good = {p.crc for p in camera.published()}
+        import zlib
+        for _, frames in camera.recorded():
+            self.assertGreater(len(frames), 0)
+            for frame in frames[-50:]:
+                self.assertIn(zlib.crc32(frame.payload), good)
+
+    def test_a_media_server_that_dies_and_comes_back_is_followed_again(self):
+        camera = self.camera
+        camera.start()
+        camera.desk.child.kill()
+        camera.desk.child.wait()
+        camera.start_desk()
+        before = sum(section.frames for section in camera.card.all_sections())
+        wait_for("more frames on the card",
+                 lambda: sum(s.frames for s in camera.card.all_sections()) > before + 50, 30)
+        self.assert_stopped_in_order()
+
+
+class ConsoleAndHeartbeat(CameraTest):
+    def test_the_log_is_seen_through_the_console_while_recording(self):
+        camera = self.camera
+        camera.start()
+        open("/tmp/Debug_Port_ON", "w").close()
+        self.addCleanup(lambda: os.path.exists("/tmp/Debug_Port_ON") and os.unlink("/tmp/Debug_Port_ON"))
+
+        def connect():
+            try:
+                return socket.create_connection(("127.0.0.1", 409), 2)
+            except OSError:
+                return None
+
+        with wait_for("the console port", connect, 10) as client:
+            client.settimeout(10)
+            text = b""
+            while b"keyType = " not in text:
+                text += client.recv(65536)
+        os.unlink("/tmp/Debug_Port_ON")
+        wait_for("the closed port", lambda: (c := connect()) is None or c.close(), 10)
+        self.expect(r"keyType = 1", 10)
+        self.assert_stopped_in_order()
+        camera.assert_complete()
+
+
+def clock(at):
+    """Environment in which the recorder's wall clock starts at `at`; its binary stays as it is."""
+    library = subprocess.run(["sh", "-c", "ls /usr/lib/*/faketime/libfaketime.so.1"], capture_output=True, text=True)
+    environment = {"LD_PRELOAD": library.stdout.strip(), "FAKETIME_DONT_FAKE_MONOTONIC": "1"}
+    return environment | ({"FAKETIME": "@" + at} if at else {})
+
+
+def day(seconds):
+    return datetime.datetime.fromtimestamp(seconds).date()
+
+
+def fill(camera, number, length, used, current):
+    """Makes record file `number` the current one, with `length` bytes already in it."""
+    import struct
+    with open(os.path.join(STORE, "index000.bin"), "r+b") as file:
+        file.seek(24)
+        file.write(struct.pack("<II", used, current))
+        file.seek(1024 + 48 * number)
+        file.write(struct.pack("<4s7I16x", b"RFHF", number, 1, 2, length, 1, 0, 0))
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
