@@ -11,10 +11,10 @@ namespace card {
 
 namespace {
 
-constexpr int64_t kClockStep = 60;         // s the camera's clock may have been set back or forth in a run
+constexpr int64_t kClockStep = 60;       // s the camera's clock may have been set back or forth in a run
 constexpr uint64_t kLostMax = 1u << 20;  // pictures that may be missing between two
-constexpr uint64_t kSoundLead = 2;        // frames by which a sound's clock runs ahead of the picture's
-constexpr uint64_t kClockBits = 33;       // of the stream's clock
+constexpr uint64_t kSoundLead = 2;       // frames by which a sound's clock runs ahead of the picture's
+constexpr uint64_t kClockBits = 33;      // of the stream's clock
 constexpr uint64_t kClockMask = (uint64_t{1} << kClockBits) - 1;
 
 // Number of the frame in its run; `near` is a number close to it, since the clock wraps after a day.
@@ -91,7 +91,8 @@ class Lister {
         const uint64_t beside = IndexOf(frame.pts, *last_in_run_) - kSoundLead;
         const uint64_t ahead = beside > *last_in_run_ ? beside - *last_in_run_ : 0;  // pictures lost in between
         result_.has_sound = true;
-        result_.frames.push_back({frame.offset, frame.size, false, false, static_cast<Ticks>(std::min<uint64_t>(ahead, 250))});
+        result_.frames.push_back(
+            {frame.offset, frame.size, false, false, static_cast<Ticks>(std::min<uint64_t>(ahead, 250))});
     }
 
     uint32_t Rate() const {
@@ -113,8 +114,9 @@ uint32_t LastSecond(const CardIndex& index, const Event& event) {
 }
 
 StreamScanner Scanner(const StoreFile& file, const Stretch& stretch) {
-    return StreamScanner([file](uint64_t offset, void* buffer, size_t length) { return file.ReadAt(offset, buffer, length); },
-                         stretch.begin, stretch.end);
+    return StreamScanner(
+        [file](uint64_t offset, void* buffer, size_t length) { return file.ReadAt(offset, buffer, length); },
+        stretch.begin, stretch.end);
 }
 
 }  // namespace
@@ -154,7 +156,9 @@ uint64_t StreamBytes(const std::vector<Stretch>& stretches) {
 }
 
 ClipReader::ClipReader(const CardIndex& index, const Stretch& stretch)
-    : section_(index.Sections()[stretch.section]), stretch_(stretch), file_(index.OpenRecordFile(section_.file)),
+    : section_(index.Sections()[stretch.section]),
+      stretch_(stretch),
+      file_(index.OpenRecordFile(section_.file)),
       scanner_(Scanner(file_, stretch)) {}
 
 ClipStretch ClipReader::List(const BytesDone& done) {

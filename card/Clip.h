@@ -32,13 +32,13 @@ struct ClipFrame {
 
 struct ClipStretch {
     const Section* section = nullptr;
-    StreamParameters parameters;     // of its first key frame
-    std::vector<ClipFrame> frames;   // in the order of the stream; the first is a key frame
-    Ticks frame_duration = 0;        // how long the last picture is shown
-    uint32_t steady_rate = 0;        // see FrameTimes
+    StreamParameters parameters;    // of its first key frame
+    std::vector<ClipFrame> frames;  // in the order of the stream; the first is a key frame
+    Ticks frame_duration = 0;       // how long the last picture is shown
+    uint32_t steady_rate = 0;       // see FrameTimes
     bool has_sound = false;
-    uint64_t damaged_bytes = 0;      // no frame of this stream
-    uint32_t foreign_frames = 0;     // whole, but not of this run
+    uint64_t damaged_bytes = 0;   // no frame of this stream
+    uint32_t foreign_frames = 0;  // whole, but not of this run
 };
 
 using BytesDone = std::function<void(uint64_t bytes)>;  // called with a number of bytes more; may throw to stop

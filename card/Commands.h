@@ -23,6 +23,7 @@ Run PrepareFormat(CLI::App& command);
 Run PrepareInfo(CLI::App& command);
 Run PrepareList(CLI::App& command);
 Run PrepareEvents(CLI::App& command);
+Run PrepareExport(CLI::App& command);
 Run PrepareMount(CLI::App& command);
 
 }  // namespace card

@@ -110,7 +110,9 @@ class Fitter {
     uint32_t nominal_;
 };
 
-Ticks ToTicks(double seconds) { return std::llround(seconds * kTicksPerSecond); }
+Ticks ToTicks(double seconds) {
+    return std::llround(seconds * kTicksPerSecond);
+}
 
 }  // namespace
 

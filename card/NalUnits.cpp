@@ -57,23 +57,26 @@ void ForEachNal(ByteView stream, const std::function<void(ByteView nal)>& visit)
 
 bool IsParameterSet(VideoCodec codec, ByteView nal) {
     const int type = TypeOf(codec, nal);
-    return codec == VideoCodec::H264 ? type == kH264Sps || type == kH264Pps
-                                     : type >= kH265Vps && type <= kH265Pps;
+    return codec == VideoCodec::H264 ? type == kH264Sps || type == kH264Pps : type >= kH265Vps && type <= kH265Pps;
 }
 
 bool IsRandomAccess(VideoCodec codec, ByteView unit) {
     bool found = false;
     ForEachNal(unit, [&](ByteView nal) {
         const int type = TypeOf(codec, nal);
-        found = found || (codec == VideoCodec::H264
-                              ? type == kH264Idr || type == kH264Sps
-                              : (type >= kH265FirstIrap && type <= kH265LastIrap) || type == kH265Vps);
+        found = found ||
+                (codec == VideoCodec::H264 ? type == kH264Idr || type == kH264Sps
+                                           : (type >= kH265FirstIrap && type <= kH265LastIrap) || type == kH265Vps);
     });
     return found;
 }
 
-std::vector<uint8_t> ParameterSets(VideoCodec codec, ByteView unit) { return Select(codec, unit, true); }
-std::vector<uint8_t> WithoutParameterSets(VideoCodec codec, ByteView unit) { return Select(codec, unit, false); }
+std::vector<uint8_t> ParameterSets(VideoCodec codec, ByteView unit) {
+    return Select(codec, unit, true);
+}
+std::vector<uint8_t> WithoutParameterSets(VideoCodec codec, ByteView unit) {
+    return Select(codec, unit, false);
+}
 
 std::optional<AacFrame> FirstAacFrame(ByteView payload) {
     if (payload.empty()) return std::nullopt;

@@ -49,10 +49,17 @@ SoundFormat SoundFormatOf(const StreamParameters& parameters, ByteView first_pay
     SoundFormat format;
     format.sample_rate = parameters.sample_rate != 0 ? parameters.sample_rate : 8000;
     switch (parameters.audio_type) {
-        case 0x0F: format.codec = AV_CODEC_ID_AAC; break;
-        case 0x90: format.codec = AV_CODEC_ID_PCM_ALAW; break;
-        case 0x91: format.codec = AV_CODEC_ID_PCM_MULAW; break;
-        default: return format;
+        case 0x0F:
+            format.codec = AV_CODEC_ID_AAC;
+            break;
+        case 0x90:
+            format.codec = AV_CODEC_ID_PCM_ALAW;
+            break;
+        case 0x91:
+            format.codec = AV_CODEC_ID_PCM_MULAW;
+            break;
+        default:
+            return format;
     }
     if (format.codec != AV_CODEC_ID_AAC) return format;
     const std::optional<AacFrame> frame = FirstAacFrame(first_payload);
@@ -64,7 +71,9 @@ SoundFormat SoundFormatOf(const StreamParameters& parameters, ByteView first_pay
 }
 
 SoundTrack::SoundTrack(const SoundFormat& format, bool global_headers, bool to_aac, Sink sink)
-    : format_(format), sink_(std::move(sink)), frame_(RequireObject(av_frame_alloc(), "sound")),
+    : format_(format),
+      sink_(std::move(sink)),
+      frame_(RequireObject(av_frame_alloc(), "sound")),
       packet_(RequireObject(av_packet_alloc(), "sound")) {
     if (!to_aac || format.codec == AV_CODEC_ID_AAC) return;
     decoder_ = OpenDecoder(format);
@@ -103,12 +112,21 @@ bool SoundTrack::Align(Ticks at) {
     if (wanted < reached - drift) return false;
     if (started_ && wanted <= reached + drift) return true;
     if (encoder_) {
-        waiting_.resize(waiting_.size() + static_cast<size_t>(wanted - reached), 0.0f);
+        EncodeSilence(wanted - reached);
     } else {
         position_ = wanted;  // the file shows a hole
     }
     started_ = true;
     return true;
+}
+
+void SoundTrack::EncodeSilence(int64_t samples) {
+    while (samples > 0) {
+        const int64_t piece = std::min<int64_t>(samples, kAacSamples);
+        waiting_.resize(waiting_.size() + static_cast<size_t>(piece), 0.0f);
+        if (waiting_.size() >= kAacSamples) EncodeFrame(kAacSamples);
+        samples -= piece;
+    }
 }
 
 void SoundTrack::Add(ByteView payload, Ticks at) {

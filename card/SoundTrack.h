@@ -44,6 +44,7 @@ class SoundTrack {
     void AddPlain(ByteView payload, int64_t samples);
     void AddAac(ByteView payload);
     void Encode(ByteView payload);
+    void EncodeSilence(int64_t samples);
     void EncodeFrame(int samples);
     void TakePackets();
     bool Align(Ticks at);
@@ -54,8 +55,8 @@ class SoundTrack {
     Owned<AVCodecContext> decoder_;
     Owned<AVFrame> frame_;
     Owned<AVPacket> packet_;
-    std::vector<float> waiting_;     // samples not yet encoded
-    int64_t position_ = 0;           // samples encoded or handed on
+    std::vector<float> waiting_;  // samples not yet encoded
+    int64_t position_ = 0;        // samples encoded or handed on
     bool started_ = false;
 };
 

@@ -16,6 +16,7 @@ constexpr card::Command kCommands[] = {
     {"info", "Space, files used, oldest and newest moment, hours kept", card::PrepareInfo},
     {"list", "What was recorded, by day, with the gaps", card::PrepareList},
     {"events", "The alarm events", card::PrepareEvents},
+    {"export", "A moment, an event, a section or everything as a file that plays anywhere", card::PrepareExport},
     {"mount", "Mount an image's files for a recorder to write (FUSE, needs no privileges)", card::PrepareMount},
 };
 

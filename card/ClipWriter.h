@@ -1,0 +1,53 @@
+// A file that a clip is written into.  One thread; a writer that was not finished leaves half a file, which
+// is its maker's to remove.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "FrameClock.h"
+#include "NalUnits.h"
+#include "SoundTrack.h"
+
+namespace card {
+
+enum class Container { Mp4, Matroska, H264, H265, ProgramStream };
+
+// By the ending of `path`; throws CardError (kUsage) for one that is not known.
+Container ContainerOf(const std::string& path);
+
+// What has to stay the same in one file.
+struct ClipShape {
+    VideoCodec codec = VideoCodec::H264;
+    std::vector<uint8_t> parameter_sets;  // as of ParameterSets()
+    std::optional<SoundFormat> sound;
+};
+
+struct ClipDetails {
+    uint32_t start_time = 0;    // s since 1970 UTC, of the first picture
+    uint32_t steady_rate = 0;   // frames a second, 0: they vary
+    uint64_t stream_bytes = 0;  // about to be written, at most
+};
+
+class ClipWriter {
+  public:
+    virtual ~ClipWriter() = default;
+
+    // Times are counted from the start of the file and rise.  The first picture is a key frame.
+    virtual void Picture(ByteView unit, bool key, Ticks at, Ticks duration) = 0;
+    virtual void Sound(ByteView payload, Ticks at) = 0;
+    // What follows was recorded at another time than what stands before; `title` says when.
+    virtual void Chapter(Ticks at, const std::string& title) = 0;
+    virtual void Finish() = 0;
+};
+
+// Mp4 or Matroska.  `key_unit`: the first picture.  Throws CardError, as every function of a writer.
+std::unique_ptr<ClipWriter> OpenMuxWriter(const std::string& path, Container container, const ClipShape& shape,
+                                          const ClipDetails& details, ByteView key_unit);
+// The bytes of pictures (and of sounds, when they are given) one behind the other.
+std::unique_ptr<ClipWriter> OpenRawWriter(const std::string& path);
+
+}  // namespace card

@@ -1,0 +1,56 @@
+#include "OutputFiles.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+#include "Error.h"
+
+namespace card {
+
+OutputFiles::OutputFiles(std::string path, bool overwrite) : path_(std::move(path)), overwrite_(overwrite) {
+    RequireFree(path_);
+}
+
+OutputFiles::~OutputFiles() {
+    for (size_t i = committed_; i < temporary_.size(); ++i) unlink(temporary_[i].c_str());
+}
+
+std::string OutputFiles::Name(size_t part) const {
+    if (part == 0) return path_;
+    const size_t slash = path_.rfind('/');
+    size_t dot = path_.rfind('.');
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) dot = path_.size();
+    return path_.substr(0, dot) + "-" + std::to_string(part + 1) + path_.substr(dot);
+}
+
+void OutputFiles::RequireFree(const std::string& name) const {
+    if (overwrite_ || access(name.c_str(), F_OK) != 0) return;
+    throw CardError(name + " is there already; --force overwrites it", kUsage);
+}
+
+const std::string& OutputFiles::Next() {
+    const std::string name = Name(final_.size());
+    RequireFree(name);
+    const std::string temporary = name + "." + std::to_string(getpid()) + ".part";
+    const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd < 0) throw SystemError(temporary, errno);
+    close(fd);
+    final_.push_back(name);
+    temporary_.push_back(temporary);
+    return temporary_.back();
+}
+
+void OutputFiles::Commit() {
+    for (; committed_ < temporary_.size(); ++committed_) {
+        RequireFree(final_[committed_]);  // somebody else may have been faster
+        if (std::rename(temporary_[committed_].c_str(), final_[committed_].c_str()) != 0) {
+            throw SystemError(final_[committed_], errno);
+        }
+    }
+}
+
+}  // namespace card

@@ -1,0 +1,38 @@
+// Files that appear whole or not at all.
+//
+// A file is written under a name of its own beside its place, and moved there when all are complete.
+// What was not committed is removed when this is destroyed.  One thread.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace card {
+
+class OutputFiles {
+  public:
+    // Throws CardError (kUsage) when `path` is there and `overwrite` is not allowed.
+    OutputFiles(std::string path, bool overwrite);
+    ~OutputFiles();
+    OutputFiles(const OutputFiles&) = delete;
+    OutputFiles& operator=(const OutputFiles&) = delete;
+
+    // Makes an empty file for the next part and returns the name to write to; the first part becomes `path`,
+    // the others get "-2", "-3", ... in front of its ending.
+    const std::string& Next();
+    void Commit();
+
+    const std::vector<std::string>& Final() const { return final_; }  // names after Commit, in order
+
+  private:
+    std::string Name(size_t part) const;
+    void RequireFree(const std::string& name) const;
+
+    std::string path_;
+    bool overwrite_;
+    std::vector<std::string> final_;
+    std::vector<std::string> temporary_;
+    size_t committed_ = 0;
+};
+
+}  // namespace card

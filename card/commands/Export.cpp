@@ -1,0 +1,182 @@
+// recordcard export: a stretch of the card as a file that plays anywhere.
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <CLI/CLI.hpp>
+
+#include <charconv>
+#include <cinttypes>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "CardIndex.h"
+#include "Clip.h"
+#include "Commands.h"
+#include "Error.h"
+#include "Exporter.h"
+#include "Progress.h"
+#include "TimeText.h"
+#include "Volume.h"
+
+namespace card {
+
+namespace {
+
+struct ExportArguments {
+    std::string path;
+    std::string out;
+    std::string from;
+    std::string to;
+    uint32_t event = 0;
+    std::string section;
+    bool all = false;
+    bool force = false;
+    TimeStyle times;
+};
+
+volatile sig_atomic_t stop_signal = 0;  // written by the handler alone
+
+// While it lives, a stop signal is noted instead of ending the process, so that half a file can be removed.
+class StopSignals {
+  public:
+    StopSignals() {
+        struct sigaction action {};
+        action.sa_handler = [](int signal) { stop_signal = signal; };
+        for (size_t i = 0; i < kCount; ++i) sigaction(kSignals[i], &action, &before_[i]);
+    }
+    ~StopSignals() {
+        for (size_t i = 0; i < kCount; ++i) sigaction(kSignals[i], &before_[i], nullptr);
+    }
+
+  private:
+    static constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+    static constexpr size_t kCount = std::size(kSignals);
+    struct sigaction before_[kCount];
+};
+
+// "F:U" as "list" prints it.
+std::pair<uint32_t, uint32_t> ParseSection(const std::string& text) {
+    std::pair<uint32_t, uint32_t> section;
+    const char* const end = text.data() + text.size();
+    const auto file = std::from_chars(text.data(), end, section.first);
+    if (file.ec == std::errc() && file.ptr != end && *file.ptr == ':') {
+        const auto number = std::from_chars(file.ptr + 1, end, section.second);
+        if (number.ec == std::errc() && number.ptr == end) return section;
+    }
+    throw CardError("--section takes FILE:SECTION as \"recordcard list\" prints it, not \"" + text + "\"", kUsage);
+}
+
+std::vector<Stretch> SelectTimes(const CardIndex& index, const ExportArguments& arguments) {
+    const uint32_t newest = index.Newest().value_or(0);
+    const uint32_t from = arguments.from.empty() ? 0 : arguments.times.Parse(arguments.from, newest);
+    const uint32_t day = arguments.from.empty() ? newest : from;
+    const uint32_t to = arguments.to.empty() ? UINT32_MAX : arguments.times.Parse(arguments.to, day, true);
+    if (to < from) throw CardError("--to lies before --from", kUsage);
+    return index.Find(from, to);
+}
+
+std::vector<Stretch> Select(const CardIndex& index, const ExportArguments& arguments) {
+    const bool times = !arguments.from.empty() || !arguments.to.empty();
+    const int ways = int{times} + int{arguments.event != 0} + int{!arguments.section.empty()} + int{arguments.all};
+    if (ways != 1) {
+        throw CardError("Say what to export: --from and/or --to, or --event, or --section, or --all (one of these)",
+                        kUsage);
+    }
+    if (times) return SelectTimes(index, arguments);
+    if (arguments.event != 0) return SelectEvent(index, arguments.event);
+    if (arguments.all) return SelectAll(index);
+    const auto [file, number] = ParseSection(arguments.section);
+    return SelectSection(index, file, number);
+}
+
+std::string FolderOf(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// Nothing is written onto the card itself, and nothing begun that cannot end well.
+void CheckPlace(const Volume& volume, const std::string& out, uint64_t bytes) {
+    const std::string folder = FolderOf(out);
+    struct stat there {
+    }, card{};
+    const bool known = stat(folder.c_str(), &there) == 0 && stat(volume.Path().c_str(), &card) == 0;
+    if (known && there.st_dev == card.st_dev && there.st_ino == card.st_ino) {
+        throw CardError(folder + " is the card itself, which is only read; choose another folder", kUsage);
+    }
+    struct statvfs space {};
+    if (statvfs(folder.c_str(), &space) == 0 && uint64_t{space.f_bavail} * space.f_frsize < bytes) {
+        throw CardError("There are " + Bytes(uint64_t{space.f_bavail} * space.f_frsize) + " free in " + folder +
+                        ", and " + Bytes(bytes) + " may be needed.");
+    }
+}
+
+void PrintPart(const ExportPart& part, const TimeStyle& times) {
+    const auto seconds = static_cast<double>(part.length) / kTicksPerSecond;
+    std::printf("%s: from %s, %.2f s, %" PRIu64 " pictures, %s%s", part.path.c_str(),
+                times.DateTime(part.start).c_str(), seconds, part.pictures,
+                part.parameters.video_type == 0x24 ? "H.265" : "H.264", part.has_sound ? " with sound" : "");
+    if (part.gaps != 0) std::printf(", %u gap%s left out", part.gaps, part.gaps == 1 ? "" : "s");
+    std::printf("\n");
+}
+
+ExportReport RunExport(const CardIndex& index, const ExportArguments& arguments,
+                       const std::vector<Stretch>& stretches) {
+    Exporter exporter(index, arguments.out, arguments.force, arguments.times);
+    const StopSignals signals;
+    Progress progress("Exporting");
+    const uint64_t total = 2 * StreamBytes(stretches);
+    uint64_t done = 0;
+    return exporter.Run(stretches, [&](uint64_t bytes) {
+        if (stop_signal != 0) throw CardError("Stopped; nothing was written.");
+        progress.Show(done += bytes, total);
+    });
+}
+
+int Export(const ExportArguments& arguments) {
+    const Volume volume = Volume::Open(arguments.path);
+    const CardIndex index(volume);
+    const std::vector<Stretch> stretches = Select(index, arguments);
+    if (stretches.empty())
+        throw CardError("Nothing was recorded then; \"recordcard list\" tells what is there.", kFindings);
+    CheckPlace(volume, arguments.out, StreamBytes(stretches));
+    const ExportReport report = RunExport(index, arguments, stretches);
+    for (const ExportPart& part : report.parts) PrintPart(part, arguments.times);
+    if (report.damaged_bytes != 0 || report.foreign_frames != 0) {
+        std::fprintf(stderr,
+                     "recordcard: left out as damaged or of an earlier lap: %s, and %" PRIu64
+                     " frames; \"recordcard check\" tells more\n",
+                     Bytes(report.damaged_bytes).c_str(), report.foreign_frames);
+    }
+    if (report.parts.empty()) throw CardError("There is no key frame in what is left of that time.", kFindings);
+    return kDone;
+}
+
+}  // namespace
+
+Run PrepareExport(CLI::App& command) {
+    const auto arguments = std::make_shared<ExportArguments>();
+    command.add_option("CARD", arguments->path, "Mounted card, folder, device or image file")->required();
+    command.add_option("OUT", arguments->out, "File to make: .mp4, .mkv, .h264, .h265 or .ps")->required();
+    command.add_option("--from", arguments->from, "From the key frame at or before this time")->type_name("TIME");
+    command.add_option("--to", arguments->to, "To this time, the whole second included")->type_name("TIME");
+    command.add_option("--event", arguments->event, "The event of this number, see \"recordcard events\"")
+        ->check(CLI::PositiveNumber)
+        ->type_name("N");
+    command.add_option("--section", arguments->section, "One section, see \"recordcard list\"")
+        ->type_name("FILE:SECTION");
+    command.add_flag("--all", arguments->all, "Everything on the card");
+    command.add_flag("--force", arguments->force, "Overwrite OUT when it is there");
+    AddTimeStyle(command, arguments->times);
+    command.footer(
+        "TIME: \"2026-11-21 08:00:05\", \"2026-11-21\" or \"08:00\" (of the newest day).\n"
+        "Pictures are taken over as they are, cut at key frames; sound becomes AAC in an .mp4 and stays as it is in\n"
+        "an .mkv. Time in the file is real time; gaps of more than 2 s are left out and marked with a chapter.\n"
+        "Where codec or picture size change, a further file OUT-2, OUT-3, ... begins. The raw files: .h264 and .h265\n"
+        "hold pictures alone; .ps the program stream as it lies on the card, with its own clock of 25 frames a "
+        "second.");
+    return [arguments] { return Export(*arguments); };
+}
+
+}  // namespace card
