@@ -1,0 +1,254 @@
+#include <gmock/gmock.h>
+
+#include "MediaPeer.h"
+#include "libLog.h"
+#include "support/Stderr.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace {
+
+constexpr int kType = 5;
+const std::string kKey("\0\0\0\1\x67key", 8);
+const std::string kDelta("\0\0\0\1\x41 a delta frame", 19);
+
+Received g_received;
+std::atomic<int> g_wanted{1};
+
+int TakeFrame(int kind, int stream, char* data, AVDataInfo* header) {
+    EXPECT_EQ(kind, header->AVSource);
+    EXPECT_TRUE(stream == 0 || stream == 1);
+    g_received.Add(*header, data);
+    std::memset(header, 0xEE, sizeof *header);  // it is the reader's own copy
+    return -1;                                  // ignored
+}
+
+class FrameReader : public testing::Test {
+  protected:
+    FrameReader() {
+        g_received.Clear();
+        g_wanted = 1;
+        LogInit(nullptr, LOG_MODE_CONSOLE);
+        EXPECT_EQ(GetAVStreamInit(kType, TakeFrame, [](int) { return g_wanted.load(); }), 0);
+    }
+    ~FrameReader() override {
+        for (int stream = 0; stream < 4; ++stream) {
+            AVStreamGetAVDataStop(kType, stream);
+        }
+        GetAVControlCleanup();
+        LogCleanup();
+    }
+    void Start(int stream = 0) { ASSERT_EQ(AVStreamGetAVData(kType, stream), 0); }
+
+    // What a reader receives that finds frame 1, then `damaged` with `payload`, while the last key frame is number 9.
+    std::vector<uint32_t> After(const AVDataInfo& damaged, const std::string& payload, uint32_t serial = 2) {
+        peer_.Put(0, peer_.Put(0, 0, 1, kKey), serial, payload, damaged);
+        peer_.last_key = 5000;
+        peer_.Put(0, peer_.Put(0, 5000, 9, kKey), 10, kDelta);
+        Start();
+        return g_received.Until(10);
+    }
+
+    support::Captured log_;
+    MediaPeer peer_;
+};
+
+TEST_F(FrameReader, HandsOverEveryFrameFromTheWritePositionOn) {
+    int position = peer_.Put(0, 0, 1, "old");
+    peer_.current = position;
+    AVDataInfo sound = MediaPeer::Frame();
+    sound.AVSource = AV_FRAME_TYPE_AUDIO;
+    sound.TimeStamp = 123;
+    position = peer_.Put(0, position, 2, kKey);
+    position = peer_.Put(0, position, 3, "sound", sound);
+    peer_.Park(0, position);
+    Start();
+    EXPECT_THAT(g_received.Serials(2), ElementsAre(2, 3));
+    peer_.Put(0, position, 4, kDelta);
+    EXPECT_THAT(g_received.Serials(3), ElementsAre(2, 3, 4));
+    EXPECT_EQ(g_received.At(0).payload, kKey);
+    EXPECT_EQ(g_received.At(1).payload, "sound");
+    EXPECT_EQ(g_received.At(1).header.TimeStamp, 123u);
+    EXPECT_EQ(peer_.requests - peer_.key_requests, 1);
+}
+
+TEST_F(FrameReader, ReadersOfTwoStreamsRunSideBySideAndStopAndStartAgain) {
+    peer_.Put(0, 0, 1, kKey);
+    peer_.Put(1, 0, 7, kDelta);
+    Start(0);
+    Start(1);
+    EXPECT_EQ(g_received.Serials(2).size(), 2u);
+    EXPECT_EQ(AVStreamGetAVDataStop(kType, 0), 0);
+    EXPECT_EQ(AVStreamGetAVDataStop(kType, 0), 0);
+    g_received.Clear();
+    Start(0);
+    EXPECT_THAT(g_received.Serials(1), ElementsAre(1));
+}
+
+TEST_F(FrameReader, OfAStreamWithoutRingEndsAtOnce) {
+    Start(2);
+    EXPECT_THAT(log_.Text(), HasSubstr("StreamSysInfo->StreamSharememID[2] -1 < 0\n"));
+    EXPECT_EQ(peer_.requests, 0);
+    EXPECT_EQ(AVStreamGetAVDataStop(kType, 2), 0);
+}
+
+TEST_F(FrameReader, PausesAndGoesOnAtTheServersPosition) {
+    int position = peer_.Put(0, 0, 1, kKey);
+    peer_.Park(0, position);
+    Start();
+    EXPECT_THAT(g_received.Serials(1), ElementsAre(1));
+    g_wanted = 0;
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));  // longer than one pause
+    position = peer_.Put(0, position, 2, kDelta);
+    peer_.current = position;
+    peer_.Put(0, position, 3, kDelta);
+    g_wanted = 1;
+    EXPECT_THAT(g_received.Serials(2), ElementsAre(1, 3));
+}
+
+TEST_F(FrameReader, GoesToTheBeginningWhereTheRingEnds) {
+    const int end = peer_.Put(0, peer_.Put(0, 1000, 7, kKey), 8, kDelta);
+    peer_.Put(0, end, 0, "", MediaPeer::Frame(AVDATA_END_RING));
+    peer_.Put(0, 0, 9, kDelta);
+    peer_.current = 1000;
+    Start();
+    EXPECT_THAT(g_received.Serials(3), ElementsAre(7, 8, 9));
+}
+
+TEST_F(FrameReader, AnswersARestartOfTheRingOnceAndReadsWhatComesThere) {
+    const int end = peer_.Put(0, 1000, 7, kKey);
+    AVDataInfo restart = MediaPeer::Frame(AVDATA_END_RESTART);
+    restart.AVDataLen = 77;
+    restart.AVDataPos = 78;
+    restart.TimeStamp = 79;
+    peer_.Put(0, 0, 3, kDelta);  // of an earlier lap
+    peer_.Put(0, end, 8, "", restart);
+    peer_.current = 1000;
+    Start();
+    ASSERT_THAT(g_received.Serials(1), ElementsAre(7));
+    AVDataInfo first = peer_.HeaderAt(0, 0);
+    for (int i = 0; i < 1000 && first.EndFlag != AVDATA_END_RESTART; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        first = peer_.HeaderAt(0, 0);
+    }
+    EXPECT_EQ(first.AVDataCheck, 0x12345678);
+    EXPECT_EQ(first.SerialNumber, 0u);
+    EXPECT_EQ(first.AVDataLen, 0);
+    EXPECT_EQ(first.AVDataPos, 0);
+    EXPECT_EQ(first.TimeStamp, 79u);
+    peer_.Put(0, 0, 1, kKey);
+    EXPECT_THAT(g_received.Serials(2), ElementsAre(7, 1))
+        << "serial numbers begin anew, and the record is not written over";
+}
+
+TEST_F(FrameReader, DoesNotWriteOverAFrameThatTheServerHasRestartedWith) {
+    const int end = peer_.Put(0, 1000, 7, kKey);
+    peer_.Put(0, end, 0, "", MediaPeer::Frame(AVDATA_END_RESTART));
+    peer_.Put(0, 0, 8, kDelta);
+    peer_.current = 1000;
+    Start();
+    EXPECT_THAT(g_received.Serials(2), ElementsAre(7, 8));
+}
+
+TEST_F(FrameReader, AcceptsSmallLossesAndSearchesAKeyFrameAfterLargeOnes) {
+    EXPECT_THAT(After(MediaPeer::Frame(), kDelta, 6), ElementsAre(1, 6, 9, 10)) << "a loss of five frames";
+    EXPECT_THAT(log_.Text(), HasSubstr("sub = 6 - 1 = 5 pos ="));
+}
+
+TEST_F(FrameReader, ResynchronisesWhenTooMuchIsLost) {
+    EXPECT_THAT(After(MediaPeer::Frame(), kDelta, 32), ElementsAre(1, 9, 10));
+    EXPECT_THAT(log_.Text(), HasSubstr("sub = 32 - 1 = 31 pos ="));
+}
+
+TEST_F(FrameReader, StepsOverARepeatedRecordWhenAFrameFollows) {
+    int position = peer_.Put(0, 0, 1, kKey);
+    position = peer_.Put(0, position, 1, kDelta);
+    peer_.Park(0, peer_.Put(0, position, 2, kDelta));
+    Start();
+    EXPECT_THAT(g_received.Serials(2), ElementsAre(1, 2));
+    EXPECT_EQ(peer_.key_requests, 0);
+}
+
+TEST_F(FrameReader, TakesTheKeyFramesOfAllCodecsInItsSearch) {
+    for (const std::string& key : {std::string("\0\0\0\1\x40\1vps", 9), std::string("\xFF\xD8 a JPEG picture"), kKey}) {
+        g_received.Clear();
+        peer_.current = -1;  // the server does not know: the last key frame is taken
+        peer_.last_key = 5000;
+        peer_.Put(0, 5000, 9, key);
+        Start();
+        EXPECT_EQ(g_received.Serials(1).at(0), 9u);
+        AVStreamGetAVDataStop(kType, 0);
+    }
+}
+
+TEST_F(FrameReader, FollowsAServerThatCountsAnew) {
+    peer_.Put(0, 0, 5000, kKey);
+    peer_.last_key = 0;
+    Start();
+    EXPECT_THAT(g_received.Serials(1), ElementsAre(5000));
+    while (peer_.key_requests < 3) {  // the search for a key frame above 5000 is on
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    peer_.Put(0, peer_.Put(0, 2000, 1, kKey), 2, kDelta);
+    peer_.last_key = 2000;
+    EXPECT_THAT(g_received.Serials(3), ElementsAre(5000, 1, 2));
+}
+
+// Nothing a ring can say makes the reader touch a byte outside it, or end.
+TEST_F(FrameReader, SurvivesLengthsThatCannotBe) {
+    for (const int length : {-1, INT32_MIN, 614400 - 1}) {
+        g_received.Clear();
+        AVDataInfo damaged = MediaPeer::Frame();
+        damaged.AVDataLen = length;
+        EXPECT_EQ(After(damaged, "x"), (std::vector<uint32_t>{1, 9, 10})) << length;
+        AVStreamGetAVDataStop(kType, 0);
+    }
+}
+
+TEST_F(FrameReader, WaitsAtALengthAboveTheRingUntilTheServerWritesThere) {
+    const int position = peer_.Put(0, 0, 1, kKey);
+    peer_.Park(0, position);
+    Start();
+    EXPECT_THAT(g_received.Serials(1), ElementsAre(1));
+    EXPECT_THAT(log_.Text(), HasSubstr("pDataInfo->AVDataLen = 2147483647 up to Max 614400\n"));
+    peer_.Put(0, position, 2, kDelta);
+    EXPECT_THAT(g_received.Serials(2), ElementsAre(1, 2));
+}
+
+TEST_F(FrameReader, SurvivesGarbageAndRecordsThatNeverBecomeReady) {
+    AVDataInfo garbage = MediaPeer::Frame();
+    garbage.AVDataCheck = 0x0BADBAD0;
+    for (const AVDataInfo& damaged : {garbage, MediaPeer::Frame(17)}) {
+        g_received.Clear();
+        EXPECT_EQ(After(damaged, "x"), (std::vector<uint32_t>{1, 9, 10}));
+        AVStreamGetAVDataStop(kType, 0);
+    }
+}
+
+TEST_F(FrameReader, SurvivesPositionsThatCannotBe) {
+    std::atomic<int> asked{0};
+    peer_.AnswerWith([&](AVMsgBuf& message) {
+        constexpr uint32_t kWrong[] = {614400, 0x7FFFFFFF, 614399, 0xFFFFFFFF};
+        message.video_pos = kWrong[asked++ % 4];
+    });
+    Start();
+    EXPECT_GT(asked, 4);
+    EXPECT_TRUE(g_received.Serials(0).empty());
+    AVStreamGetAVDataStop(kType, 0);
+    peer_.AnswerWith(nullptr);
+}
+
+TEST_F(FrameReader, ARepeatAtTheVeryEndOfTheRingIsNotLookedBehind) {
+    const std::string payload(50, 'x');
+    const int position = 614464 - 64 - 50;
+    peer_.Put(0, position, 3, payload);
+    peer_.current = position;
+    Start();  // reads it, then stands behind the segment's end
+    EXPECT_THAT(g_received.Serials(1), ElementsAre(3));
+    peer_.Put(0, 5000, 9, kKey);
+    peer_.last_key = 5000;
+    EXPECT_THAT(g_received.Serials(2), ElementsAre(3, 9));
+}
+
+}  // namespace

@@ -1,0 +1,174 @@
+// A media server of the test's own: the real rings and the real request queue, every byte under its control.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/msg.h>
+#include <sys/shm.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstring>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "libGetAVStream.h"
+#include "libIpcUtils.h"
+
+class MediaPeer {
+  public:
+    MediaPeer() {
+        constexpr int kSizes[] = {614464, 131136};
+        for (int i = 0; i < 2; ++i) {
+            segments_[i] = shmget(0x61766C79 + i, static_cast<size_t>(kSizes[i]), IPC_CREAT | 0777);
+            EXPECT_GE(segments_[i], 0);
+            bases_[i] = static_cast<char*>(shmat(segments_[i], nullptr, 0));
+            std::memset(bases_[i], 0, static_cast<size_t>(kSizes[i]));
+        }
+        queue_ = msgget(0x61766C79, IPC_CREAT | 0666);
+        EXPECT_GE(queue_, 0);
+        thread_ = std::thread([this] { Serve(); });
+    }
+    ~MediaPeer() {
+        done = true;
+        thread_.join();
+        msgctl(queue_, IPC_RMID, nullptr);
+        for (int i = 0; i < 2; ++i) {
+            shmdt(bases_[i]);
+            shmctl(segments_[i], IPC_RMID, nullptr);
+        }
+    }
+
+    static AVDataInfo Frame(int32_t end_flag = AVDATA_END_FRAME) {
+        AVDataInfo header{};
+        header.AVDataCheck = 0x12345678;
+        header.EndFlag = end_flag;
+        return header;
+    }
+
+    // Writes a record and returns the position behind it.
+    int Put(int stream, int position, uint32_t serial, const std::string& payload, AVDataInfo header) {
+        header.SerialNumber = serial;
+        if (header.AVDataLen == 0) {
+            header.AVDataLen = static_cast<int32_t>(payload.size());
+        }
+        char* const at = bases_[stream] + position;
+        const int32_t end_flag = header.EndFlag;
+        header.EndFlag = 0;  // not ready before it is complete
+        std::memcpy(at + offsetof(AVDataInfo, EndFlag), &header.EndFlag, sizeof header.EndFlag);
+        std::atomic_thread_fence(std::memory_order_release);
+        std::memcpy(at + sizeof header, payload.data(), payload.size());
+        std::memcpy(at, &header, sizeof header);
+        std::atomic_thread_fence(std::memory_order_release);
+        std::memcpy(at + offsetof(AVDataInfo, EndFlag), &end_flag, sizeof end_flag);
+        return position + static_cast<int>(sizeof header + payload.size());
+    }
+    int Put(int stream, int position, uint32_t serial, const std::string& payload) {
+        return Put(stream, position, serial, payload, Frame());
+    }
+    // A reader that comes here waits for as long as it takes, until a record is put here.
+    void Park(int stream, int position) {
+        AVDataInfo header = Frame();
+        header.AVDataLen = INT32_MAX;
+        Put(stream, position, 0, "", header);
+    }
+    AVDataInfo HeaderAt(int stream, int position) const {
+        AVDataInfo header;
+        std::memcpy(&header, bases_[stream] + position, sizeof header);
+        return header;
+    }
+    const char* Base(int stream) const { return bases_[stream]; }
+
+    // Answers all requests from now on; it may run until the peer goes.
+    void AnswerWith(std::function<void(AVMsgBuf&)> answer) {
+        const std::lock_guard guard(answer_lock_);
+        answer_ = std::move(answer);
+    }
+
+    std::atomic<int> current{0};    // answer to "where is the writer"
+    std::atomic<int> last_key{-1};  // answer to "where is the last key frame"
+    std::atomic<bool> silent{false};
+    std::atomic<bool> done{false};
+    std::atomic<int> requests{0};
+    std::atomic<int> key_requests{0};
+
+  private:
+    void Serve() {
+        while (!done) {
+            AVMsgBuf message;
+            if (silent || IpcMsgTryRecv(queue_, 1, &message, sizeof message) < 0) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                continue;
+            }
+            ++requests;
+            message.des = message.src;
+            const std::lock_guard guard(answer_lock_);
+            if (answer_) {
+                answer_(message);
+            } else if (message.cmd == 0x2002) {
+                ++key_requests;
+                message.video_pos = static_cast<uint32_t>(last_key.load());
+            } else {
+                message.video_pos = static_cast<uint32_t>(current.load());
+            }
+            IpcMsgSend(queue_, &message, sizeof message);
+        }
+    }
+
+    std::mutex answer_lock_;
+    std::function<void(AVMsgBuf&)> answer_;
+    int segments_[2];
+    char* bases_[2];
+    int queue_;
+    std::thread thread_;
+};
+
+// The frames that a client was handed.
+class Received {
+  public:
+    struct Frame {
+        AVDataInfo header;
+        std::string payload;
+    };
+    void Add(const AVDataInfo& header, const char* data) {
+        const std::lock_guard guard(lock_);
+        frames_.push_back({header, std::string(data, static_cast<size_t>(header.AVDataLen))});
+        changed_.notify_all();
+    }
+    // Waits until there are `count`; their serial numbers.
+    std::vector<uint32_t> Serials(size_t count, int seconds = 10) {
+        std::unique_lock guard(lock_);
+        changed_.wait_for(guard, std::chrono::seconds(seconds), [&] { return frames_.size() >= count; });
+        std::vector<uint32_t> serials;
+        for (const Frame& frame : frames_) {
+            serials.push_back(frame.header.SerialNumber);
+        }
+        return serials;
+    }
+    // Waits for the frame of that serial number; the serial numbers up to then.
+    std::vector<uint32_t> Until(uint32_t serial) {
+        size_t count = 0;
+        while (true) {
+            const std::vector<uint32_t> serials = Serials(count + 1);
+            if (serials.size() <= count || serials.back() == serial) {
+                return serials;
+            }
+            count = serials.size();
+        }
+    }
+    Frame At(size_t index) {
+        const std::lock_guard guard(lock_);
+        return frames_.at(index);
+    }
+    void Clear() {
+        const std::lock_guard guard(lock_);
+        frames_.clear();
+    }
+
+  private:
+    std::mutex lock_;
+    std::condition_variable changed_;
+    std::vector<Frame> frames_;
+};
