@@ -29,8 +29,8 @@ TEST(AlarmEvents, HeadIsWrittenAtItsPlaceAsItsBytes) {
     AV_AlarmEventInfoEndTimeFresh(&head, 0x5F000002);
     AV_AlarmEventInfoEventTypeFresh(&head, 0x82);
     AV_AlarmEventInfoEventSumFresh(&head);
-    const std::string bytes =
-        Hex("41454D46 05000000 0100005F 0200005F 01000000 EEEEEEEE 83 0000000000000000000000") + std::string(220, '\xEE');
+    const std::string bytes = Hex("41454D46 05000000 0100005F 0200005F 01000000 EEEEEEEE 83 0000000000000000000000") +
+                              std::string(220, '\xEE');
     EXPECT_EQ(AV_AlarmEventInfoWrite(events.fd(), 5, &head), 0);
     EXPECT_EQ(test::ToHex(events.Get(1280, 300)), test::ToHex(bytes));
 

@@ -18,7 +18,7 @@ using desk::RequireObject;
 
 namespace {
 
-constexpr int kFrames = 24;
+constexpr int kFrames = 16;
 constexpr int kKeyInterval = 8;
 constexpr int kSoundSamples = 320;  // a packet of sound per picture: 40 ms at 8 kHz
 constexpr char kPath[] = "/tmp/hi000000.mp4";

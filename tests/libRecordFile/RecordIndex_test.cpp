@@ -39,9 +39,9 @@ RecordFileInfoHead_S File(uint32_t number, uint32_t length, uint32_t sections = 
 TEST(SystemHead, IsWrittenAndReadAsItsBytes) {
     StoreFile index;
     const auto system = System(8, 3, 5);
-    const std::string bytes = Hex(
-        "53494846 01000000 40770000 00000080 00000000 08000000"
-        "05000000 03000000 55BBAA55 00000000 00000000") + std::string(192, '\0');
+    const std::string bytes = Hex("53494846 01000000 40770000 00000080 00000000 08000000"
+                                  "05000000 03000000 55BBAA55 00000000 00000000") +
+                              std::string(192, '\0');
     EXPECT_EQ(AV_SystemInfoHeadWrite(index.fd(), &system), 236);
     EXPECT_EQ(test::ToHex(index.Get(0, 300)), test::ToHex(bytes)) << "236 bytes, not one more";
     RecordSystemInfoHead_S back{};
@@ -71,13 +71,10 @@ TEST(SystemHead, GoesRoundTheRingWhenAFileIsFull) {
         uint32_t files, current, used, length;
         uint32_t next, used_after;
     } const cases[] = {
-        {3, 0, 0, kFull - 1, 0, 0},  // not full: nothing
-        {3, 0, 0, kFull, 1, 1},
-        {3, 1, 1, kFull + 70000, 2, 2},
-        {3, 2, 2, kFull, 0, 3},      // round, all used
-        {3, 1, 3, kFull, 2, 3},      // used stays at the count
-        {1, 0, 1, kFull, 0, 1},
-        {3, 7, 1, kFull, 0, 2},      // a number outside the ring comes back into it
+        {3, 0, 0, kFull - 1, 0, 0},                                                               // not full: nothing
+        {3, 0, 0, kFull, 1, 1},          {3, 1, 1, kFull + 70000, 2, 2}, {3, 2, 2, kFull, 0, 3},  // round, all used
+        {3, 1, 3, kFull, 2, 3},                                   // used stays at the count
+        {1, 0, 1, kFull, 0, 1},          {3, 7, 1, kFull, 0, 2},  // a number outside the ring comes back into it
         {0, 0xFFFFFFFF, 0, kFull, 0, 0},
     };
     for (const auto& c : cases) {
@@ -102,9 +99,9 @@ TEST(FileHead, IsWrittenAtItsPlaceAsItsBytes) {
     AV_RecordFileInfoHeadFileFileFresh(&head, 4);
     AV_RecodrFileInfoHeadKeyFrameFresh(&head, 1);
     AV_RecodrFileInfoHeadKeyFrameFresh(&head, 0);
-    const std::string bytes = Hex(
-        "52464846 03000000 0000005F 1000005F 04030201 05000000 01000000 01000000"
-        "00000000 00000000 00000000 00000000");
+    const std::string bytes =
+        Hex("52464846 03000000 0000005F 1000005F 04030201 05000000 01000000 01000000"
+            "00000000 00000000 00000000 00000000");
     EXPECT_EQ(AV_RecordFileInfoHeadWrite(index.fd(), &system, &head), 0);
     EXPECT_EQ(index.Get(1168, 48), bytes);
     EXPECT_EQ(AV_RecordFileInfoHeadAccecsFileNoWrite(index.fd(), 5, &head), 0);
@@ -162,9 +159,9 @@ TEST(SectionHead, IsWrittenAtItsPlaceAsItsBytes) {
     AV_RecordSecitonInfoHeadKeyFrameFresh(&section, 1, AV_FRAME_TYPE_VIDEO);
     AV_RecordSecitonInfoHeadKeyFrameFresh(&section, 0, AV_FRAME_TYPE_VIDEO);
     AV_RecordSecitonInfoHeadKeyFrameFresh(&section, 0, AV_FRAME_TYPE_AUDIO);
-    const std::string bytes = Hex(
-        "52494846 0000005F 2000005F 0300 0200 EFCDAB00 34120000 02000000 01000000 8C000000"
-        "8007 3804 19 01 01 02 01") + std::string(19, '\xEE');  // the reserved bytes stay as they were
+    const std::string bytes = Hex("52494846 0000005F 2000005F 0300 0200 EFCDAB00 34120000 02000000 01000000 8C000000"
+                                  "8007 3804 19 01 01 02 01") +
+                              std::string(19, '\xEE');  // the reserved bytes stay as they were
     EXPECT_EQ(AV_RecordSectionInfoHeadWrite(index.fd(), &file, &section), 0);
     EXPECT_EQ(test::ToHex(index.Get(180352, 65)), test::ToHex(bytes));
 }
