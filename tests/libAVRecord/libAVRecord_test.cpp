@@ -1,0 +1,276 @@
+#include "libAVRecord.h"
+
+#include <sys/resource.h>
+
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <thread>
+
+#include "support/BoundCamera.h"
+
+namespace {
+
+using std::string_literals::operator""s;
+using support::Card;
+
+const std::string kH264Key = "\0\0\0\1\x67sps\0\0\0\1\x68pps\0\0\0\1\x65 a key frame"s;
+const std::string kH264Delta = "\0\0\0\1\x41 a frame between key frames"s;
+const std::string kH265Key = "\0\0\0\1\x40\1vps\0\0\0\1\x26\1 a key frame"s;
+const std::string kSound(320, '\x7F');
+constexpr uint32_t kStart = 1699999999;  // of the section, a second before the clock
+
+class Writer : public support::BoundCamera {
+  protected:
+    Writer() : card_(support::Store{}) {
+        RecordFileInfoHead_S* const file = AV_RecordFileInfoHeadGet();
+        *AV_RecordSystemInfoHeadGet() = {};
+        AV_SystemInfoHeadParamInit(AV_RecordSystemInfoHeadGet(), 2048, 3);
+        *file = {};
+        AV_RecordFileInfoHeadAdd(AV_RecordSystemInfoHeadGet(), file, kStart, RECORD_TYPE_SCHEDULE);
+        AV_RecordSectionInfoHeadAdd(file, AV_RecordInfoHeadGet(), kStart, RECORD_TYPE_SCHEDULE, 0);
+    }
+    ~Writer() override { KQ_RecordUninit(); }
+
+    void Open(int channel = 0) { ASSERT_EQ(KQ_RecordInit(AV_RecordFileInfoHeadGet(), channel), 0); }
+    static int Write(const std::string& frame, int kind = AV_FRAME_TYPE_VIDEO, bool is_virtual_key = false,
+                     int channel = 0) {
+        AVDataInfoOpt info{};
+        info.AVDataLen = static_cast<int32_t>(frame.size());
+        info.iVirtualIFrame = is_virtual_key;
+        return libAVRecordWriteFrame(channel, kind, frame.data(), &info);
+    }
+    static int WriteSound() { return Write(kSound, AV_FRAME_TYPE_AUDIO); }
+
+    // What lies on the card.
+    static std::string Stream(uint64_t offset, uint64_t length) {
+        return Card::Read(Card::RecordFile(0), offset, length);
+    }
+    template <typename Record>
+    static Record At(const std::string& path, uint64_t offset) {
+        Record record;
+        const std::string bytes = Card::Read(path, offset, sizeof record);
+        std::memcpy(&record, bytes.data(), sizeof record);
+        return record;
+    }
+    static RecordFileInfoHead_S FileHead() { return At<RecordFileInfoHead_S>(kIndex, 1024); }
+    static RecordInfoHead_S Section() { return At<RecordInfoHead_S>(kIndex, 131072 + 64); }
+    static KeyFrameInfoHead_S KeyFrame(unsigned number) {
+        return At<KeyFrameInfoHead_S>(Card::RecordFile(0), 0x0FC00000 + 20 * number);
+    }
+    static std::string Packed(const std::string& frame, uint32_t number, bool is_key, uint32_t time) {
+        constexpr AVStreamParam kParam{4096, CODE_AUDIO_G711U, 1280, 720, 2048, 25, 8000, 33000};
+        std::string bytes(4096, '\0');
+        bytes.resize(static_cast<size_t>(libAVRecordVideoPsStreamWrite(
+            is_key, frame.data(), static_cast<int>(frame.size()), bytes.data(), number, &kParam, time)));
+        return bytes;
+    }
+
+    static inline const std::string kIndex = std::string(support::kCardDirectory) + "index000.bin";
+    Card card_;
+};
+
+TEST_F(Writer, BeginsWithAKeyFrameBehindTheStreamHead) {
+    EXPECT_EQ(Write(kH264Key), 0) << "closed: ignored";
+    Open();
+    EXPECT_EQ(Write(kH264Delta), -1);
+    EXPECT_EQ(Write("\0\0\0\1\x65 idr without parameter sets"s), -1);
+    EXPECT_EQ(WriteSound(), -1);
+    EXPECT_EQ(Write(kH264Key, AV_FRAME_TYPE_AUDIO), -1) << "sound never opens a run, whatever its bytes";
+    EXPECT_EQ(Write(kH264Key, AV_FRAME_TYPE_VIDEO, false, 1), 0) << "another stream: ignored";
+    EXPECT_EQ(FileHead().m_u32RecordFileSumLenth, 0u);
+
+    EXPECT_EQ(Write(kH264Key), 0);
+    wall += 1;
+    uptime += 1;
+    EXPECT_EQ(WriteSound(), 0);
+    EXPECT_EQ(Write(kH264Delta), 0);
+    EXPECT_EQ(Write(kH264Key), 0);
+
+    const std::string head = "IMKH\1\2\0\0\2\0\0\1\1\x20\1\x10\x80\xBB\0\0\0\xFA\0\0"s + std::string(16, '\0');
+    const std::string first = head + Packed(kH264Key, 1, true, 1700000000);
+    std::string sound(4096, '\0');
+    sound.resize(static_cast<size_t>(libAVRecordAudioPsStreamWrite(kSound.data(), 320, sound.data(), 2)));
+    const std::string upto_key = first + sound + Packed(kH264Delta, 2, false, 1700000001);
+    const std::string all = upto_key + Packed(kH264Key, 3, true, 1700000001);
+    EXPECT_EQ(Stream(0, all.size() + 1), all + '\0');
+
+    const RecordInfoHead_S section = Section();
+    EXPECT_EQ(section.m_u32RecordSize, all.size());
+    EXPECT_EQ(section.m_u32FrameSum, 3u);
+    EXPECT_EQ(section.m_u32KeyFrameSum, 2u);
+    EXPECT_EQ(section.m_u32RecordEndTime, 1700000001u);
+    EXPECT_EQ(section.m_u16Width, 1280);
+    EXPECT_EQ(section.m_u16Height, 720);
+    EXPECT_EQ(section.m_u8Frame, 25);
+    EXPECT_EQ(FileHead().m_u32RecordFileSumLenth, all.size());
+    EXPECT_EQ(FileHead().m_u32RecordKeyFrameSum, 2u);
+
+    EXPECT_EQ(KeyFrame(0).m_u32KeyFrameTime, kStart) << "the first one counts from the section's start";
+    EXPECT_EQ(KeyFrame(0).m_u32KeyFilePos, 0u);
+    EXPECT_EQ(KeyFrame(0).m_u32KeyFrameLenth, first.size());
+    EXPECT_EQ(KeyFrame(1).m_u32KeyFrameTime, 1700000001u);
+    EXPECT_EQ(KeyFrame(1).m_u32KeyFilePos, upto_key.size());
+    EXPECT_EQ(KeyFrame(1).m_u8KeyFrameType, RECORD_KEY_FRAME_REAL);
+}
+
+TEST_F(Writer, TellsCodecsAndTurnsThePicture) {
+    Config().lan_config.nRotateAngle = 3;
+    Config().audio_config.codectype = 1;
+    Open();
+    EXPECT_EQ(Write(kH265Key), 0);
+    EXPECT_EQ(WriteSound(), 0);
+    EXPECT_EQ(Section().m_u8VideoType, CODE_VIDEO_H265 & 0xFF);
+    EXPECT_EQ(Section().m_u8AudioType, CODE_AUDIO_G711A & 0xFF);
+    EXPECT_EQ(Section().m_u16Width, 720);
+    EXPECT_EQ(Section().m_u16Height, 1280);
+}
+
+TEST_F(Writer, RefusesSoundItCannotPack) {
+    Config().audio_config.codectype = CODE_AUDIO_PCM;
+    Open();
+    EXPECT_EQ(Write(kH264Key), 0);
+    EXPECT_EQ(WriteSound(), -1);
+    EXPECT_EQ(Write(std::string(70000, 's'), AV_FRAME_TYPE_AUDIO), -1);
+    EXPECT_EQ(Write(kH264Delta), 0);
+    EXPECT_EQ(Section().m_u32FrameSum, 2u);
+}
+
+TEST_F(Writer, IndexesVirtualKeyFramesOfLargePicturesOnly) {
+    struct Case {
+        uint16_t width, height;
+        uint32_t records;
+    };
+    for (const Case& size : {Case{640, 480, 1}, Case{720, 480, 2}}) {
+        Config().stream_config[0].width = size.width;
+        Config().stream_config[0].height = size.height;
+        *AV_RecordFileInfoHeadGet() = {};
+        AV_RecordFileInfoHeadAdd(AV_RecordSystemInfoHeadGet(), AV_RecordFileInfoHeadGet(), kStart, 1);
+        AV_RecordSectionInfoHeadAdd(AV_RecordFileInfoHeadGet(), AV_RecordInfoHeadGet(), kStart, 1, 0);
+        Open();
+        EXPECT_EQ(Write(kH264Key), 0);
+        EXPECT_EQ(Write(kH264Delta, AV_FRAME_TYPE_VIDEO, true), 0);
+        EXPECT_EQ(Section().m_u32KeyFrameSum, size.records);
+        EXPECT_EQ(FileHead().m_u32RecordKeyFrameSum, size.records);
+    }
+    EXPECT_EQ(KeyFrame(1).m_u8KeyFrameType, RECORD_KEY_FRAME_VIRTUAL);
+}
+
+TEST_F(Writer, DropsAFrameThatDoesNotFitWhole) {
+    Open();
+    EXPECT_EQ(Write(kH264Key + std::string(614400, 'x')), -1);
+    EXPECT_EQ(FileHead().m_u32RecordFileSumLenth, 0u);
+    EXPECT_EQ(Write(kH264Key), 0) << "the run begins with the next key frame";
+    const uint32_t before = FileHead().m_u32RecordFileSumLenth;
+    EXPECT_EQ(Write(kH264Delta + std::string(614400, 'x')), -1);
+    EXPECT_EQ(FileHead().m_u32RecordFileSumLenth, before);
+    EXPECT_EQ(Write(""), 0);
+    EXPECT_EQ(Write(kH264Delta + std::string(600000, 'x')), 0);
+    EXPECT_EQ(libAVRecordWriteFrame(0, AV_FRAME_TYPE_VIDEO, nullptr, nullptr), -1);
+}
+
+TEST_F(Writer, NeverReachesTheKeyFrameArea) {
+    AV_RecordFileInfoHeadGet()->m_u32RecordFileSumLenth = 0x0FC00000 - 500;
+    Open();
+    EXPECT_EQ(Write(kH264Key + std::string(1000, 'x')), -1);
+    EXPECT_EQ(Stream(0x0FC00000, 20), std::string(20, '\0'));
+    EXPECT_EQ(Write(kH264Key), 0);
+}
+
+TEST_F(Writer, AFailedWriteIsNoFootage) {
+    std::signal(SIGXFSZ, SIG_IGN);
+    Open();
+    EXPECT_EQ(Write(kH264Key), 0);
+    const RecordInfoHead_S before = Section();
+    const rlimit unlimited{RLIM_INFINITY, RLIM_INFINITY};
+    const rlimit full{before.m_u32RecordSize, RLIM_INFINITY};
+    setrlimit(RLIMIT_FSIZE, &full);
+    EXPECT_LE(Write(kH264Delta), 0);
+    setrlimit(RLIMIT_FSIZE, &unlimited);
+    EXPECT_EQ(std::memcmp(AV_RecordInfoHeadGet(), &before, sizeof before), 0);
+    EXPECT_EQ(Write(kH264Delta), 0);
+    EXPECT_EQ(Stream(before.m_u32RecordSize, 4), "\0\0\1\xBA"s) << "the next frame follows without a hole";
+}
+
+TEST_F(Writer, FollowsSmallStepsOfTheClockAndNoLargeOnes) {
+    Open();
+    EXPECT_EQ(Write(kH264Key), 0);
+    uptime += 10;
+    wall += 10 + 59;
+    EXPECT_EQ(Write(kH264Delta), 0);
+    EXPECT_EQ(Section().m_u32RecordEndTime, 1700000069u);
+    wall += 1;
+    EXPECT_EQ(Write(kH264Delta), 0);
+    EXPECT_EQ(Section().m_u32RecordEndTime, 1700000010u);
+    EXPECT_EQ(FileHead().m_u32RecordEndTime, 1700000069u) << "the file's end never goes back";
+}
+
+TEST_F(Writer, OpensAnewWithoutLeavingADescriptorBehind) {
+    const auto descriptors = [] {
+        const std::filesystem::directory_iterator all("/proc/self/fd");
+        return std::distance(begin(all), end(all));
+    };
+    const auto before = descriptors();
+    Open();
+    EXPECT_EQ(Write(kH264Key), 0);
+    Open();
+    EXPECT_EQ(Write(kH264Delta), -1) << "it waits for a key frame again";
+    EXPECT_EQ(Write(kH264Key), 0);
+    KQ_RecordUninit();
+    EXPECT_EQ(descriptors(), before);
+    EXPECT_EQ(KQ_RecordClose(), -1);
+    EXPECT_EQ(KQ_RecordStreamFdGet(), -1);
+}
+
+TEST_F(Writer, CreatesNothingWhereTheCardIsGone) {
+    EXPECT_EQ(KQ_RecordConfigGet(), 0);
+    card_.Pull();
+    EXPECT_EQ(KQ_RecordInit(AV_RecordFileInfoHeadGet(), 0), -1);
+    EXPECT_NE(KQ_RecordConfigGet(), 0);
+    EXPECT_EQ(AVRecordSystemHeadSave(), -1);
+    EXPECT_TRUE(std::filesystem::is_empty(support::kCardDirectory));
+    card_.Plug();
+    EXPECT_EQ(KQ_RecordInit(AV_RecordFileInfoHeadGet(), 0), 0);
+    EXPECT_EQ(KQ_RecordInit(nullptr, 0), -1);
+    EXPECT_EQ(KQ_RecordInit(AV_RecordFileInfoHeadGet(), 3), -1);
+}
+
+TEST_F(Writer, MayBeClosedWhileFramesArrive) {
+    std::atomic<bool> done{false};
+    std::thread frames([&] {
+        while (!done) {
+            Write(kH264Key);
+            WriteSound();
+        }
+    });
+    for (int i = 0; i < 100; ++i) {
+        Open();
+        AVRecordHeads heads;
+        AVRecordHeadsCopy(&heads);
+        KQ_RecordUninit();
+    }
+    done = true;
+    frames.join();
+}
+
+TEST(WriterHelpers, ComputeTheZoneAndTheAudioConfiguration) {
+    setenv("TZ", "XYZ-5:30", 1);
+    tzset();
+    int hours = 0;
+    EXPECT_EQ(GetTimeZone(&hours), 0);
+    EXPECT_EQ(hours, 5);
+    setenv("TZ", "XYZ+8", 1);
+    tzset();
+    EXPECT_EQ(GetTimeZone(&hours), 0);
+    EXPECT_EQ(hours, -8);
+    unsetenv("TZ");
+    tzset();
+    unsigned char dsi[2];
+    EXPECT_EQ(get_sr_index(8000), 11);
+    EXPECT_EQ(get_sr_index(96000), 0);
+    EXPECT_EQ(make_dsi(11, 1, dsi), 0);
+    EXPECT_EQ(dsi[0], 0x15);
+    EXPECT_EQ(dsi[1], 0x88);
+}
+
+}  // namespace
