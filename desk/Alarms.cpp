@@ -6,12 +6,10 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "libIpcUtils.h"
-
 namespace desk {
 namespace {
 
-constexpr int kBoardKey = 0x61788C7C;
+constexpr int kBoardKey = 0x61788C7C, kBoardSegmentSize = 448;
 
 constexpr std::array<const char*, ALARM_SOURCE_DEF_NUMS> kNames = {
     "io0",   "io1",         "motion",    "cover", "net_lost",    "ip_conflict",      "pir",       "mq2",
@@ -79,14 +77,13 @@ std::vector<TimedAction> ParseAlarmScript(const std::string& text) {
     return actions;
 }
 
-AlarmBoard::AlarmBoard() {
+AlarmBoard::AlarmBoard() : board_(kBoardKey, kBoardSegmentSize, "alarm board") {
     if (libAlarmProcessInit() != 0) throw std::runtime_error("cannot have the alarm board");
     for (int source = 0; source < ALARM_SOURCE_DEF_NUMS; ++source) Set(static_cast<AlarmSourceDef>(source), false);
 }
 
 AlarmBoard::~AlarmBoard() {
     libAlarmProcessCleanup();
-    IpcShareMemUnInit(kBoardKey);
 }
 
 void AlarmBoard::Set(AlarmSourceDef source, bool on) {

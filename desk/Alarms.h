@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "SharedSegment.h"
 #include "libAlarmProcess.h"
 
 namespace desk {
@@ -27,7 +28,7 @@ struct TimedAction {
 // Throws std::runtime_error that names the line.
 std::vector<TimedAction> ParseAlarmScript(const std::string& text);
 
-// The writer of the alarm board.  The board is written whole, so there is one in the camera.
+// The writer of the alarm board, which it owns.  The board is written whole, so there is one in the camera.
 class AlarmBoard {
   public:
     AlarmBoard();
@@ -37,6 +38,9 @@ class AlarmBoard {
 
     void Set(AlarmSourceDef source, bool on);
     std::string Status() const;  // the names of the alarms that are on, or "none"
+
+  private:
+    SharedSegment board_;
 };
 
 }  // namespace desk

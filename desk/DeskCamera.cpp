@@ -31,23 +31,33 @@ DeskCamera::DeskCamera(const DeskCameraOptions& options) : options_(options), co
     }
     if (options_.hostile) hostility_ = std::make_unique<Hostility>(*options_.hostile);
     media_ = std::make_unique<MediaServer>(journal_, hostility_.get());
-    system_ = std::make_unique<SystemServer>([this](int stream) { media_->ForceKeyFrame(stream); });
-    if (!options_.settings.empty()) {
-        settings_.emplace(options_.settings);
-        ReadSettings(true);
-    }
+    system_ = std::make_unique<SystemServer>(InitialRecord(), [this](int stream) { media_->ForceKeyFrame(stream); });
     feeder_ = std::make_unique<Feeder>(options_.feed, *system_, *media_);
 }
 
-void DeskCamera::ReadSettings(bool at_start) {
-    std::vector<SettingProblem> problems;
-    system_->Change([&](SysInfo& record) { problems = settings_->Read(record); });
+SysInfo DeskCamera::InitialRecord() {
+    SysInfo record{};
+    ApplyStandardSettings(record);
+    if (options_.settings.empty()) return record;
+    settings_.emplace(options_.settings);
+    const std::string problems = ProblemsOf(record);
+    if (!problems.empty()) throw std::runtime_error("the settings are not good\n" + problems);
+    return record;
+}
+
+void DeskCamera::ReadSettings() {
+    std::string problems;
+    system_->Change([&](SysInfo& record) { problems = ProblemsOf(record); });
+    if (!problems.empty()) std::fprintf(stderr, "deskcamera: these settings stay as they were\n%s", problems.c_str());
+}
+
+// Reads the settings file into the record; what cannot be applied, a line each.
+std::string DeskCamera::ProblemsOf(SysInfo& record) {
     std::string text;
-    for (const SettingProblem& problem : problems) {
+    for (const SettingProblem& problem : settings_->Read(record)) {
         text += settings_->Path() + ", line " + std::to_string(problem.line) + ": " + problem.text + "\n";
     }
-    if (!text.empty() && at_start) throw std::runtime_error("the settings are not good\n" + text);
-    if (!text.empty()) std::fprintf(stderr, "deskcamera: these settings stay as they were\n%s", text.c_str());
+    return text;
 }
 
 void DeskCamera::Run() {
@@ -59,7 +69,7 @@ void DeskCamera::Run() {
         if (feeder_->Ended() && !ended) ended = now;
         if (ended && (now - *ended > kAfterEnd || !feeder_->Failure().empty())) break;
         RunDueActions(now - start);
-        if (settings_ && settings_->Changed()) ReadSettings(false);
+        if (settings_ && settings_->Changed()) ReadSettings();
         if (const auto news = watchdog_.Check(time(nullptr))) std::fprintf(stderr, "deskcamera: %s\n", news->c_str());
         TellStatus(now - start);
         control_.Serve(kPoll_ms, [this](const std::string& line) { return Answer(line); });

@@ -44,7 +44,9 @@ class DeskCamera {
   private:
     using Clock = std::chrono::steady_clock;
 
-    void ReadSettings(bool at_start);
+    SysInfo InitialRecord();
+    void ReadSettings();
+    std::string ProblemsOf(SysInfo& record);
     void RunDueActions(Clock::duration since_start);
     void TellStatus(Clock::duration since_start);
     std::string Answer(const std::string& line);

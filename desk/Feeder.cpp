@@ -138,7 +138,9 @@ bool Feeder::PublishSilence(int64_t until_us) {
 }
 
 void Feeder::PublishUnit(const AccessUnit& unit, int64_t time_us) {
+    const SysInfo record = system_.Snapshot();
     for (int stream = 0; stream < MediaServer::kStreams; ++stream) {
+        if (record.stream_config[stream].iEnable == 0) continue;
         const auto turn = media_.BeginFrame(stream);
         media_.PublishVideo(stream, unit, static_cast<uint32_t>(time_us / 1000));
     }

@@ -29,7 +29,32 @@ void StoreEndFlag(uint8_t* header, int32_t value) {
 
 FrameRing::FrameRing(int key, uint32_t ring_size)
     : segment_(key, static_cast<int>(ring_size + kHeader), "frame ring"), ring_size_(ring_size) {
-    Invalidate(0);
+    TakeOver();
+}
+
+AVDataInfo FrameRing::HeaderAt(uint32_t position) const {
+    AVDataInfo header;
+    std::memcpy(&header, At(position), kHeader);
+    return header;
+}
+
+// Walks the records from the ring's beginning; they end at an invalid header, where every reader that has caught up
+// waits.  A new segment is all zero and ends at once.
+void FrameRing::TakeOver() {
+    uint32_t position = 0;
+    while (position + kHeader <= ring_size_) {
+        const AVDataInfo header = HeaderAt(position);
+        const bool good = header.AVDataCheck == AVDATA_CHECK_WORD && header.EndFlag == AVDATA_END_FRAME &&
+                          header.AVDataLen > 0 && header.AVDataLen <= static_cast<int32_t>(LargestPayload()) &&
+                          (position == 0 || header.SerialNumber == serial_ + 1);
+        const uint32_t next = position + kHeader + static_cast<uint32_t>(header.AVDataLen);
+        if (!good || next + kHeader > ring_size_) break;
+        if (position == 0) first_header_ = header;
+        serial_ = header.SerialNumber;
+        position = next;
+    }
+    write_position_ = position;
+    Invalidate(position);
 }
 
 void FrameRing::Invalidate(uint32_t position) {

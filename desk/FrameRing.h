@@ -30,7 +30,8 @@ class FrameRing {
         uint32_t position;
     };
 
-    // The segment of `key` is 64 bytes longer than the ring of `ring_size` bytes.
+    // The segment of `key` is 64 bytes longer than the ring of `ring_size` bytes.  A ring that a killed camera left
+    // behind is written on from where that one stopped, so that its readers go on too.
     FrameRing(int key, uint32_t ring_size);
 
     uint32_t RingSize() const { return ring_size_; }
@@ -52,6 +53,8 @@ class FrameRing {
 
   private:
     uint8_t* At(uint32_t position) const { return segment_.Data().data() + position; }
+    void TakeOver();
+    AVDataInfo HeaderAt(uint32_t position) const;
     void Invalidate(uint32_t position);
     void WriteMarker(AVDataEndFlag flag);
     void RepairFirstHeader();

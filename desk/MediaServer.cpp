@@ -59,8 +59,10 @@ MediaServer::~MediaServer() {
 
 MediaServer::Turn MediaServer::BeginFrame(int stream) {
     if (hostility_ != nullptr && stream == 0) {
-        hostility_->BeforeRecord({rings_[0].get(), rings_[1].get()},
-                                 [this](const std::string& text) { journal_.Remark(text); });
+        hostility_->BeforeRecord({rings_[0].get(), rings_[1].get()}, [this](const std::string& text) {
+            journal_.Remark(text);
+            std::fprintf(stderr, "deskcamera: %s\n", text.c_str());
+        });
     }
     Stream& state = streams_[Index(stream)];
     Turn turn{std::unique_lock(state.turn), false};

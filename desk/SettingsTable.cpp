@@ -36,7 +36,7 @@ std::vector<Setting> ListedSettings() {
         SETTING(lan_config.nFrameRate1,          1, 60, 25, "pictures a second"),
         SETTING(lan_config.nFrameRate2,          1, 60, 25, ""),
         SETTING(lan_config.nBitrate1,            32768, 64000000, 2097152, "bit/s"),
-        SETTING(lan_config.nBitrate2,            32768, 16000000, 524288, ""),
+        SETTING(lan_config.nBitrate2,            32768, 16000000, 262144, ""),
         ELEMENT(codec_advconfig, 0, ipRatio,     1, 1000, 50, "pictures from key frame to key frame"),
         ELEMENT(codec_advconfig, 1, ipRatio,     1, 1000, 50, ""),
         SETTING(lan_config.nRotateAngle,         0, 3, 0, "the picture is turned clockwise by 0, 1: 90, 2: 180, 3: 270 degrees"),

@@ -43,13 +43,13 @@ constexpr Command kCommands[] = {
 
 }  // namespace
 
-SystemServer::SystemServer(std::function<void(int)> force_key_frame)
+SystemServer::SystemServer(const SysInfo& initial, std::function<void(int)> force_key_frame)
     : force_key_frame_(std::move(force_key_frame)),
       configuration_(SYS_CONFIG_KEY, SYS_SEGMENT_SIZE, "configuration"),
       transfer_(SYS_DRV_KEY, SYS_SEGMENT_SIZE, "system server's transfer"),
       queue_(IpcMsgInit(SYS_DRV_KEY)) {
     if (queue_ < 0) throw std::runtime_error("cannot open the system server's request queue");
-    ApplyStandardSettings(Record());
+    Record() = initial;
     thread_ = std::thread(&SystemServer::AnswerRequests, this);
 }
 
@@ -60,9 +60,11 @@ SystemServer::~SystemServer() {
 
 void SystemServer::Change(const std::function<void(SysInfo&)>& change) {
     const std::lock_guard lock(changes_);
+    SysInfo changed = Record();
+    change(changed);
     const uint8_t rotation = Record().lan_config.nRotateAngle;
-    change(Record());
-    if (Record().lan_config.nRotateAngle != rotation) Record().lan_config.nPreRotateAngle = rotation;
+    if (changed.lan_config.nRotateAngle != rotation) changed.lan_config.nPreRotateAngle = rotation;
+    Record() = changed;
 }
 
 SysInfo SystemServer::Snapshot() {

@@ -17,13 +17,14 @@ namespace desk {
 
 class SystemServer {
   public:
-    // `force_key_frame` is called with a stream index, on the answering thread.
-    explicit SystemServer(std::function<void(int)> force_key_frame);
+    // The record begins as `initial`.  `force_key_frame` is called with a stream index, on the answering thread.
+    SystemServer(const SysInfo& initial, std::function<void(int)> force_key_frame);
     ~SystemServer();
     SystemServer(const SystemServer&) = delete;
     SystemServer& operator=(const SystemServer&) = delete;
 
-    // Runs `change` on the shared record; no other change happens meanwhile.  Readers see it as it goes.
+    // Runs `change` on a copy of the record and puts that in its place: readers see all of it or, when it throws,
+    // nothing.  No other change happens meanwhile.
     void Change(const std::function<void(SysInfo&)>& change);
     SysInfo Snapshot();
 

@@ -10,6 +10,13 @@ extern "C" {
 
 #include "Encoder.h"
 
+#ifdef __SANITIZE_ADDRESS__
+extern "C" const char* __lsan_default_suppressions();
+extern "C" const char* __lsan_default_suppressions() {
+    return "leak:libx265\n";
+}  // 4 KB an encoder, of its own
+#endif
+
 namespace desk {
 namespace {
 

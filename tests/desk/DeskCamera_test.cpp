@@ -1,0 +1,212 @@
+// The desk camera as a whole: settings, alarms, commands and heartbeat while it publishes its test picture.
+#include "Hostility.h"
+#include "Support.h"
+#include "libAVServerAccess.h"
+#include "libAlarmProcess.h"
+#include "libOthers.h"
+#include "libWatchDog.h"
+#include "support/Stderr.h"
+
+using namespace desk;
+using namespace desk_test;
+
+namespace {
+
+constexpr char kControl[] = "/tmp/deskcamera.control";
+
+std::string Say(const std::string& line) {
+    return AskDeskCamera(kControl, line);
+}
+
+AlarmData Board() {
+    AlarmData board{};
+    EXPECT_EQ(AlarmDataRead(&board), 0);
+    return board;
+}
+
+TEST(DeskCamera, AForcedKeyFrameIsTheNextFrame) {
+    Running camera;
+    for (int round = 0; round < 6; ++round) {
+        const int stream = round % 2;
+        Running::WaitForVideo(stream, 3 + static_cast<size_t>(round));
+        const size_t before = Running::Video(stream).size();
+        ASSERT_EQ(AVServerVideoForceIFrame(static_cast<AVAccessVideoType>(stream)), 0);
+        const size_t after = Running::Video(stream).size();
+        Running::WaitForVideo(stream, 3);
+        const auto video = Running::Video(stream);
+        size_t key = before;
+        while (key < video.size() && !video[key].key) ++key;
+        EXPECT_LE(key, after) << "the answer came with frame " << after;
+        EXPECT_LE(key, before + 1) << "one frame was in the making";
+    }
+    EXPECT_EQ(Say("keyframe 1"), "ok\n");
+    EXPECT_NE(Say("keyframe 2").find("error"), std::string::npos);
+}
+
+TEST(DeskCamera, ReadsItsSettingsAgainWhenTheyChange) {
+    DeskCameraOptions options;
+    options.dumps = {"/tmp/desk_test.h264"};
+    Running camera(options);
+    Running::WaitForVideo(0, 5);
+    const support::Captured said;
+    const std::string changed = Running::Small() + "lan_config.nFrameRate1 = 10\nlan_config.nRotateAngle = 1\n";
+    WriteText(Running::kSettings,
+              changed + "lan_config.nBitrate1 = plenty\nno_such.member = 1\nschedule.monday = 9-10\n");
+    ASSERT_TRUE(Within(5s, [&] { return camera->System().Snapshot().lan_config.nFrameRate1 == 10; }));
+    EXPECT_TRUE(Within(5s, [&] { return said.Text().find("line 11") != std::string::npos; })) << said.Text();
+    EXPECT_NE(said.Text().find("line 9: lan_config.nBitrate1 takes a whole number"), std::string::npos) << said.Text();
+    EXPECT_NE(said.Text().find("line 10: there is no setting \"no_such.member\""), std::string::npos) << said.Text();
+    EXPECT_EQ(camera->System().Snapshot().lan_config.nPreRotateAngle, 0);
+    EXPECT_TRUE(Within(5s, [&] { return camera->Media().FrameRate(0) == 10; }));
+
+    // A change made elsewhere lasts until its own line changes.
+    EXPECT_EQ(Say("set lan_config.nFrameRate1 = 12"), "ok\n");
+    WriteText(Running::kSettings,
+              changed + "schedule.daily = off\nschedule.monday = 08:00-12:00 motion, 13:00-18:30 io\n");
+    ASSERT_TRUE(Within(5s, [&] {
+        return camera->System().Snapshot().Record_config.weekScope.dayScope[1].hourScope[1].endHour.ucMinute == 30;
+    }));
+    const SysInfo record = camera->System().Snapshot();
+    EXPECT_EQ(record.lan_config.nFrameRate1, 12);
+    const auto& days = record.Record_config.weekScope.dayScope;
+    EXPECT_EQ(days[0].ucSocpeMode, 0);
+    EXPECT_EQ(days[1].ucSocpeMode, 3);
+    EXPECT_EQ(days[1].hourScope[0].endHour.ucType, 1);
+    EXPECT_EQ(days[1].hourScope[1].endHour.ucType, 2);
+
+    // The pictures follow: 320x240, then turned.
+    Running::WaitForVideo(0, 10);
+    camera->RequestStop();
+    camera.Join();
+    const std::string widths =
+        Shell("ffprobe -v error -show_entries frame=width -of csv=p=0 /tmp/desk_test.h264 | grep -o '^[0-9]*' | uniq");
+    EXPECT_EQ(widths, "320\n240\n");
+}
+
+TEST(DeskCamera, RequestsToTheSystemServerChangeTheRecord) {
+    Running camera;
+    ASSERT_EQ(SysConfigInit(), 0);
+    ASSERT_EQ(SysDrvInit(5), 0);
+    int rate = 17, angle = 2, stream = 0;
+    EXPECT_EQ(SetSysFramerate1(&rate, sizeof rate), 4);
+    EXPECT_EQ(SetSysRotateAngle(&angle, 1), 1);
+    EXPECT_EQ(GetSysconfigData()->lan_config.nFrameRate1, 17);
+    EXPECT_EQ(GetSysconfigData()->lan_config.nRotateAngle, 2);
+    rate = 1000;  // out of bounds: answered, and nothing changed
+    EXPECT_EQ(SetSysFramerate1(&rate, sizeof rate), 4);
+    EXPECT_EQ(GetSysconfigData()->lan_config.nFrameRate1, 17);
+
+    Running::WaitForVideo(0, 3);
+    const size_t before = Running::Video(0).size();
+    EXPECT_EQ(SetSysVideoForceIFrame(&stream, 4), 4);
+    Running::WaitForVideo(0, 3);
+    const auto video = Running::Video(0);
+    EXPECT_TRUE(video[before].key || video[before + 1].key);
+    SysDrvExit();
+    SysconfigExit();
+}
+
+TEST(DeskCamera, RaisesAndClearsTimedAlarms) {
+    DeskCameraOptions options;
+    options.alarms = "/tmp/desk_test.alarms";
+    WriteText(options.alarms,
+              "# sorted by time, whatever the order of the lines\n"
+              "at 0.9s motion off\nat 0.6s io on   # both\nat 0.3s motion on\n"
+              "at 0m1.2s io off\nat 1.2s set Record_config.ucrecordDelay = 8\nat 1.5s crossborder on\nat 1.5s "
+              "io+motion on\n");
+    Running camera(options);
+    std::vector<std::pair<int, int>> seen;  // motion, io
+    const bool ended = Within(10s, [&] {
+        const AlarmData board = Board();
+        const std::pair now(board.alarm[2].status, board.alarm[0].status);
+        if (seen.empty() || seen.back() != now) seen.push_back(now);
+        return board.alarm[9].status == 1 && board.alarm[14].status == 1;
+    });
+    EXPECT_TRUE(ended);
+    EXPECT_EQ(seen, (std::vector<std::pair<int, int>>{{0, 0}, {1, 0}, {1, 1}, {0, 1}, {0, 0}}));
+    EXPECT_NEAR(Board().alarm[9].time, time(nullptr), 2);
+    EXPECT_EQ(camera->System().Snapshot().Record_config.ucrecordDelay, 8);
+
+    EXPECT_EQ(Say("alarm face on"), "ok\n");
+    EXPECT_EQ(Board().alarm[11].status, 1);
+    EXPECT_NE(Say("status").find("alarms: crossborder, face, io_motion"), std::string::npos) << Say("status");
+    EXPECT_NE(Say("alarm thunder on").find("error"), std::string::npos);
+    EXPECT_NE(Say("alarm motion maybe").find("error"), std::string::npos);
+    EXPECT_NE(Say("set Record_config.ucEnable = 7").find("takes 0 to 1"), std::string::npos);
+    EXPECT_NE(Say("sing").find("error"), std::string::npos);
+}
+
+TEST(AlarmScript, NamesTheLineThatIsWrong) {
+    for (const char* line : {"motion on", "at 5 motion on", "at 5s motion", "at 5s motion on off", "at 5s thunder on",
+                             "at -1s motion on", "at 5s set x"}) {
+        try {
+            ParseAlarmScript(std::string("at 1s motion on\n\n") + line);
+            ADD_FAILURE() << line;
+        } catch (const std::runtime_error& error) {
+            EXPECT_NE(std::string(error.what()).find("line 3"), std::string::npos) << error.what();
+        }
+    }
+}
+
+TEST(DeskCamera, WatchesTheRecordersHeartbeat) {
+    Watchdog watchdog;
+    const time_t now = time(nullptr);
+    EXPECT_EQ(watchdog.Check(now), std::nullopt) << "a recorder that never was there is not missed";
+    EXPECT_EQ(watchdog.Status(now), "no heartbeat yet");
+    ASSERT_EQ(libWatchDogInit(), 0);
+    ASSERT_EQ(WatchDogDataWrite(WATCH_DOG_SOURCE_AVSERVER), 0);
+    EXPECT_EQ(watchdog.Status(now), "no heartbeat yet") << "another service's slot";
+    ASSERT_EQ(WatchDogDataWrite(WATCH_DOG_SOURCE_AVRECORD), 0);
+    EXPECT_EQ(watchdog.Check(now + 9), std::nullopt);
+    EXPECT_EQ(watchdog.Check(now + 14).value_or("").substr(0, 37), "the recorder's heartbeat has stopped,");
+    EXPECT_EQ(watchdog.Check(now + 15), std::nullopt) << "said once";
+    EXPECT_EQ(watchdog.Check(now), "the recorder's heartbeat is back");
+    libWatchDogCleanup();
+}
+
+TEST(Settings, WrittenOnesReadBackAsTheStandardRecord) {
+    SysInfo standard{}, read{};
+    ApplyStandardSettings(standard);
+    WriteText(Running::kSettings, StandardSettingsText());
+    SettingsFile file(Running::kSettings);
+    EXPECT_TRUE(file.Read(read).empty());
+    EXPECT_EQ(std::memcmp(&standard, &read, sizeof read), 0);
+    EXPECT_FALSE(file.Changed());
+    EXPECT_NE(StandardSettingsText().find("schedule.saturday"), std::string::npos);
+}
+
+TEST(Settings, AScheduleIsTakenWholeOrNotAtAll) {
+    SysInfo record{};
+    ApplySetting(record, "schedule.daily", "all");
+    const SysInfo before = record;
+    for (const char* value :
+         {"", "sometimes", "08:00-07:00", "08:00-24:01", "08:60-09:00", "22:00-02:00", "08:00-09:00 rain",
+          "1:00-2:00,3:00-4:00,5:00-6:00,7:00-8:00,9:00-10:00,11:00-12:00,13:00-14:00"}) {
+        EXPECT_THROW(ApplySetting(record, "schedule.friday", value), std::runtime_error) << value;
+        EXPECT_EQ(std::memcmp(&record, &before, sizeof record), 0) << value;
+    }
+    EXPECT_THROW(ApplySetting(record, "schedule.someday", "all"), std::runtime_error);
+}
+
+TEST(Hostility, EndsAndLeavesTheRingClean) {
+    DeskCameraOptions options;
+    options.hostile = 4711;
+    options.feed.speed = 4;
+    Running camera(options);
+    ASSERT_TRUE(Within(60s, [&] { return ReadText(Running::kJournal).find("# hostile: over") != std::string::npos; }));
+    RingReader reader(0x61766C79, 614400, 0);
+    std::vector<RingFrame> frames;
+    while (frames.size() < 50) {
+        auto frame = reader.Next();
+        ASSERT_TRUE(frame);
+        frames.push_back(std::move(*frame));
+    }
+    const auto lines = ReadJournal(Running::kJournal);
+    for (const RingFrame& frame : frames) {
+        EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](const Line& line) {
+            return line.stream == 0 && line.serial == frame.header.SerialNumber && line.length == frame.payload.size();
+        }));
+    }
+}
+
+}  // namespace

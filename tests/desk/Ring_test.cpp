@@ -1,0 +1,145 @@
+// The rings and queues of the media server, seen by a reader that follows their rules.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <random>
+
+#include "MediaServer.h"
+#include "Support.h"
+#include "libAVServerAccess.h"
+
+using namespace desk;
+using namespace desk_test;
+
+namespace {
+
+constexpr key_t kKeys[] = {0x61766C79, 0x61766C7A};
+constexpr uint32_t kSizes[] = {614400, 131072};
+
+AccessUnit Unit(size_t length, bool key, uint32_t seed = 1) {
+    std::mt19937 random(seed);
+    AccessUnit unit{Bytes(length), key};
+    for (uint8_t& byte : unit.bytes) byte = static_cast<uint8_t>(random());
+    const uint8_t head[] = {0, 0, 0, 1, static_cast<uint8_t>(key ? 0x67 : 0x41)};
+    std::copy(std::begin(head), std::end(head), unit.bytes.begin());
+    return unit;
+}
+
+// The n-th frame of a stream: sizes from a few bytes to a third of the ring.
+AccessUnit Numbered(uint32_t n, uint32_t ring_size) {
+    std::mt19937 random(n);
+    const uint32_t most = n % 40 == 0 ? ring_size / 3 : ring_size / 100;
+    return Unit(5 + random() % most, n % 40 == 0, n);
+}
+
+class MediaServerTest : public testing::Test {
+  protected:
+    MediaServerTest() { AVServerAccessCleanup(); }  // the client may hold an earlier camera's queue
+
+    void Publish(int stream, const AccessUnit& unit) {
+        const auto turn = media_.BeginFrame(stream);
+        media_.PublishVideo(stream, unit, 0);
+    }
+
+    Journal journal_;
+    MediaServer media_{journal_, nullptr};
+};
+
+TEST_F(MediaServerTest, AReaderGetsEveryFrameByteForByteOverManyLaps) {
+    constexpr uint32_t kFrames = 4000;
+    for (int stream = 0; stream < 2; ++stream) {
+        RingReader reader(kKeys[stream], kSizes[stream], stream);
+        std::atomic<uint32_t> read{0};
+        std::thread writer([&] {
+            for (uint32_t n = 0; n < kFrames; ++n) {
+                Publish(stream, Numbered(n, kSizes[stream]));
+                if (!Within(5s, [&] { return read + 3 > n; })) return;
+            }
+        });
+        for (uint32_t n = 0; n < kFrames; ++n) {
+            const auto frame = reader.Next();
+            ASSERT_TRUE(frame && frame->payload == Numbered(n, kSizes[stream]).bytes)
+                << "stream " << stream << ", frame " << n;
+            ASSERT_EQ(frame->header.SerialNumber, n + 1);
+            ASSERT_EQ(frame->header.AVSource, AV_FRAME_TYPE_VIDEO);
+            ++read;
+        }
+        writer.join();
+        EXPECT_GT(reader.wraps, 10);
+    }
+}
+
+TEST_F(MediaServerTest, AFrameTooLargeIsDroppedAndSoIsAllUpToTheNextKeyFrame) {
+    RingReader reader(kKeys[1], kSizes[1], 1);
+    Publish(1, Unit(100, false));  // nobody could decode it
+    Publish(1, Unit(100, true, 1));
+    Publish(1, Unit(kSizes[1], false));
+    Publish(1, Unit(100, false));
+    Publish(1, Unit(kSizes[1] - 2000, true, 2));
+    EXPECT_EQ(media_.Dropped(1), 3U);
+    EXPECT_EQ(reader.Next()->payload, Unit(100, true, 1).bytes);
+    EXPECT_EQ(reader.Next()->payload, Unit(kSizes[1] - 2000, true, 2).bytes);
+}
+
+TEST_F(MediaServerTest, ARestartSendsReadersToTheBeginning) {
+    RingReader reader(kKeys[0], kSizes[0], 0);
+    Publish(0, Unit(1000, true));
+    Publish(0, Unit(1000, false));
+    ASSERT_TRUE(reader.Next() && reader.Next());
+    EXPECT_EQ(AVServerVideoRestart(AVACCESS_1ST_STREAM), 0);
+    {
+        const auto turn = media_.BeginFrame(0);
+        EXPECT_TRUE(turn.key_wanted);
+        media_.PublishVideo(0, Unit(500, true), 0);
+    }
+    const auto frame = reader.Next();
+    ASSERT_TRUE(frame);
+    EXPECT_EQ(reader.restarts, 1);
+    EXPECT_EQ(frame->header.SerialNumber, 3U);
+    EXPECT_EQ(frame->header.AVDataPos, 0);
+}
+
+TEST_F(MediaServerTest, AnswersPositionsAndRefusesWhatItDoesNotKnow) {
+    RingReader reader(kKeys[0], kSizes[0], 0);
+    Publish(0, Unit(1000, true));
+    Publish(0, Unit(2000, false));
+    Publish(0, Unit(3000, true));
+    Publish(0, Unit(4000, false));
+    EXPECT_EQ(reader.Ask(0x2001), 4 * 64 + 10000U);
+    reader.GoTo(reader.Ask(0x2002));
+    EXPECT_EQ(reader.Next()->payload.size(), 3000U);
+    EXPECT_EQ(reader.Ask(0x2003), 2 * 64 + 3000U);
+
+    int32_t result = -1;
+    reader.Ask(0x1001, &result);
+    EXPECT_EQ(result, 0);
+    reader.Ask(0x7777, &result);
+    EXPECT_EQ(result, 101);
+    RingReader(kKeys[0], kSizes[0], 2).Ask(0x2001, &result);
+    EXPECT_EQ(result, 102);
+    EXPECT_EQ(AVServerVideoForceIFrame(AVACCESS_3RD_STREAM), 102);
+    EXPECT_EQ(AVServerSetBrightness(), 0);
+}
+
+// A camera that was killed leaves its segments; the next one goes on behind its last record.
+TEST(FrameRing, GoesOnWhereAKilledCameraStopped) {
+    constexpr key_t kKey = 0x1234;
+    constexpr uint32_t kSize = 20000;
+    const pid_t child = fork();
+    if (child == 0) {
+        FrameRing ring(kKey, kSize);
+        for (uint32_t i = 0; i < 45; ++i) ring.Publish({AV_FRAME_TYPE_VIDEO, Unit(1000, false, i).bytes, 0});
+        _exit(ring.LastSerial() == 45 ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    ASSERT_EQ(status, 0);
+
+    FrameRing ring(kKey, kSize);
+    EXPECT_EQ(ring.LastSerial(), 45U);
+    EXPECT_EQ(ring.WritePosition(), 45 % 18 * 1064U) << "18 records fit into a lap";
+    for (uint32_t i = 46; i < 100; ++i)
+        EXPECT_EQ(ring.Publish({AV_FRAME_TYPE_VIDEO, Unit(1000, false, i).bytes, 0})->serial, i);
+}
+
+}  // namespace

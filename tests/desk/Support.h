@@ -1,0 +1,204 @@
+// Clients of the desk camera's peers, written apart from them: a ring reader, files, and a running desk camera.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <sys/shm.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "DeskCamera.h"
+#include "Ffmpeg.h"
+#include "libAVServerAccess.h"
+
+namespace desk_test {
+
+using namespace std::chrono_literals;
+
+// Whether `condition` came true within `bound`.
+inline bool Within(std::chrono::milliseconds bound, const std::function<bool()>& condition) {
+    const auto end = std::chrono::steady_clock::now() + bound;
+    while (std::chrono::steady_clock::now() < end) {
+        if (condition()) return true;
+        std::this_thread::sleep_for(2ms);
+    }
+    return condition();
+}
+
+inline std::string ReadText(const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+inline void WriteText(const std::string& path, const std::string& text) {
+    const std::string replacement = path + ".new";
+    std::ofstream(replacement) << text;
+    ASSERT_EQ(std::rename(replacement.c_str(), path.c_str()), 0);
+}
+
+// What a shell command prints; fails the test when the command fails.
+inline std::string Shell(const std::string& command) {
+    std::string text;
+    FILE* const pipe = popen(command.c_str(), "r");
+    for (int c = 0; (c = std::fgetc(pipe)) != EOF;) text += static_cast<char>(c);
+    EXPECT_EQ(pclose(pipe), 0) << command << "\n" << text;
+    return text;
+}
+
+struct RingFrame {
+    AVDataInfo header;
+    std::vector<uint8_t> payload;
+};
+
+// Follows a ring as any client of the media server may: asks for the write position, then goes from record to record.
+class RingReader {
+  public:
+    RingReader(key_t key, uint32_t ring_size, int stream) : size_(ring_size), stream_(stream) {
+        segment_ = static_cast<const uint8_t*>(shmat(shmget(key, 0, 0), nullptr, SHM_RDONLY));
+        EXPECT_NE(reinterpret_cast<intptr_t>(segment_), -1);
+        position_ = Ask(0x2001);
+    }
+    ~RingReader() { shmdt(segment_); }
+
+    // The answer of the media server to a client of type 9: its position, and its result in `result`.
+    uint32_t Ask(int32_t command, int32_t* result = nullptr) const {
+        struct {
+            long type;
+            int32_t words[11];
+        } message = {1, {9, command, stream_}};
+        const int queue = msgget(0x61766C79, 0);
+        EXPECT_EQ(msgsnd(queue, &message, sizeof message.words, 0), 0);
+        EXPECT_EQ(msgrcv(queue, &message, sizeof message.words, 9, 0), 44);
+        if (result != nullptr) *result = message.words[6];
+        return static_cast<uint32_t>(message.words[3]);
+    }
+
+    void GoTo(uint32_t position) { position_ = position; }
+
+    // The next frame, if it comes within the time.
+    std::optional<RingFrame> Next(std::chrono::milliseconds bound = 2000ms) {
+        std::optional<RingFrame> frame;
+        Within(bound, [&] {
+            const AVDataInfo header = Header();
+            if (header.AVDataCheck != 0x12345678) return false;
+            if (header.EndFlag == 255 || header.EndFlag == 253) {
+                ++(header.EndFlag == 255 ? wraps : restarts);
+                position_ = 0;
+                return false;
+            }
+            if (header.EndFlag != 254) return false;
+            const uint32_t end = position_ + 64 + static_cast<uint32_t>(header.AVDataLen);
+            EXPECT_LE(end + 64, size_) << "no room for the next header";
+            if (header.AVDataLen < 0 || end > size_) return false;
+            frame = {header, {segment_ + position_ + 64, segment_ + end}};
+            position_ = end;
+            return true;
+        });
+        return frame;
+    }
+
+    int wraps = 0, restarts = 0;
+
+  private:
+    AVDataInfo Header() const {
+        EXPECT_LE(position_ + 64, size_);
+        AVDataInfo header;
+        std::memcpy(&header, segment_ + position_, sizeof header);
+        std::atomic_thread_fence(std::memory_order_acquire);
+        return header;
+    }
+
+    const uint8_t* segment_;
+    uint32_t size_;
+    int stream_;
+    uint32_t position_ = 0;
+};
+
+struct Line {  // of the journal
+    int stream;
+    bool video;
+    uint32_t serial, length;
+    bool key;
+    uint32_t position, crc;
+};
+
+inline std::vector<Line> ReadJournal(const std::string& path) {
+    std::vector<Line> lines;
+    std::ifstream file(path);
+    for (std::string text; std::getline(file, text) && !file.eof();) {
+        Line line{};
+        char kind[6] = {};
+        int key = 0;
+        long long time = 0;
+        if (text.starts_with("#")) continue;
+        EXPECT_EQ(
+            std::sscanf(text.c_str(), "stream=%d kind=%5s serial=%u length=%u key=%d time_ms=%lld position=%u crc32=%x",
+                        &line.stream, kind, &line.serial, &line.length, &key, &time, &line.position, &line.crc),
+            8)
+            << text;
+        line.video = std::string(kind) == "video";
+        line.key = key == 1;
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+// A desk camera at work on a thread of its own; small pictures unless `settings` says otherwise.
+class Running {
+  public:
+    static constexpr char kSettings[] = "/tmp/desk_test.settings", kJournal[] = "/tmp/desk_test.journal";
+
+    explicit Running(desk::DeskCameraOptions options = {}, const std::string& settings = Small()) {
+        av_log_set_level(AV_LOG_ERROR);
+        AVServerAccessCleanup();  // this process's client may hold an earlier camera's queue
+        WriteText(kSettings, settings);
+        options.settings = kSettings;
+        options.journal = kJournal;
+        camera_.emplace(options);
+        thread_ = std::thread([this] { camera_->Run(); });
+    }
+    ~Running() {
+        camera_->RequestStop();
+        Join();
+    }
+
+    desk::DeskCamera* operator->() { return &*camera_; }
+    void Join() {
+        if (thread_.joinable()) thread_.join();
+    }
+
+    static std::string Small() {
+        return "stream_config[0].width = 320\nstream_config[0].height = 240\n"
+               "stream_config[1].width = 160\nstream_config[1].height = 120\n"
+               "codec_advconfig[0].ipRatio = 1000\ncodec_advconfig[1].ipRatio = 1000\n";
+    }
+
+    static std::vector<Line> Video(int stream) {
+        std::vector<Line> lines = ReadJournal(kJournal);
+        std::erase_if(lines, [stream](const Line& line) { return !line.video || line.stream != stream; });
+        return lines;
+    }
+    // Waits until so many more video frames of the stream are out than now.
+    static void WaitForVideo(int stream, size_t more) {
+        const size_t wanted = Video(stream).size() + more;
+        ASSERT_TRUE(Within(10s, [&] { return Video(stream).size() >= wanted; }));
+    }
+
+  private:
+    std::optional<desk::DeskCamera> camera_;
+    std::thread thread_;
+};
+
+}  // namespace desk_test
