@@ -13,8 +13,9 @@ namespace card {
 namespace {
 
 constexpr uint32_t kKeyFramesMax = (RECORD_FILE_SIZE - RECORD_KEY_FRAME_BASE) / sizeof(KeyFrameInfoHead_S);
-constexpr uint32_t kFrameBytesMax = 4u << 20;  // no camera's frame is larger
+constexpr uint32_t kFrameBytesMax = 614400;    // the recorder writes no larger frame
 constexpr uint32_t kEventTolerance = 60;       // s an event may lie outside its file: pre-record, clock set
+constexpr uint32_t kClockStep = 60;            // s a frame's time may go back when the camera's clock is set
 constexpr uint32_t kRateSeconds = 600;         // of video the present bit rate is taken from
 
 template <typename Record>
@@ -67,15 +68,19 @@ Section::Fault SectionFault(Section& section, const FileState& file) {
     if (!CutToFile(section, file)) return Fault::OutsideFile;
     if (head.m_u32RecordStartTime < file.head.m_u32RecordStartTime) return Fault::EarlierLap;
     if (!CutKeyFrames(section, file)) return Fault::BadKeyFrames;
-    if (head.m_u32RecordEndTime != 0 && head.m_u32RecordEndTime < head.m_u32RecordStartTime) return Fault::BadTimes;
+    const uint64_t end = head.m_u32RecordEndTime;
+    if (end != 0 && end + kClockStep < head.m_u32RecordStartTime) return Fault::BadTimes;
     return Fault::None;
 }
 
 // A section begins where its predecessor ends, or on the one frame that its predecessor's file head missed.
-void SettleOverlap(Section* previous, Section& section) {
+// Then its own end agrees with `next_begin`, where the following section or the free space begins; if not, its
+// place is wrong and costs the predecessor nothing.
+void SettleOverlap(Section* previous, Section& section, uint64_t next_begin) {
     if (previous == nullptr || section.Begin() >= previous->Limit()) return;
     const uint64_t overlap = previous->Limit() - section.Begin();
-    if (section.Begin() < previous->Begin() || previous->cut_bytes + overlap > kFrameBytesMax) {
+    const bool agrees = section.Limit() >= next_begin && section.Limit() - next_begin <= kFrameBytesMax;
+    if (!agrees || section.Begin() < previous->Begin() || previous->cut_bytes + overlap > kFrameBytesMax) {
         section.fault = Section::Fault::EarlierLap;
         return;
     }
@@ -161,7 +166,8 @@ void CardIndex::ReadSections(const StoreFile& index) {
             section.number = i + 1;
             section.head = heads[i];
             section.fault = SectionFault(section, file);
-            if (section.Usable()) SettleOverlap(previous, section);
+            const bool last = i + 1 == sections.size();
+            if (section.Usable()) SettleOverlap(previous, section, last ? file.Length() : heads[i + 1].m_u32RecordStartPos);
             if (section.Usable()) previous = &section;
         }
         all_sections_.insert(all_sections_.end(), sections.begin(), sections.end());

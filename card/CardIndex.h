@@ -41,7 +41,7 @@ struct Section {
         OutsideFile,   // reaches behind the file's stream data
         EarlierLap,    // overlaps its predecessor or is older than its file: left over from an earlier lap
         BadKeyFrames,  // its key-frame records lie outside the file's
-        BadTimes,      // ends before it starts
+        BadTimes,      // ends before it starts, by more than a clock step of the camera explains
     };
     uint32_t file = 0;    // where it was read
     uint32_t number = 0;  // 1 to 251

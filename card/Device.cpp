@@ -12,6 +12,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <memory>
 #include <utility>
 
@@ -55,6 +56,18 @@ CardError CannotOpen(const std::string& path, int error) {
         default:
             return SystemError(path, error);
     }
+}
+
+// A mount that has just ended lets go of the card a moment later; others keep it.
+bool Hold(int fd) {
+    constexpr int kTries = 50;
+    constexpr timespec kPause{.tv_sec = 0, .tv_nsec = 20'000'000};
+    for (int i = 0; i < kTries; ++i) {
+        if (flock(fd, LOCK_EX | LOCK_NB) == 0) return true;
+        if (errno != EWOULDBLOCK) return false;
+        nanosleep(&kPause, nullptr);
+    }
+    return false;
 }
 
 int OpenDescriptor(const std::string& path, int flags) {
@@ -112,7 +125,7 @@ Device Device::OpenCard(const std::string& path, Access access) {
     const int fd = OpenDescriptor(path, O_RDWR | (IsBlockDevice(path) ? O_EXCL : 0));
     Device device(path, fd, 0, access);
     device.size_ = SizeOf(path, fd);
-    if (flock(fd, LOCK_EX | LOCK_NB) != 0) throw CardError(path + " is being written by another program");
+    if (!Hold(fd)) throw CardError(path + " is being written by another program");
     return device;
 }
 

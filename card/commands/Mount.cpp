@@ -146,6 +146,7 @@ int OnOpen(const char* path, fuse_file_info* info) {
     const StoreFile* file = Card().Find(path);
     if (file == nullptr) return -ENOENT;
     if ((info->flags & O_ACCMODE) != O_RDONLY && !Card().Writable()) return -EROFS;
+    if ((info->flags & O_TRUNC) != 0) return -EPERM;
     info->fh = static_cast<uint64_t>(file - Card().Files().data());
     return 0;
 }
