@@ -1,0 +1,172 @@
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+
+#include "RecordState.h"
+#include "libAVRecord.h"
+#include "libAVRecordProcess.h"
+#include "support/BoundCamera.h"
+
+namespace {
+
+using support::Card;
+using support::Store;
+
+constexpr int64_t kMidnight = 1700006400;  // Wednesday 2023-11-15 00:00:00 UTC
+constexpr uint32_t kFull = 0x0F900000;
+
+class RecordCheck : public support::BoundCamera {
+  protected:
+    RecordCheck() {
+        setenv("TZ", "UTC", 1);
+        tzset();
+        Config().Record_config.ucEnable = 1;
+        Config().Record_config.ucLackSpaceModel = 1;
+        Today().ucSocpeMode = TIME_SCOPE_ALL;
+        wall = kMidnight;
+        g_RecordInitFlag = 0;
+        g_s32CoverFlag = 0;
+        g_u32RecordEndTime = 0;
+    }
+    static Day_Hour_Scope& Today() { return Config().Record_config.weekScope.dayScope[3]; }
+    static void SetRange(int number, uint8_t begin_hour, uint8_t end_hour) {
+        Today().ucSocpeMode = TIME_SCOPE_DIFF;
+        Today().hourScope[number].beginHour.ucHour = begin_hour;
+        Today().hourScope[number].endHour.ucHour = end_hour;
+    }
+    static int CheckAt(int64_t second_of_day) {
+        wall = kMidnight + second_of_day;
+        return CheckRecordStart();
+    }
+    static void PutIndex(uint64_t offset, const std::string& bytes) {
+        std::fstream index(std::string(support::kCardDirectory) + "index000.bin");
+        index.seekp(static_cast<std::streamoff>(offset));
+        index << bytes;
+    }
+};
+
+TEST_F(RecordCheck, FollowsTheRangesOfTheDayToTheMinute) {
+    const Card card(Store{});
+    SetRange(0, 8, 12);
+    EXPECT_EQ(CheckAt(8 * 3600 - 1), -1);
+    EXPECT_EQ(CheckAt(8 * 3600), 0);
+    EXPECT_EQ(CheckAt(12 * 3600 - 1), 0);
+    EXPECT_EQ(CheckAt(12 * 3600), -1);
+    SetRange(3, 9, 10);
+    EXPECT_EQ(CheckAt(9 * 3600 + 1800), 0);
+    EXPECT_EQ(gRecordHour, 3);
+    SetRange(0, 22, 6);  // ends before it begins
+    EXPECT_EQ(CheckAt(23 * 3600), -1);
+    EXPECT_EQ(CheckAt(24 * 3600), -1) << "another day";
+}
+
+TEST_F(RecordCheck, FollowsTheModesAndTheSwitch) {
+    const Card card(Store{});
+    for (const int mode : {0, 1, 2, 4}) {
+        Today().ucSocpeMode = static_cast<uint8_t>(mode);
+        EXPECT_EQ(CheckRecordStart(), mode == TIME_SCOPE_ALL ? 0 : -1) << mode;
+    }
+    Today().ucSocpeMode = TIME_SCOPE_ALL;
+    Config().Record_config.ucEnable = 0;
+    EXPECT_EQ(CheckRecordStart(), -1);
+}
+
+TEST_F(RecordCheck, ReadsTheHeadsAgainFromACardThatIsBack) {
+    EXPECT_EQ(CheckRecordStart(), -1);
+    EXPECT_TRUE(Logged("NO SDCARD MOUNT /var/etc/sdcard/"));
+    Card card(Store{.files = 5});
+    EXPECT_EQ(CheckRecordStart(), 0);
+    EXPECT_EQ(AV_RecordSystemInfoHeadGet()->m_u32RecordFileSum, 5u);
+    card.Pull();
+    EXPECT_EQ(CheckRecordStart(), -1);
+    card.Plug();
+    card.Prepare({.files = 3, .current_file = 2, .current_length = 777});
+    EXPECT_EQ(CheckRecordStart(), 0);
+    EXPECT_EQ(AV_RecordSystemInfoHeadGet()->m_u32RecordFileSum, 3u);
+    EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32RecordFileSumLenth, 777u);
+    unlink(support::kCardDevice);
+    EXPECT_EQ(CheckRecordStart(), -1) << "mounted, but the device is gone";
+}
+
+TEST_F(RecordCheck, RefusesACardThatIsNoStore) {
+    const Card card(Store{});
+    PutIndex(28, std::string("\xFF\xFF\xFF\x7F", 4));
+    EXPECT_EQ(CheckRecordStart(), -1) << "a current file that the index has no room for";
+    PutIndex(0, "XXXX");
+    EXPECT_EQ(CheckRecordStart(), -1);
+    unlink("/var/etc/sdcard/index000.bin");
+    EXPECT_EQ(CheckRecordStart(), -1);
+    EXPECT_TRUE(Logged("chek file Head fail"));
+    EXPECT_TRUE(Logged("open file fail"));
+}
+
+TEST_F(RecordCheck, AFullCardStopsOrBeginsItsOldestFileAnew) {
+    const Card card(Store{.files = 3, .used_files = 3, .current_file = 1, .current_length = kFull});
+    Config().Record_config.ucLackSpaceModel = 0;
+    EXPECT_EQ(CheckRecordStart(), -1);
+    EXPECT_EQ(CheckRecordStart(), -1);
+    EXPECT_EQ(g_s32CoverFlag, 0);
+    Config().Record_config.ucLackSpaceModel = 1;
+    EXPECT_EQ(CheckRecordStart(), 0);
+    EXPECT_EQ(g_s32CoverFlag, 1);
+    EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32FileInfoHeadFlag, 0u);
+}
+
+TEST_F(RecordCheck, AFullFileOnACardWithRoomIsLeftWhateverTheMode) {
+    const Card card(Store{.files = 3, .used_files = 2, .current_file = 1, .current_length = kFull});
+    Config().Record_config.ucLackSpaceModel = 0;
+    EXPECT_EQ(CheckRecordStart(), 0);
+    EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32FileInfoHeadFlag, 0u);
+}
+
+TEST_F(RecordCheck, ARunJoinsTheOneBeforeWithinThreeSeconds) {
+    RecordSystemInfoHead_S system{};
+    RecordInfoHead_S section{};
+    RecordFileInfoHead_S file{};
+    AV_SystemInfoHeadParamInit(&system, 2048, 3);
+    wall = kMidnight;
+    ASSERT_EQ(AV_RecordFileConfigParamGet(&system, &file, &section, 0), 0);
+    EXPECT_EQ(file.m_u32FileInfoHeadFlag, RECORD_FILE_FLAG);
+    EXPECT_EQ(section.m_u32RecordStartTime, kMidnight);
+    EXPECT_EQ(section.m_u16RecordUseNo, 1);
+
+    g_u32RecordEndTime = kMidnight - 2;
+    ASSERT_EQ(AV_RecordFileConfigParamGet(&system, &file, &section, 1), 0);
+    EXPECT_EQ(section.m_u32RecordStartTime, kMidnight - 2);
+    EXPECT_EQ(section.m_u16RecordUseNo, 2);
+    EXPECT_EQ(section.m_u8SmartEnable, 1);
+    EXPECT_EQ(file.m_u32RecordStartTime, kMidnight - 2) << "the file begins with its earliest section";
+    EXPECT_EQ(g_u32RecordEndTime, 0u);
+
+    g_u32RecordEndTime = kMidnight - 3;
+    ASSERT_EQ(AV_RecordFileConfigParamGet(&system, &file, &section, 0), 0);
+    EXPECT_EQ(section.m_u32RecordStartTime, kMidnight);
+
+    g_u32RecordEndTime = kMidnight + 9;
+    ASSERT_EQ(AV_RecordFileConfigParamGet(&system, &file, &section, 0), 0);
+    EXPECT_EQ(section.m_u32RecordStartTime, kMidnight);
+    EXPECT_EQ(g_u32RecordEndTime, kMidnight + 9) << "the clock was set back: kept";
+    EXPECT_EQ(AV_RecordFileConfigParamGet(nullptr, &file, &section, 0), -1);
+}
+
+TEST_F(RecordCheck, MotionJpegIsNeverRecorded) {
+    const Card card(Store{});
+    Config().lan_config.nEncodingType1 = 4;
+    ASSERT_EQ(CheckRecordStart(), 0);
+    const RecordFileInfoHead_S before = *AV_RecordFileInfoHeadGet();
+    EXPECT_EQ(StartRecord(0, 600), 0);
+    EXPECT_TRUE(Logged("This is Mjpeg Stream, not support\n"));
+    EXPECT_EQ(std::memcmp(AV_RecordFileInfoHeadGet(), &before, sizeof before), 0);
+    EXPECT_EQ(StartRecord(3, 600), -1);
+
+    char picture[] = "\xFF\xD8\xFF\xE0";
+    AVDataInfo info{};
+    info.AVDataLen = 4;
+    ASSERT_EQ(KQ_RecordInit(AV_RecordFileInfoHeadGet(), 0), 0);
+    EXPECT_EQ(Mp4RecordVideoCallbackFunc(AV_FRAME_TYPE_VIDEO, 0, picture, &info), 0);
+    info.AVDataLen = 1;
+    EXPECT_EQ(Mp4RecordVideoCallbackFunc(AV_FRAME_TYPE_VIDEO, 0, picture, &info), -1) << "looked at, not dropped";
+    KQ_RecordUninit();
+}
+
+}  // namespace
