@@ -37,7 +37,7 @@ struct Answer {
 
 inline Answer Ask(const std::string& command) {
     Answer answer;
-    FILE* pipe = popen((command + " 2>&1").c_str(), "re");
+    FILE* pipe = popen(("ulimit -t 30; " + command + " 2>&1").c_str(), "re");
     char piece[65536];
     while (const size_t got = pipe != nullptr ? fread(piece, 1, sizeof piece, pipe) : 0) {
         answer.text.append(piece, got);
