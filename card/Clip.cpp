@@ -32,7 +32,7 @@ class Lister {
 
     void StreamHead() {
         run_base_ = last_index_;  // the writer began to count again
-        last_in_run_.reset();
+        last_in_run_ = 0;
     }
 
     void Take(const StreamFrame& frame) {
@@ -44,7 +44,8 @@ class Lister {
         }
     }
 
-    void Finish() {
+    // Times every frame, and lets go of those before the key frame that the first picture of `from` needs.
+    void Finish(uint32_t from) {
         const FrameTimes times = TimeFrames(marks_, Rate());
         result_.frame_duration = times.frame_duration;
         result_.steady_rate = times.steady_rate;
@@ -56,17 +57,29 @@ class Lister {
                 frame.at = times.at[picture - 1] + frame.at * times.frame_duration;
             }
         }
+        CutFront(from);
     }
 
   private:
+    void CutFront(uint32_t from) {
+        size_t picture = 0;
+        size_t begin = 0;  // latest key frame so far
+        for (size_t i = 0; i < result_.frames.size(); ++i) {
+            if (!result_.frames[i].video) continue;
+            if (result_.frames[i].key) begin = i;
+            if (marks_[picture++].second >= from) break;
+        }
+        result_.frames.erase(result_.frames.begin(), result_.frames.begin() + static_cast<ptrdiff_t>(begin));
+    }
+
     // Pictures of another lap carry its times, and numbers that do not go on from here.
     bool Foreign(const StreamFrame& frame, uint64_t in_run) const {
         if (frame.time + kClockStep < section_.Start() || frame.time > section_.End() + kClockStep) return true;
-        return last_in_run_ && (in_run <= *last_in_run_ || in_run > *last_in_run_ + kLostMax);
+        return last_in_run_ != 0 && (in_run <= last_in_run_ || in_run > last_in_run_ + kLostMax);
     }
 
     void TakePicture(const StreamFrame& frame) {
-        const uint64_t in_run = IndexOf(frame.pts, last_in_run_.value_or(0));
+        const uint64_t in_run = IndexOf(frame.pts, last_in_run_);
         behind_foreign_ = Foreign(frame, in_run);
         if (behind_foreign_) {
             ++result_.foreign_frames;
@@ -90,7 +103,6 @@ class Lister {
         }
         const uint64_t beside = IndexOf(frame.pts, *last_in_run_) - kSoundLead;
         const uint64_t ahead = beside > *last_in_run_ ? beside - *last_in_run_ : 0;  // pictures lost in between
-        result_.has_sound = true;
         result_.frames.push_back(
             {frame.offset, frame.size, false, false, static_cast<Ticks>(std::min<uint64_t>(ahead, 250))});
     }
@@ -104,7 +116,7 @@ class Lister {
     std::vector<FrameMark> marks_;
     uint64_t run_base_ = 0;
     uint64_t last_index_ = 0;
-    std::optional<uint64_t> last_in_run_;
+    uint64_t last_in_run_ = 0;  // frames are numbered from 1; 0: none yet
     bool behind_foreign_ = false;
 };
 
@@ -121,43 +133,51 @@ StreamScanner Scanner(const StoreFile& file, const Stretch& stretch) {
 
 }  // namespace
 
-std::vector<Stretch> SelectEvent(const CardIndex& index, uint32_t number) {
+uint64_t Selection::StreamBytes() const {
+    uint64_t sum = 0;
+    for (const Stretch& stretch : stretches) sum += stretch.end - stretch.begin;
+    return sum;
+}
+
+// The index knows whole seconds: a key frame of the second `from` may stand behind other pictures of it, so the
+// search begins a second earlier, and listing finds the place.
+Selection SelectTimes(const CardIndex& index, uint32_t from, uint32_t to) {
+    Selection selection{index.Find(std::max(from, 1u) - 1, to), from};
+    std::erase_if(selection.stretches, [&](const Stretch& s) { return index.Sections()[s.section].End() < from; });
+    return selection;
+}
+
+Selection SelectEvent(const CardIndex& index, uint32_t number) {
     for (const Event& event : index.Events()) {
-        if (event.number == number) return index.Find(event.Start(), LastSecond(index, event));
+        if (event.number == number) return SelectTimes(index, event.Start(), LastSecond(index, event));
     }
     throw CardError("There is no event " + std::to_string(number) + " on the card; \"recordcard events\" lists them.",
                     kUsage);
 }
 
-std::vector<Stretch> SelectSection(const CardIndex& index, uint32_t file, uint32_t number) {
-    std::vector<Stretch> all = SelectAll(index);
-    for (const Stretch& stretch : all) {
+Selection SelectSection(const CardIndex& index, uint32_t file, uint32_t number) {
+    for (const Stretch& stretch : SelectAll(index).stretches) {
         const Section& section = index.Sections()[stretch.section];
-        if (section.file == file && section.number == number) return {stretch};
+        if (section.file == file && section.number == number) return {{stretch}};
     }
     throw CardError("There is no section " + std::to_string(file) + ":" + std::to_string(number) +
                         " on the card; \"recordcard list\" names them.",
                     kUsage);
 }
 
-std::vector<Stretch> SelectAll(const CardIndex& index) {
-    std::vector<Stretch> stretches;
+Selection SelectAll(const CardIndex& index) {
+    Selection selection;
     for (size_t i = 0; i < index.Sections().size(); ++i) {
         const Section& section = index.Sections()[i];
-        stretches.push_back({i, section.Begin(), section.Limit(), section.Start()});
+        selection.stretches.push_back({i, section.Begin(), section.Limit(), section.Start()});
     }
-    return stretches;
+    return selection;
 }
 
-uint64_t StreamBytes(const std::vector<Stretch>& stretches) {
-    uint64_t sum = 0;
-    for (const Stretch& stretch : stretches) sum += stretch.end - stretch.begin;
-    return sum;
-}
-
-ClipReader::ClipReader(const CardIndex& index, const Stretch& stretch)
+ClipReader::ClipReader(const CardIndex& index, const Stretch& stretch, uint32_t from)
     : section_(index.Sections()[stretch.section]),
       stretch_(stretch),
+      from_(from),
       file_(index.OpenRecordFile(section_.file)),
       scanner_(Scanner(file_, stretch)) {}
 
@@ -174,7 +194,7 @@ ClipStretch ClipReader::List(const BytesDone& done) {
         if (found == StreamScanner::Found::Frame) lister.Take(scanner_.Frame());
         done(scanner_.Position() - before);
     }
-    lister.Finish();
+    lister.Finish(from_);
     return result;
 }
 

@@ -16,11 +16,17 @@
 
 namespace card {
 
-// Stretches of the card, oldest first; empty: nothing was recorded there.
-std::vector<Stretch> SelectEvent(const CardIndex& index, uint32_t number);  // throws CardError: no such event
-std::vector<Stretch> SelectSection(const CardIndex& index, uint32_t file, uint32_t number);  // or no such section
-std::vector<Stretch> SelectAll(const CardIndex& index);
-uint64_t StreamBytes(const std::vector<Stretch>& stretches);
+struct Selection {
+    std::vector<Stretch> stretches;  // oldest first; empty: nothing was recorded there
+    uint32_t from = 0;  // s since 1970 UTC; of earlier pictures only those are wanted that its first one needs
+
+    uint64_t StreamBytes() const;
+};
+
+Selection SelectTimes(const CardIndex& index, uint32_t from, uint32_t to);        // both seconds included
+Selection SelectEvent(const CardIndex& index, uint32_t number);                   // throws CardError: no such event
+Selection SelectSection(const CardIndex& index, uint32_t file, uint32_t number);  // or no such section
+Selection SelectAll(const CardIndex& index);
 
 struct ClipFrame {
     uint64_t offset = 0;  // of its first header byte in the record file
@@ -36,16 +42,16 @@ struct ClipStretch {
     std::vector<ClipFrame> frames;  // in the order of the stream; the first is a key frame
     Ticks frame_duration = 0;       // how long the last picture is shown
     uint32_t steady_rate = 0;       // see FrameTimes
-    bool has_sound = false;
-    uint64_t damaged_bytes = 0;   // no frame of this stream
-    uint32_t foreign_frames = 0;  // whole, but not of this run
+    uint64_t damaged_bytes = 0;     // no frame of this stream
+    uint32_t foreign_frames = 0;    // whole, but not of this run
 };
 
 using BytesDone = std::function<void(uint64_t bytes)>;  // called with a number of bytes more; may throw to stop
 
 class ClipReader {
   public:
-    ClipReader(const CardIndex& index, const Stretch& stretch);
+    // `from`: see Selection.
+    ClipReader(const CardIndex& index, const Stretch& stretch, uint32_t from = 0);
 
     // Lists the stretch; without a key frame in it, no frames.
     ClipStretch List(const BytesDone& done);
@@ -57,6 +63,7 @@ class ClipReader {
   private:
     const Section& section_;
     Stretch stretch_;
+    uint32_t from_;
     StoreFile file_;
     StreamScanner scanner_;
     std::vector<uint8_t> bytes_;

@@ -51,35 +51,35 @@ void ClipTimeline::Shown(Ticks at, Ticks duration) {
 Exporter::Exporter(const CardIndex& index, const std::string& path, bool overwrite, const TimeStyle& times)
     : index_(index), container_(ContainerOf(path)), times_(times), files_(path, overwrite) {}
 
-ExportReport Exporter::Run(const std::vector<Stretch>& stretches, const BytesDone& done) {
+ExportReport Exporter::Run(const Selection& selection, const BytesDone& done) {
     done_ = done;
-    bytes_left_ = StreamBytes(stretches);
-    for (size_t i = 0; i < stretches.size(); ++i) {
-        Move(stretches[i], {stretches.begin() + static_cast<ptrdiff_t>(i) + 1, stretches.end()});
-        bytes_left_ -= stretches[i].end - stretches[i].begin;
+    bytes_left_ = selection.StreamBytes();
+    for (size_t i = 0; i < selection.stretches.size(); ++i) {
+        Move(selection, i);
+        bytes_left_ -= selection.stretches[i].end - selection.stretches[i].begin;
     }
     FinishPart();
     files_.Commit();
     return std::move(report_);
 }
 
-void Exporter::Move(const Stretch& stretch, const std::vector<Stretch>& later) {
-    ClipReader reader(index_, stretch);
+void Exporter::Move(const Selection& selection, size_t number) {
+    ClipReader reader(index_, selection.stretches[number], selection.from);
     const ClipStretch listed = reader.List(done_);
     report_.damaged_bytes += listed.damaged_bytes;
     report_.foreign_frames += listed.foreign_frames;
     if (listed.frames.empty()) return;
     RequireCodec(container_, CodecOf(listed.parameters));
     sound_.reset();
-    if (listed.has_sound) {
-        const auto sound =
-            std::find_if(listed.frames.begin(), listed.frames.end(), [](const ClipFrame& f) { return !f.video; });
+    const auto sound =
+        std::find_if(listed.frames.begin(), listed.frames.end(), [](const ClipFrame& f) { return !f.video; });
+    if (sound != listed.frames.end()) {
         sound_ = Playable(SoundFormatOf(listed.parameters, reader.Payload(*sound)));
     }
     chapter_due_ = timeline_.Enter(listed.frames.front().at);
     for (const ClipFrame& frame : listed.frames) {
         if (frame.video) {
-            MovePicture(reader, listed, frame, later);
+            MovePicture(reader, listed, frame, std::span(selection.stretches).subspan(number + 1));
         } else if (container_ == Container::ProgramStream) {
             writer_->Sound(reader.Packed(frame), 0);
         } else if (!Raw()) {
@@ -90,7 +90,7 @@ void Exporter::Move(const Stretch& stretch, const std::vector<Stretch>& later) {
 }
 
 void Exporter::MovePicture(ClipReader& reader, const ClipStretch& stretch, const ClipFrame& frame,
-                           const std::vector<Stretch>& later) {
+                           std::span<const Stretch> later) {
     const bool packed = container_ == Container::ProgramStream;
     const std::vector<uint8_t>& unit = packed ? reader.Packed(frame) : reader.Payload(frame);
     const VideoCodec codec = CodecOf(stretch.parameters);

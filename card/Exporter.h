@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -59,13 +60,13 @@ class Exporter {
     // Throws CardError (kUsage) when the files must not be written there.  `index` outlives it.
     Exporter(const CardIndex& index, const std::string& path, bool overwrite, const TimeStyle& times);
 
-    // Throws CardError; then no file was made.  `done` is called with up to twice the stretches' bytes.
-    ExportReport Run(const std::vector<Stretch>& stretches, const BytesDone& done);
+    // Throws CardError; then no file was made.  `done` is called with up to twice the selection's bytes.
+    ExportReport Run(const Selection& selection, const BytesDone& done);
 
   private:
-    void Move(const Stretch& stretch, const std::vector<Stretch>& later);
+    void Move(const Selection& selection, size_t number);
     void MovePicture(ClipReader& reader, const ClipStretch& stretch, const ClipFrame& frame,
-                     const std::vector<Stretch>& later);
+                     std::span<const Stretch> later);
     void StartPart(const ClipStretch& stretch, const ClipFrame& frame, ByteView unit, ClipShape shape);
     void FinishPart();
     std::optional<SoundFormat> FindSound(const Stretch& stretch, size_t frames_max) const;

@@ -67,23 +67,23 @@ std::pair<uint32_t, uint32_t> ParseSection(const std::string& text) {
     throw CardError("--section takes FILE:SECTION as \"recordcard list\" prints it, not \"" + text + "\"", kUsage);
 }
 
-std::vector<Stretch> SelectTimes(const CardIndex& index, const ExportArguments& arguments) {
+Selection SelectAsked(const CardIndex& index, const ExportArguments& arguments) {
     const uint32_t newest = index.Newest().value_or(0);
     const uint32_t from = arguments.from.empty() ? 0 : arguments.times.Parse(arguments.from, newest);
     const uint32_t day = arguments.from.empty() ? newest : from;
     const uint32_t to = arguments.to.empty() ? UINT32_MAX : arguments.times.Parse(arguments.to, day, true);
     if (to < from) throw CardError("--to lies before --from", kUsage);
-    return index.Find(from, to);
+    return SelectTimes(index, from, to);
 }
 
-std::vector<Stretch> Select(const CardIndex& index, const ExportArguments& arguments) {
+Selection Select(const CardIndex& index, const ExportArguments& arguments) {
     const bool times = !arguments.from.empty() || !arguments.to.empty();
     const int ways = int{times} + int{arguments.event != 0} + int{!arguments.section.empty()} + int{arguments.all};
     if (ways != 1) {
         throw CardError("Say what to export: --from and/or --to, or --event, or --section, or --all (one of these)",
                         kUsage);
     }
-    if (times) return SelectTimes(index, arguments);
+    if (times) return SelectAsked(index, arguments);
     if (arguments.event != 0) return SelectEvent(index, arguments.event);
     if (arguments.all) return SelectAll(index);
     const auto [file, number] = ParseSection(arguments.section);
@@ -121,14 +121,13 @@ void PrintPart(const ExportPart& part, const TimeStyle& times) {
     std::printf("\n");
 }
 
-ExportReport RunExport(const CardIndex& index, const ExportArguments& arguments,
-                       const std::vector<Stretch>& stretches) {
+ExportReport RunExport(const CardIndex& index, const ExportArguments& arguments, const Selection& selection) {
     Exporter exporter(index, arguments.out, arguments.force, arguments.times);
     const StopSignals signals;
     Progress progress("Exporting");
-    const uint64_t total = 2 * StreamBytes(stretches);
+    const uint64_t total = 2 * selection.StreamBytes();
     uint64_t done = 0;
-    return exporter.Run(stretches, [&](uint64_t bytes) {
+    return exporter.Run(selection, [&](uint64_t bytes) {
         if (stop_signal != 0) throw CardError("Stopped; nothing was written.");
         progress.Show(done += bytes, total);
     });
@@ -137,11 +136,11 @@ ExportReport RunExport(const CardIndex& index, const ExportArguments& arguments,
 int Export(const ExportArguments& arguments) {
     const Volume volume = Volume::Open(arguments.path);
     const CardIndex index(volume);
-    const std::vector<Stretch> stretches = Select(index, arguments);
-    if (stretches.empty())
+    const Selection selection = Select(index, arguments);
+    if (selection.stretches.empty())
         throw CardError("Nothing was recorded then; \"recordcard list\" tells what is there.", kFindings);
-    CheckPlace(volume, arguments.out, StreamBytes(stretches));
-    const ExportReport report = RunExport(index, arguments, stretches);
+    CheckPlace(volume, arguments.out, selection.StreamBytes());
+    const ExportReport report = RunExport(index, arguments, selection);
     for (const ExportPart& part : report.parts) PrintPart(part, arguments.times);
     if (report.damaged_bytes != 0 || report.foreign_frames != 0) {
         std::fprintf(stderr,
