@@ -249,7 +249,15 @@ class AlarmThread : public testing::Test {
         }
         return false;
     }
-    bool Logged(const std::string& text) const { return log_.Text().find(text) != std::string::npos; }
+    int HowOftenLogged(const std::string& line_end) const {
+        const std::string log = log_.Text();
+        int count = 0;
+        for (size_t at = log.find(line_end); at != std::string::npos; at = log.find(line_end, at + 1)) {
+            ++count;
+        }
+        return count;
+    }
+    bool Logged(const std::string& text) const { return HowOftenLogged(text) > 0; }
 
     support::Captured log_;
     support::Card card_{support::Store{.files = 3}};
@@ -314,6 +322,21 @@ TEST_F(AlarmThread, ReachingBackAsTheCameraSeesFitMeansToTheSectionsStart) {
     Run(1);
     End();
     EXPECT_EQ(EventTimes(), (Times{{-500, 101}, {201, 202}}));
+}
+
+TEST_F(AlarmThread, AnEventThatReachesFarBehindTheOneBeforeIsNotCut) {
+    PreRecordAndDelay(0, 8);
+    Begin(-500);
+    Run(100);
+    Alarm(ALARM_SOURCE_DEF_MOTION, 1);
+    Run(1);
+    EXPECT_EQ(HeadOf(kFile).start, 100);
+    PreRecordAndDelay(10, 8);
+    Alarm(ALARM_SOURCE_DEF_MOTION, 1);
+    Run(1);
+    End();
+    EXPECT_EQ(EventTimes(), (Times{{100, 101}, {-500, 103}}));
+    EXPECT_EQ(HeadOf(kFile).start, -500);
 }
 
 TEST_F(AlarmThread, AnAlarmWithinTheDelayExtendsItsEvent) {
@@ -582,6 +605,7 @@ TEST_F(AlarmThread, AFailureEndsTheThreadAndNothingElse) {
     SysconfigExit();
     g_timeline.RunFreely();
     EXPECT_TRUE(HasLeft()) << "no configuration";
+    EXPECT_EQ(HowOftenLogged(":AlarmEvent end !!!\n"), 2) << "only failed writes are told";
     EXPECT_EQ(g_s32AlarmEventFlag, 1);
     EXPECT_EQ(GetRecordStopFlag(), 0);
     EXPECT_EQ(Descriptors(), descriptors);

@@ -352,10 +352,13 @@ TEST_F(Console, RedirectionKeepsItsOwnDescriptors) {
     ASSERT_EQ(redirectionOutput(ends[1]), 0);
     EXPECT_EQ(redirectionOutput(ends[1]), -1);
     close(ends[1]);  // the caller's; the redirection lives on
+    const int other = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(other, ends[1]) << "its number is free for anybody";
     ASSERT_EQ(write(STDOUT_FILENO, "o", 1), 1);
     ASSERT_EQ(write(STDERR_FILENO, "e", 1), 1);
     EXPECT_EQ(redirectionOutputCancle(), 0);
     EXPECT_EQ(redirectionOutputCancle(), -1);
+    EXPECT_EQ(close(other), 0) << "not closed a second time by the redirection";
     char bytes[8];
     EXPECT_EQ(read(ends[0], bytes, sizeof bytes), 2);
     EXPECT_EQ(std::memcmp(bytes, "oe", 2), 0);
