@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <optional>
 
 #include "Error.h"
 
@@ -96,13 +95,14 @@ class Lister {
     }
 
     void TakeSound(const StreamFrame& frame) {
-        if (marks_.empty() || !last_in_run_) return;
+        if (marks_.empty() || last_in_run_ == 0) return;
         if (behind_foreign_) {
             ++result_.foreign_frames;
             return;
         }
-        const uint64_t beside = IndexOf(frame.pts, *last_in_run_) - kSoundLead;
-        const uint64_t ahead = beside > *last_in_run_ ? beside - *last_in_run_ : 0;  // pictures lost in between
+        const uint64_t index = IndexOf(frame.pts, last_in_run_);
+        const uint64_t beside = last_in_run_ + kSoundLead;
+        const uint64_t ahead = index > beside ? index - beside : 0;  // pictures lost in between
         result_.frames.push_back(
             {frame.offset, frame.size, false, false, static_cast<Ticks>(std::min<uint64_t>(ahead, 250))});
     }
