@@ -48,6 +48,12 @@ TEST_F(Configuration, IsReadInPlace) {
     std::snprintf(address, sizeof address, "pSysConfig:%p\n", static_cast<void*>(GetSysconfigData()));
     EXPECT_EQ(log.Text(), "shared memory size 147456\nshared memory id:" + std::to_string(Id()) + "\n" + address);
 
+    const SysInfo* before = GetSysconfigData();
+    EXPECT_EQ(SysConfigInit(), 0);
+    EXPECT_EQ(GetSysconfigData(), before) << "attached once";
+    EXPECT_EQ(Status().shm_dtime, 0) << "and not given up in between";
+    EXPECT_EQ(Status().shm_nattch, 1u);
+
     auto* server = static_cast<uint8_t*>(shmat(Id(), nullptr, 0));
     server[7068 + 6] = 2;
     server[1300 + 34] = 77;
@@ -55,10 +61,6 @@ TEST_F(Configuration, IsReadInPlace) {
     EXPECT_EQ(GetSysconfigData()->lan_config.nVideocodecmode, 77);
     shmdt(server);
 
-    const SysInfo* before = GetSysconfigData();
-    EXPECT_EQ(SysConfigInit(), 0);
-    EXPECT_EQ(GetSysconfigData(), before) << "attached once";
-    EXPECT_EQ(Status().shm_nattch, 1u);
     EXPECT_EQ(SysconfigExit(), 0);
     EXPECT_EQ(GetSysconfigData(), nullptr);
     EXPECT_EQ(Status().shm_nattch, 0u);

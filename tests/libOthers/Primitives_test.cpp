@@ -4,6 +4,7 @@
 #include <sys/shm.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -94,10 +95,12 @@ TEST(Lock, ExcludesAndIsDestroyedBehindItsHolder) {
     second.join();
     EXPECT_EQ(guarded, 2000);
 
+    const support::Captured log;
     std::atomic<bool> held{false};
     std::thread holder([&] {
         SemWait(lock);
         held = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));  // so that destroying meets the holder
         guarded = -1;
         SemRelease(lock);
     });
@@ -107,6 +110,7 @@ TEST(Lock, ExcludesAndIsDestroyedBehindItsHolder) {
     EXPECT_EQ(DestroySem(lock), 0);
     EXPECT_EQ(guarded, -1) << "the holder finished first";
     holder.join();
+    EXPECT_EQ(log.Text(), "");
 }
 
 TEST(Lock, OfNullIsRefusedInItsWords) {

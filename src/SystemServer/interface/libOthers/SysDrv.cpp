@@ -2,7 +2,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <mutex>
-#include <shared_mutex>
 
 #include "libIpcUtils.h"
 #include "libLog.h"
@@ -14,11 +13,14 @@ constexpr int kFirstProcId = 1;
 constexpr int kLastProcId = 15;
 constexpr int kNoProcId = 1;  // not initialised; has no slot
 
+// Held over a request: the driver's lock is not destroyed under it, and a request that finds no lock
+// does not run beside one that does.
+std::mutex one_request;
+
 std::atomic<int> gSysProcId{kNoProcId};
 std::atomic<int> gSysMsgId{-1};
 std::atomic<SemHandl_t> hndlDrvSem{nullptr};  // orders the requests of this process
-std::atomic<int> owed_answers{0};             // to requests that a signal kept us from waiting for
-std::shared_mutex driver_life;                // a request shares it, so that the lock is not destroyed under it
+int owed_answers = 0;                         // to requests that a signal kept us from waiting for; under one_request
 
 int Fail(const char* text) {
     gSysProcId.store(kNoProcId);
@@ -39,33 +41,32 @@ bool HaveDriverLock() {
 }
 
 void DropDriverLock() {
-    const std::unique_lock alone(driver_life);
+    const std::lock_guard alone(one_request);
     if (SemHandl_t handle = hndlDrvSem.exchange(nullptr)) {
         DestroySem(handle);
     }
 }
 
-// The payload into the slot of process number `proc_id`.
+int SlotOffset(int proc_id) {
+    return (proc_id - 2) * SYS_DRV_SLOT_SIZE;
+}
+
+// The payload into the slot of process number `proc_id`; numbers whose slot would lie outside of the
+// segment have none.
 bool PutPayload(int proc_id, void* data, unsigned int len) {
-    if (len == 0) {
-        return true;
-    }
-    const int offset = (proc_id - 2) * SYS_DRV_SLOT_SIZE;
-    if (len > SYS_DRV_SLOT_SIZE || offset < 0 || offset > SYS_SEGMENT_SIZE - SYS_DRV_SLOT_SIZE) {
-        return false;
-    }
-    return ShareMemWrite(offset, data, static_cast<int>(len)) == 0;
+    return len == 0 ||
+           (len <= SYS_DRV_SLOT_SIZE && ShareMemWrite(SlotOffset(proc_id), data, static_cast<int>(len)) == 0);
 }
 
 // An answer that came after its caller had been interrupted would be taken for the next request's.
 void DropLateAnswers(int qid, int proc_id) {
     SYS_MSG_BUF late;
-    while (owed_answers.load() > 0 && IpcMsgTryRecv(qid, proc_id, &late, sizeof late) >= 0) {
-        owed_answers.fetch_sub(1);
+    while (owed_answers > 0 && IpcMsgTryRecv(qid, proc_id, &late, sizeof late) >= 0) {
+        --owed_answers;
     }
 }
 
-// One request and its answer; the caller holds the driver's lock.
+// One request and its answer; the caller holds one_request.
 int Exchange(void* data, unsigned int len, int cmd) {
     const int proc_id = gSysProcId.load();
     if (!PutPayload(proc_id, data, len)) {
@@ -76,12 +77,12 @@ int Exchange(void* data, unsigned int len, int cmd) {
     message.cmd = cmd;
     message.src = proc_id;
     message.length = static_cast<int32_t>(len);
-    message.offset = (proc_id - 2) * SYS_DRV_SLOT_SIZE;
+    message.offset = SlotOffset(proc_id);
     const int qid = gSysMsgId.load();
     DropLateAnswers(qid, proc_id);
     if (Msg_Send(qid, &message, sizeof message) >= 0 && Msg_Rsv(qid, proc_id, &message, sizeof message) < 0 &&
         errno == EINTR) {
-        owed_answers.fetch_add(1);
+        ++owed_answers;
     }
     return message.length;  // still the request's when there was no answer
 }
@@ -132,7 +133,7 @@ void SaveSysMsgId(int qid) {
 }
 
 int SetSysCommon(void* data, unsigned int len, int cmd) {
-    const std::shared_lock alive(driver_life);
+    const std::lock_guard alone(one_request);
     SemHandl_t handle = hndlDrvSem.load();
     SemWait(handle);
     const int result = Exchange(data, len, cmd);
