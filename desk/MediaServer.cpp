@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <utility>
 
 #include "libIpcUtils.h"
 
@@ -79,6 +80,12 @@ void MediaServer::PublishVideo(int stream, const AccessUnit& unit, uint32_t time
     const bool skipped =
         state.stopped || (state.waits_for_key && !unit.key && unit.bytes.size() > 4 && unit.bytes[0] == 0);
     const bool too_large = unit.bytes.size() + kRepackingRoom > Ring(stream).RingSize();
+    if (too_large && !std::exchange(state.told_too_large, true)) {
+        std::fprintf(stderr,
+                     "deskcamera: a frame of %zu bytes does not fit the ring of stream %d (%u bytes): video is dropped "
+                     "from such a frame to the next key frame\n",
+                     unit.bytes.size(), stream, Ring(stream).RingSize());
+    }
     if (skipped || too_large) {
         ++dropped_[Index(stream)];
         state.waits_for_key = true;

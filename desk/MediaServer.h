@@ -69,7 +69,8 @@ class MediaServer {
         bool key_wanted = false;  // under turn
         std::atomic<bool> restart_wanted{false};
         std::atomic<bool> stopped{false};
-        bool waits_for_key = true;  // feeder
+        bool waits_for_key = true;    // feeder
+        bool told_too_large = false;  // feeder
         mutable std::mutex rate;
         std::deque<uint32_t> last_second_ms;  // under rate: time stamps of its frames
     };
