@@ -13,10 +13,10 @@ namespace card {
 namespace {
 
 constexpr uint32_t kKeyFramesMax = (RECORD_FILE_SIZE - RECORD_KEY_FRAME_BASE) / sizeof(KeyFrameInfoHead_S);
-constexpr uint32_t kFrameBytesMax = 614400;    // the recorder writes no larger frame
-constexpr uint32_t kEventTolerance = 60;       // s an event may lie outside its file: pre-record, clock set
-constexpr uint32_t kClockStep = 60;            // s a frame's time may go back when the camera's clock is set
-constexpr uint32_t kRateSeconds = 600;         // of video the present bit rate is taken from
+constexpr uint32_t kFrameBytesMax = 614400;  // the recorder writes no larger frame
+constexpr uint32_t kEventTolerance = 60;     // s an event may lie outside its file: pre-record, clock set
+constexpr uint32_t kClockStep = 60;          // s a frame's time may go back when the camera's clock is set
+constexpr uint32_t kRateSeconds = 600;       // of video the present bit rate is taken from
 
 template <typename Record>
 bool AllZero(const Record& record) {
@@ -29,7 +29,8 @@ FileState::Fault FileFault(const RecordFileInfoHead_S& head, uint32_t number) {
     if (head.m_u32FileInfoHeadFlag != RECORD_FILE_FLAG) return Fault::NotFlagged;
     if (head.m_u32FileInfoHeadNo != number) return Fault::WrongNumber;
     const bool counts = head.m_u32RecordFileSumLenth <= RECORD_KEY_FRAME_BASE && head.m_u32RecordSectionSum >= 1 &&
-                        head.m_u32RecordSectionSum <= RECORD_SECTION_MAX && head.m_u32RecordKeyFrameSum <= kKeyFramesMax;
+                        head.m_u32RecordSectionSum <= RECORD_SECTION_MAX &&
+                        head.m_u32RecordKeyFrameSum <= kKeyFramesMax;
     return counts ? Fault::None : Fault::BadCounts;
 }
 
@@ -99,9 +100,13 @@ bool EventFits(const Event& event, const FileState& file) {
 
 }  // namespace
 
-uint32_t Section::End() const { return std::max(head.m_u32RecordEndTime, head.m_u32RecordStartTime); }
+uint32_t Section::End() const {
+    return std::max(head.m_u32RecordEndTime, head.m_u32RecordStartTime);
+}
 
-uint32_t Event::End() const { return Open() ? Start() : record.m_u32AlarmEndTime; }
+uint32_t Event::End() const {
+    return Open() ? Start() : record.m_u32AlarmEndTime;
+}
 
 CardIndex::CardIndex(const Volume& volume) : volume_(&volume) {
     if (!volume.Has(RECORD_INDEX_NAME)) {
@@ -125,11 +130,13 @@ CardIndex::CardIndex(const Volume& volume) : volume_(&volume) {
 void CardIndex::ReadFiles(const StoreFile& index) {
     const uint64_t blocks =
         index.Reachable() > RECORD_SECTION_BASE ? (index.Reachable() - RECORD_SECTION_BASE) / RECORD_SECTION_BLOCK : 0;
-    files_.resize(static_cast<size_t>(std::min({uint64_t{system_.m_u32RecordFileSum}, uint64_t{RECORD_FILE_MAX}, blocks})));
+    files_.resize(
+        static_cast<size_t>(std::min({uint64_t{system_.m_u32RecordFileSum}, uint64_t{RECORD_FILE_MAX}, blocks})));
     for (uint32_t number = 0; number < files_.size(); ++number) {
         FileState& file = files_[number];
         file.number = number;
-        const auto head = index.Get<RecordFileInfoHead_S>(RECORD_FILE_HEAD_BASE + uint64_t{number} * sizeof(RecordFileInfoHead_S));
+        const auto head =
+            index.Get<RecordFileInfoHead_S>(RECORD_FILE_HEAD_BASE + uint64_t{number} * sizeof(RecordFileInfoHead_S));
         if (head) file.head = *head;
         file.empty = AllZero(file.head);
         if (!file.empty) file.fault = FileFault(file.head, number);
@@ -144,7 +151,8 @@ void CardIndex::OrderRing() {
     const uint32_t current = std::min(system_.m_u32RecordFileNo, count - 1);
     const FileState& written = files_[current];
     const FileState& before = files_[(current + count - 1) % count];
-    const bool oldest = written.Full() && before.Usable() && written.head.m_u32RecordStartTime < before.head.m_u32RecordStartTime;
+    const bool oldest =
+        written.Full() && before.Usable() && written.head.m_u32RecordStartTime < before.head.m_u32RecordStartTime;
     const uint32_t first = oldest ? current : (current + 1) % count;
     for (uint32_t i = 0; i < count; ++i) {
         const uint32_t number = (first + i) % count;
@@ -156,7 +164,8 @@ void CardIndex::ReadSections(const StoreFile& index) {
     for (const uint32_t number : ring_) {
         const FileState& file = files_[number];
         std::array<RecordInfoHead_S, RECORD_SECTION_MAX> heads{};
-        const uint64_t offset = RECORD_SECTION_BASE + uint64_t{number} * RECORD_SECTION_BLOCK + sizeof(RecordInfoHead_S);
+        const uint64_t offset =
+            RECORD_SECTION_BASE + uint64_t{number} * RECORD_SECTION_BLOCK + sizeof(RecordInfoHead_S);
         index.ReadAt(offset, heads.data(), file.head.m_u32RecordSectionSum * sizeof(RecordInfoHead_S));
         std::vector<Section> sections(file.head.m_u32RecordSectionSum);
         Section* previous = nullptr;  // usable
@@ -167,7 +176,8 @@ void CardIndex::ReadSections(const StoreFile& index) {
             section.head = heads[i];
             section.fault = SectionFault(section, file);
             const bool last = i + 1 == sections.size();
-            if (section.Usable()) SettleOverlap(previous, section, last ? file.Length() : heads[i + 1].m_u32RecordStartPos);
+            if (section.Usable())
+                SettleOverlap(previous, section, last ? file.Length() : heads[i + 1].m_u32RecordStartPos);
             if (section.Usable()) previous = &section;
         }
         all_sections_.insert(all_sections_.end(), sections.begin(), sections.end());
@@ -195,7 +205,8 @@ void CardIndex::ReadEvents() {
     }
     std::copy_if(all_events_.begin(), all_events_.end(), std::back_inserter(events_),
                  [](const Event& event) { return event.fits; });
-    std::stable_sort(events_.begin(), events_.end(), [](const Event& a, const Event& b) { return a.Start() < b.Start(); });
+    std::stable_sort(events_.begin(), events_.end(),
+                     [](const Event& a, const Event& b) { return a.Start() < b.Start(); });
     for (size_t i = 0; i < events_.size(); ++i) events_[i].number = static_cast<uint32_t>(i + 1);
 }
 
@@ -214,10 +225,10 @@ std::vector<KeyFrame> CardIndex::KeyFrames(const Section& section) const {
     for (const KeyFrameInfoHead_S& record : records) {
         const uint64_t end = uint64_t{record.m_u32KeyFilePos} + record.m_u32KeyFrameLenth;
         KeyFrame frame{.record = record, .offset = section.Begin() + record.m_u32KeyFilePos};
-        frame.fits = record.m_u32KeyFrameHeadFlag == RECORD_KEY_FRAME_FLAG && record.m_u32KeyFilePos >= free_from &&
-                     record.m_u32KeyFrameLenth != 0 && end <= section.head.m_u32RecordSize &&
-                     (record.m_u8KeyFrameType == RECORD_KEY_FRAME_REAL ||
-                      record.m_u8KeyFrameType == RECORD_KEY_FRAME_VIRTUAL);
+        frame.fits =
+            record.m_u32KeyFrameHeadFlag == RECORD_KEY_FRAME_FLAG && record.m_u32KeyFilePos >= free_from &&
+            record.m_u32KeyFrameLenth != 0 && end <= section.head.m_u32RecordSize &&
+            (record.m_u8KeyFrameType == RECORD_KEY_FRAME_REAL || record.m_u8KeyFrameType == RECORD_KEY_FRAME_VIRTUAL);
         if (frame.fits) free_from = end;
         frames.push_back(frame);
     }
@@ -294,27 +305,40 @@ std::optional<double> CardIndex::HoursKept() const {
     return static_cast<double>(FileCount()) * RECORD_STREAM_LIMIT / *rate / 3600;
 }
 
-StoreFile CardIndex::OpenRecordFile(uint32_t number) const { return volume_->OpenFile(Volume::RecordFileName(number)); }
+StoreFile CardIndex::OpenRecordFile(uint32_t number) const {
+    return volume_->OpenFile(Volume::RecordFileName(number));
+}
 
 const char* FaultText(FileState::Fault fault) {
     switch (fault) {
-        case FileState::Fault::None: return "";
-        case FileState::Fault::NotFlagged: return "its head is neither empty nor in use";
-        case FileState::Fault::WrongNumber: return "its head speaks of another file";
-        case FileState::Fault::BadCounts: return "its head holds impossible counts";
+        case FileState::Fault::None:
+            return "";
+        case FileState::Fault::NotFlagged:
+            return "its head is neither empty nor in use";
+        case FileState::Fault::WrongNumber:
+            return "its head speaks of another file";
+        case FileState::Fault::BadCounts:
+            return "its head holds impossible counts";
     }
     return "";
 }
 
 const char* FaultText(Section::Fault fault) {
     switch (fault) {
-        case Section::Fault::None: return "";
-        case Section::Fault::NotFlagged: return "there is no section head in its place";
-        case Section::Fault::WrongPlace: return "its head speaks of another file or section";
-        case Section::Fault::OutsideFile: return "it reaches behind the file's stream data";
-        case Section::Fault::EarlierLap: return "it is left over from an earlier lap";
-        case Section::Fault::BadKeyFrames: return "its key-frame records lie outside the file's";
-        case Section::Fault::BadTimes: return "it ends before it starts";
+        case Section::Fault::None:
+            return "";
+        case Section::Fault::NotFlagged:
+            return "there is no section head in its place";
+        case Section::Fault::WrongPlace:
+            return "its head speaks of another file or section";
+        case Section::Fault::OutsideFile:
+            return "it reaches behind the file's stream data";
+        case Section::Fault::EarlierLap:
+            return "it is left over from an earlier lap";
+        case Section::Fault::BadKeyFrames:
+            return "its key-frame records lie outside the file's";
+        case Section::Fault::BadTimes:
+            return "it ends before it starts";
     }
     return "";
 }

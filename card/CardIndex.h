@@ -43,8 +43,8 @@ struct Section {
         BadKeyFrames,  // its key-frame records lie outside the file's
         BadTimes,      // ends before it starts, by more than a clock step of the camera explains
     };
-    uint32_t file = 0;    // where it was read
-    uint32_t number = 0;  // 1 to 251
+    uint32_t file = 0;        // where it was read
+    uint32_t number = 0;      // 1 to 251
     RecordInfoHead_S head{};  // without what `cut_bytes` and `cut_key_frames` took off
     Fault fault = Fault::None;
     // The section head is written a moment before the file head: after a power cut between the two it is one
@@ -56,7 +56,7 @@ struct Section {
     uint32_t Start() const { return head.m_u32RecordStartTime; }  // s since 1970 UTC
     uint32_t End() const;                                         // last frame; Start() while it has none
     uint32_t Seconds() const { return End() - Start(); }
-    uint64_t Begin() const { return head.m_u32RecordStartPos; }   // in the record file; a stream head is first
+    uint64_t Begin() const { return head.m_u32RecordStartPos; }        // in the record file; a stream head is first
     uint64_t Limit() const { return Begin() + head.m_u32RecordSize; }  // behind its last byte
 };
 
@@ -71,7 +71,7 @@ struct Event {
     uint32_t file = 0;    // where it was read
     uint32_t slot = 0;    // 1 to 1024
     AlarmFileInfoHead_S record{};
-    bool fits = false;    // flagged, in its place, inside the time of its file
+    bool fits = false;  // flagged, in its place, inside the time of its file
 
     uint32_t Start() const { return record.m_u32AlarmStartTime; }
     uint32_t End() const;  // Start() while it is still open
@@ -99,8 +99,8 @@ class CardIndex {
 
     const RecordSystemInfoHead_S& System() const { return system_; }
     uint32_t FileCount() const { return static_cast<uint32_t>(files_.size()); }  // bounded by the index file
-    const std::vector<FileState>& Files() const { return files_; }                // by number
-    const std::vector<uint32_t>& RingOrder() const { return ring_; }  // file numbers, oldest recording first
+    const std::vector<FileState>& Files() const { return files_; }               // by number
+    const std::vector<uint32_t>& RingOrder() const { return ring_; }             // file numbers, oldest recording first
 
     // Sections as recorded, oldest first; faulty ones and such without a byte only in AllSections.
     const std::vector<Section>& Sections() const { return sections_; }
@@ -117,9 +117,9 @@ class CardIndex {
 
     std::optional<uint32_t> Oldest() const;  // s since 1970 UTC; nothing: no recording
     std::optional<uint32_t> Newest() const;
-    uint64_t StreamBytes() const;            // recorded and kept
+    uint64_t StreamBytes() const;                  // recorded and kept
     std::optional<double> BytesPerSecond() const;  // of the newest minutes
-    std::optional<double> HoursKept() const;  // how far back a full ring reaches at that rate
+    std::optional<double> HoursKept() const;       // how far back a full ring reaches at that rate
 
     StoreFile OpenRecordFile(uint32_t number) const;  // throws CardError when it is not there
 

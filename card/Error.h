@@ -25,6 +25,8 @@ class CardError : public std::runtime_error {
 };
 
 // A failed system call: "<what>: <text of `error`>".
-inline CardError SystemError(const std::string& what, int error) { return CardError(what + ": " + std::strerror(error)); }
+inline CardError SystemError(const std::string& what, int error) {
+    return CardError(what + ": " + std::strerror(error));
+}
 
 }  // namespace card

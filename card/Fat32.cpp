@@ -20,10 +20,16 @@ constexpr size_t kSector = 512;
 constexpr size_t kDirectoryEntry = 32;
 constexpr uint8_t kLongName = 0x0F;
 
-uint32_t Get16(const uint8_t* at) { return at[0] | at[1] << 8; }
-uint32_t Get32(const uint8_t* at) { return Get16(at) | Get16(at + 2) << 16; }
+uint32_t Get16(const uint8_t* at) {
+    return at[0] | at[1] << 8;
+}
+uint32_t Get32(const uint8_t* at) {
+    return Get16(at) | Get16(at + 2) << 16;
+}
 
-bool PowerOfTwo(uint32_t value) { return value != 0 && (value & (value - 1)) == 0; }
+bool PowerOfTwo(uint32_t value) {
+    return value != 0 && (value & (value - 1)) == 0;
+}
 
 std::string CutBlanks(const uint8_t* at, size_t length) {
     std::string text(reinterpret_cast<const char*>(at), length);
@@ -167,7 +173,8 @@ bool Fat32::TakeBootSector(uint64_t base, uint64_t offset) {
     const uint64_t entries = uint64_t{g.sectors_per_fat} * g.bytes_per_sector / 4;
     if (data_sector >= g.total_sectors || entries <= kFirstCluster) return false;
     const uint64_t by_space = (g.total_sectors - data_sector) / g.sectors_per_cluster;
-    g.clusters = static_cast<uint32_t>(std::min({by_space, entries - kFirstCluster, uint64_t{kBadMark - kFirstCluster}}));
+    g.clusters =
+        static_cast<uint32_t>(std::min({by_space, entries - kFirstCluster, uint64_t{kBadMark - kFirstCluster}}));
     if (g.root_cluster < kFirstCluster || g.root_cluster - kFirstCluster >= g.clusters) return false;
     if (g.ClusterOffset(g.root_cluster) >= device_->Size()) return false;
     geometry_ = g;
@@ -204,9 +211,7 @@ Chain Fat32::Follow(uint32_t first_cluster, uint32_t max_clusters, uint32_t copy
         if (cluster >= kEndMark && chain.clusters != 0) return chain;
         if (cluster == 0 || cluster == kBadMark || cluster < kFirstCluster ||
             cluster - kFirstCluster >= geometry_.clusters) {
-            chain.end = cluster == 0          ? ChainEnd::Free
-                        : cluster == kBadMark ? ChainEnd::Bad
-                                              : ChainEnd::OutOfRange;
+            chain.end = cluster == 0 ? ChainEnd::Free : cluster == kBadMark ? ChainEnd::Bad : ChainEnd::OutOfRange;
             return chain;
         }
         if (chain.clusters == limit) {

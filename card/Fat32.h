@@ -31,9 +31,9 @@ struct FatGeometry {
     uint32_t root_cluster;
     uint32_t info_sector;
     uint32_t backup_sector;
-    uint32_t clusters;     // usable clusters are 2 to clusters + 1
+    uint32_t clusters;  // usable clusters are 2 to clusters + 1
     uint32_t volume_id;
-    std::string label;     // 11 bytes, blanks cut
+    std::string label;  // 11 bytes, blanks cut
 
     uint32_t ClusterBytes() const { return bytes_per_sector * sectors_per_cluster; }
     uint64_t FatOffset(uint32_t copy) const;
@@ -54,7 +54,7 @@ struct Chain {
     uint64_t bytes = 0;           // sum of them
     uint32_t clusters = 0;
     ChainEnd end = ChainEnd::EndMark;
-    uint32_t last_cluster = 0;    // the one whose entry ended the walk
+    uint32_t last_cluster = 0;  // the one whose entry ended the walk
 };
 
 struct DirectoryEntry {
@@ -62,8 +62,8 @@ struct DirectoryEntry {
     std::string short_name;  // 11 raw bytes
     uint8_t attributes = 0;
     uint32_t first_cluster = 0;
-    uint32_t size = 0;        // bytes
-    uint64_t offset = 0;      // of the short entry, bytes from the start of the device
+    uint32_t size = 0;          // bytes
+    uint64_t offset = 0;        // of the short entry, bytes from the start of the device
     bool long_name_ok = false;  // there is a long name and it belongs to this entry (checksum, order)
 
     bool IsDirectory() const { return (attributes & 0x10) != 0; }

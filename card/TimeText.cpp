@@ -102,11 +102,21 @@ std::optional<Moment> ReadMoment(const std::string& text) {
 
 }  // namespace
 
-std::string TimeStyle::DateTime(uint32_t seconds) const { return Format("%Y-%m-%d %H:%M:%S", Fields(seconds, utc)); }
-std::string TimeStyle::Day(uint32_t seconds) const { return Format("%Y-%m-%d", Fields(seconds, utc)); }
-std::string TimeStyle::Weekday(uint32_t seconds) const { return Format("%A", Fields(seconds, utc)); }
-std::string TimeStyle::Clock(uint32_t seconds) const { return Format("%H:%M:%S", Fields(seconds, utc)); }
-std::string TimeStyle::Compact(uint32_t seconds) const { return Format("%Y%m%d-%H%M%S", Fields(seconds, utc)); }
+std::string TimeStyle::DateTime(uint32_t seconds) const {
+    return Format("%Y-%m-%d %H:%M:%S", Fields(seconds, utc));
+}
+std::string TimeStyle::Day(uint32_t seconds) const {
+    return Format("%Y-%m-%d", Fields(seconds, utc));
+}
+std::string TimeStyle::Weekday(uint32_t seconds) const {
+    return Format("%A", Fields(seconds, utc));
+}
+std::string TimeStyle::Clock(uint32_t seconds) const {
+    return Format("%H:%M:%S", Fields(seconds, utc));
+}
+std::string TimeStyle::Compact(uint32_t seconds) const {
+    return Format("%Y%m%d-%H%M%S", Fields(seconds, utc));
+}
 
 std::string TimeStyle::Iso(uint32_t seconds) const {
     const tm fields = Fields(seconds, utc);
@@ -117,8 +127,8 @@ std::string TimeStyle::Iso(uint32_t seconds) const {
 uint32_t TimeStyle::Parse(const std::string& text, std::optional<uint32_t> day, bool end_of_day) const {
     std::optional<Moment> moment = ReadMoment(text);
     if (!moment) {
-        throw CardError("\"" + text + "\" is no time; write it like \"2026-11-21 08:00:05\", \"2026-11-21\" or \"08:00\"",
-                        kUsage);
+        throw CardError(
+            "\"" + text + "\" is no time; write it like \"2026-11-21 08:00:05\", \"2026-11-21\" or \"08:00\"", kUsage);
     }
     if (!moment->has_day) {
         if (!day) throw CardError("\"" + text + "\" does not say which day; add it: \"2026-11-21 08:00\"", kUsage);

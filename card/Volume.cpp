@@ -53,7 +53,9 @@ void StoreFile::WriteAt(uint64_t offset, const void* buffer, size_t length) cons
     });
 }
 
-void StoreFile::Sync() const { device_->Sync(); }
+void StoreFile::Sync() const {
+    device_->Sync();
+}
 
 Volume Volume::Open(const std::string& path, Access access) {
     struct stat64 status {};

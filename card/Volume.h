@@ -18,7 +18,7 @@ namespace card {
 class StoreFile {
   public:
     const std::string& Name() const { return name_; }
-    uint64_t Size() const { return size_; }           // bytes the directory gives it
+    uint64_t Size() const { return size_; }            // bytes the directory gives it
     uint64_t Reachable() const { return reachable_; }  // bytes that really are behind it; less when damaged
 
     // Reads up to `length` bytes at `offset`; less only at Reachable().  Throws CardError when reading fails.
@@ -67,7 +67,7 @@ class Volume {
     StoreFile OpenFile(const std::string& name) const;
     static std::string RecordFileName(uint32_t number);  // "hi000000.mp4"
 
-    uint64_t TotalBytes() const;  // of the card
+    uint64_t TotalBytes() const;                         // of the card
     const Device* Raw() const { return device_.get(); }  // null for a folder
     const Fat32* Fat() const { return fat_.get(); }      // null for a folder
 

@@ -36,7 +36,8 @@ int Events(const EventsArguments& arguments) {
     if (index.Events().empty()) std::printf("No alarm event is recorded on %s.\n", arguments.path.c_str());
     const size_t damaged = index.AllEvents().size() - index.Events().size();
     if (damaged != 0) {
-        std::fprintf(stderr, "recordcard: %zu damaged or outdated records are left out; \"recordcard check\" tells more\n",
+        std::fprintf(stderr,
+                     "recordcard: %zu damaged or outdated records are left out; \"recordcard check\" tells more\n",
                      damaged);
     }
     return kDone;

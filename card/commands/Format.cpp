@@ -58,7 +58,9 @@ uint64_t ReadSize(const std::string& text) {
     return value << (unit == "M" ? 20 : unit == "G" ? 30 : 0);
 }
 
-CardError Refusal(const prestore::FormatResult& result) { return CardError(result.message); }
+CardError Refusal(const prestore::FormatResult& result) {
+    return CardError(result.message);
+}
 
 // What a format would make of the card, before anything is touched.
 prestore::FormatResult Plan(const FormatArguments& arguments, const prestore::FormatOptions& options) {
@@ -76,9 +78,10 @@ prestore::FormatResult Plan(const FormatArguments& arguments, const prestore::Fo
 }
 
 void Ask(const FormatArguments& arguments, const prestore::FormatResult& plan) {
-    std::printf("This erases everything on %s and makes it a recording card of %s with %u record files.\n"
-                "Type \"yes\" to go on: ",
-                arguments.path.c_str(), Bytes(plan.volume_bytes).c_str(), plan.store.vedio_num);
+    std::printf(
+        "This erases everything on %s and makes it a recording card of %s with %u record files.\n"
+        "Type \"yes\" to go on: ",
+        arguments.path.c_str(), Bytes(plan.volume_bytes).c_str(), plan.store.vedio_num);
     std::fflush(stdout);
     std::string answer;
     std::getline(std::cin, answer);
@@ -111,7 +114,8 @@ int Format(const FormatArguments& arguments) {
     const prestore::FormatResult plan = Plan(arguments, options);
     if (!plan.Ok()) throw Refusal(plan);
     struct stat64 status {};
-    const bool present = stat64(arguments.path.c_str(), &status) == 0 && (S_ISBLK(status.st_mode) || status.st_size != 0);
+    const bool present =
+        stat64(arguments.path.c_str(), &status) == 0 && (S_ISBLK(status.st_mode) || status.st_size != 0);
     if (present && !arguments.yes) Ask(arguments, plan);
     if (arguments.size != 0) Resize(arguments);
     const prestore::FormatResult result = prestore::Format(arguments.path.c_str(), options);
@@ -119,8 +123,8 @@ int Format(const FormatArguments& arguments) {
     std::printf("%s is a recording card now: %s, %u record files", arguments.path.c_str(),
                 Bytes(result.volume_bytes).c_str(), result.store.vedio_num);
     if (result.store.picture_num != 0) std::printf(", %u picture files", result.store.picture_num);
-    std::printf(" of 256 MiB each.\nWrote %s (the least possible: %s) in %.2f s.\n", Bytes(result.bytes_written).c_str(),
-                Bytes(result.bytes_smallest).c_str(), result.seconds);
+    std::printf(" of 256 MiB each.\nWrote %s (the least possible: %s) in %.2f s.\n",
+                Bytes(result.bytes_written).c_str(), Bytes(result.bytes_smallest).c_str(), result.seconds);
     return kDone;
 }
 

@@ -43,7 +43,8 @@ int Info(const InfoArguments& arguments) {
     std::printf("%-15s %s (%s)\n", "Card", volume.Path().c_str(), KindOf(volume).c_str());
     std::printf("%-15s %s\n", "Size", Bytes(volume.TotalBytes()).c_str());
     std::printf("%-15s %u of 256 MiB, %u in use, %u filled at least once, now number %u\n", "Record files",
-                index.FileCount(), static_cast<unsigned>(used), system.m_u32RecordUsedFileSum, system.m_u32RecordFileNo);
+                index.FileCount(), static_cast<unsigned>(used), system.m_u32RecordUsedFileSum,
+                system.m_u32RecordFileNo);
     std::printf("%-15s %s in %zu sections, %zu events\n", "Recorded", Bytes(index.StreamBytes()).c_str(),
                 index.Sections().size(), index.Events().size());
     PrintMoment("Oldest moment", arguments, index.Oldest());

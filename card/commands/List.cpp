@@ -34,12 +34,18 @@ std::string VideoText(const RecordInfoHead_S& head) {
 
 std::string AudioText(const RecordInfoHead_S& head) {
     switch (head.m_u8AudioType) {
-        case CODE_AUDIO_NULL & 0xFF: return "";
-        case CODE_AUDIO_AAC & 0xFF: return ", AAC";
-        case CODE_AUDIO_G711U & 0xFF: return ", G.711 u-law";
-        case CODE_AUDIO_G711A & 0xFF: return ", G.711 A-law";
-        case CODE_AUDIO_PCM & 0xFF: return ", PCM";
-        default: return ", audio " + std::to_string(head.m_u8AudioType);
+        case CODE_AUDIO_NULL & 0xFF:
+            return "";
+        case CODE_AUDIO_AAC & 0xFF:
+            return ", AAC";
+        case CODE_AUDIO_G711U & 0xFF:
+            return ", G.711 u-law";
+        case CODE_AUDIO_G711A & 0xFF:
+            return ", G.711 A-law";
+        case CODE_AUDIO_PCM & 0xFF:
+            return ", PCM";
+        default:
+            return ", audio " + std::to_string(head.m_u8AudioType);
     }
 }
 
@@ -105,7 +111,8 @@ int List(const ListArguments& arguments) {
     for (const Section& section : index.AllSections()) faulty += section.Usable() ? 0 : 1;
     for (const FileState& file : index.Files()) faulty += file.fault == FileState::Fault::None ? 0 : 1;
     if (faulty != 0) {
-        std::fprintf(stderr, "recordcard: %zu damaged entries of the index are left out; \"recordcard check\" tells more\n",
+        std::fprintf(stderr,
+                     "recordcard: %zu damaged entries of the index are left out; \"recordcard check\" tells more\n",
                      faulty);
     }
     return kDone;

@@ -48,7 +48,8 @@ class MountedCard {
     MountedCard(const MountArguments& arguments)
         : volume_(Volume::Open(arguments.path, arguments.read_only ? Access::ReadOnly : Access::ReadWrite)),
           mounted_at_(time(nullptr)) {
-        if (volume_.IsFolder()) throw CardError(arguments.path + " is a folder already; use its files as they are", kUsage);
+        if (volume_.IsFolder())
+            throw CardError(arguments.path + " is a folder already; use its files as they are", kUsage);
         for (const std::string& name : volume_.Names()) {
             numbers_.emplace(LowerCase(name), files_.size());
             files_.push_back(volume_.OpenFile(name));
@@ -98,8 +99,12 @@ class MountedCard {
     std::map<std::string, size_t> numbers_;  // by name in lower case
 };
 
-const MountedCard& Card() { return *static_cast<const MountedCard*>(fuse_get_context()->private_data); }
-const StoreFile& Opened(const fuse_file_info* info) { return Card().Files()[info->fh]; }
+const MountedCard& Card() {
+    return *static_cast<const MountedCard*>(fuse_get_context()->private_data);
+}
+const StoreFile& Opened(const fuse_file_info* info) {
+    return Card().Files()[info->fh];
+}
 
 // Runs what reads or writes the card; its failure is an I/O error to whoever asked.
 template <typename Action>
@@ -152,7 +157,8 @@ int OnOpen(const char* path, fuse_file_info* info) {
 }
 
 int OnRead(const char*, char* buffer, size_t length, off_t offset, fuse_file_info* info) {
-    return Guarded([&] { return static_cast<int>(Opened(info).ReadAt(static_cast<uint64_t>(offset), buffer, length)); });
+    return Guarded(
+        [&] { return static_cast<int>(Opened(info).ReadAt(static_cast<uint64_t>(offset), buffer, length)); });
 }
 
 int OnWrite(const char*, const char* bytes, size_t length, off_t offset, fuse_file_info* info) {

@@ -44,7 +44,8 @@ AVStreamParam ParametersOf(const SectionPlan& plan) {
 
 // A unit that decoders skip, so that a frame gets the size asked for.
 std::string Filled(const std::string& unit, const SectionPlan& plan) {
-    const std::string start = plan.video == CODE_VIDEO_H265 ? std::string("\0\0\0\1\x4C\x01", 6) : std::string("\0\0\0\1\x0C", 5);
+    const std::string start =
+        plan.video == CODE_VIDEO_H265 ? std::string("\0\0\0\1\x4C\x01", 6) : std::string("\0\0\0\1\x0C", 5);
     if (unit.size() + start.size() + 2 > plan.frame_bytes) return unit;
     return unit + start + std::string(plan.frame_bytes - unit.size() - start.size() - 1, '\xFF') + '\x80';
 }

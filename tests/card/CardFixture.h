@@ -14,10 +14,10 @@
 namespace fixture {
 
 struct SectionPlan {
-    uint32_t seconds = 10;                // of video
-    uint32_t pause = 5;                   // s without recording in front of it
-    uint32_t rate = 25;                   // frames a second
-    int width = 320;                      // pixels
+    uint32_t seconds = 10;  // of video
+    uint32_t pause = 5;     // s without recording in front of it
+    uint32_t rate = 25;     // frames a second
+    int width = 320;        // pixels
     int height = 240;
     AVCodeType video = CODE_VIDEO_H264;   // or CODE_VIDEO_H265
     AVCodeType audio = CODE_AUDIO_G711A;  // or _G711U, _AAC; CODE_AUDIO_NULL: no sound
@@ -40,9 +40,9 @@ struct WrittenFrame {
     bool video = true;
     bool key = false;
     bool first_of_run = false;
-    uint32_t time = 0;    // s since 1970 UTC
-    uint32_t pts = 0;     // 90 kHz
-    std::string unit;     // access unit or sound as it was handed to the writer; empty when not kept
+    uint32_t time = 0;  // s since 1970 UTC
+    uint32_t pts = 0;   // 90 kHz
+    std::string unit;   // access unit or sound as it was handed to the writer; empty when not kept
 };
 
 struct WrittenSection {
@@ -50,13 +50,13 @@ struct WrittenSection {
     uint32_t number = 0;  // 1 to 251
     uint32_t start = 0;   // s since 1970 UTC
     uint32_t end = 0;
-    size_t plan = 0;      // index into Card::sections; a plan that crosses a file border makes several
+    size_t plan = 0;           // index into Card::sections; a plan that crosses a file border makes several
     bool overwritten = false;  // a later lap has begun to reuse its file
 };
 
 // A card that has been recorded, and what is on it.
 struct Recording {
-    std::string path;  // folder or image: what the card tool is given
+    std::string path;                      // folder or image: what the card tool is given
     std::vector<WrittenSection> sections;  // as recorded
     std::vector<WrittenFrame> frames;      // as recorded
 
@@ -74,7 +74,7 @@ struct Card {
     uint32_t start = 1772352000;  // 2026-03-01 08:00:00 UTC
     std::vector<SectionPlan> sections = {};
     std::vector<EventPlan> events = {};
-    bool keep_units = true;       // keep every frame's bytes in Recording::frames
+    bool keep_units = true;  // keep every frame's bytes in Recording::frames
 
     // Writes the store into the (new) folder: sparse record files, index, event file.
     Recording RecordFolder(const std::string& folder) const;

@@ -4,11 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <filesystem>
-#include <functional>
+#include <utility>
 
 #include "CardFixture.h"
 #include "Error.h"
+#include "Place.h"
 #include "StoreWriter.h"
 
 namespace {
@@ -16,24 +16,14 @@ namespace {
 using card::CardIndex;
 using card::Volume;
 using fixture::Card;
+using fixture::Place;
 using fixture::Recording;
 using ::testing::HasSubstr;
 
-// A new path below /tmp that is gone afterwards.
-class Place {
-  public:
-    Place() : path_("/tmp/card-" + std::to_string(++count_)) { std::filesystem::remove_all(path_); }
-    ~Place() { std::filesystem::remove_all(path_); }
-    operator const std::string&() const { return path_; }
-
-  private:
-    static inline int count_ = 0;
-    std::string path_;
-};
-
-const Card kMorning{.files = 3,
-                    .sections = {{.seconds = 20}, {.seconds = 10, .pause = 60, .rate = 12}, {.seconds = 5, .pause = 7200}},
-                    .events = {{.after = 5, .seconds = 8, .type = 1}, {.after = 82, .seconds = 0, .type = 32}}};
+const Card kMorning{
+    .files = 3,
+    .sections = {{.seconds = 20}, {.seconds = 10, .pause = 60, .rate = 12}, {.seconds = 5, .pause = 7200}},
+    .events = {{.after = 5, .seconds = 8, .type = 1}, {.after = 82, .seconds = 0, .type = 32}}};
 
 void ExpectSameSections(const CardIndex& index, const Recording& recording) {
     std::vector<const fixture::WrittenSection*> kept;
@@ -132,11 +122,15 @@ TEST(CardIndex, FollowsTheRingThroughItsLaps) {
     EXPECT_NEAR(*index.HoursKept() * 3600, 2.0 * 0x0F900000 / (370000.0 * 25), 2.5);
 }
 
-std::string Word(uint32_t value) { return std::string(reinterpret_cast<const char*>(&value), 4); }
+std::string Word(uint32_t value) {
+    return std::string(reinterpret_cast<const char*>(&value), 4);
+}
 
 // Byte offsets in the index file, of file 0.
 constexpr uint64_t kFileHead = RECORD_FILE_HEAD_BASE;
-constexpr uint64_t SectionHead(uint32_t number) { return RECORD_SECTION_BASE + 64 * number; }
+constexpr uint64_t SectionHead(uint32_t number) {
+    return RECORD_SECTION_BASE + 64 * number;
+}
 
 TEST(CardIndex, NamesTheFaultOfADamagedSectionAndKeepsTheOthers) {
     using Fault = card::Section::Fault;
@@ -207,12 +201,8 @@ TEST(CardIndex, LeavesOutAFileWhoseHeadCannotBeTrusted) {
         uint32_t offset;  // in the file head
         uint32_t value;
         Fault fault;
-    } cases[] = {{0, 0x12345678, Fault::NotFlagged},
-                 {4, 7, Fault::WrongNumber},
-                 {16, 0x0FD00000, Fault::BadCounts},
-                 {24, 0, Fault::BadCounts},
-                 {24, 252, Fault::BadCounts},
-                 {28, 0xFFFFFFFF, Fault::BadCounts}};
+    } cases[] = {{0, 0x12345678, Fault::NotFlagged}, {4, 7, Fault::WrongNumber},  {16, 0x0FD00000, Fault::BadCounts},
+                 {24, 0, Fault::BadCounts},          {24, 252, Fault::BadCounts}, {28, 0xFFFFFFFF, Fault::BadCounts}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.offset);
         const std::string before = recording.Read("index000.bin", kFileHead + c.offset, 4);

@@ -9,9 +9,9 @@ namespace fixture {
 namespace {
 
 constexpr uint32_t kStreamHeadSize = 40;
-constexpr uint8_t kStreamHead[kStreamHeadSize] = {'I',  'M',  'K',  'H',  0x01, 0x02, 0x00, 0x00, 0x02, 0x00,
-                                                  0x00, 0x01, 0x01, 0x20, 0x01, 0x10, 0x80, 0xBB, 0x00, 0x00,
-                                                  0x00, 0xFA, 0x00, 0x00};
+constexpr uint8_t kStreamHead[kStreamHeadSize] = {'I',  'M',  'K',  'H',  0x01, 0x02, 0x00, 0x00,
+                                                  0x02, 0x00, 0x00, 0x01, 0x01, 0x20, 0x01, 0x10,
+                                                  0x80, 0xBB, 0x00, 0x00, 0x00, 0xFA, 0x00, 0x00};
 constexpr uint32_t kVirtualKeyPixels = 345600;  // smaller pictures get no record for a virtual key frame
 
 void Check(bool held, const std::string& what) {
@@ -103,7 +103,8 @@ StoreWriter::Written StoreWriter::Append(const std::vector<uint8_t>& bytes, bool
                                          uint32_t time) {
     const uint32_t length = static_cast<uint32_t>(bytes.size());
     const uint32_t offset = file_.m_u32RecordFileSumLenth;
-    Check(AV_RecordStreamInfoWrite(stream_, offset, bytes.data(), static_cast<int>(length)) > 0, "a frame was not written");
+    Check(AV_RecordStreamInfoWrite(stream_, offset, bytes.data(), static_cast<int>(length)) > 0,
+          "a frame was not written");
     if (indexed) {
         KeyFrameInfoHead_S record{};
         AV_RecordKeyFrameInfoUpdate(&record, time, length, section_.m_u32RecordSize, key_type);
@@ -112,7 +113,8 @@ StoreWriter::Written StoreWriter::Append(const std::vector<uint8_t>& bytes, bool
     }
     AV_RecordSectionInfoHeadEndTimeFresh(&section_, time);
     AV_RecordSectionInfoHeadFileSizeFresh(&section_, length);
-    AV_RecordSecitonInfoHeadKeyFrameFresh(&section_, indexed ? 1 : 0, video ? AV_FRAME_TYPE_VIDEO : AV_FRAME_TYPE_AUDIO);
+    AV_RecordSecitonInfoHeadKeyFrameFresh(&section_, indexed ? 1 : 0,
+                                          video ? AV_FRAME_TYPE_VIDEO : AV_FRAME_TYPE_AUDIO);
     AV_RecordFileInfoHeadFileLenthFresh(&file_, length);
     if (time >= file_.m_u32RecordEndTime) AV_RecordFileInfoHeadEndTimeFresh(&file_, time);
     AV_RecodrFileInfoHeadKeyFrameFresh(&file_, indexed ? 1 : 0);

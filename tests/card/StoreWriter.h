@@ -46,7 +46,7 @@ class StoreWriter {
     RecordFileInfoHead_S file_{};
     RecordInfoHead_S section_{};
     AVStreamParam parameters_{};
-    uint32_t frames_ = 0;  // video frames of the section
+    uint32_t frames_ = 0;     // video frames of the section
     uint32_t head_size_ = 0;  // of the stream head in front of the bytes being appended
     bool reused_ = false;
 };
