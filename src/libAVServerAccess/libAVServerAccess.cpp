@@ -17,7 +17,7 @@ struct AVServerAccessSysInfo {
 
 AVServerAccessSysInfo access_info;
 std::mutex one_command;  // request and answer are one step: all answers have the same message type
-int owed_answers = 0;    // to requests that a signal kept us from waiting for; under one_command
+int owed_answers = 0;    // not taken yet, to commands that are over; under one_command
 
 // The queue's id, opened when it is not; negative when it cannot be had.
 int OpenQueue() {
@@ -28,10 +28,11 @@ int OpenQueue() {
     return access_info.AVMsgQid.load();
 }
 
-// An answer that came after its caller had been interrupted would be taken for the next command's.
+// An answer that came after its caller had been interrupted would be taken for the next command's; one
+// that is too long would stand in front of every other.
 void DropLateAnswers(int qid) {
-    AVAccessMsgBuf late;
-    while (owed_answers > 0 && IpcMsgTryRecv(qid, MSG_AVACCESS_TYPE_MSG2, &late, sizeof late) >= 0) {
+    uint8_t late[sizeof(int32_t) + 8192];  // the kernel's limit of a message
+    while (owed_answers > 0 && IpcMsgTryRecv(qid, MSG_AVACCESS_TYPE_MSG2, late, sizeof late) >= 0) {
         --owed_answers;
     }
 }
@@ -46,7 +47,7 @@ void Exchange(int qid, AVAccessMsgBuf& message) {
     if (errno == EIDRM || errno == EINVAL) {  // someone removed the queue: the next command opens the new one
         owed_answers = 0;
         AVServerAccessCleanup();
-    } else if (sent && errno == EINTR) {
+    } else if (sent && (errno == EINTR || errno == E2BIG)) {
         ++owed_answers;
     }
 }

@@ -145,6 +145,10 @@ TEST_F(MediaServer, AnswersOfAnyLengthAndVerdictDoNoHarm) {
     EXPECT_EQ(AVServerSetIris(), 0) << "an answer without result";
     peer_.Put(2, std::vector<char>(400, 1).data(), 400);
     EXPECT_EQ(AVServerSetIris(), 0) << "an answer that is none";
+    EXPECT_TRUE(support::WaitUntil([&] { return Count() == 3; }));
+    silent_ = false;
+    EXPECT_EQ(AVServerSetIrcut(), 21505) << "and the next command has its own";
+    EXPECT_EQ(AVServerSetTimeZone(), 32769);
 }
 
 TEST_F(MediaServer, ThatLeavesIsFoundAgainWhenItReturns) {

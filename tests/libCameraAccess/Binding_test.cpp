@@ -166,6 +166,7 @@ TEST_F(Camera, RegistersEachProcessUnderItsNumber) {
         }
         ASSERT_EQ(CameraSetVideoForceIFrame(0, 0), 0);
         EXPECT_EQ(server_.Last().src, number);
+        EXPECT_GE(semget(0xC54BD5, 0, 0), 0) << "the services' semaphore set";
         CameraDeviceCleanup();
     }
 }

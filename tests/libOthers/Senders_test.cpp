@@ -230,6 +230,10 @@ TEST_F(Client, AnswersOfAnyLengthDoNoHarm) {
     const uint8_t longer[400] = {};
     server_.Queue().Put(5, longer, sizeof longer);
     EXPECT_EQ(Send({1, 2, 3}), 3);
+    EXPECT_TRUE(support::WaitUntil([&] { return server_.Count() == 3; }));
+    server_.Silent(false);
+    EXPECT_EQ(Send({1, 2}), 2) << "and the next request has its own";
+    EXPECT_EQ(Send({1, 2, 3, 4}), 4);
 }
 
 TEST_F(Client, RequestEndsWhenTheQueueIsRemoved) {

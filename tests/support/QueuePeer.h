@@ -93,6 +93,7 @@ class QueuePeer {
 
     int Id() const { return id_; }
 
+    // The requests so far, each from when its answer was decided on.
     std::vector<Body> Requests() const {
         const std::lock_guard lock(mutex_);
         return requests_;
@@ -111,11 +112,13 @@ class QueuePeer {
             EXPECT_EQ(received, static_cast<ssize_t>(sizeof(Body)));
             Body body{};
             std::memcpy(body.data(), message.bytes, sizeof body);
+            const Body request = body;
+            const long type = handler_(body);
             {
                 const std::lock_guard lock(mutex_);
-                requests_.push_back(body);
+                requests_.push_back(request);
             }
-            if (const long type = handler_(body); type != 0) {
+            if (type != 0) {
                 Put(type, body.data(), sizeof body);
             }
         }

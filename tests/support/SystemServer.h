@@ -62,12 +62,11 @@ class SystemServer {
             static_cast<size_t>(request.offset) + static_cast<size_t>(request.length) <= kSegmentSize) {
             request.payload.assign(segment_ + request.offset, segment_ + request.offset + request.length);
         }
-        {
-            const std::lock_guard lock(mutex_);
-            requests_.push_back(request);
-        }
         body[3] = decide_(request);
-        return silent_.load() ? 0 : request.src;
+        const long type = silent_.load() ? 0 : request.src;
+        const std::lock_guard lock(mutex_);
+        requests_.push_back(request);
+        return type;
     }
 
     const Decision decide_;

@@ -20,7 +20,7 @@ std::mutex one_request;
 std::atomic<int> gSysProcId{kNoProcId};
 std::atomic<int> gSysMsgId{-1};
 std::atomic<SemHandl_t> hndlDrvSem{nullptr};  // orders the requests of this process
-int owed_answers = 0;                         // to requests that a signal kept us from waiting for; under one_request
+int owed_answers = 0;                         // not taken yet, to requests that are over; under one_request
 
 int Fail(const char* text) {
     gSysProcId.store(kNoProcId);
@@ -58,10 +58,11 @@ bool PutPayload(int proc_id, void* data, unsigned int len) {
            (len <= SYS_DRV_SLOT_SIZE && ShareMemWrite(SlotOffset(proc_id), data, static_cast<int>(len)) == 0);
 }
 
-// An answer that came after its caller had been interrupted would be taken for the next request's.
+// An answer that came after its caller had been interrupted would be taken for the next request's; one
+// that is too long would stand in front of every other.
 void DropLateAnswers(int qid, int proc_id) {
-    SYS_MSG_BUF late;
-    while (owed_answers > 0 && IpcMsgTryRecv(qid, proc_id, &late, sizeof late) >= 0) {
+    uint8_t late[sizeof(int32_t) + 8192];  // the kernel's limit of a message
+    while (owed_answers > 0 && IpcMsgTryRecv(qid, proc_id, late, sizeof late) >= 0) {
         --owed_answers;
     }
 }
@@ -81,7 +82,7 @@ int Exchange(void* data, unsigned int len, int cmd) {
     const int qid = gSysMsgId.load();
     DropLateAnswers(qid, proc_id);
     if (Msg_Send(qid, &message, sizeof message) >= 0 && Msg_Rsv(qid, proc_id, &message, sizeof message) < 0 &&
-        errno == EINTR) {
+        (errno == EINTR || errno == E2BIG)) {
         ++owed_answers;
     }
     return message.length;  // still the request's when there was no answer
