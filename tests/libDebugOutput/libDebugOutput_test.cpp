@@ -133,6 +133,7 @@ class Console : public testing::Test {
   protected:
     // Once before anything is counted: an emulator opens what it needs for a session with the first one.
     static void SetUpTestSuite() {
+        ThreadsAtRest();
         DOStart(kPort);
         Viewer();
         DOStop();
