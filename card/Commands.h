@@ -24,6 +24,8 @@ Run PrepareInfo(CLI::App& command);
 Run PrepareList(CLI::App& command);
 Run PrepareEvents(CLI::App& command);
 Run PrepareExport(CLI::App& command);
+Run PrepareCheck(CLI::App& command);
 Run PrepareMount(CLI::App& command);
+Run PrepareRepair(CLI::App& command);
 
 }  // namespace card

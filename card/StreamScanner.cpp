@@ -92,6 +92,8 @@ size_t FindStreamHead(const uint8_t* bytes, size_t length) {
 
 }  // namespace
 
+const uint8_t* StreamHeadBytes() { return kStreamHead; }
+
 uint64_t StreamFrame::PayloadSize() const {
     uint64_t sum = 0;
     for (const Payload& piece : payload) sum += piece.length;

@@ -18,6 +18,7 @@ namespace card {
 using ReadAtFunction = std::function<size_t(uint64_t offset, void* buffer, size_t length)>;
 
 inline constexpr uint32_t kStreamHeadSize = 40;  // "IMKH...", in front of the first frame of every run
+const uint8_t* StreamHeadBytes();
 
 // What the program stream map of a key frame says.
 struct StreamParameters {

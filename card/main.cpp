@@ -17,6 +17,8 @@ constexpr card::Command kCommands[] = {
     {"list", "What was recorded, by day, with the gaps", card::PrepareList},
     {"events", "The alarm events", card::PrepareEvents},
     {"export", "A moment, an event, a section or everything as a file that plays anywhere", card::PrepareExport},
+    {"check", "Does everything on the card agree? Tells what does not, and what it costs", card::PrepareCheck},
+    {"repair", "Rebuild lost heads, index or file system from what is on the card (into a copy)", card::PrepareRepair},
     {"mount", "Mount an image's files for a recorder to write (FUSE, needs no privileges)", card::PrepareMount},
 };
 
@@ -25,7 +27,8 @@ constexpr char kDescription[] =
     "CARD is a mounted card, a folder with its files, a block device or an image file; it is only read\n"
     "unless a command says otherwise. \"recordcard COMMAND --help\" tells the options of a command.";
 
-constexpr char kFooter[] = "Exit status: 0 done; 1 done, but with findings; 2 wrong usage; 3 the card could not be read or written.";
+constexpr char kFooter[] =
+    "Exit status: 0 done; 1 done, but with findings; 2 wrong usage; 3 the card could not be read or written.";
 
 }  // namespace
 

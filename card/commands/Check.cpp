@@ -1,0 +1,85 @@
+// recordcard check: does everything on the card agree with everything else?
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "Commands.h"
+#include "Error.h"
+#include "Progress.h"
+#include "Repairer.h"
+#include "Volume.h"
+
+namespace card {
+
+namespace {
+
+struct CheckArguments {
+    std::string path;
+    bool json = false;
+};
+
+const char* LevelText(Finding::Level level) {
+    return level == Finding::Level::Error ? "error" : "remark";
+}
+
+void PrintJson(const std::string& path, const Findings& findings) {
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (const Finding& finding : findings) {
+        list.push_back({{"level", LevelText(finding.level)},
+                        {"kind", finding.kind},
+                        {"place", finding.place},
+                        {"offset", finding.offset},
+                        {"what", finding.what},
+                        {"consequence", finding.consequence},
+                        {"mendable", finding.mend != Finding::Mend::Nothing}});
+    }
+    const size_t errors = Errors(findings);
+    const nlohmann::ordered_json report = {{"card", path},
+                                           {"clean", errors == 0},
+                                           {"errors", errors},
+                                           {"remarks", findings.size() - errors},
+                                           {"findings", std::move(list)}};
+    std::printf("%s\n", report.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+}
+
+void PrintText(const std::string& path, const Findings& findings) {
+    bool mendable = false;
+    for (const Finding& finding : findings) {
+        std::printf("%s: %s at %llu: %s\n        %s\n", LevelText(finding.level), finding.place.c_str(),
+                    static_cast<unsigned long long>(finding.offset), finding.what.c_str(), finding.consequence.c_str());
+        mendable = mendable || (finding.level == Finding::Level::Error && finding.mend != Finding::Mend::Nothing);
+    }
+    const size_t errors = Errors(findings);
+    if (errors == 0) {
+        std::printf("%s is in order", path.c_str());
+        if (!findings.empty()) std::printf(" (%zu remarks)", findings.size());
+        std::printf(".\n");
+        return;
+    }
+    std::printf("%s: %zu errors, %zu remarks.%s\n", path.c_str(), errors, findings.size() - errors,
+                mendable ? " \"recordcard repair\" can mend some or all of it." : "");
+}
+
+int Check(const CheckArguments& arguments) {
+    const Volume volume = Volume::Open(arguments.path);
+    const Findings findings = [&volume] {
+        Progress progress("Checking");
+        return CheckAll(volume, [&progress](uint64_t done, uint64_t total) { progress.Show(done, total); });
+    }();
+    arguments.json ? PrintJson(arguments.path, findings) : PrintText(arguments.path, findings);
+    return Errors(findings) == 0 ? kDone : kFindings;
+}
+
+}  // namespace
+
+Run PrepareCheck(CLI::App& command) {
+    const auto arguments = std::make_shared<CheckArguments>();
+    command.add_option("CARD", arguments->path, "Mounted card, folder, device or image file")->required();
+    command.add_flag("--json", arguments->json, "For scripts: one JSON object");
+    command.footer("Exit status: 0 in order (there may be remarks), 1 with errors, 3 unreadable.");
+    return [arguments] { return Check(*arguments); };
+}
+
+}  // namespace card
