@@ -160,7 +160,8 @@ class Running {
   public:
     static constexpr char kSettings[] = "/tmp/desk_test.settings", kJournal[] = "/tmp/desk_test.journal";
 
-    explicit Running(desk::DeskCameraOptions options = {}, const std::string& settings = Small()) {
+    Running() : Running(desk::DeskCameraOptions()) {}
+    explicit Running(desk::DeskCameraOptions options, const std::string& settings = Small()) {
         av_log_set_level(AV_LOG_ERROR);
         AVServerAccessCleanup();  // this process's client may hold an earlier camera's queue
         WriteText(kSettings, settings);
