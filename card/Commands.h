@@ -25,6 +25,7 @@ Run PrepareList(CLI::App& command);
 Run PrepareEvents(CLI::App& command);
 Run PrepareExport(CLI::App& command);
 Run PrepareCheck(CLI::App& command);
+Run PrepareTimeline(CLI::App& command);
 Run PrepareMount(CLI::App& command);
 Run PrepareRepair(CLI::App& command);
 

@@ -1,6 +1,5 @@
 // recordcard export: a stretch of the card as a file that plays anywhere.
 #include <signal.h>
-#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <CLI/CLI.hpp>
 
@@ -90,21 +89,10 @@ Selection Select(const CardIndex& index, const ExportArguments& arguments) {
     return SelectSection(index, file, number);
 }
 
-std::string FolderOf(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    if (slash == std::string::npos) return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
 // Nothing is written onto the card itself, and nothing begun that cannot end well.
 void CheckPlace(const Volume& volume, const std::string& out, uint64_t bytes) {
+    RequireOutside(volume, out);
     const std::string folder = FolderOf(out);
-    struct stat there {
-    }, card{};
-    const bool known = stat(folder.c_str(), &there) == 0 && stat(volume.Path().c_str(), &card) == 0;
-    if (known && there.st_dev == card.st_dev && there.st_ino == card.st_ino) {
-        throw CardError(folder + " is the card itself, which is only read; choose another folder", kUsage);
-    }
     struct statvfs space {};
     if (statvfs(folder.c_str(), &space) == 0 && uint64_t{space.f_bavail} * space.f_frsize < bytes) {
         throw CardError("There are " + Bytes(uint64_t{space.f_bavail} * space.f_frsize) + " free in " + folder +

@@ -13,12 +13,6 @@
 
 #include "CardFixture.h"
 
-// What the H.265 encoder's library keeps at its end is not ours to free.
-extern "C" const char* __lsan_default_suppressions();
-extern "C" const char* __lsan_default_suppressions() {
-    return "leak:libx265\n";
-}
-
 namespace {
 
 namespace fs = std::filesystem;

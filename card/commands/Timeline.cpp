@@ -1,0 +1,63 @@
+// recordcard timeline: the card as one page to look at.
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "CardIndex.h"
+#include "Commands.h"
+#include "Error.h"
+#include "OutputFiles.h"
+#include "Progress.h"
+#include "TimelinePage.h"
+#include "Volume.h"
+
+namespace card {
+
+namespace {
+
+struct TimelineArguments {
+    std::string out;
+    bool force = false;
+    TimelineOptions options;
+};
+
+void WriteFile(const std::string& path, const std::string& text) {
+    std::FILE* const file = std::fopen(path.c_str(), "wbe");
+    if (file == nullptr) throw SystemError(path, errno);
+    const bool written = std::fwrite(text.data(), 1, text.size(), file) == text.size();
+    if (std::fclose(file) != 0 || !written) throw SystemError(path, errno);
+}
+
+int Timeline(const TimelineArguments& arguments) {
+    const Volume volume = Volume::Open(arguments.options.path);
+    const CardIndex index(volume);
+    RequireOutside(volume, arguments.out);
+    OutputFiles files(arguments.out, arguments.force);
+    Progress progress("Pictures");
+    const std::string page =
+        MakeTimelinePage(index, arguments.options, [&](size_t done, size_t total) { progress.Show(done, total); });
+    WriteFile(files.Next(), page);
+    files.Commit();
+    std::printf("%s: %zu sections, %zu events, %s; open it in any browser\n", arguments.out.c_str(),
+                index.Sections().size(), index.Events().size(), Bytes(page.size()).c_str());
+    return kDone;
+}
+
+}  // namespace
+
+Run PrepareTimeline(CLI::App& command) {
+    const auto arguments = std::make_shared<TimelineArguments>();
+    command.add_option("CARD", arguments->options.path, "Mounted card, folder, device or image file")->required();
+    command.add_option("OUT", arguments->out, "HTML file to make")->required();
+    command.add_option("--thumbnails", arguments->options.thumbnails_max, "At most so many pictures")
+        ->check(CLI::Range(0, 5000))
+        ->capture_default_str();
+    command.add_flag("--force", arguments->force, "Overwrite OUT when it is there");
+    AddTimeStyle(command, arguments->options.times);
+    command.footer("The page is complete in itself: it opens without a network and can be sent as it is.");
+    return [arguments] { return Timeline(*arguments); };
+}
+
+}  // namespace card
