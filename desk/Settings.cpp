@@ -143,8 +143,10 @@ bool SettingsFile::Changed() const {
 
 // The schedule's lines build on each other ("daily", then a day of its own): one new line applies them all.
 std::vector<SettingProblem> SettingsFile::Read(SysInfo& record) {
+    // Looked at before it is opened: a file replaced in between is then seen as changed once more, not missed.
+    const bool is_there = stat(path_.c_str(), &status_) == 0;
     std::ifstream file(path_);
-    if (!file || stat(path_.c_str(), &status_) != 0) return {{0, "cannot read " + path_}};
+    if (!is_there || !file) return {{0, "cannot read " + path_}};
     std::vector<SettingProblem> problems;
     struct Line {
         int number;
