@@ -75,7 +75,11 @@ class Process:
         try:
             return wait_for(f"{self.name}: /{pattern}/", look, seconds)
         except TimedOut as error:
-            raise AssertionError(f"{error}\n... {self.text()[-2000:]}") from None
+            raise AssertionError(f"{error}\n... {self.last_words()}") from None
+
+    def last_words(self):
+        """The end of the log without the queries that repeat every 20 ms."""
+        return "\n".join(line for line in self.text().splitlines()[-10000:] if "CameraGet" not in line)[-3000:]
 
     def stop(self, number=signal.SIGTERM, seconds=20):
         if self.child.poll() is None:

@@ -44,7 +44,7 @@ class EndsOfARun(CameraTest):
             camera.set(**{name.replace("stream_config0", "stream_config[0]"): value for name, value in values.items()})
             self.expect(message)
             self.expect(r"Record Over")
-            self.expect(r"keyType = 1", 20)
+            self.expect(r"Now RotateAngle", 20)
         camera.set(Record_config__ucEnable=0)
         self.expect(r"Video Record Enable close !")
         self.expect(r"VideoRecord not enable")
@@ -168,7 +168,7 @@ class HostileMediaServer(CameraTest):
         self.assert_stopped_in_order()
 
 
-class ConsoleAndHeartbeat(CameraTest):
+class Console(CameraTest):
     def test_the_log_is_seen_through_the_console_while_recording(self):
         camera = self.camera
         camera.start()

@@ -1,0 +1,126 @@
+"""Alarms, heartbeat and console beside recording, on the unmodified recorder."""
+
+import os
+import socket
+import subprocess
+import sys
+import unittest
+
+sys.path.insert(0, os.path.dirname(__file__))
+from camera import DESK_CAMERA, Camera, wait_for  # noqa: E402
+
+MARKER = "/tmp/Debug_Port_ON"
+ROUNDS = 100
+
+
+class PeersTest(unittest.TestCase):
+    def setUp(self):
+        self.camera = Camera()
+        self.addCleanup(self.camera.close)
+        self.addCleanup(lambda: os.path.exists(MARKER) and os.unlink(MARKER))
+
+    def tell(self, *command):
+        subprocess.run([DESK_CAMERA, *command], check=True, capture_output=True, text=True)
+
+
+def connect():
+    try:
+        return socket.create_connection(("127.0.0.1", 409), 2)
+    except OSError:
+        return None
+
+
+class AlarmEvents(PeersTest):
+    def test_alarms_become_events_that_can_be_exported(self):
+        camera = self.camera
+        camera.set(schedule__daily="00:00-24:00 motion", Record_config__ucrecordDelay=8, Record_config__ucpreRecordTime=0)
+        camera.start()
+        self.tell("alarm", "motion", "on")
+        camera.recorder.expect(r"KeyFrameTime", 10)
+        camera.recorder.expect(r"KeyFrameTime", 10)
+        self.tell("alarm", "motion", "off")
+        camera.recorder.expect(r"KeyFrameTime", 10)
+        camera.set(schedule__daily="00:00-24:00 io")
+        camera.recorder.expect(r"KeyFrameTime", 10)
+        self.tell("alarm", "io0", "on")  # still on when the recorder stops: the event ends with the run
+        camera.recorder.expect(r"KeyFrameTime", 10)
+        camera.recorder.expect(r"KeyFrameTime", 10)
+        self.assertEqual(camera.stop(), 0)
+        camera.assert_complete()
+
+        listed = camera.card_tool("events", camera.image).splitlines()
+        self.assertEqual(len(listed), 2, listed)
+        self.assertRegex(listed[0], r"^ *1 .* motion ")
+        self.assertRegex(listed[1], r"^ *2 .* input ")
+        for number in ("1", "2"):
+            clip = os.path.join(camera.folder, number + ".mp4")
+            camera.card_tool("export", camera.image, "--event", number, clip)
+            frames = subprocess.run(["ffprobe", "-v", "error", "-select_streams", "v", "-count_frames", "-show_entries",
+                                     "stream=nb_read_frames", "-of", "csv=p=0", clip], capture_output=True, text=True)
+            self.assertGreater(int(frames.stdout), 25, frames.stderr)
+
+
+class Watchdog(PeersTest):
+    def test_the_heartbeat_is_seen_and_missed_when_it_stops(self):
+        self.assertIn("no heartbeat yet", self.start_and_ask())
+        self.camera.start_recorder()
+        wait_for("a beat", lambda: "heartbeat 0 s ago" in self.ask(), 10)
+        wait_for("the next beat", lambda: "heartbeat 1 s ago" in self.ask(), 10)
+        wait_for("the next beat", lambda: "heartbeat 0 s ago" in self.ask(), 10)
+        self.camera.recorder.child.kill()
+        self.camera.recorder.child.wait()
+        self.camera.desk.expect(r"heartbeat has stopped", 60)
+
+    def start_and_ask(self):
+        self.camera.start_desk()
+        return self.ask()
+
+    @staticmethod
+    def ask():
+        return subprocess.run([DESK_CAMERA, "status"], check=True, capture_output=True, text=True).stdout
+
+
+class Endurance(PeersTest):
+    def resources(self):
+        process = f"/proc/{self.camera.recorder.child.pid}"
+        return len(os.listdir(process + "/fd")), len(os.listdir(process + "/task"))
+
+    def test_a_hundred_console_sessions_leave_nothing_behind(self):
+        camera = self.camera
+        camera.start()
+        before = self.resources()
+        for _ in range(ROUNDS // 20):  # the console opens and closes, twenty viewers each time
+            open(MARKER, "w").close()
+            with wait_for("the console", connect, 10) as first:
+                self.see_log(first)
+            for _ in range(19):
+                with wait_for("the console", connect, 10) as viewer:
+                    self.see_log(viewer)
+            os.unlink(MARKER)
+            wait_for("the closed port", lambda: (c := connect()) is None or c.close(), 10)
+        wait_for(f"as before: {before}", lambda: self.resources() == before, 10)
+        self.assertEqual(camera.stop(), 0)
+        camera.assert_complete()
+
+    @staticmethod
+    def see_log(viewer):
+        viewer.settimeout(10)
+        text = b""
+        while b"[Trace]: " not in text:
+            text += viewer.recv(65536)
+
+    def test_a_hundred_runs_leave_nothing_behind(self):
+        camera = self.camera
+        camera.start()
+        before = self.resources()
+        for number in range(ROUNDS):
+            camera.set(lan_config__nFrameRate1=24 + number % 2)
+            camera.recorder.expect(r"Video FrameRate Change!")
+            camera.recorder.expect(r"Now RotateAngle .* framerate = %d" % (24 + number % 2))
+        wait_for(f"as before: {before}", lambda: self.resources() == before, 10)
+        self.assertEqual(camera.stop(), 0)
+        self.assertGreaterEqual(len(camera.recorded()), ROUNDS)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
