@@ -44,6 +44,9 @@ class ClipWriter {
     virtual void Finish() = 0;
 };
 
+// A file can begin with this key frame: its parameter sets can be read.
+bool CanBegin(VideoCodec codec, ByteView key_unit);
+
 // Mp4 or Matroska.  `key_unit`: the first picture.  Throws CardError, as every function of a writer.
 std::unique_ptr<ClipWriter> OpenMuxWriter(const std::string& path, Container container, const ClipShape& shape,
                                           const ClipDetails& details, ByteView key_unit);

@@ -80,6 +80,8 @@ void Exporter::Move(const Selection& selection, size_t number) {
     for (const ClipFrame& frame : listed.frames) {
         if (frame.video) {
             MovePicture(reader, listed, frame, std::span(selection.stretches).subspan(number + 1));
+        } else if (writer_ == nullptr) {
+            continue;
         } else if (container_ == Container::ProgramStream) {
             writer_->Sound(reader.Packed(frame), 0);
         } else if (!Raw()) {
@@ -97,16 +99,14 @@ void Exporter::MovePicture(ClipReader& reader, const ClipStretch& stretch, const
     const bool key = frame.key && (Raw() || IsRandomAccess(codec, unit));
     if (key && !Raw()) {
         ClipShape shape{codec, ParameterSets(codec, unit), sound_};
-        if (NeedsNewPart(shape)) {
-            if (!shape.sound) {
-                for (size_t i = 0; i < later.size() && !shape.sound; ++i)
-                    shape.sound = FindSound(later[i], kSoundProbe);
-            }
+        if (NeedsNewPart(shape) && CanBegin(codec, unit)) {
+            for (size_t i = 0; i < later.size() && !shape.sound; ++i) shape.sound = FindSound(later[i], kSoundProbe);
             StartPart(stretch, frame, unit, std::move(shape));
         }
-    } else if (writer_ == nullptr) {
+    } else if (writer_ == nullptr && Raw()) {
         StartPart(stretch, frame, unit, {});
     }
+    if (writer_ == nullptr) return;  // no file can begin with this picture
     ExportPart& part = report_.parts.back();
     const Ticks at = timeline_.Place(frame.at);
     if (std::exchange(chapter_due_, false)) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <ctime>
+#include <optional>
 
 #include "ClipWriter.h"
 #include "Error.h"
@@ -35,11 +36,19 @@ void SetExtradata(AVCodecParameters* parameters, ByteView bytes) {
     parameters->extradata_size = static_cast<int>(bytes.size());
 }
 
-// Takes the picture's size and profile from the stream itself.
-void ReadPictureSize(AVCodecParameters* parameters, ByteView key_unit) {
-    const AVCodec* codec = RequireObject(avcodec_find_decoder(parameters->codec_id), "decoder of the video");
+struct PictureFormat {
+    int width = 0;  // pixels
+    int height = 0;
+    int format = -1;
+    int profile = FF_PROFILE_UNKNOWN;
+    int level = FF_LEVEL_UNKNOWN;
+};
+
+// What the stream itself says of its pictures; nothing when its parameter sets are damaged.
+std::optional<PictureFormat> ReadPictureFormat(VideoCodec video, ByteView key_unit) {
+    const AVCodec* codec = RequireObject(avcodec_find_decoder(CodecId(video)), "decoder of the video");
     Owned<AVCodecContext> context(RequireObject(avcodec_alloc_context3(codec), codec->name));
-    Owned<AVCodecParserContext> parser(RequireObject(av_parser_init(parameters->codec_id), codec->name));
+    Owned<AVCodecParserContext> parser(RequireObject(av_parser_init(codec->id), codec->name));
     parser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
     std::vector<uint8_t> padded(key_unit.begin(), key_unit.end());
     padded.resize(padded.size() + AV_INPUT_BUFFER_PADDING_SIZE);
@@ -47,13 +56,8 @@ void ReadPictureSize(AVCodecParameters* parameters, ByteView key_unit) {
     int size = 0;
     av_parser_parse2(parser.get(), context.get(), &out, &size, padded.data(), static_cast<int>(key_unit.size()),
                      AV_NOPTS_VALUE, AV_NOPTS_VALUE, 0);
-    if (parser->width <= 0 || parser->height <= 0)
-        throw CardError("The first key frame does not tell the picture's size.");
-    parameters->width = parser->width;
-    parameters->height = parser->height;
-    parameters->format = parser->format;
-    parameters->profile = context->profile;
-    parameters->level = context->level;
+    if (parser->width <= 0 || parser->height <= 0) return std::nullopt;
+    return PictureFormat{parser->width, parser->height, parser->format, context->profile, context->level};
 }
 
 class MuxWriter : public ClipWriter {
@@ -118,7 +122,12 @@ class MuxWriter : public ClipWriter {
         AVCodecParameters* parameters = video_->codecpar;
         parameters->codec_type = AVMEDIA_TYPE_VIDEO;
         parameters->codec_id = CodecId(shape.codec);
-        ReadPictureSize(parameters, key_unit);
+        const PictureFormat picture = ReadPictureFormat(shape.codec, key_unit).value_or(PictureFormat{});
+        parameters->width = picture.width;
+        parameters->height = picture.height;
+        parameters->format = picture.format;
+        parameters->profile = picture.profile;
+        parameters->level = picture.level;
         SetExtradata(parameters, shape.parameter_sets);
         // Phones play H.265 under this name only.
         if (mp4 && shape.codec == VideoCodec::H265) parameters->codec_tag = MKTAG('h', 'v', 'c', '1');
@@ -183,6 +192,10 @@ Container ContainerOf(const std::string& path) {
         if (path.size() > length && strcasecmp(path.c_str() + path.size() - length, ending) == 0) return container;
     }
     throw CardError(path + ": the file to be written has to end in .mp4, .mkv, .h264, .h265 or .ps", kUsage);
+}
+
+bool CanBegin(VideoCodec codec, ByteView key_unit) {
+    return !ParameterSets(codec, key_unit).empty() && ReadPictureFormat(codec, key_unit).has_value();
 }
 
 std::unique_ptr<ClipWriter> OpenMuxWriter(const std::string& path, Container container, const ClipShape& shape,

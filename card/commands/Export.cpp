@@ -14,6 +14,7 @@
 #include "Commands.h"
 #include "Error.h"
 #include "Exporter.h"
+#include "Ffmpeg.h"
 #include "Progress.h"
 #include "TimeText.h"
 #include "Volume.h"
@@ -112,6 +113,7 @@ void PrintPart(const ExportPart& part, const TimeStyle& times) {
 ExportReport RunExport(const CardIndex& index, const ExportArguments& arguments, const Selection& selection) {
     Exporter exporter(index, arguments.out, arguments.force, arguments.times);
     const StopSignals signals;
+    av_log_set_level(AV_LOG_FATAL);  // what fails is told by us
     Progress progress("Exporting");
     const uint64_t total = 2 * selection.StreamBytes();
     uint64_t done = 0;

@@ -8,6 +8,7 @@
 #include "CardIndex.h"
 #include "Commands.h"
 #include "Error.h"
+#include "Ffmpeg.h"
 #include "OutputFiles.h"
 #include "Progress.h"
 #include "TimelinePage.h"
@@ -35,6 +36,7 @@ int Timeline(const TimelineArguments& arguments) {
     const CardIndex index(volume);
     RequireOutside(volume, arguments.out);
     OutputFiles files(arguments.out, arguments.force);
+    av_log_set_level(AV_LOG_FATAL);  // a damaged picture is left out in silence
     Progress progress("Pictures");
     const std::string page =
         MakeTimelinePage(index, arguments.options, [&](size_t done, size_t total) { progress.Show(done, total); });

@@ -326,6 +326,17 @@ TEST_F(Export, DamagedBytesAreLeftOutAndTheRestIsExported) {
     EXPECT_NEAR(Number(Probe(Path("clip.mp4"))["format"]["duration"]), 6, 0.01) << "the lost picture keeps its time";
 }
 
+TEST_F(Export, DamagedParameterSetsEndNoExport) {
+    const Recording card = Card{.sections = {{.seconds = 2}, {.seconds = 2, .pause = 0}}}.RecordFolder(Path("card"));
+    const std::vector<const WrittenFrame*> video = card.KeptVideo();
+    for (const size_t key : {0, 50}) {  // the first byte of the sequence parameter set
+        card.Corrupt("hi000000.mp4", video[key]->offset + 84 + 14 + 4, "\x6C");
+    }
+    Made(card, "clip.mp4", {"--all"});
+    EXPECT_EQ(StreamOf(Probe(Path("clip.mp4")), "video")["nb_frames"], "75") << "from the second key frame on";
+    EXPECT_FALSE(fs::exists(Path("clip-2.mp4")));
+}
+
 TEST_F(Export, AChangedStreamBeginsAnotherFile) {
     const Recording card = Card{.sections = {{.seconds = 3},
                                              {.seconds = 3, .pause = 0},
