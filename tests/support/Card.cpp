@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <vector>
 
 namespace support {
 
@@ -30,6 +32,22 @@ void Put(const std::string& path, uint64_t size, uint64_t offset = 0, const void
     close(fd);
 }
 
+void CopySparse(const std::string& from, const std::string& to) {
+    const int in = open(from.c_str(), O_RDONLY | O_CLOEXEC);
+    Require(in >= 0, from.c_str());
+    const off64_t size = lseek64(in, 0, SEEK_END);
+    Put(to, static_cast<uint64_t>(size));
+    const int out = open(to.c_str(), O_WRONLY | O_CLOEXEC);
+    std::vector<char> block(1 << 16);
+    for (off64_t at = lseek64(in, 0, SEEK_DATA); at >= 0; at = lseek64(in, at, SEEK_DATA)) {
+        const ssize_t length = pread64(in, block.data(), block.size(), at);
+        Require(length > 0 && pwrite64(out, block.data(), static_cast<size_t>(length), at) == length, "copy");
+        at += length;
+    }
+    close(out);
+    close(in);
+}
+
 // Independent of the recorder's own records: the test's second opinion of the layout.
 void Set32(unsigned char* at, uint32_t value) {
     for (int i = 0; i < 4; ++i) {
@@ -43,11 +61,13 @@ Card::Card() {
     Require(std::getenv("IN_CAMERA") != nullptr, "IN_CAMERA");
     mkdir("/var/etc", 0755);
     mkdir(kCardDirectory, 0755);
-    Require(mount(kCardDevice, kCardDirectory, "tmpfs", 0, "size=4g") == 0, "mount");
+    Mount();
     MakeDeviceNode();
 }
 
-Card::Card(const Store& store) : Card() { Prepare(store); }
+Card::Card(const Store& store) : Card() {
+    Prepare(store);
+}
 
 Card::~Card() {
     if (pulled_ >= 0) {
@@ -58,6 +78,10 @@ Card::~Card() {
     umount2(kCardDirectory, MNT_DETACH);
 }
 
+void Card::Mount() {
+    Require(mount(kCardDevice, kCardDirectory, "tmpfs", 0, "size=4g") == 0, "mount");
+}
+
 void Card::MakeDeviceNode() {
     const int fd = open(kCardDevice, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
     Require(fd >= 0, kCardDevice);
@@ -65,15 +89,18 @@ void Card::MakeDeviceNode() {
 }
 
 void Card::Pull() {
-    // A detached copy of the mount keeps the files alive while the mount table names no card.
-    pulled_ = open_tree(AT_FDCWD, kCardDirectory, OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC);
-    Require(pulled_ >= 0, "open_tree");
+    // An open directory keeps the files alive while the mount table names no card.
+    pulled_ = open(kCardDirectory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    Require(pulled_ >= 0, kCardDirectory);
     unlink(kCardDevice);
     umount2(kCardDirectory, MNT_DETACH);
 }
 
 void Card::Plug() {
-    Require(move_mount(pulled_, "", AT_FDCWD, kCardDirectory, MOVE_MOUNT_F_EMPTY_PATH) == 0, "move_mount");
+    Mount();
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd/" + std::to_string(pulled_))) {
+        CopySparse(entry.path(), kCardDirectory + entry.path().filename().string());
+    }
     close(pulled_);
     pulled_ = -1;
     MakeDeviceNode();
@@ -99,7 +126,8 @@ void Card::Prepare(const Store& store) {
         Set32(head + 16, store.current_length);
         Set32(head + 20, 1);
         Set32(head + 24, 1);
-        Put(std::string(kCardDirectory) + "index000.bin", 64u << 20, 1024 + 48ull * store.current_file, head, sizeof head);
+        Put(std::string(kCardDirectory) + "index000.bin", 64u << 20, 1024 + 48ull * store.current_file, head,
+            sizeof head);
     }
     Put(std::string(kCardDirectory) + "event000.bin", 64u << 20);
     for (uint32_t n = 0; n < store.files; ++n) {

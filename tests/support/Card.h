@@ -36,9 +36,10 @@ class Card {
     static std::string Read(const std::string& path, uint64_t offset, uint64_t length);
 
   private:
+    static void Mount();
     static void MakeDeviceNode();
 
-    int pulled_ = -1;  // the detached mount while the card is out
+    int pulled_ = -1;  // the card's directory while the card is out
 };
 
 }  // namespace support
