@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <optional>
 
 #include "libGetAVStream.h"
 
@@ -19,10 +20,20 @@ inline bool IsClientType(int type) {
 // Segment id of a stream's ring; negative: there is none.
 int RingSegment(int video_index);
 
+// The same after the segment was removed: from now on it is the one that the key has now, if any.
+int RenewedRingSegment(int video_index);
+
 // Id of the queue that carries the requests about a stream, opened when it is not; negative without one.
 int RequestQueue(int video_index);
 
-// Asks the media server for a position; gives up with false as soon as `keep_asking` is 0.
-// The rest as AVStreamGetCurrentFrame and its siblings.
-bool RequestPosition(const std::atomic<int>& keep_asking, AVStreamCommand command, int type, int video_index,
-                     AVMsgBuf& message);
+// Forgets a request queue that was removed: the next request opens the one of its key.
+void ForgetQueue(int qid);
+
+// Asks the media server for a position on behalf of a reader.  None when `keep_asking` became 0, or when the queue
+// was removed or the answer is none of ours: ask again.
+std::optional<int> RequestPosition(const std::atomic<int>& keep_asking, AVStreamCommand command, int type,
+                                   int video_index);
+
+// Throws away the answers that wait for `type`: an earlier process asked and was killed.  Only while nobody asks
+// under this type.
+void DropAnswersOfEarlierProcess(int type);

@@ -95,13 +95,24 @@ bool FrameReader::Paused() {
     return true;
 }
 
+// A media server that was restarted may have made its ring anew; the one attached is then nobody's.
+bool FrameReader::FollowsNewRing() {
+    if (!ring_.Removed()) {
+        return false;
+    }
+    const int id = RenewedRingSegment(index_);
+    return id != ring_.SegmentId() && ring_.Attach(id);
+}
+
 void FrameReader::AskWritePosition() {
     LOG_TRACE("%s %d: MsgAVType = %d VideoIndex = %d\n", type_, index_);
-    AVMsgBuf message{};
-    if (!RequestPosition(run_, AVSTREAM_CMD_CURRENT_FRAME, type_, index_, message)) {
+    const std::optional<int> answer = RequestPosition(run_, AVSTREAM_CMD_CURRENT_FRAME, type_, index_);
+    if (!answer) {
+        SleepMs(kWriterWaitMs);
         return;
     }
-    int position = static_cast<int>(message.video_pos);
+    FollowsNewRing();
+    int position = *answer;
     if (index_ == 0) {
         LOG_TRACE("%s %d: VideoPos = %d\n", position);
     }
@@ -130,11 +141,15 @@ int FrameReader::GetLastIFrame(uint32_t old_serial) {
     int position = -1;
     uint32_t refused = 0;
     while (Running()) {
-        AVMsgBuf message{};
-        if (!RequestPosition(run_, AVSTREAM_CMD_LAST_I_FRAME, type_, index_, message)) {
-            break;
+        const std::optional<int> answer = RequestPosition(run_, AVSTREAM_CMD_LAST_I_FRAME, type_, index_);
+        if (!answer) {
+            SleepMs(kKeyFrameWaitMs);
+            continue;
         }
-        position = static_cast<int>(message.video_pos);
+        if (FollowsNewRing()) {
+            old_serial = 0;
+        }
+        position = *answer;
         if (static_cast<int64_t>(position) + kHeader + 4 >= kRingSize[index_]) {
             continue;
         }
@@ -243,7 +258,7 @@ void FrameReader::RestartRing(const AVDataInfo& header) {
             std::memcpy(ring_.Bytes(0, kHeader), &restart, sizeof restart);
         }
     }
-    VideoPos_ = 0;
+    VideoPos_ = FollowsNewRing() ? -1 : 0;
     counts_.bad_check = 0;
     oldSerialNumber_ = 0;
     SleepMs(500);
@@ -259,11 +274,13 @@ void FrameReader::TakeFrame(AVDataInfo& header) {
         Garbage(header.AVDataCheck);  // it says that it reaches over the ring's end
         return;
     }
-    if (header.SerialNumber == oldSerialNumber_) {
+    if (oldSerialNumber_ == 0) {
+        Deliver(header);
+    } else if (header.SerialNumber == oldSerialNumber_) {
         Repeated(header);
     } else if (oldSerialNumber_ > header.SerialNumber) {
         NotReady(counts_.behind, header.EndFlag);
-    } else if (oldSerialNumber_ == 0 || GapAccepted(header)) {
+    } else if (GapAccepted(header)) {
         Deliver(header);
     }
 }

@@ -31,6 +31,7 @@ class FrameReader {
     bool ArgumentsInRange() const;
     void Step();
     bool Paused();
+    bool FollowsNewRing();
     void AskWritePosition();
     bool CheckOutOfPos(int position) const;
     int GetLastIFrame(uint32_t old_serial);

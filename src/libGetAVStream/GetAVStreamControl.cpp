@@ -1,3 +1,5 @@
+#include <sys/shm.h>
+
 #include <algorithm>
 #include <iterator>
 #include <mutex>
@@ -97,9 +99,31 @@ int RingSegment(int video_index) {
     return gGetAVStreamSysInfo.StreamSharememID[video_index];
 }
 
+int RenewedRingSegment(int video_index) {
+    constexpr int kNone = 0;
+    constexpr int kKeys[AVSTREAM_MAX] = {AVSTREAM_MAIN_RING_KEY, AVSTREAM_SUB_RING_KEY, kNone,
+                                         AVSTREAM_VOICE_TALK_RING_KEY};
+    const int id = kKeys[video_index] == kNone ? -1 : shmget(kKeys[video_index], 0, 0);
+    const std::lock_guard guard(g_lock);
+    int& segment = gGetAVStreamSysInfo.StreamSharememID[video_index];
+    if (id >= 0) {
+        segment = id;
+    }
+    return segment;
+}
+
 int RequestQueue(int video_index) {
     constexpr int kVoiceTalk = 3;
     CheckMsgID(&gGetAVStreamSysInfo);
     const std::lock_guard guard(g_lock);
     return video_index == kVoiceTalk && gVoiceTalkQid >= 0 ? gVoiceTalkQid : gGetAVStreamSysInfo.AVMsgQid;
+}
+
+void ForgetQueue(int qid) {
+    const std::lock_guard guard(g_lock);
+    if (qid == gVoiceTalkQid) {
+        gVoiceTalkQid = IpcMsgInit(AVSTREAM_VOICE_TALK_QUEUE_KEY);
+    } else if (qid == gGetAVStreamSysInfo.AVMsgQid) {
+        gGetAVStreamSysInfo.AVMsgQid = -1;
+    }
 }

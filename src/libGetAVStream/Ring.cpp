@@ -15,6 +15,7 @@ bool Ring::Attach(int segment_id) {
     if (address == reinterpret_cast<void*>(-1)) {
         return false;
     }
+    id_ = segment_id;
     base_ = static_cast<uint8_t*>(address);
     size_ = static_cast<int64_t>(status.shm_segsz);
     return true;
@@ -26,6 +27,11 @@ void Ring::Detach() {
     }
     base_ = nullptr;
     size_ = 0;
+}
+
+bool Ring::Removed() const {
+    struct shmid_ds status {};
+    return Attached() && (shmctl(id_, IPC_STAT, &status) < 0 || (status.shm_perm.mode & SHM_DEST) != 0);
 }
 
 uint8_t* Ring::Bytes(int64_t position, int64_t length) const {
@@ -44,7 +50,9 @@ std::optional<AVDataInfo> Ring::Header(int64_t position) const {
     std::atomic_thread_fence(std::memory_order_acquire);
     const int32_t end_flag = header.EndFlag;
     std::memcpy(&header, bytes, sizeof header);
-    header.EndFlag = end_flag;
+    if (header.EndFlag != end_flag) {
+        header.EndFlag = 0;  // being written, or being written over
+    }
     return header;
 }
 

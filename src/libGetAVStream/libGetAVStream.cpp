@@ -15,6 +15,7 @@ namespace {
 
 std::atomic<AVStreamCallback> gAVStreamFunc[MSG_AV_TYPE_END];
 std::atomic<AVTransformStatus> gTransFormStatusFunc[MSG_AV_TYPE_END];
+std::atomic<bool> g_initialised[MSG_AV_TYPE_END];
 std::atomic<int> gAlarmIsEndFrame{0};
 
 // The reader of one client type and stream.
@@ -63,7 +64,11 @@ AVTransformStatus StatusCallback(int type) {
 int GetAVStreamInit(int MsgAVType, AVStreamCallback AVStreamFunc, AVTransformStatus TransFormStatusFunc) {
     LOG_TRACE("%s %d:type = %d func = %p\n", MsgAVType, reinterpret_cast<void*>(AVStreamFunc));
     StoreCallbacks(MsgAVType, AVStreamFunc, TransFormStatusFunc);
-    return GetAVControlInit();
+    const int result = GetAVControlInit();
+    if (result == AVSTREAM_OK && IsClientType(MsgAVType) && !g_initialised[MsgAVType].exchange(true)) {
+        DropAnswersOfEarlierProcess(MsgAVType);
+    }
+    return result;
 }
 
 int GetVoiceTalkAVStreamInit(int MsgAVType, AVStreamCallback AVStreamFunc, AVTransformStatus TransFormStatusFunc) {

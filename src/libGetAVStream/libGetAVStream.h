@@ -119,7 +119,7 @@ typedef int (*AVStreamCallback)(int iAVSource, int iVideoIndex, char* VideoData,
 typedef int (*AVTransformStatus)(int videoindex);
 
 /* Stores the callbacks of client type `MsgAVType` (either may be null) and, the first time, connects
- * to the media server.  Returns 0, or the error of the connection (103, 104). */
+ * to the media server and drops the answers that an earlier process of that type left.  Returns 0, or the error of the connection (103, 104). */
 int GetAVStreamInit(int MsgAVType, AVStreamCallback AVStreamFunc, AVTransformStatus TransFormStatusFunc);
 /* The same for voice talk (stream 3). */
 int GetVoiceTalkAVStreamInit(int MsgAVType, AVStreamCallback AVStreamFunc, AVTransformStatus TransFormStatusFunc);

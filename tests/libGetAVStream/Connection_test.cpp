@@ -135,4 +135,50 @@ TEST_F(Connection, AReaderStopsThoughTheServerIsSilentAndItsLateAnswerIsNotTaken
     EXPECT_EQ(message.video_pos, 2u);
 }
 
+// An answer of `size` bytes behind the message type, for client type `type`.
+void PutAnswer(int type, uint32_t position, int size = 44) {
+    std::vector<char> bytes(static_cast<size_t>(size) + 4, 0x11);
+    AVMsgBuf answer{};
+    answer.des = type;
+    answer.video_pos = position;
+    std::memcpy(bytes.data(), &answer, std::min(bytes.size(), sizeof answer));
+    ASSERT_EQ(IpcMsgSend(msgget(0x61766C79, 0), bytes.data(), size + 4), 0);
+}
+
+TEST_F(Connection, AnAnswerThatIsThereAlreadyIsTakenWhenNoneIsOwed) {
+    ASSERT_EQ(GetAVControlInit(), 0);
+    peer_.silent = true;
+    PutAnswer(6, 99);
+    AVMsgBuf message{};
+    EXPECT_EQ(AVStreamGetLastIFrame(6, 0, &message), 0);
+    EXPECT_EQ(message.video_pos, 99u);
+    EXPECT_EQ(message.des, 6);
+}
+
+TEST_F(Connection, AnAnswerToAnEarlierProcessIsNot) {
+    PutAnswer(9, 99);
+    PutAnswer(9, 98, 400);
+    ASSERT_EQ(GetAVStreamInit(9, nullptr, nullptr), 0);
+    peer_.current = 4711;
+    AVMsgBuf message{};
+    EXPECT_EQ(AVStreamGetCurrentFrame(9, 0, &message), 0);
+    EXPECT_EQ(message.video_pos, 4711u);
+}
+
+TEST_F(Connection, AnAnswerThatIsTooLongDoesNotStandInFrontOfTheNext) {
+    ASSERT_EQ(GetAVControlInit(), 0);
+    PutAnswer(6, 99, 400);
+    peer_.current = 4711;
+    AVMsgBuf message{};
+    EXPECT_EQ(AVStreamGetCurrentFrame(6, 0, &message), 0);
+    EXPECT_EQ(message.video_pos, 0u) << "the request's own";
+    while (IpcMsgCount(msgget(0x61766C79, 0)) != 2) {  // the one too long and the right one
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(AVStreamGetCurrentFrame(6, 0, &message), 0);
+        EXPECT_EQ(message.video_pos, 4711u);
+    }
+}
+
 }  // namespace

@@ -195,6 +195,28 @@ TEST_F(FrameReader, FollowsAServerThatCountsAnew) {
     EXPECT_THAT(g_received.Serials(3), ElementsAre(5000, 1, 2));
 }
 
+TEST_F(FrameReader, FollowsAServerThatMadeItsRingsAndQueueAnew) {
+    peer_.Put(0, 0, 5000, kKey);
+    Start();
+    EXPECT_THAT(g_received.Serials(1), ElementsAre(5000));
+    peer_.last_key = -1;
+    peer_.Restart();
+    peer_.Put(0, peer_.Put(0, 2000, 1, kKey), 2, kDelta);
+    peer_.last_key = 2000;
+    EXPECT_THAT(g_received.Serials(3), ElementsAre(5000, 1, 2));
+    EXPECT_EQ(GetGetAVStreamSysInfo()->StreamSharememID[0], shmget(0x61766C79, 0, 0));
+    EXPECT_EQ(GetGetAVStreamSysInfo()->AVMsgQid, msgget(0x61766C79, 0));
+}
+
+TEST_F(FrameReader, CountsFromZero) {
+    int position = peer_.Put(0, 0, 0, std::string("\0\0\0\1\x40\1vps", 9));
+    position = peer_.Put(0, position, 1, kDelta);
+    peer_.Park(0, position);
+    Start();
+    EXPECT_THAT(g_received.Serials(2), ElementsAre(0, 1));
+    EXPECT_EQ(peer_.key_requests, 0);
+}
+
 // Nothing a ring can say makes the reader touch a byte outside it, or end.
 TEST_F(FrameReader, SurvivesLengthsThatCannotBe) {
     for (const int length : {-1, INT32_MIN, 614400 - 1}) {

@@ -19,26 +19,13 @@
 
 class MediaPeer {
   public:
-    MediaPeer() {
-        constexpr int kSizes[] = {614464, 131136};
-        for (int i = 0; i < 2; ++i) {
-            segments_[i] = shmget(0x61766C79 + i, static_cast<size_t>(kSizes[i]), IPC_CREAT | 0777);
-            EXPECT_GE(segments_[i], 0);
-            bases_[i] = static_cast<char*>(shmat(segments_[i], nullptr, 0));
-            std::memset(bases_[i], 0, static_cast<size_t>(kSizes[i]));
-        }
-        queue_ = msgget(0x61766C79, IPC_CREAT | 0666);
-        EXPECT_GE(queue_, 0);
-        thread_ = std::thread([this] { Serve(); });
-    }
-    ~MediaPeer() {
-        done = true;
-        thread_.join();
-        msgctl(queue_, IPC_RMID, nullptr);
-        for (int i = 0; i < 2; ++i) {
-            shmdt(bases_[i]);
-            shmctl(segments_[i], IPC_RMID, nullptr);
-        }
+    MediaPeer() { Open(); }
+    ~MediaPeer() { Close(); }
+
+    // Everything is removed and made anew.
+    void Restart() {
+        Close();
+        Open();
     }
 
     static AVDataInfo Frame(int32_t end_flag = AVDATA_END_FRAME) {
@@ -95,6 +82,28 @@ class MediaPeer {
     std::atomic<int> key_requests{0};
 
   private:
+    void Open() {
+        constexpr int kSizes[] = {614464, 131136};
+        for (int i = 0; i < 2; ++i) {
+            segments_[i] = shmget(0x61766C79 + i, static_cast<size_t>(kSizes[i]), IPC_CREAT | 0777);
+            EXPECT_GE(segments_[i], 0);
+            bases_[i] = static_cast<char*>(shmat(segments_[i], nullptr, 0));
+            std::memset(bases_[i], 0, static_cast<size_t>(kSizes[i]));
+        }
+        queue_ = msgget(0x61766C79, IPC_CREAT | 0666);
+        EXPECT_GE(queue_, 0);
+        done = false;
+        thread_ = std::thread([this] { Serve(); });
+    }
+    void Close() {
+        done = true;
+        thread_.join();
+        msgctl(queue_, IPC_RMID, nullptr);
+        for (int i = 0; i < 2; ++i) {
+            shmdt(bases_[i]);
+            shmctl(segments_[i], IPC_RMID, nullptr);
+        }
+    }
     void Serve() {
         while (!done) {
             AVMsgBuf message;
