@@ -357,6 +357,17 @@ TEST_F(Console, APortInUseIsReportedAndLetsTheNextStartSucceed) {
     EXPECT_TRUE(Viewer().Connected());
 }
 
+TEST_F(Console, ThreadsBegunOutsideOfAStartDoNotStandInItsWay) {
+    const Holdings before;
+    EXPECT_EQ(SetupNetwork(kPort), 0);
+    DOStart(kPort);
+    Viewer viewer;
+    EXPECT_TRUE(Attached(viewer));
+    viewer.Leave();
+    DOStop();
+    EXPECT_TRUE(before.AreBack());
+}
+
 TEST_F(Console, RedirectionKeepsItsOwnDescriptors) {
     const Holdings before;
     EXPECT_EQ(redirectionOutputCancle(), -1);

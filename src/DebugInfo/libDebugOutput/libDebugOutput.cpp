@@ -164,6 +164,14 @@ int Listen(unsigned short port) {
     return listen(fd, 5) == 0 ? 0 : SocketError("SetupNetwork", __LINE__, "Start listen");
 }
 
+// Threads that were begun while the console was stopped (SetupNetwork alone) end at once.
+void JoinEnding() {
+    if (!RunFlag) {
+        Join(g_listen_tid);
+        Join(g_sendrecv_tid);
+    }
+}
+
 int SetupNetworkLocked(unsigned short port) {
     if (g_listen_tid.started) {
         return 0;
@@ -196,6 +204,7 @@ int libDebugOutputStart(unsigned short port) {
 int DOStart(unsigned short port) {
     const std::lock_guard guard(g_control);
     std::signal(SIGPIPE, SIG_IGN);
+    JoinEnding();
     RunFlag = true;
     SetupNetworkLocked(port);
     return 0;
@@ -217,6 +226,7 @@ int DOStop(void) {
 
 int SetupNetwork(unsigned short port) {
     const std::lock_guard guard(g_control);
+    JoinEnding();
     return SetupNetworkLocked(port);
 }
 
