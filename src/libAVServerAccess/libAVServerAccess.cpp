@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr int kForceIFrame = 0x2010;
+
 struct AVServerAccessSysInfo {
     std::atomic<int> RunFlag{0};
     std::atomic<int> AVMsgQid{-1};
@@ -66,15 +68,11 @@ int Command(int code, int index, const void* data = nullptr) {
     if (data != nullptr) {
         std::memcpy(message.data, data, sizeof message.data);
     }
+    if (code == kForceIFrame) {  // the only command that speaks
+        LogTrace("%s %d: AVServerVideoForceIFrame VideoType=%d\n", "AVServerVideoForceIFrame", __LINE__, index);
+    }
     Exchange(qid, message);
     return message.ret;
-}
-
-// What a command says before it goes out: the forced key frame alone speaks.
-void Announce(const char* function, int line, int code, int index) {
-    if (code == 0x2010) {
-        LogTrace("%s %d: AVServerVideoForceIFrame VideoType=%d\n", function, line, index);
-    }
 }
 
 }  // namespace
@@ -104,7 +102,6 @@ int AVServerAccessCleanup(void) {
     }
 #define INDEX_COMMAND(function, code, type, argument) \
     int function(type argument) {                     \
-        Announce(__func__, __LINE__, code, argument); \
         return Command(code, argument);               \
     }
 #define DATA_COMMAND(function, code)                                                \
