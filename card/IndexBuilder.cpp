@@ -54,13 +54,16 @@ class RecordsByFrame {
         }
     }
 
-    // The record of a frame so placed, timed inside [from, to].
+    // The latest record of a frame so placed, timed inside [from, to].
     const KeyFrameInfoHead_S* Find(uint32_t position, uint32_t length, uint32_t from, uint32_t to) const {
+        const KeyFrameInfoHead_S* latest = nullptr;
         const auto [first, last] = records_.equal_range(std::tuple(position, length));
         for (auto at = first; at != last; ++at) {
-            if (at->second.m_u32KeyFrameTime >= from && at->second.m_u32KeyFrameTime <= to) return &at->second;
+            const uint32_t time = at->second.m_u32KeyFrameTime;
+            const bool later = latest == nullptr || time > latest->m_u32KeyFrameTime;
+            if (time >= from && time <= to && later) latest = &at->second;
         }
-        return nullptr;
+        return latest;
     }
 
   private:
@@ -247,9 +250,9 @@ Rebuilt IndexBuilder::Build(uint32_t number, const SurveyProgress& progress) con
 void IndexBuilder::Write(const RebuiltFile& file) const {
     const StoreFile record = volume_->OpenFile(Volume::RecordFileName(file.number));
     for (const uint64_t offset : file.stream_heads) record.WriteAt(offset, StreamHeadBytes(), kStreamHeadSize);
-    if (!file.key_frames.empty())
-        WriteWhereDifferent(record, RECORD_KEY_FRAME_BASE, file.key_frames.data(),
-                            file.key_frames.size() * kRecordSize);
+    const size_t length = file.key_frames.size() * kRecordSize;
+    const bool room = record.Reachable() >= RECORD_KEY_FRAME_BASE + length;  // not in a file that was cut
+    if (length != 0 && room) WriteWhereDifferent(record, RECORD_KEY_FRAME_BASE, file.key_frames.data(), length);
     record.Sync();
     if (!file.Empty()) {
         WriteWhereDifferent(*index_, SectionOffset(file.number, 1), file.sections.data(),

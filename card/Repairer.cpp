@@ -187,10 +187,12 @@ class Pass {
             return;
         if (!good) *head = AlarmEventHead_S{};
         Count(*head, kept, number);
+        const size_t counted = kept.size();
+        if (good) kept.resize(records.size());  // the slots that became free
         if (!kept.empty()) events_->WriteAt(block, kept.data(), kept.size() * sizeof kept[0]);
         if (std::memcmp(&before, &*head, sizeof before) != 0) events_->WriteAt(place, &*head, sizeof *head);
         events_->Sync();
-        log_.push_back("events of file " + std::to_string(number) + ": " + std::to_string(kept.size()) + " kept");
+        log_.push_back("events of file " + std::to_string(number) + ": " + std::to_string(counted) + " kept");
     }
 
     static void Count(AlarmEventHead_S& head, std::vector<AlarmFileInfoHead_S>& kept, uint32_t number) {

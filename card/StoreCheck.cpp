@@ -94,13 +94,7 @@ class FileCheck {
         }
         if (section.head.m_u32RecordSize == 0) return;
         const StreamRun* first = RunAt(section.Begin());
-        if (first == nullptr ||
-            (!first->headed && first->begin == section.Begin() && first->first_clock == kFirstClock)) {
-            const bool key = first != nullptr && first->BeginsWithKey();
-            Add(Level::Error, "section-begin", section.Begin(),
-                NameOf(section) + " does not begin with a stream head and a key frame",
-                "players may refuse the section", key ? Mend::File : LostStart(section));
-        }
+        if (first == nullptr || !first->headed) CheckBegin(section, first);
         frames_.clear();
         for (const StreamRun& run : survey_.runs) CheckRun(section, run);
         CheckHoles(section);
@@ -119,12 +113,17 @@ class FileCheck {
         return nullptr;
     }
 
-    // The head can be moved to where the stream is sound when the section begins in damage.
-    Mend LostStart(const Section& section) const {
-        for (const StreamRun& run : survey_.runs) {
-            if (run.end > section.Begin() && run.begin < section.Limit()) return Mend::File;
-        }
-        return Mend::Nothing;
+    // A section that begins in damage: its stream head can stand again, or its head move to the first sound frame.
+    void CheckBegin(const Section& section, const StreamRun* first) {
+        const bool settled = first != nullptr && first->begin == section.Begin();
+        const bool footage = std::any_of(survey_.runs.begin(), survey_.runs.end(), [&](const StreamRun& run) {
+            return run.end > section.Begin() && run.begin < section.Limit();
+        });
+        Add(settled ? Level::Remark : Level::Error, "section-begin", section.Begin(),
+            NameOf(section) +
+                (settled ? " has lost its stream head" : " does not begin with a stream head and a key frame"),
+            settled ? "none for players that look for frames" : "players may refuse the section",
+            footage && !settled ? Mend::File : Mend::Nothing);
     }
 
     void CheckRun(const Section& section, const StreamRun& run) {
@@ -265,7 +264,12 @@ class FileCheck {
                     Text("%zu frames from %llu to %llu lie in no section", frames,
                          static_cast<unsigned long long>(part.begin), static_cast<unsigned long long>(part.end)),
                     "this footage is there but not listed", Mend::File);
-            } else if (part.end - part.begin > 0) {
+            } else if (part.end == file_.Length()) {
+                AddHead(Level::Error, "file-length", FileHeadOffset(file_.number),
+                        Text("file %u counts %llu bytes behind its last footage", file_.number,
+                             static_cast<unsigned long long>(part.end - part.begin)),
+                        "footage may have been lost there; that much space is not recorded into");
+            } else {
                 Add(Level::Remark, "stretch-empty", part.begin,
                     Text("%llu bytes lie in no section and hold no footage",
                          static_cast<unsigned long long>(part.end - part.begin)),
@@ -380,10 +384,17 @@ class StoreCheck {
             consequence, Mend::Volume);
     }
 
+    bool Contradicts() const {
+        const RecordSystemInfoHead_S& system = index_.System();
+        return system.m_u32RecordSpaceSize != system.m_u32RecordFileSum << RECORD_FILE_SIZE_SHIFT ||
+               system.m_u32SystemInfoCrc != RECORD_SYSTEM_CHECK_WORD;
+    }
+
     void CheckFiles() {
         CheckSize(RECORD_INDEX_NAME, kFixedFileBytes, "recordings may have no room in the index");
         CheckSize(RECORD_EVENT_NAME, kFixedFileBytes, "alarms are not marked");
         for (uint32_t number = 0; number < index_.FileCount(); ++number) {
+            if (Contradicts() && !volume_.Has(Volume::RecordFileName(number))) break;  // it is the head that is wrong
             CheckSize(Volume::RecordFileName(number), RECORD_FILE_SIZE,
                       "what it held is not found, and recording stops there");
         }
@@ -395,12 +406,12 @@ class StoreCheck {
         const auto add = [this](const char* kind, std::string what, const char* consequence) {
             Add(Level::Error, kind, RECORD_INDEX_NAME, 0, std::move(what), consequence, Mend::System);
         };
-        if (count == 0 || count != index_.FileCount() || volume_.Has(Volume::RecordFileName(count))) {
+        const bool fewer = Contradicts() && count != 0 && !volume_.Has(Volume::RecordFileName(count - 1));
+        if (count == 0 || count != index_.FileCount() || fewer || volume_.Has(Volume::RecordFileName(count))) {
             add("system-files", Text("the system head counts %u record files, which is not what the card has", count),
                 "files are left out, or recording runs into files that are not there");
         }
-        if (system.m_u32RecordSpaceSize != count << RECORD_FILE_SIZE_SHIFT ||
-            system.m_u32SystemInfoCrc != RECORD_SYSTEM_CHECK_WORD) {
+        if (Contradicts()) {
             add("system-head", "the system head contradicts itself", "the camera shows wrong sizes");
         }
         if (system.m_u32RecordUsedFileSum > count) {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "libRecordFile.h"
+
 namespace card {
 
 namespace {
@@ -119,6 +121,8 @@ Survey SurveyStream(const StoreFile& file, uint64_t begin, uint64_t end, bool wh
             told = scanner.Position();
         }
         if (found == StreamScanner::Found::End || (!whole && found == StreamScanner::Found::Garbage)) break;
+        // The recorder counts nothing that begins behind a full file's mark.
+        if (found == StreamScanner::Found::Frame && scanner.Frame().offset > RECORD_STREAM_LIMIT) break;
         if (found == StreamScanner::Found::StreamHead) surveyor.Head(scanner.StreamHeadOffset());
         if (found == StreamScanner::Found::Garbage) surveyor.Hole(scanner.GarbageFound());
         if (found == StreamScanner::Found::Frame) surveyor.Frame(scanner.Frame());

@@ -146,11 +146,12 @@ class Restorer {
     }
 
   private:
-    template <typename Byte>
-    bool WriteWhereDifferent(uint64_t offset, const std::vector<Byte>& bytes) {
-        std::vector<Byte> present(bytes.size());
-        if (device_.ReadAt(offset, present.data(), present.size()) == present.size() && present == bytes) return false;
-        device_.WriteAt(offset, bytes.data(), bytes.size());
+    template <typename Item>
+    bool WriteWhereDifferent(uint64_t offset, const std::vector<Item>& items) {
+        const size_t length = items.size() * sizeof(Item);
+        std::vector<Item> present(items.size());
+        if (device_.ReadAt(offset, present.data(), length) == length && present == items) return false;
+        device_.WriteAt(offset, items.data(), length);
         return true;
     }
 
@@ -161,6 +162,17 @@ class Restorer {
             return (entry & kEntryMask) < plan_.clusters + 2 || (entry & kEntryMask) >= kBadMark;
         };
         return possible(first) ? first : possible(second) ? second : 0;
+    }
+
+    // A sector of one and the same mark over and over is no table.
+    static void ClearFilled(std::vector<uint32_t>& entries) {
+        constexpr size_t kPerSector = kSector / 4;
+        for (size_t first = 0; first + kPerSector <= entries.size(); first += kPerSector) {
+            const auto begin = entries.begin() + static_cast<ptrdiff_t>(first);
+            if (std::all_of(begin, begin + kPerSector, [begin](uint32_t entry) { return entry == *begin; })) {
+                std::fill(begin, begin + kPerSector, 0);
+            }
+        }
     }
 
     void RestoreTables() {
@@ -175,6 +187,7 @@ class Restorer {
                 copies[copy].assign(entries, 0);
                 device_.ReadAt(base_ + plan_.FatOffset() + copy * plan_.FatBytes() + at, copies[copy].data(),
                                entries * 4);
+                ClearFilled(copies[copy]);
             }
             for (size_t i = 0; i < entries; ++i) {
                 const uint64_t cluster = at / 4 + i;
