@@ -66,6 +66,9 @@ TEST_F(RecordCheck, FollowsTheModesAndTheSwitch) {
         Today().ucSocpeMode = static_cast<uint8_t>(mode);
         EXPECT_EQ(CheckRecordStart(), mode == TIME_SCOPE_ALL ? 0 : -1) << mode;
     }
+    EXPECT_TRUE(
+        Logged(": RegularRecordProertyOut.weekScop.dayScope[RecordDay].ucSocpeMode = 4, pTm_time->tm_wday = 3\n"));
+    EXPECT_TRUE(Logged(": ##2023-11-15 00:00:00 week 3##\n"));
     Today().ucSocpeMode = TIME_SCOPE_ALL;
     Config().Record_config.ucEnable = 0;
     EXPECT_EQ(CheckRecordStart(), -1);

@@ -68,7 +68,7 @@ bool ScheduleIsDue() {
     }
     const tm now = LocalTime(WallSeconds());
     const TIME_DAY_HOUR_SCOPE& day = schedule.weekScop.dayScope[now.tm_wday];
-    LOG_TRACE("%s %d: RegularRecordProperyOut.weekScop.dayScope[RecordDay].ucSocpeMode = %d, pTm_time->tm_wday = %d\n",
+    LOG_TRACE("%s %d: RegularRecordProertyOut.weekScop.dayScope[RecordDay].ucSocpeMode = %d, pTm_time->tm_wday = %d\n",
               day.ucSocpeMode, now.tm_wday);
     LOG_TRACE("%s %d: ##%4d-%02d-%02d %02d:%02d:%02d week %d##\n", now.tm_year + 1900, now.tm_mon + 1, now.tm_mday,
               now.tm_hour, now.tm_min, now.tm_sec, now.tm_wday);
