@@ -164,6 +164,8 @@ TEST_F(Writer, DropsAFrameThatDoesNotFitWhole) {
     const uint32_t before = FileHead().m_u32RecordFileSumLenth;
     EXPECT_EQ(Write(kH264Delta + std::string(614400, 'x')), -1);
     EXPECT_EQ(FileHead().m_u32RecordFileSumLenth, before);
+    EXPECT_EQ(Write("\0\0\0\2\x67"s + std::string(614400, 'x') + kH264Key), -1)
+        << "its length decides, not bytes that may change while they are read";
     EXPECT_EQ(Write(""), 0);
     EXPECT_EQ(Write(kH264Delta + std::string(600000, 'x')), 0);
     EXPECT_EQ(libAVRecordWriteFrame(0, AV_FRAME_TYPE_VIDEO, nullptr, nullptr), -1);
@@ -222,17 +224,34 @@ TEST_F(Writer, OpensAnewWithoutLeavingADescriptorBehind) {
     EXPECT_EQ(KQ_RecordStreamFdGet(), -1);
 }
 
-TEST_F(Writer, CreatesNothingWhereTheCardIsGone) {
+TEST_F(Writer, TellsWhetherTheStoreIsThere) {
     EXPECT_EQ(KQ_RecordConfigGet(), 0);
+    EXPECT_EQ(AVRecordStoreIsThere(), 1);
     card_.Pull();
-    EXPECT_EQ(KQ_RecordInit(AV_RecordFileInfoHeadGet(), 0), -1);
+    EXPECT_EQ(AVRecordStoreIsThere(), 0);
     EXPECT_NE(KQ_RecordConfigGet(), 0);
     EXPECT_EQ(AVRecordSystemHeadSave(), -1);
     EXPECT_TRUE(std::filesystem::is_empty(support::kCardDirectory));
     card_.Plug();
+    EXPECT_EQ(AVRecordStoreIsThere(), 1);
+    EXPECT_EQ(AVRecordSystemHeadSave(), 0);
+}
+
+TEST_F(Writer, OpensItsFilesAndCreatesWhatIsMissing) {
+    card_.Pull();  // leaves an empty directory
     EXPECT_EQ(KQ_RecordInit(AV_RecordFileInfoHeadGet(), 0), 0);
+    EXPECT_EQ(Write(kH264Key), 0);
+    EXPECT_EQ(std::filesystem::file_size(Card::RecordFile(0)), 0x0FC00000u + 20) << "up to its key-frame record";
     EXPECT_EQ(KQ_RecordInit(nullptr, 0), -1);
     EXPECT_EQ(KQ_RecordInit(AV_RecordFileInfoHeadGet(), 3), -1);
+    std::filesystem::remove(kIndex);
+    std::filesystem::remove(Card::RecordFile(0));
+    card_.Plug();
+    AV_RecordFileInfoHeadGet()->m_u32FileInfoHeadNo = 7;
+    std::filesystem::create_directory(Card::RecordFile(7));
+    EXPECT_EQ(KQ_RecordInit(AV_RecordFileInfoHeadGet(), 0), -1);
+    EXPECT_TRUE(Logged(" : open /var/etc/sdcard/hi000007.mp4 file fail\n"));
+    EXPECT_EQ(KQ_RecordStreamFdGet(), -1);
 }
 
 TEST_F(Writer, MayBeClosedWhileFramesArrive) {

@@ -108,7 +108,7 @@ int Writer::Open(const RecordFileInfoHead_S* file, int channel) {
         CloseFiles();
         return -1;
     }
-    LOG_TRACE("%s %d : g_u32Offset = %u \n", g_u32Offset);
+    LOG_TRACE("%s %d : g_u32Offset = %d \n", static_cast<int>(g_u32Offset));
     g_stAVStreamParam = {};
     m_AudioCodec = CODE_AUDIO_NULL;
     m_IFrameGet = true;
@@ -118,9 +118,6 @@ int Writer::Open(const RecordFileInfoHead_S* file, int channel) {
 }
 
 int Writer::OpenFiles(uint32_t file_no) {
-    if (AVRecordStoreMayOpen(kIndexPath) == 0) {
-        return -1;
-    }
     g_Rec_Fd = AV_RecordOpen(kIndexPath, AVFILE_READ_WRITE);
     if (g_Rec_Fd < 0) {
         return -1;
@@ -128,9 +125,7 @@ int Writer::OpenFiles(uint32_t file_no) {
     char path[64];
     std::snprintf(path, sizeof path, RECORD_STORE_DIRECTORY RECORD_FILE_NAME, static_cast<int>(file_no));
     LOG_TRACE("%s %d :################## FileName = %s \n", path);
-    if (AVRecordStoreMayOpen(path) != 0) {
-        g_fd_stream = AV_RecordStreamFileOpen(path, AVFILE_READ_WRITE);
-    }
+    g_fd_stream = AV_RecordStreamFileOpen(path, AVFILE_READ_WRITE);
     if (g_fd_stream < 0) {
         LOG_TRACE("%s %d : open %s file fail\n", path);
         return -1;
@@ -215,14 +210,10 @@ int Writer::Write(int channel, int kind, const char* data, const AVDataInfoOpt* 
 }
 
 int Writer::WriteFrame(const Frame& frame) {
-    Camera_VideoConfig video[kStreams]{};
-    Camera_AudioConfig audio{};
-    CameraGetVideoConfig(video);
-    CameraGetAudioConfig(&audio);
-    const FrameClass found = frame.kind == AV_FRAME_TYPE_VIDEO ? ClassifyVideo(frame.data) : FrameClass{};
     if (!m_IFrameGet) {
         return 0;
     }
+    const FrameClass found = frame.kind == AV_FRAME_TYPE_VIDEO ? ClassifyVideo(frame.data) : FrameClass{};
     if (!m_FirstIFrameMark) {
         if (!found.is_key) {
             base_uptime_ = 0;
@@ -308,15 +299,24 @@ uint32_t Writer::FrameTime() const {
     return static_cast<uint32_t>(step > -60 && step < 60 ? wall : steady);
 }
 
-// Returns the bytes in PsVedioBuf, or -1.  The frame is measured first: it goes in whole or not at all.
+// The room that a video frame may need.  Only its length is asked: a frame still lies in the media server's
+// ring, and bytes that change while they are read must not decide how much is written.
+int64_t VideoRoom(const Frame& frame, bool is_key) {
+    constexpr int kCuts = 2;  // of a key frame, at most; each begins a packet
+    constexpr int kKeyFrameExtra = PS_KEY_FRAME_HEADERS - PS_PACK_HEADER_SIZE + kCuts * PS_PES_HEADER_SIZE;
+    const int64_t size = PackedVideoSize(false, frame.data.data(), frame.Length());
+    return size < 0 || !is_key ? size : size + kKeyFrameExtra;
+}
+
+// Returns the bytes in PsVedioBuf, or -1.  A frame goes in whole or not at all.
 int Writer::Pack(const Frame& frame, bool is_key, uint32_t time) {
     if (frame.kind != AV_FRAME_TYPE_VIDEO) {
         return PackAudio(frame);
     }
     ++g_stRecordInfoEx.m_u32FrameNum;
     const int head = g_s32KeyFrameMark ? RECORD_STREAM_HEAD_SIZE : 0;
-    const int64_t size = PackedVideoSize(is_key, frame.data.data(), frame.Length());
-    if (size < 0 || size + head > RECORD_PACK_BUFFER_SIZE) {
+    const int64_t room = VideoRoom(frame, is_key);
+    if (room < 0 || room + head > RECORD_PACK_BUFFER_SIZE) {
         LOG_ERROR("%s %d : a frame of %d bytes does not fit, dropped\n", frame.Length());
         return -1;
     }

@@ -47,8 +47,9 @@ void AVRecordHeadsCopy(AVRecordHeads* heads);
 
 /* ---- Opening and closing ------------------------------------------------------------------------ */
 
-/* Opens the index file and the record file that `file` names and takes frames of stream `channel` from
- * `file`'s length on.  A writer that is open is closed first.  Returns 0, or -1 (nothing stays open). */
+/* Opens the index file and the record file that `file` names, creating what is missing, and takes frames of
+ * stream `channel` (0..2) from `file`'s length on.  A writer that is open is closed first.  Returns 0, or -1
+ * (nothing stays open). */
 int KQ_RecordInit(const RecordFileInfoHead_S* file, int channel);
 
 /* Closes both files after the frame in flight; frames are ignored from now on.  Returns 0. */
@@ -67,11 +68,11 @@ int KQ_RecordStreamFdGet(void);
 /* 0 when the card carries a prepared store, else -1. */
 int KQ_RecordConfigGet(void);
 
-/* 1 when opening `path`, a file of the store, for writing cannot create a file beside the card: it is
- * there already, or the store's directory is a mounted file system of its own.  Else 0. */
-int AVRecordStoreMayOpen(const char* path);
+/* 1 when the store's directory holds an index file, else 0.  To be asked before a file of the store is opened
+ * for writing: opening creates what is missing, and once the card is gone that is the camera's own flash. */
+int AVRecordStoreIsThere(void);
 
-/* Writes the in-memory system head into the index file.  Returns 0 or -1. */
+/* Writes the in-memory system head into the index file.  Returns 0, or -1, also when the store is gone. */
 int AVRecordSystemHeadSave(void);
 
 /* ---- Frames ------------------------------------------------------------------------------------- */

@@ -97,7 +97,7 @@ bool TakeRecordTimeType(const SysInfo& config, uint8_t* type) {
 
 class EventFile {
   public:
-    EventFile() : fd_(AVRecordStoreMayOpen(kEventPath) != 0 ? AV_AlarmEvnetOpen(kEventPath, AVFILE_READ_WRITE) : -1) {}
+    EventFile() : fd_(AVRecordStoreIsThere() != 0 ? AV_AlarmEvnetOpen(kEventPath, AVFILE_READ_WRITE) : -1) {}
     ~EventFile() {
         if (fd_ >= 0) {
             AV_AlarmEvnetClose(fd_);

@@ -163,7 +163,7 @@ bool MidnightComes(const Run&, const Pass& pass) {
         return false;
     }
     LOG_TRACE("%s %d: %02d:%02d:%02d\n", now.tm_hour, now.tm_min, now.tm_sec);
-    LOG_TRACE("%s %d  m_u32RecordEndTime = %u  \n", heads.section.m_u32RecordEndTime);
+    LOG_TRACE("%s %d  m_u32RecordEndTime = %d  \n", static_cast<int>(heads.section.m_u32RecordEndTime));
     gRecordTimeOver = 1;
     return true;
 }
@@ -208,19 +208,31 @@ constexpr EndReason kEndReasons[] = {
 
 // ---- The run ----
 
+struct Settings {  // as the run found them
+    Camera_VideoConfig video[kStreams];
+    Camera_AudioProperty audio_property;
+    Camera_AudioConfig audio;
+};
+
+Settings ReadSettings() {
+    Settings settings{};
+    CameraGetVideoConfig(settings.video);
+    CameraGetAudioProperty(&settings.audio_property);
+    CameraGetAudioConfig(&settings.audio);
+    return settings;
+}
+
 // Takes what the run is watched against.
-Run Capture(int stream, const Camera_VideoConfig& video, const Camera_AudioProperty& property,
-            const Camera_AudioConfig& audio) {
-    Run run{};
-    run.VideoId = stream;
-    run.AudioProperty = property;
-    run.nVideoEncoding = video.iEncoding;
-    run.nVideoFrameRate = video.iFrameRate;
+void Capture(Run* run, const Settings& settings) {
+    const int stream = run->VideoId;
+    const Camera_VideoConfig& video = settings.video[stream];
+    run->AudioProperty = settings.audio_property;
+    run->nVideoEncoding = video.iEncoding;
+    run->nVideoFrameRate = video.iFrameRate;
     LOG_TRACE("%s %d VideoConfig[%d].iEncoding       %d\n", stream, video.iEncoding);
     LOG_TRACE("%s %d VideoConfig[%d].iSmartEncEnable %d\n", stream, video.iSmartEncEnable);
-    run.nAudioEncoding = property.ucEnable == 0 ? kAudioOff : audio.iEncoding;
-    run.nAudioEnable = property.ucEnable;
-    return run;
+    run->nAudioEncoding = settings.audio_property.ucEnable == 0 ? kAudioOff : settings.audio.iEncoding;
+    run->nAudioEnable = settings.audio_property.ucEnable;
 }
 
 void ForceKeyFrame(int stream) {
@@ -237,6 +249,28 @@ void StartClocks(Run* run, const SysInfo& config) {
     run->resWidth = config.stream_config[run->VideoId].width;
     run->resHeight = config.stream_config[run->VideoId].height;
     run->nVideoRotate = config.lan_config.nRotateAngle;
+}
+
+// Opens the section, the writer and the alarm thread; false when one of them could not be had.
+bool BeginRun(Run* run, const Settings& settings, const SysInfo& config) {
+    AVRecordFramesHold();
+    RecordFileInfoHead_S* file = AV_RecordFileInfoHeadGet();
+    if (AV_RecordFileConfigParamGet(AV_RecordSystemInfoHeadGet(), file, AV_RecordInfoHeadGet(),
+                                    config.lan_config.ucSmartEncEnable) < 0) {
+        return false;
+    }
+    Capture(run, settings);
+    ForceKeyFrame(run->VideoId);
+    if (AVRecordStoreIsThere() == 0 || KQ_RecordInit(file, run->VideoId) < 0) {
+        return false;
+    }
+    g_s32AlarmEventFlag = 1;
+    if (const int error = AlarmEventStart(); error != 0) {
+        LOG_TRACE("%s %d errno %s\n", std::strerror(error));
+        return false;  // the writer stays open: what can be recorded is recorded until the next run
+    }
+    StartClocks(run, config);
+    return true;
 }
 
 // Returns when the run is over: 0, or -1 when the configuration went away.
@@ -311,40 +345,20 @@ int StartRecord(int VideoId, int duration) {
         LOG_ERROR("%s %d: no stream %d\n", VideoId);
         return -1;
     }
-    Camera_VideoConfig videos[kStreams]{};
-    Camera_AudioProperty property{};
-    Camera_AudioConfig audio{};
-    CameraGetVideoConfig(videos);
-    CameraGetAudioProperty(&property);
-    CameraGetAudioConfig(&audio);
+    const Settings settings = ReadSettings();
     const SysInfo* config = GetSysconfigData();
     if (config == nullptr) {
         return -1;
     }
-    if (videos[VideoId].iEncoding == kMotionJpeg) {
+    if (settings.video[VideoId].iEncoding == kMotionJpeg) {
         g_s32AlarmEventFlag = 0;
         SleepMs(3000);
         LOG_TRACE("%s %d This is Mjpeg Stream, not support\n");
         return 0;
     }
-    AVRecordFramesHold();
-    RecordFileInfoHead_S* file = AV_RecordFileInfoHeadGet();
-    if (AV_RecordFileConfigParamGet(AV_RecordSystemInfoHeadGet(), file, AV_RecordInfoHeadGet(),
-                                    config->lan_config.ucSmartEncEnable) < 0) {
-        return -1;
-    }
-    Run run = Capture(VideoId, videos[VideoId], property, audio);
-    ForceKeyFrame(VideoId);
-    if (KQ_RecordInit(file, VideoId) < 0) {
-        return -1;
-    }
-    g_s32AlarmEventFlag = 1;
-    if (const int error = AlarmEventStart(); error != 0) {
-        LOG_TRACE("%s %d errno %s\n", std::strerror(error));
-        return -1;
-    }
-    StartClocks(&run, *config);
-    if (Watch(run) < 0) {
+    Run run{};
+    run.VideoId = VideoId;
+    if (!BeginRun(&run, settings, *config) || Watch(run) < 0) {
         return -1;
     }
     EndRun(run);

@@ -1,0 +1,241 @@
+// Whole runs against a real card, configuration record and command queue.  The loop's own pauses are where
+// a test acts: what it does there is what the next look of the run finds.
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "RecordState.h"
+#include "libAVRecord.h"
+#include "libAVRecordProcess.h"
+#include "libAVServerAccess.h"
+#include "support/BoundCamera.h"
+#include "support/QueuePeer.h"
+
+namespace {
+
+using std::string_literals::operator""s;
+using support::Card;
+using support::Store;
+
+constexpr int64_t kNoon = 1700049600;  // Wednesday 2023-11-15 12:00:00 UTC
+constexpr uint32_t kFull = 0x0F900000;
+constexpr unsigned int kWatchMs = 20;  // pause of the record loop
+constexpr unsigned int kAlarmMs = 80;  // and of the alarm thread
+constexpr int kForceKeyFrame = 0x2010;
+
+class RecordLoop : public support::BoundCamera {
+  protected:
+    RecordLoop() : card_(Store{}), media_server_(AVACCESS_MSG_KEY, [](auto&) { return MSG_AVACCESS_TYPE_MSG2; }) {
+        setenv("TZ", "UTC", 1);
+        tzset();
+        ReplaceClock(&kLoopClock);
+        wall = kNoon;
+        Config().Record_config.ucEnable = 1;
+        Config().Record_config.ucLackSpaceModel = 1;
+        Today().ucSocpeMode = TIME_SCOPE_ALL;
+        g_RecordInitFlag = 0;
+        g_s32CoverFlag = 0;
+        g_u32RecordEndTime = 0;
+        gRecordStopFlag = 0;
+        before_pass_ = {};
+        AVServerAccessCleanup();
+    }
+    ~RecordLoop() override {
+        g_s32AlarmEventFlag = 0;
+        KQ_RecordUninit();
+        EXPECT_TRUE(support::WaitUntil([] { return Threads() <= 2 + kSanitizerThreads; })) << "an alarm thread stays";
+        media_server_.Leave();
+        AVServerAccessCleanup();
+    }
+    static Day_Hour_Scope& Today() { return Config().Record_config.weekScope.dayScope[3]; }
+
+    // One run; before its second look `change` happens.  A run that nothing ends is ended by a stop request.
+    static int Run(std::function<void()> change) {
+        EXPECT_EQ(CheckRecordStart(), 0);
+        return RunWithoutCheck(std::move(change));
+    }
+    static int RunWithoutCheck(std::function<void()> change) {
+        before_pass_ = {std::move(change), [] {}, [] { StopRecord(); }};
+        return StartRecord(0, 600);
+    }
+    static int WriteKeyFrame(size_t length = 100) {
+        std::string frame = "\0\0\0\1\x67sps\0\0\0\1\x68pps\0\0\0\1\x65"s + std::string(length, 'x');
+        AVDataInfo info{};
+        info.AVDataLen = static_cast<int32_t>(frame.size());
+        return Mp4RecordVideoCallbackFunc(AV_FRAME_TYPE_VIDEO, 0, frame.data(), &info);
+    }
+    static std::string Le32(uint32_t value) { return {reinterpret_cast<const char*>(&value), sizeof value}; }
+    static std::string SystemHead(uint64_t offset) {
+        return Card::Read(std::string(support::kCardDirectory) + "index000.bin", offset, 4);
+    }
+
+    Card card_;
+    support::QueuePeer<8> media_server_;
+
+  private:
+    static long Threads() { return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}); }
+    static void Sleep(unsigned int milliseconds) {
+        if (milliseconds == kWatchMs && !before_pass_.empty()) {
+            const std::function<void()> act = std::move(before_pass_.front());
+            before_pass_.erase(before_pass_.begin());
+            act();
+        } else if (milliseconds ==
+                   kAlarmMs) {  // the alarm thread rests until a run is over: it says what the loop says
+            support::WaitUntil([] { return g_s32AlarmEventFlag == 0; });
+        }
+    }
+    static constexpr ClockSource kLoopClock{[] {
+                                                return timeval{static_cast<time_t>(wall.load()), 0};
+                                            },
+                                            [] { return uptime.load(); }, Sleep};
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    static constexpr long kSanitizerThreads = 1;
+#else
+    static constexpr long kSanitizerThreads = 0;
+#endif
+    static inline std::vector<std::function<void()>> before_pass_;  // taken one a pause of the watch
+};
+
+struct Reason {
+    const char* message;
+    void (*change)(SysInfo& config);
+};
+
+// In the order the run asks.
+const Reason kReasons[] = {
+    {"This is MJPEG Stream, not support!\n", [](SysInfo& c) { c.lan_config.nEncodingType1 = 4; }},
+    {"Audio Encoding Change!  0 change to 1 \n", [](SysInfo& c) { c.audio_config.codectype = 1; }},
+    {"Video Encoding Change!  0 change to 1 \n", [](SysInfo& c) { c.lan_config.nEncodingType1 = 1; }},
+    {"Video FrameRate Change!  25 change to 20 \n", [](SysInfo& c) { c.lan_config.nFrameRate1 = 20; }},
+    {"Video Record StreamType Change ! ( 0 != 1 ) \n", [](SysInfo& c) { c.Record_config.ucVideoStreamType = 1; }},
+    {"StreamType[0] Resolution Change ! ( W:1280 != 1280 or H:720 != 700 ) \n",
+     [](SysInfo& c) { c.stream_config[0].height = 700; }},
+    {"Video Record Enable close ! \n", [](SysInfo& c) { c.Record_config.ucEnable = 0; }},
+    {"Video codec mode change !  0 change to 2 \n", [](SysInfo& c) { c.lan_config.nVideocodecmode = 2; }},
+    {"Video Rotate mode change !  0 change to 1 (preRotate :3  )\n",
+     [](SysInfo& c) {
+         c.lan_config.nRotateAngle = 1;
+         c.lan_config.nPreRotateAngle = 3;
+     }},
+    {" TIME_SCOPE_DIFF Record Time Over ! \n",
+     [](SysInfo& c) { c.Record_config.weekScope.dayScope[3].ucSocpeMode = TIME_SCOPE_DIFF; }},
+    {"Stop Record\n", [](SysInfo&) { StopRecord(); }},
+};
+
+TEST_F(RecordLoop, EndsForTheFirstReasonInOrder) {
+    const SysInfo before = Config();
+    for (const Reason* first = std::begin(kReasons); first != std::end(kReasons); ++first) {
+        const support::Captured log;
+        EXPECT_EQ(Run([&] {
+                      for (const Reason* each = std::end(kReasons); each-- != first;) {
+                          each->change(Config());
+                      }
+                  }),
+                  0);
+        for (const Reason& other : kReasons) {
+            const bool is_told = log.Text().find(" "s + other.message) != std::string::npos;
+            EXPECT_EQ(is_told, other.message == first->message) << first->message << log.Text();
+        }
+        EXPECT_NE(log.Text().find("#########Record Over !!!!!!!!!!!!#######\n"), std::string::npos);
+        EXPECT_EQ(KQ_RecordStreamFdGet(), -1);
+        EXPECT_EQ(g_s32AlarmEventFlag, 0);
+        Config() = before;
+        gRecordStopFlag = 0;
+    }
+    EXPECT_EQ(media_server_.Requests().size(), std::size(kReasons));
+    EXPECT_EQ(media_server_.Requests().front()[1], kForceKeyFrame);
+}
+
+TEST_F(RecordLoop, GoesOnWhenAudioIsSwitched) {
+    EXPECT_EQ(Run([] { Config().audio_config.audioenable = 0; }), 0);
+    EXPECT_TRUE(Logged("Stop Record\n"));
+    EXPECT_FALSE(Logged("Audio Enable Change!"));
+    gRecordStopFlag = 0;
+    EXPECT_EQ(Run([] { Config().audio_config.codectype = 1; }), 0);
+    EXPECT_FALSE(Logged("Audio Encoding Change!")) << "audio was off when this run began";
+}
+
+TEST_F(RecordLoop, EndsWhenTheClockWasSetByMoreThanFiveSeconds) {
+    for (const int step : {5, -5, 6, -6}) {
+        const support::Captured log;
+        EXPECT_EQ(Run([&] {
+                      uptime += 100;
+                      wall += 100 + step;
+                  }),
+                  0);
+        EXPECT_EQ(log.Text().find("Changed the time: SinceBootDuration = 100, CurrentDuration = " +
+                                  std::to_string(100 + step) + "\n") != std::string::npos,
+                  step == 6 || step == -6)
+            << step;
+        gRecordStopFlag = 0;
+    }
+}
+
+TEST_F(RecordLoop, EndsBeforeMidnightOnceTheSectionHoldsMoreThanASecond) {
+    const auto to_last_second = [] { wall = kNoon + 12 * 3600 - 1; };
+    wall = kNoon + 12 * 3600 - 3;
+    EXPECT_EQ(Run([&] {
+                  EXPECT_EQ(WriteKeyFrame(), 0);
+                  to_last_second();
+              }),
+              0);
+    EXPECT_FALSE(Logged(": 23:59:59\n")) << "it has just begun";
+    gRecordStopFlag = 0;
+    wall = kNoon + 12 * 3600 - 5;
+    EXPECT_EQ(Run([&] {
+                  EXPECT_EQ(WriteKeyFrame(), 0);
+                  to_last_second();
+                  EXPECT_EQ(WriteKeyFrame(), 0);
+              }),
+              0);
+    EXPECT_TRUE(Logged(": 23:59:59\n"));
+    EXPECT_TRUE(Logged("  m_u32RecordEndTime = " + std::to_string(kNoon + 12 * 3600 - 1) + "  \n"));
+    EXPECT_EQ(gRecordTimeOver, 0);
+    EXPECT_EQ(g_u32RecordEndTime, kNoon + 12 * 3600 - 1);
+    EXPECT_EQ(gRecordStopFlag, 0);
+}
+
+TEST_F(RecordLoop, LeavesAFullFileForTheNextAndTheCardKnowsIt) {
+    card_.Prepare({.files = 3, .used_files = 1, .current_file = 1, .current_length = kFull - 1});
+    EXPECT_EQ(Run([] { EXPECT_EQ(WriteKeyFrame(), 0); }), 0);
+    EXPECT_TRUE(Logged("File size  lager  over! \n"));
+    EXPECT_EQ(SystemHead(24), Le32(2)) << "files used";
+    EXPECT_EQ(SystemHead(28), Le32(2)) << "current file";
+    EXPECT_EQ(Run([] { EXPECT_EQ(WriteKeyFrame(), 0); }), 0);
+    EXPECT_TRUE(Logged("FileName = /var/etc/sdcard/hi000002.mp4 \n"));
+    EXPECT_EQ(AV_RecordInfoHeadGet()->m_u16RecordUseNo, 1);
+}
+
+TEST_F(RecordLoop, ACardPulledDuringARunStopsTheProcessAndNothingIsLeftBeside) {
+    EXPECT_EQ(Run([this] {
+                  EXPECT_EQ(WriteKeyFrame(), 0);
+                  card_.Pull();
+              }),
+              0);
+    EXPECT_TRUE(Logged("Stop Record\n"));
+    EXPECT_EQ(GetRecordStopFlag(), 1);
+    EXPECT_TRUE(std::filesystem::is_empty(support::kCardDirectory));
+    EXPECT_EQ(StartRecordSet(), 0);
+    EXPECT_EQ(GetRecordStopFlag(), 0);
+}
+
+TEST_F(RecordLoop, ACardPulledBeforeTheRunOpensItsFilesIsNotReplacedByTheFlash) {
+    EXPECT_EQ(CheckRecordStart(), 0);
+    card_.Pull();
+    EXPECT_EQ(RunWithoutCheck([] { FAIL() << "there is no run"; }), -1);
+    EXPECT_TRUE(std::filesystem::is_empty(support::kCardDirectory));
+}
+
+TEST_F(RecordLoop, ALostConfigurationLeavesTheWriterToTheNextRun) {
+    EXPECT_EQ(Run([] { SysconfigExit(); }), -1);
+    SysConfigInit();
+    EXPECT_FALSE(Logged("Record Over"));
+    EXPECT_GE(KQ_RecordStreamFdGet(), 0);
+    EXPECT_EQ(WriteKeyFrame(), 0) << "what arrives is still recorded";
+    EXPECT_EQ(Run([] {}), 0);
+    EXPECT_EQ(KQ_RecordStreamFdGet(), -1);
+}
+
+}  // namespace
