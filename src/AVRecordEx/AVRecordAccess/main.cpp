@@ -64,6 +64,8 @@ int main() {
         LOG_TRACE("%s %d nStreamType = %d, nDuration = %d nVideocodecmode = %d \n", nStreamType, nDuration,
                   pSysInfo->lan_config.nVideocodecmode);
         LOG_TRACE("%s %d StartRecord\n");
-        StartRecord(nStreamType, nDuration);
+        if (StartRecord(nStreamType, nDuration) < 0) {
+            SleepMs(1000);  // a card that cannot be written stays so, and every try forces a key frame
+        }
     }
 }
