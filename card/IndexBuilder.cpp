@@ -90,6 +90,7 @@ class FileBuilder {
         // More runs than sections can be counted: the last section takes the rest.
         const bool new_section = file_.sections.size() < RECORD_SECTION_MAX;
         if (new_section) {
+            if (!file_.sections.empty()) CloseUp(file_.sections.back(), StartOf(run));
             file_.sections.push_back(NewSection(run, left));
             if (HeadFits(run)) file_.stream_heads.push_back(StartOf(run));
         }
@@ -125,6 +126,11 @@ class FileBuilder {
             head.m_u8AudioType = AudioCode(run.parameters->audio_type);
         }
         return head;
+    }
+
+    // Sections lie without a gap: what is damaged behind a section's last frame may still hold sound.
+    static void CloseUp(RecordInfoHead_S& section, uint64_t next) {
+        section.m_u32RecordSize = static_cast<uint32_t>(next - section.m_u32RecordStartPos);
     }
 
     // The bytes in front of a first frame, when nothing else can stand there, are its lost stream head.
