@@ -9,25 +9,13 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "Descriptor.h"
+
 namespace desk {
 namespace {
 
 constexpr size_t kLongestLine = 4096;
 constexpr timeval kPatience = {2, 0};  // with a caller that sends or takes nothing
-
-class Descriptor {
-  public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() {
-        if (fd_ >= 0) close(fd_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int Get() const { return fd_; }
-
-  private:
-    int fd_;
-};
 
 sockaddr_un AddressOf(const std::string& path) {
     sockaddr_un address{};

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "Commands.h"
+#include "Descriptor.h"
 #include "Device.h"
 #include "Error.h"
 #include "Progress.h"
@@ -28,21 +29,6 @@ struct FormatArguments {
     uint64_t size = 0;  // bytes of the image file; 0: as it is
     int video_percent = 100;
     bool yes = false;
-};
-
-// A descriptor that closes itself.
-class Descriptor {
-  public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() {
-        if (fd_ >= 0) close(fd_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int Get() const { return fd_; }
-
-  private:
-    int fd_;
 };
 
 uint64_t ReadSize(const std::string& text) {

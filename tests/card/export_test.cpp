@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "CardFixture.h"
+#include "Place.h"
 
 namespace {
 
@@ -90,13 +91,9 @@ std::string At(uint32_t seconds) {
 
 class Export : public testing::Test {
   protected:
-    Export() {
-        char name[] = "/tmp/exportXXXXXX";
-        folder_ = mkdtemp(name);
-    }
-    ~Export() override { fs::remove_all(folder_); }
+    Export() { fs::create_directory(folder_.Path()); }
 
-    std::string Path(const std::string& name) const { return folder_ + "/" + name; }
+    std::string Path(const std::string& name) const { return folder_.Path() + "/" + name; }
 
     // Exports and gives the path of the file made.
     std::string Made(const Recording& card, const std::string& name, std::vector<std::string> what) {
@@ -122,7 +119,7 @@ class Export : public testing::Test {
         for (size_t i = 0; i < got.size(); ++i) ASSERT_EQ(got[i].hash, wanted[i].hash) << "picture " << i;
     }
 
-    std::string folder_;
+    fixture::Place folder_;
 };
 
 std::vector<const WrittenFrame*> VideoOf(const Recording& card, uint32_t from, uint32_t to) {
@@ -352,7 +349,7 @@ TEST_F(Export, AChangedStreamBeginsAnotherFile) {
     const Outcome mixed = Tool({"export", card.path, Path("clip.h264"), "--all"});
     EXPECT_EQ(mixed.status, 2);
     EXPECT_NE(mixed.err.find(".h265"), std::string::npos);
-    for (const auto& entry : fs::directory_iterator(folder_)) {
+    for (const auto& entry : fs::directory_iterator(folder_.Path())) {
         EXPECT_NE(entry.path().extension(), ".h264") << "nothing of a failed export is left";
         EXPECT_NE(entry.path().extension(), ".part");
     }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "CardFixture.h"
+#include "Place.h"
 #include "CardIndex.h"
 #include "TimelinePage.h"
 
@@ -42,13 +43,9 @@ std::string WithoutScripts(std::string dom) {
 
 class Timeline : public testing::Test {
   protected:
-    Timeline() {
-        char name[] = "/tmp/timelineXXXXXX";
-        folder_ = mkdtemp(name);
-    }
-    ~Timeline() override { fs::remove_all(folder_); }
+    Timeline() { fs::create_directory(folder_.Path()); }
 
-    std::string Path(const std::string& name) const { return folder_ + "/" + name; }
+    std::string Path(const std::string& name) const { return folder_.Path() + "/" + name; }
 
     // The page, as it stands when the browser has run its script and `more`.
     std::string Shown(const std::string& page, const std::string& more = "") {
@@ -73,7 +70,7 @@ class Timeline : public testing::Test {
         return Path("page.html");
     }
 
-    std::string folder_;
+    fixture::Place folder_;
 };
 
 // Two days; on the second a short and a long gap, and events of two kinds.
