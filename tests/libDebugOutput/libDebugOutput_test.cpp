@@ -360,6 +360,7 @@ TEST_F(Console, APortInUseIsReportedAndLetsTheNextStartSucceed) {
 TEST_F(Console, ThreadsBegunOutsideOfAStartDoNotStandInItsWay) {
     const Holdings before;
     EXPECT_EQ(SetupNetwork(kPort), 0);
+    EXPECT_TRUE(Eventually([&] { return Holdings().threads == before.threads; }));
     DOStart(kPort);
     Viewer viewer;
     EXPECT_TRUE(Attached(viewer));
