@@ -103,6 +103,15 @@ std::string WithoutSlash(std::string path) {
     return path;
 }
 
+// Whether a copy of the image would be worth its space.
+bool CanBeMended(const std::string& path) {
+    try {
+        return Volume::Open(path).Fat() != nullptr;
+    } catch (const CardError&) {
+        return FindLayout(Device::OpenCard(path)).has_value();
+    }
+}
+
 // Makes what is going to be mended, and returns its path.
 std::string PrepareTarget(const RepairArguments& arguments) {
     const bool folder = fs::is_directory(arguments.path);
@@ -121,6 +130,11 @@ std::string PrepareTarget(const RepairArguments& arguments) {
         TakeOut(arguments.path, target);
     } else {
         if (fs::exists(target)) throw CardError(target + " is there already", kUsage);
+        if (!CanBeMended(arguments.path)) {
+            throw CardError(arguments.path +
+                            " has no file system left, and is not laid out as a camera does it; \"--out FOLDER/\" "
+                            "takes out what it finds");
+        }
         CopyImage(arguments.path, target);
     }
     return WithoutSlash(target);
