@@ -135,12 +135,30 @@ bool FrameReader::CheckOutOfPos(int position) const {
     return true;
 }
 
-// Position of the media server's last key frame, newer than `old_serial` when one is given (not 0);
-// otherwise the position asked last, -1 if none: the reader is to stop.
+// A stream of few frames a second lets every wait end before its next frame comes.  True when, at the place that was
+// given up behind `old_serial`, what follows it has come.
+bool FrameReader::PlaceIsReadable(uint32_t old_serial) const {
+    const std::optional<AVDataInfo> header = ring_.Header(VideoPos_);
+    if (old_serial == 0 || !header || header->AVDataCheck != AVDATA_CHECK_WORD || header->AVDataLen < 0) {
+        return false;
+    }
+    if (header->EndFlag == AVDATA_END_FRAME) {
+        return header->SerialNumber - old_serial - 1 < kGapAccepted && header->AVDataLen < kRingSize[index_] &&
+               ring_.Bytes(VideoPos_ + kHeader, header->AVDataLen) != nullptr;
+    }
+    return header->EndFlag == AVDATA_END_RING || header->EndFlag == AVDATA_END_RESTART;
+}
+
+// Position of the media server's last key frame, newer than `old_serial` when one is given (not 0), or the place
+// given up when that can be read meanwhile; otherwise the position asked last, -1 if none: the reader is to stop.
 int FrameReader::GetLastIFrame(uint32_t old_serial) {
     int position = -1;
     uint32_t refused = 0;
     while (Running()) {
+        if (PlaceIsReadable(old_serial)) {
+            position = static_cast<int>(VideoPos_);
+            break;
+        }
         const std::optional<int> answer = RequestPosition(run_, AVSTREAM_CMD_LAST_I_FRAME, type_, index_);
         if (!answer) {
             SleepMs(kKeyFrameWaitMs);
@@ -195,7 +213,7 @@ bool FrameReader::TakesKeyFrame(int position, uint32_t old_serial, uint32_t& ref
 
 void FrameReader::Resynchronise() {
     VideoPos_ = GetLastIFrame(oldSerialNumber_);
-    oldSerialNumber_ = 0;  // the key frame found is newer; how much newer does not matter any more
+    oldSerialNumber_ = 0;  // the frame found is newer; how much newer does not matter any more
     counts_ = Counts{};
 }
 

@@ -34,6 +34,7 @@ class FrameReader {
     bool FollowsNewRing();
     void AskWritePosition();
     bool CheckOutOfPos(int position) const;
+    bool PlaceIsReadable(uint32_t old_serial) const;
     int GetLastIFrame(uint32_t old_serial);
     bool TakesKeyFrame(int position, uint32_t old_serial, uint32_t& refused);
     void Resynchronise();

@@ -195,6 +195,26 @@ TEST_F(FrameReader, FollowsAServerThatCountsAnew) {
     EXPECT_THAT(g_received.Serials(3), ElementsAre(5000, 1, 2));
 }
 
+TEST_F(FrameReader, LosesNoFrameOfAStreamSlowerThanItsPatience) {
+    int position = peer_.Put(0, 1000, 1, kKey);
+    peer_.current = 1000;
+    peer_.last_key = 1000;
+    Start();
+    EXPECT_THAT(g_received.Serials(1), ElementsAre(1));
+    const auto search_is_on = [this] {
+        for (const int before = peer_.key_requests; peer_.key_requests < before + 3;) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+    };
+    search_is_on();
+    position = peer_.Put(0, position, 2, kDelta);
+    EXPECT_THAT(g_received.Serials(2), ElementsAre(1, 2));
+    search_is_on();
+    peer_.Put(0, 0, 3, kDelta);
+    peer_.Put(0, position, 0, "", MediaPeer::Frame(AVDATA_END_RING));
+    EXPECT_THAT(g_received.Serials(3), ElementsAre(1, 2, 3));
+}
+
 TEST_F(FrameReader, FollowsAServerThatMadeItsRingsAndQueueAnew) {
     peer_.Put(0, 0, 5000, kKey);
     Start();
@@ -255,6 +275,9 @@ TEST_F(FrameReader, SurvivesPositionsThatCannotBe) {
         message.video_pos = kWrong[asked++ % 4];
     });
     Start();
+    for (int i = 0; i < 5000 && asked <= 4; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
     EXPECT_GT(asked, 4);
     EXPECT_TRUE(g_received.Serials(0).empty());
     AVStreamGetAVDataStop(kType, 0);
