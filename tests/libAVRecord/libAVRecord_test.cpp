@@ -179,6 +179,23 @@ TEST_F(Writer, NeverReachesTheKeyFrameArea) {
     EXPECT_EQ(Write(kH264Key), 0);
 }
 
+TEST_F(Writer, FramesBehindTheLimitCountNowhere) {
+    RecordFileInfoHead_S* const file = AV_RecordFileInfoHeadGet();
+    file->m_u32RecordFileSumLenth = 0x0F900000 - 10;
+    AV_RecordSectionInfoHeadAdd(file, AV_RecordInfoHeadGet(), kStart, RECORD_TYPE_SCHEDULE, 0);
+    Open();
+    EXPECT_EQ(Write(kH264Key), 0) << "the last one of the file";
+    const RecordInfoHead_S before = Section();
+    EXPECT_EQ(before.m_u32FrameSum, 1u);
+    EXPECT_EQ(FileHead().m_u32RecordFileSumLenth, 0x0F900000 - 10 + before.m_u32RecordSize);
+    EXPECT_EQ(Write(kH264Key), 0);
+    const RecordInfoHead_S after = Section();
+    EXPECT_EQ(std::memcmp(&after, &before, sizeof before), 0);
+    EXPECT_EQ(std::memcmp(AV_RecordInfoHeadGet(), &before, sizeof before), 0);
+    EXPECT_EQ(FileHead().m_u32RecordKeyFrameSum, 1u);
+    EXPECT_EQ(KeyFrame(1).m_u32KeyFrameHeadFlag, 0u);
+}
+
 TEST_F(Writer, AFailedWriteIsNoFootage) {
     std::signal(SIGXFSZ, SIG_IGN);
     Open();

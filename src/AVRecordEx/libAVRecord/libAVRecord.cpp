@@ -209,6 +209,13 @@ int Writer::Write(int channel, int kind, const char* data, const AVDataInfoOpt* 
     return WriteFrame({kind, {bytes, static_cast<size_t>(info->AVDataLen)}, info->iVirtualIFrame == 1});
 }
 
+// Behind the limit the heads count no bytes any more.  The few frames that still arrive until the run ends must
+// then count nowhere: a head that names more frames than its bytes hold is a damaged one to every reader.
+bool FileIsOver() {
+    const HeadsGuard heads;
+    return AV_RecordFileInfoHeadGet()->m_u32RecordFileSumLenth > RECORD_STREAM_LIMIT;
+}
+
 int Writer::WriteFrame(const Frame& frame) {
     if (!m_IFrameGet) {
         return 0;
@@ -238,6 +245,9 @@ int Writer::WriteFrame(const Frame& frame) {
     }
     g_stRecordInfoEx.m_u32FileSize += static_cast<uint32_t>(length);
     g_u32Offset += static_cast<uint32_t>(length);
+    if (FileIsOver()) {
+        return 0;
+    }
     const bool is_indexed = IndexKeyFrame(frame, found.is_key, length, time);
     UpdateHeads(frame, is_indexed, length, time);
     return 0;
