@@ -1,8 +1,8 @@
 #include "VolumePlan.h"
 
 #include <cassert>
-#include <cstdarg>
-#include <cstdio>
+
+#include "FormatText.h"
 
 namespace prestore {
 
@@ -19,15 +19,6 @@ constexpr uint32_t kSectorsPerClusterMax = 128;
 constexpr const char* kFixedNames[kFixedFiles] = {RECORD_EVENT_NAME, "keyframe.bin", RECORD_INDEX_NAME, "index001.bin"};
 constexpr uint32_t kEventFile = 0;
 constexpr uint32_t kIndexFile = 2;
-
-[[gnu::format(printf, 1, 2)]] std::string Text(const char* format, ...) {
-    char text[256];
-    va_list arguments;
-    va_start(arguments, format);
-    vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    return text;
-}
 
 uint32_t CeilDivide(uint64_t value, uint64_t by) {
     return static_cast<uint32_t>((value + by - 1) / by);
@@ -72,8 +63,8 @@ std::string SizeClusters(VolumePlan& plan) {
         return "can't make FAT32 with >128 sectors/cluster";
     }
     if (sectors > UINT32_MAX) {
-        return Text("too large: FAT32 counts at most 4294967295 sectors, this device has %llu",
-                    static_cast<unsigned long long>(sectors));
+        return FormatText("too large: FAT32 counts at most 4294967295 sectors, this device has %llu",
+                          static_cast<unsigned long long>(sectors));
     }
     plan.sectors = static_cast<uint32_t>(sectors);
     plan.sectors_per_cluster = per_cluster;
@@ -102,8 +93,8 @@ std::string CheckStore(uint64_t bytes, const ConfigStoreInfo_S& store) {
     if (store.vedio_num > RECORD_FILE_MAX) {
         // Largest percent whose rounded-down file count still fits the index.
         const uint64_t percent = (100ull * RECORD_FILE_SIZE * (RECORD_FILE_MAX + 1) - 1) / (bytes - kLeftOutside);
-        return Text("the index has room for %u record files, not %u; use a video percent of at most %u",
-                    RECORD_FILE_MAX, store.vedio_num, static_cast<unsigned>(percent));
+        return FormatText("the index has room for %u record files, not %u; use a video percent of at most %u",
+                          RECORD_FILE_MAX, store.vedio_num, static_cast<unsigned>(percent));
     }
     return {};
 }
@@ -174,14 +165,14 @@ std::string PlanVolume(const DeviceShape& device, int video_percent, VolumePlan&
     plan = {};
     plan.device = device;
     if (video_percent < 1 || video_percent > 100) {
-        return Text("a video percent of %d is not within 1 to 100", video_percent);
+        return FormatText("a video percent of %d is not within 1 to 100", video_percent);
     }
     if (device.bytes / device.sector_bytes < 10) {
         return "the image is too small for FAT32";
     }
     if (device.bytes < kLeftOutside + RECORD_FILE_SIZE) {
-        return Text("too small: %llu MiB, a recording card has at least 1280 MiB",
-                    static_cast<unsigned long long>(device.bytes / kMiB));
+        return FormatText("too small: %llu MiB, a recording card has at least 1280 MiB",
+                          static_cast<unsigned long long>(device.bytes / kMiB));
     }
     SizeStore(device.bytes, static_cast<uint64_t>(video_percent), plan.store);
     if (std::string refusal = SizeClusters(plan); !refusal.empty()) {
