@@ -65,7 +65,7 @@ bool FrameReader::ArgumentsInRange() const {
 }
 
 void FrameReader::Step() {
-    if (!ring_.Attached() && !ring_.Attach(RingSegment(index_))) {
+    if (!ring_.Attached() && !ring_.Attach(RingSegment(index_)) && !ring_.Attach(RenewedRingSegment(index_))) {
         LOG_TRACE("%s %d: pAVData = NULL\n");
         SleepMs(20);
         return;

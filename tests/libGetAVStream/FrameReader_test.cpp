@@ -226,6 +226,12 @@ TEST_F(FrameReader, FollowsAServerThatMadeItsRingsAndQueueAnew) {
     EXPECT_THAT(g_received.Serials(3), ElementsAre(5000, 1, 2));
     EXPECT_EQ(GetGetAVStreamSysInfo()->StreamSharememID[0], shmget(0x61766C79, 0, 0));
     EXPECT_EQ(GetGetAVStreamSysInfo()->AVMsgQid, msgget(0x61766C79, 0));
+
+    AVStreamGetAVDataStop(kType, 0);
+    peer_.Restart();  // while nobody is attached
+    peer_.Put(0, 0, 3, kKey);
+    Start();
+    EXPECT_THAT(g_received.Serials(4), ElementsAre(5000, 1, 2, 3));
 }
 
 TEST_F(FrameReader, CountsFromZero) {
