@@ -35,6 +35,9 @@ function(recorder_module name)
   endif()
 endfunction()
 
+# Everything that the tests with the label "threads" run.
+add_custom_target(thread_tests)
+
 # recorder_test(<name> SOURCES <files...> USES <modules...> [LABELS <labels...>] [TIMEOUT <seconds>])
 #
 # A GoogleTest program, run inside a camera of its own: the real paths, queues and segments exist in
@@ -50,4 +53,7 @@ function(recorder_test name)
     set(ARG_TIMEOUT 120)
   endif()
   set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT})
+  if("threads" IN_LIST ARG_LABELS)
+    add_dependencies(thread_tests ${name})
+  endif()
 endfunction()
