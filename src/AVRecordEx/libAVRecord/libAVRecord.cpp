@@ -253,18 +253,18 @@ int Writer::WriteFrame(const Frame& frame) {
     return 0;
 }
 
-void Writer::BeginRun(AVCodeType video_codec) {
-    g_s32KeyFrameMark = true;
+// What the camera says of a stream, for the packer and for players.
+AVStreamParam ReadStreamParam(int channel, AVCodeType video_codec) {
     Camera_VideoConfig videos[kStreams]{};
     Camera_AudioConfig audio{};
     Camera_DISPLAYPROPERTY display{};
     CameraGetVideoConfig(videos);
     CameraGetAudioConfig(&audio);
     CameraGetDisplayProperty(&display);
-    const Camera_VideoConfig& video = videos[m_AVIndex];
+    const Camera_VideoConfig& video = videos[channel];
     const bool is_upright = display.ucRotateAngle == 1 || display.ucRotateAngle == 3;
 
-    AVStreamParam& param = g_stAVStreamParam;
+    AVStreamParam param{};
     param.m_u8VedioCodeType = static_cast<uint16_t>(video_codec);
     param.m_u16VedioWidth = static_cast<uint16_t>(is_upright ? video.iVideoHeight : video.iVideoWidth);
     param.m_u16VedioHeight = static_cast<uint16_t>(is_upright ? video.iVideoWidth : video.iVideoHeight);
@@ -278,9 +278,17 @@ void Writer::BeginRun(AVCodeType video_codec) {
         param.m_u16AudioSampleRate = 8000;
         param.m_u16AudioBitRate = 33000;
     }
-    m_AudioCodec = static_cast<AVCodeType>(param.m_u8AudioCodeType);
     LOG_TRACE("%s %d : Now RotateAngle  %d, width = %d, height = %d  framerate = %d  \n", display.ucRotateAngle,
               param.m_u16VedioWidth, param.m_u16VedioHeight, param.m_u16VedioFrame);
+    return param;
+}
+
+// The first key frame is here: takes the stream's parameters and the time that the run's frames count from.
+void Writer::BeginRun(AVCodeType video_codec) {
+    g_s32KeyFrameMark = true;
+    const AVStreamParam param = ReadStreamParam(m_AVIndex, video_codec);
+    g_stAVStreamParam = param;
+    m_AudioCodec = static_cast<AVCodeType>(param.m_u8AudioCodeType);
 
     RecordVedioInfo_S info{};
     info.m_u16Width = param.m_u16VedioWidth;

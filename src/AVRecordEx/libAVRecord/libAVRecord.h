@@ -6,8 +6,9 @@
  * Threads: every function may be called from any thread.  Opening, closing and writing exclude each
  * other, so a close waits for the frame in flight; frames of other channels never wait.  The heads have
  * a lock of their own that is never held across an access to the card.
- * Invariants: stream bytes reach the card before the heads that name them; a run begins with a key
- * frame; stream data stays below RECORD_KEY_FRAME_BASE and key-frame records below RECORD_FILE_SIZE.
+ * Invariants: stream bytes reach the card before the heads that name them; the heads count a frame exactly
+ * when they count its bytes; a run begins with a key frame; stream data stays below RECORD_KEY_FRAME_BASE
+ * and key-frame records below RECORD_FILE_SIZE.
  */
 #ifndef LIB_AV_RECORD_H
 #define LIB_AV_RECORD_H
