@@ -103,6 +103,16 @@ TEST_F(RecordCheck, RefusesACardThatIsNoStore) {
     EXPECT_TRUE(Logged("open file fail"));
 }
 
+TEST_F(RecordCheck, ADamagedFileHeadLeadsNoRunIntoAnotherFile) {
+    const Card card(Store{.files = 5, .current_file = 2, .current_length = 777});
+    PutIndex(1024 + 48 * 2 + 4, std::string("\4\0\0\0", 4));
+    PutIndex(1024 + 48 * 2 + 24, "\xFF\xFF\xFF\xFF");
+    EXPECT_EQ(CheckRecordStart(), 0);
+    EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32FileInfoHeadNo, 2u);
+    EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32RecordSectionSum, 251u) << "the last slot that a section head has";
+    EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32RecordFileSumLenth, 777u);
+}
+
 TEST_F(RecordCheck, AFullCardStopsOrBeginsItsOldestFileAnew) {
     const Card card(Store{.files = 3, .used_files = 3, .current_file = 1, .current_length = kFull});
     Config().Record_config.ucLackSpaceModel = 0;

@@ -1,6 +1,7 @@
 // Whether a run may begin now, and the heads it begins with.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -103,6 +104,14 @@ void SetHeads(const RecordSystemInfoHead_S& system, const RecordFileInfoHead_S& 
     AVRecordHeadsUnlock();
 }
 
+// What a damaged head says of its place must not lead a run into the files and slots of another.
+void KeepToItsPlace(RecordFileInfoHead_S* file, const RecordSystemInfoHead_S& system) {
+    if (file->m_u32FileInfoHeadFlag == RECORD_FILE_FLAG) {
+        file->m_u32FileInfoHeadNo = system.m_u32RecordFileNo;
+        file->m_u32RecordSectionSum = std::min(file->m_u32RecordSectionSum, RECORD_SECTION_MAX);
+    }
+}
+
 bool LoadHeads() {
     RecordSystemInfoHead_S system{};
     RecordFileInfoHead_S file{};
@@ -123,6 +132,7 @@ bool LoadHeads() {
     if (AV_RecordFileInfoHeadRead(index.Descriptor(), &system, &file) < 0) {
         file = {};  // an index that ends before this head: the file counts as empty
     }
+    KeepToItsPlace(&file, system);
     SetHeads(system, file);
     g_RecordInitFlag = 1;
     return true;
