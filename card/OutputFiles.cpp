@@ -54,7 +54,7 @@ const std::string& OutputFiles::Next() {
     RequireFree(name);
     const std::string temporary = name + "." + std::to_string(getpid()) + ".part";
     const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (fd < 0) throw SystemError(temporary, errno);
+    if (fd < 0) throw SystemError(name, errno);
     close(fd);
     final_.push_back(name);
     temporary_.push_back(temporary);

@@ -10,8 +10,9 @@ namespace card {
 
 Progress::Progress(std::string what) : what_(std::move(what)), terminal_(isatty(STDERR_FILENO) != 0) {}
 
-Progress::~Progress() {
+void Progress::Clear() {
     if (shown_ >= 0) std::fputs("\r\033[K", stderr);
+    shown_ = -1;
 }
 
 void Progress::Show(uint64_t done, uint64_t total) {

@@ -9,12 +9,15 @@ namespace card {
 class Progress {
   public:
     explicit Progress(std::string what);
-    ~Progress();  // clears the line
+    ~Progress() { Clear(); }
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
     // Draws when the percentage has changed; cheap to call often.
     void Show(uint64_t done, uint64_t total);
+
+    // Takes the bar away: before anything else is printed, and at the end.
+    void Clear();
 
   private:
     std::string what_;

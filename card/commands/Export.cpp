@@ -151,7 +151,7 @@ Run PrepareExport(CLI::App& command) {
     command.add_option("--from", arguments->from, "From the key frame at or before this time")->type_name("TIME");
     command.add_option("--to", arguments->to, "To this time, the whole second included")->type_name("TIME");
     command.add_option("--event", arguments->event, "The event of this number, see \"recordcard events\"")
-        ->check(CLI::PositiveNumber)
+        ->check(CLI::Range(1, 1 << 20))
         ->type_name("N");
     command.add_option("--section", arguments->section, "One section, see \"recordcard list\"")
         ->type_name("FILE:SECTION");

@@ -98,13 +98,17 @@ int Format(const FormatArguments& arguments) {
     options.system_head = true;
     options.progress = [&progress](uint64_t done, uint64_t total) { progress.Show(done, total); };
     const prestore::FormatResult plan = Plan(arguments, options);
-    if (!plan.Ok()) throw Refusal(plan);
     struct stat64 status {};
-    const bool present =
-        stat64(arguments.path.c_str(), &status) == 0 && (S_ISBLK(status.st_mode) || status.st_size != 0);
+    const bool found = stat64(arguments.path.c_str(), &status) == 0;
+    if (!found && errno == ENOENT && arguments.size == 0) {
+        throw CardError(arguments.path + " does not exist; --size creates an image file, for example --size 32G");
+    }
+    if (!plan.Ok()) throw Refusal(plan);
+    const bool present = found && (S_ISBLK(status.st_mode) || status.st_size != 0);
     if (present && !arguments.yes) Ask(arguments, plan);
     if (arguments.size != 0) Resize(arguments);
     const prestore::FormatResult result = prestore::Format(arguments.path.c_str(), options);
+    progress.Clear();
     if (!result.Ok()) throw Refusal(result);
     std::printf("%s is a recording card now: %s, %u record files", arguments.path.c_str(),
                 Bytes(result.volume_bytes).c_str(), result.store.vedio_num);

@@ -16,6 +16,7 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
@@ -216,14 +217,14 @@ fuse_operations Operations() {
     return operations;
 }
 
-int Serve(fuse* session_of, const MountArguments& arguments) {
+int Serve(fuse* session_of, const std::string& directory, bool foreground) {
     const std::unique_ptr<fuse, decltype(&fuse_destroy)> mount(session_of, &fuse_destroy);
-    if (fuse_mount(mount.get(), arguments.directory.c_str()) != 0) {
-        throw CardError("cannot mount at " + arguments.directory +
+    if (fuse_mount(mount.get(), directory.c_str()) != 0) {
+        throw CardError("cannot mount at " + directory +
                         "; is it an empty folder of yours, and /dev/fuse usable? (modprobe fuse)");
     }
     // From here on the kernel knows the mount; who looks into it waits until the loop below answers.
-    if (fuse_daemonize(arguments.foreground ? 1 : 0) != 0) {
+    if (fuse_daemonize(foreground ? 1 : 0) != 0) {
         fuse_unmount(mount.get());
         throw CardError("cannot go into the background");
     }
@@ -235,10 +236,20 @@ int Serve(fuse* session_of, const MountArguments& arguments) {
     return status < 0 ? kFailed : kDone;
 }
 
+// What lies in a folder is out of sight while a card is mounted on it.
+void RequireEmpty(const std::string& folder) {
+    std::error_code error;
+    const bool empty = std::filesystem::is_directory(folder, error) && std::filesystem::is_empty(folder, error);
+    if (error) throw CardError(folder + ": " + error.message());
+    if (!empty) throw CardError(folder + " is not an empty folder; choose or make one to mount the card at", kUsage);
+}
+
 int Mount(const MountArguments& arguments) {
     const std::string name = arguments.name.empty() ? arguments.path : arguments.name;
     if (name.find(',') != std::string::npos) throw CardError("--fsname must not contain a comma", kUsage);
     MountedCard card(arguments);
+    RequireEmpty(arguments.directory);
+    const std::string directory = std::filesystem::absolute(arguments.directory);  // serving, the process is in "/"
     const std::string options = "fsname=" + name + ",subtype=recordcard" + (arguments.read_only ? ",ro" : "");
     fuse_args fuse_arguments = FUSE_ARGS_INIT(0, nullptr);
     for (const char* text : {"recordcard", "-o", options.c_str()}) fuse_opt_add_arg(&fuse_arguments, text);
@@ -246,7 +257,7 @@ int Mount(const MountArguments& arguments) {
     fuse* const mount = fuse_new(&fuse_arguments, &operations, sizeof operations, &card);
     fuse_opt_free_args(&fuse_arguments);
     if (mount == nullptr) throw CardError("cannot set up the mount");
-    return Serve(mount, arguments);
+    return Serve(mount, directory, arguments.foreground);
 }
 
 }  // namespace

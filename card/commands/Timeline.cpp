@@ -42,6 +42,7 @@ int Timeline(const TimelineArguments& arguments) {
         MakeTimelinePage(index, arguments.options, [&](size_t done, size_t total) { progress.Show(done, total); });
     WriteFile(files.Next(), page);
     files.Commit();
+    progress.Clear();
     std::printf("%s: %zu sections, %zu events, %s; open it in any browser\n", arguments.out.c_str(),
                 index.Sections().size(), index.Events().size(), Bytes(page.size()).c_str());
     return kDone;
