@@ -33,15 +33,6 @@ void Append(std::vector<uint8_t>& bytes, ByteView nal) {
     bytes.insert(bytes.end(), nal.begin(), nal.end());
 }
 
-std::vector<uint8_t> Select(VideoCodec codec, ByteView unit, bool parameter_sets) {
-    std::vector<uint8_t> bytes;
-    if (!parameter_sets) bytes.reserve(unit.size() + sizeof kStartCode);
-    ForEachNal(unit, [&](ByteView nal) {
-        if (IsParameterSet(codec, nal) == parameter_sets) Append(bytes, nal);
-    });
-    return bytes;
-}
-
 }  // namespace
 
 void ForEachNal(ByteView stream, const std::function<void(ByteView nal)>& visit) {
@@ -72,10 +63,25 @@ bool IsRandomAccess(VideoCodec codec, ByteView unit) {
 }
 
 std::vector<uint8_t> ParameterSets(VideoCodec codec, ByteView unit) {
-    return Select(codec, unit, true);
+    std::vector<uint8_t> bytes;
+    std::vector<ByteView> taken;
+    ForEachNal(unit, [&](ByteView nal) {
+        if (!IsParameterSet(codec, nal)) return;
+        for (const ByteView other : taken) {
+            if (std::equal(other.begin(), other.end(), nal.begin(), nal.end())) return;
+        }
+        taken.push_back(nal);
+        Append(bytes, nal);
+    });
+    return bytes;
 }
 std::vector<uint8_t> WithoutParameterSets(VideoCodec codec, ByteView unit) {
-    return Select(codec, unit, false);
+    std::vector<uint8_t> bytes;
+    bytes.reserve(unit.size() + sizeof kStartCode);
+    ForEachNal(unit, [&](ByteView nal) {
+        if (!IsParameterSet(codec, nal)) Append(bytes, nal);
+    });
+    return bytes;
 }
 
 std::optional<AacFrame> FirstAacFrame(ByteView payload) {

@@ -24,7 +24,7 @@ bool IsParameterSet(VideoCodec codec, ByteView nal);
 // count as well, since cameras send them with such a picture even where they do not mark it as one.
 bool IsRandomAccess(VideoCodec codec, ByteView unit);
 
-// The access unit's parameter sets in order, each behind a four-byte start code; empty: none.
+// The access unit's parameter sets in order, each once and behind a four-byte start code; empty: none.
 std::vector<uint8_t> ParameterSets(VideoCodec codec, ByteView unit);
 // The access unit without them.
 std::vector<uint8_t> WithoutParameterSets(VideoCodec codec, ByteView unit);
