@@ -221,7 +221,8 @@ int Serve(fuse* session_of, const std::string& directory, bool foreground) {
     const std::unique_ptr<fuse, decltype(&fuse_destroy)> mount(session_of, &fuse_destroy);
     if (fuse_mount(mount.get(), directory.c_str()) != 0) {
         throw CardError("cannot mount at " + directory +
-                        "; is it an empty folder of yours, and /dev/fuse usable? (modprobe fuse)");
+                        "; is it a folder of yours, /dev/fuse usable (modprobe fuse), and, unless you\n"
+                        "are root, fusermount3 installed (apt-get install fuse3)?");
     }
     // From here on the kernel knows the mount; who looks into it waits until the loop below answers.
     if (fuse_daemonize(foreground ? 1 : 0) != 0) {
@@ -269,7 +270,9 @@ Run PrepareMount(CLI::App& command) {
     command.add_option("--fsname", arguments->name, "What the mount table calls the device (default: CARD)");
     command.add_flag("--foreground", arguments->foreground, "Stay until it is unmounted; Ctrl-C unmounts");
     command.add_flag("--read-only", arguments->read_only, "Refuse to open files for writing");
-    command.footer("Unmount with \"umount DIR\" (or \"fusermount3 -u DIR\" without privileges).");
+    command.footer(
+        "Unmount with \"umount DIR\"; without privileges \"fusermount3 -u DIR\" (both ways then need the package "
+        "fuse3).");
     return [arguments] { return Mount(*arguments); };
 }
 
