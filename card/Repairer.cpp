@@ -14,6 +14,7 @@
 #include "Error.h"
 #include "FatCheck.h"
 #include "IndexBuilder.h"
+#include "TimeText.h"
 #include "VolumeRescue.h"
 
 namespace card {
@@ -152,8 +153,8 @@ class Pass {
     void Write(uint32_t number) {
         const RebuiltFile& file = files_[number];
         builder_.Write(file);
-        log_.push_back("file " + std::to_string(number) + ": " + std::to_string(file.sections.size()) + " sections, " +
-                       std::to_string(file.key_frames.size()) + " key frames");
+        log_.push_back("file " + std::to_string(number) + ": " + Counted(file.sections.size(), "section") + ", " +
+                       Counted(file.key_frames.size(), "key frame"));
     }
 
     bool Fits(const AlarmFileInfoHead_S& record, uint32_t number, uint32_t slot) const {
@@ -192,7 +193,8 @@ class Pass {
         if (!kept.empty()) events_->WriteAt(block, kept.data(), kept.size() * sizeof kept[0]);
         if (std::memcmp(&before, &*head, sizeof before) != 0) events_->WriteAt(place, &*head, sizeof *head);
         events_->Sync();
-        log_.push_back("events of file " + std::to_string(number) + ": " + std::to_string(counted) + " kept");
+        if (good || counted != 0)
+            log_.push_back("events of file " + std::to_string(number) + ": " + std::to_string(counted) + " kept");
     }
 
     static void Count(AlarmEventHead_S& head, std::vector<AlarmFileInfoHead_S>& kept, uint32_t number) {

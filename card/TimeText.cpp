@@ -182,4 +182,8 @@ std::string Bytes(uint64_t bytes) {
     return text;
 }
 
+std::string Counted(uint64_t count, const char* thing) {
+    return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
+}
+
 }  // namespace card

@@ -33,7 +33,8 @@ struct TimeStyle {
 // Adds "--utc" to a command.
 void AddTimeStyle(CLI::App& command, TimeStyle& style);
 
-std::string Duration(uint64_t seconds);  // "1 h 02 min 05 s", "2 min 05 s", "5 s"
-std::string Bytes(uint64_t bytes);       // "1.5 GiB", "249.0 MiB", "17 bytes"
+std::string Duration(uint64_t seconds);                  // "1 h 02 min 05 s", "2 min 05 s", "5 s"
+std::string Bytes(uint64_t bytes);                       // "1.5 GiB", "249.0 MiB", "17 bytes"
+std::string Counted(uint64_t count, const char* thing);  // "1 section", "2 sections"
 
 }  // namespace card

@@ -9,6 +9,7 @@
 #include "Error.h"
 #include "Progress.h"
 #include "Repairer.h"
+#include "TimeText.h"
 #include "Volume.h"
 
 namespace card {
@@ -58,7 +59,8 @@ void PrintText(const std::string& path, const Findings& findings) {
         std::printf(".\n");
         return;
     }
-    std::printf("%s: %zu errors, %zu remarks.%s\n", path.c_str(), errors, findings.size() - errors,
+    std::printf("%s: %s, %s.%s\n", path.c_str(), Counted(errors, "error").c_str(),
+                Counted(findings.size() - errors, "remark").c_str(),
                 mendable ? " \"recordcard repair\" can mend some or all of it." : "");
 }
 

@@ -24,7 +24,8 @@ void PrintEvent(const Event& event, const TimeStyle& times) {
     std::printf("%5u  %s  %-16s  %-18s  file %u", event.number, times.DateTime(event.Start()).c_str(), length.c_str(),
                 EventTypeText(event.record.m_u8AlarmFileType).c_str(), event.file);
     if (event.record.m_u32FileSize != 0) {
-        std::printf(", %s, %u frames", Bytes(event.record.m_u32FileSize).c_str(), event.record.m_u32FrameCount);
+        std::printf(", alarm itself %s, %u frames", Bytes(event.record.m_u32FileSize).c_str(),
+                    event.record.m_u32FrameCount);
     }
     std::printf("\n");
 }

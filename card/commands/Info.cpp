@@ -42,11 +42,10 @@ int Info(const InfoArguments& arguments) {
 
     std::printf("%-15s %s (%s)\n", "Card", volume.Path().c_str(), KindOf(volume).c_str());
     std::printf("%-15s %s\n", "Size", Bytes(volume.TotalBytes()).c_str());
-    std::printf("%-15s %u of 256 MiB, %u in use, %u filled at least once, now number %u\n", "Record files",
-                index.FileCount(), static_cast<unsigned>(used), system.m_u32RecordUsedFileSum,
-                system.m_u32RecordFileNo);
-    std::printf("%-15s %s in %zu sections, %zu events\n", "Recorded", Bytes(index.StreamBytes()).c_str(),
-                index.Sections().size(), index.Events().size());
+    std::printf("%-15s %u of 256 MiB, %u in use, recording goes on in number %u\n", "Record files", index.FileCount(),
+                static_cast<unsigned>(used), system.m_u32RecordFileNo);
+    std::printf("%-15s %s in %s, %s\n", "Recorded", Bytes(index.StreamBytes()).c_str(),
+                Counted(index.Sections().size(), "section").c_str(), Counted(index.Events().size(), "event").c_str());
     PrintMoment("Oldest moment", arguments, index.Oldest());
     PrintMoment("Newest moment", arguments, index.Newest());
     if (const auto rate = index.BytesPerSecond()) {

@@ -63,10 +63,11 @@ void PrintKeyFrames(const CardIndex& index, const Section& section, const TimeSt
 
 void PrintSection(const Section& section, const TimeStyle& times) {
     const bool next_day = times.Day(section.Start()) != times.Day(section.End());
-    std::printf("  %s - %s%s  %-16s %4u:%-3u  %10s  %s%s, %u key frames\n", times.Clock(section.Start()).c_str(),
+    std::printf("  %s - %s%s  %-16s %4u:%-3u  %10s  %s%s, %s\n", times.Clock(section.Start()).c_str(),
                 times.Clock(section.End()).c_str(), next_day ? "+" : " ", Duration(section.Seconds()).c_str(),
                 section.file, section.number, Bytes(section.head.m_u32RecordSize).c_str(),
-                VideoText(section.head).c_str(), AudioText(section.head).c_str(), section.head.m_u32KeyFrameSum);
+                VideoText(section.head).c_str(), AudioText(section.head).c_str(),
+                Counted(section.head.m_u32KeyFrameSum, "key frame").c_str());
 }
 
 void PrintSections(const CardIndex& index, const ListArguments& arguments) {
@@ -104,8 +105,9 @@ int List(const ListArguments& arguments) {
         PrintSections(index, arguments);
         uint64_t seconds = 0;
         for (const Section& section : index.Sections()) seconds += section.Seconds();
-        std::printf("\n%zu sections, %s, %s; %zu gaps\n", index.Sections().size(), Duration(seconds).c_str(),
-                    Bytes(index.StreamBytes()).c_str(), index.Gaps().size());
+        std::printf("\n%s, %s, %s; %s\n", Counted(index.Sections().size(), "section").c_str(),
+                    Duration(seconds).c_str(), Bytes(index.StreamBytes()).c_str(),
+                    Counted(index.Gaps().size(), "gap").c_str());
     }
     size_t faulty = 0;
     for (const Section& section : index.AllSections()) faulty += section.Usable() ? 0 : 1;

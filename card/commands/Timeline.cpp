@@ -43,8 +43,9 @@ int Timeline(const TimelineArguments& arguments) {
     WriteFile(files.Next(), page);
     files.Commit();
     progress.Clear();
-    std::printf("%s: %zu sections, %zu events, %s; open it in any browser\n", arguments.out.c_str(),
-                index.Sections().size(), index.Events().size(), Bytes(page.size()).c_str());
+    std::printf("%s: %s, %s, %s; open it in any browser\n", arguments.out.c_str(),
+                Counted(index.Sections().size(), "section").c_str(), Counted(index.Events().size(), "event").c_str(),
+                Bytes(page.size()).c_str());
     return kDone;
 }
 

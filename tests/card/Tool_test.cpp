@@ -64,7 +64,7 @@ TEST(Tool, ListsEventsAndTellsTheCardAtAGlance) {
               "    1  2026-03-01 23:59:45  12 s              motion              file 0\n"
               "    2  2026-03-01 23:59:55  still open        input and motion, smart event  file 0\n");
     EXPECT_THAT(Tool({"info", place}).out,
-                AllOf(HasSubstr("Record files    2 of 256 MiB, 1 in use, 0 filled at least once, now number 0\n"),
+                AllOf(HasSubstr("Record files    2 of 256 MiB, 1 in use, recording goes on in number 0\n"),
                       HasSubstr("in 3 sections, 2 events\n"), HasSubstr("Oldest moment   2026-03-01 23:59:00\n"),
                       HasSubstr("Newest moment   2026-03-02 01:00:21\n"), HasSubstr(" Mbit/s at present\nKeeps ")));
 }
