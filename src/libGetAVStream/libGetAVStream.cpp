@@ -22,18 +22,32 @@ std::atomic<int> gAlarmIsEndFrame{0};
 struct ReaderSlot {
     std::mutex lock;  // held while the thread is made or waited for
     pthread_t thread{};
-    bool exists = false;      // under the lock
+    bool exists = false;      // started and not stopped; under the lock
+    bool detached = false;    // ended by itself: not to be waited for; under the lock
     std::atomic<int> run{0};  // thread flag
     AVMsgBuf arguments{};     // written before the thread is made
 };
 ReaderSlot g_readers[MSG_AV_TYPE_END][AVSTREAM_MAX];
 thread_local ReaderSlot* t_own_slot = nullptr;  // of the reader that this thread is
 
+// At the end of the reader's thread: one that nobody stopped will not be waited for.
+void LetGo(ReaderSlot& slot) {
+    while (slot.run.load() != 0) {  // else the one that stops it waits for it, and holds the lock
+        if (const std::unique_lock guard(slot.lock, std::try_to_lock); guard.owns_lock()) {
+            slot.detached = true;
+            pthread_detach(pthread_self());
+            return;
+        }
+        SleepMs(1);
+    }
+}
+
 void* AVStreamGetAVDataThread(void* argument) {
     auto* const slot = static_cast<ReaderSlot*>(argument);
     prctl(PR_SET_NAME, "AVStreamGetAVDataThread");
     t_own_slot = slot;
     FrameReader(slot->arguments, slot->run).Follow();
+    LetGo(*slot);
     return nullptr;
 }
 
@@ -46,10 +60,11 @@ void StoreCallbacks(int type, AVStreamCallback frame, AVTransformStatus status) 
 
 // Waits for a reader that was told to stop; the slot's lock is held.
 void Join(ReaderSlot& slot) {
-    if (slot.exists) {
+    if (slot.exists && !slot.detached) {
         pthread_join(slot.thread, nullptr);
-        slot.exists = false;
     }
+    slot.exists = false;
+    slot.detached = false;
 }
 
 }  // namespace

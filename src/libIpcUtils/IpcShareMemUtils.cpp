@@ -7,12 +7,23 @@
 
 #include "libIpcUtils.h"
 
+#if defined(__SANITIZE_THREAD__)
+// Another thread's segment may have lain at the same address before.  The kernel orders its detachment before this
+// attachment; the thread sanitizer does not see that by itself.
+extern "C" void __tsan_acquire(void* address);
+extern "C" void __tsan_release(void* address);
+#else
+#define __tsan_acquire(address) static_cast<void>(address)
+#define __tsan_release(address) static_cast<void>(address)
+#endif
+
 namespace {
 
 // A segment attached for one copy.
 class Attached {
   public:
     Attached(int mid, int flags) : address_(shmat(mid, nullptr, flags)) {
+        __tsan_acquire(address_);
         struct shmid_ds status {};
         if (Valid() && shmctl(mid, IPC_STAT, &status) == 0) {
             size_ = status.shm_segsz;
@@ -20,6 +31,7 @@ class Attached {
     }
     ~Attached() {
         if (Valid()) {
+            __tsan_release(address_);
             shmdt(address_);
         }
     }

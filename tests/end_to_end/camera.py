@@ -7,6 +7,7 @@ import os
 import re
 import signal
 import subprocess
+import sys
 import tempfile
 import time
 import zlib
@@ -143,7 +144,10 @@ class Camera:
 
     def stop(self):
         """An orderly stop of the recorder; returns its exit status."""
-        return self.recorder.stop()
+        status = self.recorder.stop()
+        if status != 0:
+            print(f"recorder: exit status {status}\n{self.recorder.last_words()}", file=sys.stderr)
+        return status
 
     def close(self):
         for process in (self.recorder, self.desk):
