@@ -155,22 +155,18 @@ class Restorer {
         return true;
     }
 
-    // Of the entries that the layout does not fix, the first table's stand if they can be, else the second's.
-    uint32_t Merged(uint32_t planned, uint32_t first, uint32_t second) const {
-        if (planned != 0) return planned;
-        const auto possible = [this](uint32_t entry) {
-            return (entry & kEntryMask) < plan_.clusters + 2 || (entry & kEntryMask) >= kBadMark;
-        };
-        return possible(first) ? first : possible(second) ? second : 0;
-    }
-
-    // A sector of one and the same mark over and over is no table.
-    static void ClearFilled(std::vector<uint32_t>& entries) {
+    // A sector of one and the same mark over and over is no table, nor is one that names clusters which are not there.
+    void ClearNoTable(std::vector<uint32_t>& entries) const {
         constexpr size_t kPerSector = kSector / 4;
+        const auto impossible = [this](uint32_t entry) {
+            return (entry & kEntryMask) >= plan_.clusters + 2 && (entry & kEntryMask) < kBadMark;
+        };
         for (size_t first = 0; first + kPerSector <= entries.size(); first += kPerSector) {
             const auto begin = entries.begin() + static_cast<ptrdiff_t>(first);
-            if (std::all_of(begin, begin + kPerSector, [begin](uint32_t entry) { return entry == *begin; })) {
-                std::fill(begin, begin + kPerSector, 0);
+            const auto end = begin + kPerSector;
+            if (std::all_of(begin, end, [begin](uint32_t entry) { return entry == *begin; }) ||
+                std::any_of(begin, end, impossible)) {
+                std::fill(begin, end, 0);
             }
         }
     }
@@ -187,14 +183,15 @@ class Restorer {
                 copies[copy].assign(entries, 0);
                 device_.ReadAt(base_ + plan_.FatOffset() + copy * plan_.FatBytes() + at, copies[copy].data(),
                                entries * 4);
-                ClearFilled(copies[copy]);
+                ClearNoTable(copies[copy]);
             }
             for (size_t i = 0; i < entries; ++i) {
                 const uint64_t cluster = at / 4 + i;
                 const bool marks = cluster < prestore::kRootCluster;  // volume state: may differ
                 const bool kept = marks && (copies[0][i] & 0x03FFFFFF) == (planned[i] & 0x03FFFFFF);
                 if (kept) planned[i] = copies[0][i];
-                if (cluster < uint64_t{plan_.clusters} + 2) planned[i] = Merged(planned[i], copies[0][i], copies[1][i]);
+                const bool free = planned[i] == 0 && cluster < uint64_t{plan_.clusters} + 2;  // for files of others
+                if (free) planned[i] = copies[0][i] != 0 ? copies[0][i] : copies[1][i];
             }
             for (uint32_t copy = 0; copy < 2; ++copy) {
                 changed =

@@ -169,6 +169,9 @@ TEST(Repair, BringsBackTheFileSystem) {
     const card::FatGeometry g = Volume::Open(image).Fat()->Geometry();
     const uint32_t fat = g.sectors_per_fat * g.bytes_per_sector;
     const std::string noise(4096, '\xA5');
+    std::string random(g.ClusterOffset(2) + g.ClusterBytes(), '\0');
+    std::mt19937 generator(4711);
+    for (char& c : random) c = static_cast<char>(generator());
     const struct {
         const char* name;
         uint64_t offset;
@@ -183,6 +186,7 @@ TEST(Repair, BringsBackTheFileSystem) {
         {"directory", g.ClusterOffset(2), std::string(g.ClusterBytes(), '\0')},
         {"one directory entry", g.ClusterOffset(2) + 64, noise.substr(0, 64)},
         {"everything in front of the files", 0, std::string(g.ClusterOffset(2) + g.ClusterBytes(), '\0')},
+        {"random bytes in front of the files", 0, random},
     };
     for (const auto& damage : kCases) {
         SCOPED_TRACE(damage.name);
