@@ -1,4 +1,4 @@
-// FAT32 records as they lie on the volume (Microsoft, FAT32 File System Specification 1.03; "BPB" below
+// FAT32 records as they lie on the volume (Microsoft, "FAT: General Overview of On-Disk Format", 1.03; "BPB" below
 // is its BIOS parameter block).  Little-endian, packed: the format aligns nothing.
 #pragma once
 
