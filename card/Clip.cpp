@@ -91,7 +91,7 @@ class Lister {
         last_in_run_ = in_run;
         last_index_ = run_base_ + in_run;
         marks_.push_back({last_index_, frame.time});
-        result_.frames.push_back({frame.offset, frame.size, true, frame.key, 0});
+        result_.frames.push_back({.offset = frame.offset, .size = frame.size, .key = frame.key});
     }
 
     void TakeSound(const StreamFrame& frame) {
@@ -103,8 +103,10 @@ class Lister {
         const uint64_t index = IndexOf(frame.pts, last_in_run_);
         const uint64_t beside = last_in_run_ + kSoundLead;
         const uint64_t ahead = index > beside ? index - beside : 0;  // pictures lost in between
-        result_.frames.push_back(
-            {frame.offset, frame.size, false, false, static_cast<Ticks>(std::min<uint64_t>(ahead, 250))});
+        result_.frames.push_back({.offset = frame.offset,
+                                  .size = frame.size,
+                                  .video = false,
+                                  .at = static_cast<Ticks>(std::min<uint64_t>(ahead, 250))});
     }
 
     uint32_t Rate() const {
@@ -198,9 +200,9 @@ ClipStretch ClipReader::List(const BytesDone& done) {
     return result;
 }
 
-const std::vector<uint8_t>& ClipReader::Payload(const ClipFrame& frame) {
+const std::vector<uint8_t>& ClipReader::Payload(const ClipFrame& frame, size_t limit) {
     if (scanner_.Position() != frame.offset) scanner_.Seek(frame.offset);
-    if (scanner_.Next() != StreamScanner::Found::Frame || !scanner_.ReadPayload(scanner_.Frame(), bytes_)) {
+    if (scanner_.Next() != StreamScanner::Found::Frame || !scanner_.ReadPayload(scanner_.Frame(), bytes_, limit)) {
         throw CardError(file_.Name() + ": the card gives other data than a moment ago; is it still being recorded?");
     }
     return bytes_;

@@ -33,7 +33,9 @@ struct ClipFrame {
     uint64_t size = 0;    // bytes there
     bool video = true;
     bool key = false;
-    Ticks at = 0;  // sound: of the picture it was recorded beside
+    Ticks at = 0;       // when it was recorded; sound: when the picture beside it was
+    Ticks decoded = 0;  // pictures, once they are put in order: see PictureOrder.h
+    Ticks shown = 0;
 };
 
 struct ClipStretch {
@@ -55,8 +57,9 @@ class ClipReader {
 
     // Lists the stretch; without a key frame in it, no frames.
     ClipStretch List(const BytesDone& done);
-    // The elementary stream's bytes of a listed frame; valid until the next call.  Throws CardError.
-    const std::vector<uint8_t>& Payload(const ClipFrame& frame);
+    // The elementary stream's bytes of a listed frame, at most the first `limit`; valid until the next call.
+    // Throws CardError.
+    const std::vector<uint8_t>& Payload(const ClipFrame& frame, size_t limit = SIZE_MAX);
     // The same with its headers, as it lies on the card.
     const std::vector<uint8_t>& Packed(const ClipFrame& frame);
 

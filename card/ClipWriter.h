@@ -32,12 +32,19 @@ struct ClipDetails {
     uint64_t stream_bytes = 0;  // about to be written, at most
 };
 
+// Counted from the start of the file.
+struct PictureTimes {
+    Ticks decoded = 0;  // rising; negative where decoding has to begin ahead of the first picture shown
+    Ticks shown = 0;    // not before it is decoded
+    Ticks duration = 0;
+};
+
 class ClipWriter {
   public:
     virtual ~ClipWriter() = default;
 
-    // Times are counted from the start of the file and rise.  The first picture is a key frame.
-    virtual void Picture(ByteView unit, bool key, Ticks at, Ticks duration) = 0;
+    // In the order of decoding.  The first picture is a key frame.
+    virtual void Picture(ByteView unit, bool key, const PictureTimes& times) = 0;
     virtual void Sound(ByteView payload, Ticks at) = 0;
     // What follows was recorded at another time than what stands before; `title` says when.
     virtual void Chapter(Ticks at, const std::string& title) = 0;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Error.h"
+#include "PictureOrder.h"
 
 namespace card {
 
@@ -65,11 +66,12 @@ ExportReport Exporter::Run(const Selection& selection, const BytesDone& done) {
 
 void Exporter::Move(const Selection& selection, size_t number) {
     ClipReader reader(index_, selection.stretches[number], selection.from);
-    const ClipStretch listed = reader.List(done_);
+    ClipStretch listed = reader.List(done_);
     report_.damaged_bytes += listed.damaged_bytes;
     report_.foreign_frames += listed.foreign_frames;
     if (listed.frames.empty()) return;
     RequireCodec(container_, CodecOf(listed.parameters));
+    if (!Raw()) TimePictures(reader, CodecOf(listed.parameters), listed, done_);
     sound_.reset();
     const auto sound =
         std::find_if(listed.frames.begin(), listed.frames.end(), [](const ClipFrame& f) { return !f.video; });
@@ -113,7 +115,7 @@ void Exporter::MovePicture(ClipReader& reader, const ClipStretch& stretch, const
         ++part.gaps;
         writer_->Chapter(at, times_.DateTime(ToSeconds(frame.at)));
     }
-    writer_->Picture(unit, key, at, stretch.frame_duration);
+    writer_->Picture(unit, key, {timeline_.Place(frame.decoded), timeline_.Place(frame.shown), stretch.frame_duration});
     timeline_.Shown(frame.at, stretch.frame_duration);
     part.length = at + stretch.frame_duration;
     ++part.pictures;

@@ -80,7 +80,7 @@ class MuxWriter : public ClipWriter {
         Require(result, path);
     }
 
-    void Picture(ByteView unit, bool key, Ticks at, Ticks duration) override {
+    void Picture(ByteView unit, bool key, const PictureTimes& times) override {
         // The file's head holds the parameter sets; players want them nowhere else.
         const std::vector<uint8_t> picture = key ? WithoutParameterSets(codec_, unit) : std::vector<uint8_t>();
         if (key) unit = picture;
@@ -88,13 +88,14 @@ class MuxWriter : public ClipWriter {
         Require(av_new_packet(packet_.get(), static_cast<int>(unit.size())), path_);
         std::memcpy(packet_->data, unit.data(), unit.size());
         const AVRational clock = video_->time_base;
-        next_ = std::max(next_, av_rescale_q(at, kClipClock, clock));
-        packet_->pts = packet_->dts = next_++;
-        packet_->duration = av_rescale_q(duration, kClipClock, clock);
+        packet_->dts = std::max(next_, av_rescale_q(times.decoded, kClipClock, clock));
+        packet_->pts = std::max(packet_->dts, av_rescale_q(times.shown, kClipClock, clock));
+        next_ = packet_->dts + 1;
+        packet_->duration = av_rescale_q(times.duration, kClipClock, clock);
         packet_->stream_index = video_->index;
         if (key) packet_->flags |= AV_PKT_FLAG_KEY;
         Write(packet_.get());
-        end_ = at + duration;
+        end_ = std::max(end_, times.shown + times.duration);
     }
 
     void Sound(ByteView payload, Ticks at) override {
@@ -171,7 +172,7 @@ class MuxWriter : public ClipWriter {
     Owned<AVPacket> packet_;
     std::unique_ptr<SoundTrack> track_;
     AVStream* video_ = nullptr;  // the context's
-    int64_t next_ = 0;           // earliest time of the next picture, in the video's clock
+    int64_t next_ = INT64_MIN;   // earliest time of decoding the next picture, in the video's clock
     Ticks end_ = 0;
     std::vector<ChapterMark> chapters_;
 };

@@ -9,8 +9,16 @@ namespace {
 
 constexpr uint8_t kStartCode[4] = {0, 0, 0, 1};
 
-enum H264Type { kH264Idr = 5, kH264Sps = 7, kH264Pps = 8 };
-enum H265Type { kH265FirstIrap = 16, kH265LastIrap = 21, kH265Vps = 32, kH265Pps = 34 };
+enum H264Type { kH264FirstSlice = 1, kH264Idr = 5, kH264Sps = 7, kH264Pps = 8 };
+enum H265Type {
+    kH265FirstRadl = 6,
+    kH265LastRadl = 7,
+    kH265FirstIrap = 16,
+    kH265LastIdr = 20,
+    kH265LastIrap = 21,
+    kH265Vps = 32,
+    kH265Pps = 34
+};
 
 int TypeOf(VideoCodec codec, ByteView nal) {
     if (nal.empty()) return -1;
@@ -62,6 +70,24 @@ bool IsRandomAccess(VideoCodec codec, ByteView unit) {
     return found;
 }
 
+SliceRole RoleOf(VideoCodec codec, ByteView unit) {
+    SliceRole role = SliceRole::None;
+    const bool h264 = codec == VideoCodec::H264;
+    ForEachNal(unit, [&](ByteView nal) {
+        const int type = TypeOf(codec, nal);
+        const bool slice = h264 ? type >= kH264FirstSlice && type <= kH264Idr : type < kH265Vps;
+        if (!slice || role != SliceRole::None) return;
+        if (h264 ? type == kH264Idr : type >= kH265FirstIrap && type <= kH265LastIdr) {
+            role = SliceRole::SequenceStart;
+        } else if (!h264 && type >= kH265FirstRadl && type <= kH265LastRadl) {
+            role = SliceRole::DecodableLeading;
+        } else {
+            role = SliceRole::Other;
+        }
+    });
+    return role;
+}
+
 std::vector<uint8_t> ParameterSets(VideoCodec codec, ByteView unit) {
     std::vector<uint8_t> bytes;
     std::vector<ByteView> taken;
@@ -75,6 +101,7 @@ std::vector<uint8_t> ParameterSets(VideoCodec codec, ByteView unit) {
     });
     return bytes;
 }
+
 std::vector<uint8_t> WithoutParameterSets(VideoCodec codec, ByteView unit) {
     std::vector<uint8_t> bytes;
     bytes.reserve(unit.size() + sizeof kStartCode);

@@ -24,6 +24,11 @@ bool IsParameterSet(VideoCodec codec, ByteView nal);
 // count as well, since cameras send them with such a picture even where they do not mark it as one.
 bool IsRandomAccess(VideoCodec codec, ByteView unit);
 
+enum class SliceRole { None, SequenceStart, DecodableLeading, Other };  // None: the bytes hold no slice
+// Of the access unit's first slice: whether it begins a coded video sequence, in which pictures are numbered anew,
+// or (H.265) is shown before its key frame and yet needs nothing from in front of it.
+SliceRole RoleOf(VideoCodec codec, ByteView unit);
+
 // The access unit's parameter sets in order, each once and behind a four-byte start code; empty: none.
 std::vector<uint8_t> ParameterSets(VideoCodec codec, ByteView unit);
 // The access unit without them.

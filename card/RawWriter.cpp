@@ -14,7 +14,7 @@ class RawWriter : public ClipWriter {
         if (!file_) throw SystemError(path, errno);
     }
 
-    void Picture(ByteView unit, bool, Ticks, Ticks) override { Write(unit); }
+    void Picture(ByteView unit, bool, const PictureTimes&) override { Write(unit); }
     void Sound(ByteView payload, Ticks) override { Write(payload); }
     void Chapter(Ticks, const std::string&) override {}
     void Finish() override {

@@ -272,12 +272,14 @@ StreamScanner::Found StreamScanner::SkipGarbage(Garbage::Reason reason) {
     return Found::Garbage;
 }
 
-bool StreamScanner::ReadPayload(const StreamFrame& frame, std::vector<uint8_t>& bytes) const {
-    bytes.resize(frame.PayloadSize());
+bool StreamScanner::ReadPayload(const StreamFrame& frame, std::vector<uint8_t>& bytes, size_t limit) const {
+    bytes.resize(static_cast<size_t>(std::min<uint64_t>(frame.PayloadSize(), limit)));
     size_t done = 0;
     for (const Payload& piece : frame.payload) {
-        if (read_(piece.offset, bytes.data() + done, piece.length) != piece.length) return false;
-        done += piece.length;
+        const size_t length = std::min<size_t>(piece.length, bytes.size() - done);
+        if (length == 0) break;
+        if (read_(piece.offset, bytes.data() + done, length) != length) return false;
+        done += length;
     }
     return true;
 }

@@ -90,8 +90,9 @@ class StreamScanner {
     // Continues elsewhere in the range; what stands in front of it counts as unknown.
     void Seek(uint64_t position);
 
-    // Reads the payload of a frame into `bytes` (replaced); false when the source came short.
-    bool ReadPayload(const StreamFrame& frame, std::vector<uint8_t>& bytes) const;
+    // Reads the payload of a frame, at most its first `limit` bytes, into `bytes` (replaced); false when the
+    // source came short.
+    bool ReadPayload(const StreamFrame& frame, std::vector<uint8_t>& bytes, size_t limit = SIZE_MAX) const;
 
   private:
     const uint8_t* Bytes(uint64_t offset, size_t length);

@@ -73,7 +73,7 @@ class Recorder {
         const uint32_t key_interval = plan.key_interval != 0 ? plan.key_interval : plan.rate;
         const uint32_t clip_frames = std::min(count, std::max(kClipFramesMax / key_interval, 1u) * key_interval);
         const std::vector<EncodedFrame>& clip =
-            EncodedVideo({plan.video, plan.width, plan.height, plan.rate, key_interval, clip_frames});
+            EncodedVideo({plan.video, plan.width, plan.height, plan.rate, key_interval, clip_frames, plan.b_frames});
         const bool has_sound = plan.audio != CODE_AUDIO_NULL;
         const uint32_t samples = plan.audio == CODE_AUDIO_AAC ? 1024 : 320;
         const uint32_t sounds_kept = std::max(1u, std::min(plan.seconds, 10u) * 8000 / samples);

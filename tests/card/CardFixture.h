@@ -23,6 +23,7 @@ struct SectionPlan {
     AVCodeType audio = CODE_AUDIO_G711A;  // or _G711U, _AAC; CODE_AUDIO_NULL: no sound
     uint32_t key_interval = 0;            // frames from key frame to key frame; 0: one a second
     uint32_t frame_bytes = 0;             // video frames are filled up to so many bytes with filler units
+    bool b_frames = false;                // see ClipPlan
     uint32_t virtual_every = 0;           // every so many frames one is marked as virtual key frame; 0: none
 };
 

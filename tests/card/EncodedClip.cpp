@@ -72,12 +72,13 @@ Context OpenVideo(const ClipPlan& plan) {
     context->time_base = {1, static_cast<int>(plan.rate)};
     context->framerate = {static_cast<int>(plan.rate), 1};
     context->gop_size = static_cast<int>(plan.key_interval);
-    context->max_b_frames = 0;
+    context->max_b_frames = plan.b_frames ? 3 : 0;
     context->thread_count = 1;
     av_opt_set(context->priv_data, "preset", "ultrafast", 0);
-    av_opt_set(context->priv_data, "tune", "zerolatency", 0);
-    const std::string keys =
+    if (!plan.b_frames) av_opt_set(context->priv_data, "tune", "zerolatency", 0);
+    std::string keys =
         "scenecut=0:keyint=" + std::to_string(plan.key_interval) + ":min-keyint=" + std::to_string(plan.key_interval);
+    if (plan.b_frames) keys += ":bframes=3:b-adapt=0" + std::string(h265 ? ":b-pyramid=1" : ":b-pyramid=normal");
     if (h265) {
         av_opt_set(context->priv_data, "x265-params", (keys + ":repeat-headers=1:log-level=error:pools=1").c_str(), 0);
     } else {

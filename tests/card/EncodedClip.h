@@ -21,6 +21,7 @@ struct ClipPlan {
     uint32_t rate = 25;
     uint32_t key_interval = 25;
     uint32_t frames = 250;
+    bool b_frames = false;  // three in a row, as a pyramid; H.265 with open groups of pictures
 
     bool operator==(const ClipPlan&) const = default;
 };

@@ -197,6 +197,91 @@ INSTANTIATE_TEST_SUITE_P(Rates, ExportRate,
                                          RateCase{30, CODE_VIDEO_H265, CODE_AUDIO_G711U, "H265At30"}),
                          [](const auto& info) { return info.param.name; });
 
+struct Packet {
+    int64_t dts = 0;  // us
+    int64_t pts = 0;
+};
+
+// Of the video, in the order of decoding.
+std::vector<Packet> Packets(const std::string& clip) {
+    const Outcome run = RunProgram({"ffprobe", "-v", "warning", "-select_streams", "v", "-show_entries",
+                                    "packet=pts_time,dts_time", "-of", "csv=p=0:nk=1", clip});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.err, "");
+    std::vector<Packet> packets;
+    std::istringstream lines(run.out);
+    for (std::string line; std::getline(lines, line);) {
+        double pts = 0, dts = 0;
+        if (std::sscanf(line.c_str(), "%lf,%lf", &pts, &dts) != 2) continue;
+        packets.push_back({std::llround(dts * 1e6), std::llround(pts * 1e6)});
+    }
+    return packets;
+}
+
+struct BFrameCase {
+    uint32_t rate;
+    AVCodeType video;
+    const char* name;
+};
+
+class ExportBFrames : public Export, public testing::WithParamInterface<BFrameCase> {};
+
+// Cut in the midst of a run (H.265: behind an open group of pictures), over a file border to the end.
+TEST_P(ExportBFrames, AreShownInTheirOrderAtEvenTimes) {
+    const BFrameCase& c = GetParam();
+    constexpr uint32_t kFrameBytes = 380000;
+    const uint32_t border = RECORD_STREAM_LIMIT / kFrameBytes / c.rate;  // s
+    const Recording card = Card{.files = 2,
+                                .sections = {{.seconds = border + 5,
+                                              .rate = c.rate,
+                                              .video = c.video,
+                                              .key_interval = 8,
+                                              .frame_bytes = kFrameBytes,
+                                              .b_frames = true}}}
+                               .RecordFolder(Path("card"));
+    ASSERT_EQ(card.sections.size(), 2u) << "the plan has to cross a file border";
+    const uint32_t from = border - 4;
+    std::vector<const WrittenFrame*> recorded = card.KeptVideo();
+    auto first =
+        std::find_if(recorded.begin(), recorded.end(), [&](const WrittenFrame* f) { return f->time >= kStart + from; });
+    while (!(*first)->key) --first;
+    recorded.erase(recorded.begin(), first);
+    const auto next = std::find_if(recorded.begin(), recorded.end(), [](const WrittenFrame* f) { return f->section; });
+    std::vector<Picture> source = Source({recorded.begin(), next}, c.video == CODE_VIDEO_H265);
+    const std::vector<Picture> behind = Source({next, recorded.end()}, c.video == CODE_VIDEO_H265);
+    source.insert(source.end(), behind.begin(), behind.end());
+
+    for (const char* name : {"clip.mp4", "clip.mkv"}) {
+        const Outcome run = Tool({"export", card.path, Path(name), "--from", At(from)});
+        ASSERT_EQ(run.status, 0) << run.err;
+        EXPECT_EQ(run.err, "");
+        const std::vector<Picture> pictures = Decode(Path(name));
+        ExpectSamePictures(pictures, source);
+        for (size_t i = 0; i < pictures.size(); ++i) {
+            ASSERT_NEAR(pictures[i].at, static_cast<double>(i) / c.rate, 0.001) << name << " picture " << i;
+        }
+    }
+    const std::vector<Packet> packets = Packets(Path("clip.mp4"));  // Matroska keeps no times of decoding
+    ASSERT_EQ(packets.size(), source.size()) << "nothing that cannot be shown";
+    bool moved = false;
+    for (size_t i = 0; i < packets.size(); ++i) {
+        ASSERT_LE(packets[i].dts, packets[i].pts) << "packet " << i;
+        if (i == 0) continue;
+        ASSERT_LT(packets[i - 1].dts, packets[i].dts) << "packet " << i;
+        moved = moved || packets[i].pts < packets[i - 1].pts;
+    }
+    EXPECT_TRUE(moved) << "the clip has to have B-frames";
+    EXPECT_NEAR(Number(StreamOf(Probe(Path("clip.mp4")), "video")["duration"]),
+                static_cast<double>(source.size()) / c.rate, 0.001);
+}
+
+INSTANTIATE_TEST_SUITE_P(Codecs, ExportBFrames,
+                         testing::Values(BFrameCase{25, CODE_VIDEO_H264, "H264At25"},
+                                         BFrameCase{30, CODE_VIDEO_H264, "H264At30"},
+                                         BFrameCase{25, CODE_VIDEO_H265, "H265At25"},
+                                         BFrameCase{30, CODE_VIDEO_H265, "H265At30"}),
+                         [](const auto& info) { return info.param.name; });
+
 TEST_F(Export, KeepsShortPausesAndLeavesLongOnesOutWithAChapter) {
     const Recording card = Card{.sections = {{.seconds = 5, .rate = 15},
                                              {.seconds = 5, .pause = 1, .rate = 15},
