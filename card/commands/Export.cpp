@@ -163,8 +163,8 @@ Run PrepareExport(CLI::App& command) {
         "Pictures are taken over as they are, cut at key frames; sound becomes AAC in an .mp4 and stays as it is in\n"
         "an .mkv. Time in the file is real time; gaps of more than 2 s are left out and marked with a chapter.\n"
         "Where codec or picture size change, a further file OUT-2, OUT-3, ... begins. The raw files: .h264 and .h265\n"
-        "hold pictures alone; .ps the program stream as it lies on the card, with its own clock of 25 frames a "
-        "second.");
+        "hold pictures alone; .ps the program stream as it lies on the card, with its own clock of 25 frames a\n"
+        "second (and G.711 sound under a mark that FFmpeg's players do not know: they show its pictures alone).");
     return [arguments] { return Export(*arguments); };
 }
 
