@@ -117,6 +117,9 @@ class RingReader {
         AVDataInfo header;
         std::memcpy(&header, segment_ + position_, sizeof header);
         std::atomic_thread_fence(std::memory_order_acquire);
+        const int32_t end_flag = header.EndFlag;  // written last: what belongs to it is there for a second look
+        std::memcpy(&header, segment_ + position_, sizeof header);
+        header.EndFlag = end_flag;
         return header;
     }
 
