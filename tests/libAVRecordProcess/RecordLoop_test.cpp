@@ -45,7 +45,7 @@ class RecordLoop : public support::BoundCamera {
     ~RecordLoop() override {
         g_s32AlarmEventFlag = 0;
         KQ_RecordUninit();
-        EXPECT_TRUE(support::WaitUntil([] { return Threads() <= 2 + kSanitizerThreads; })) << "an alarm thread stays";
+        EXPECT_TRUE(support::WaitUntil([this] { return Threads() <= resting_threads_; })) << "an alarm thread stays";
         media_server_.Leave();
         AVServerAccessCleanup();
     }
@@ -75,6 +75,8 @@ class RecordLoop : public support::BoundCamera {
     support::QueuePeer<8> media_server_;
 
   private:
+    const long resting_threads_ =
+        Threads();  // besides this one the media server's, and those of a sanitizer or emulator
     static long Threads() { return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}); }
     static void Sleep(unsigned int milliseconds) {
         if (milliseconds == kWatchMs && !before_pass_.empty()) {
@@ -90,11 +92,6 @@ class RecordLoop : public support::BoundCamera {
                                                 return timeval{static_cast<time_t>(wall.load()), 0};
                                             },
                                             [] { return uptime.load(); }, Sleep};
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    static constexpr long kSanitizerThreads = 1;
-#else
-    static constexpr long kSanitizerThreads = 0;
-#endif
     static inline std::vector<std::function<void()>> before_pass_;  // taken one a pause of the watch
 };
 
