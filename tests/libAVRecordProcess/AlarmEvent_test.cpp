@@ -247,15 +247,16 @@ class AlarmThread : public testing::Test {
         g_timeline.RunFreely();
         EXPECT_TRUE(HasLeft());
     }
-    bool HasLeft() const {
+    bool ThreadsBecome(long count) const {
         for (const auto end = std::chrono::steady_clock::now() + kBound; std::chrono::steady_clock::now() < end;
              usleep(500)) {
-            if (Threads() == idle_threads_) {
+            if (Threads() == count) {
                 return true;
             }
         }
         return false;
     }
+    bool HasLeft() const { return ThreadsBecome(idle_threads_); }
     int HowOftenLogged(const std::string& line_end) const {
         const std::string log = log_.Text();
         int count = 0;
@@ -642,7 +643,7 @@ TEST_F(AlarmThread, RunsFollowEachOtherWithoutLeavingAnythingBehind) {
         Launch(g_timeline.Seconds());  // although the thread before it is still at work
         Run(1);
     }
-    EXPECT_EQ(Threads(), idle_threads_ + 1);
+    EXPECT_TRUE(ThreadsBecome(idle_threads_ + 1)) << Threads();
     EXPECT_EQ(Descriptors(), descriptors + 1);
     EXPECT_EQ(HeadOf(kFile).events, 100u) << "each run found the events of the one before";
     End();
