@@ -1,0 +1,123 @@
+#include "RecorderStatus.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+
+#include "Clock.h"
+#include "libLog.h"
+#include "support/Stderr.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+const std::string kState = RECORDER_STATE_FILE;
+
+class StateFile : public testing::Test {
+  protected:
+    StateFile() {
+        LogInit(nullptr, LOG_MODE_CONSOLE);
+        ReplaceClock(&kClock);
+        RecorderStatusActivity("testing");
+        ++uptime;
+    }
+    ~StateFile() override {
+        fs::remove_all(kState);
+        fs::remove_all(kState + ".new");
+        ReplaceClock(nullptr);
+        LogCleanup();
+    }
+    static void PublishASecondLater() {
+        ++uptime;
+        RecorderStatusPublish();
+    }
+    static std::string Text() {
+        std::ifstream file(kState);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    static bool Says(const std::string& line) { return Text().find(line + "\n") != std::string::npos; }
+    int LoggedLines() const {
+        const std::string text = log_.Text();
+        return static_cast<int>(std::count(text.begin(), text.end(), '\n'));
+    }
+    static inline long uptime = 100;
+
+  private:
+    static constexpr ClockSource kClock{[] { return timeval{}; }, [] { return uptime; }, [](unsigned int) {}};
+    support::Captured log_;
+};
+
+TEST_F(StateFile, TellsEveryFigure) {
+    PublishASecondLater();
+    EXPECT_EQ(Text(), "activity testing\nprocess " + std::to_string(getpid()) +
+                          "\nfile none\nsection none\nlast_frame 0\nfailed_writes 0\nlongest_write_ms 0\n"
+                          "dropped_frames 0\ntorn_frames 0\nresynchronisations 0\n");
+    RecorderStatusActivity("recording");
+    RecorderStatusPlace(3, 251);
+    RecorderStatusFrame(1700000001);
+    RecorderStatusWriteTook(40);
+    RecorderStatusWriteTook(12);
+    std::thread([] { RecorderStatusResynchronised(); }).join();
+    for (int i = 0; i < 2; ++i) RecorderStatusWriteFailed();
+    for (int i = 0; i < 3; ++i) RecorderStatusFrameDropped();
+    for (int i = 0; i < 4; ++i) RecorderStatusFrameTorn();
+    PublishASecondLater();
+    EXPECT_EQ(Text(), "activity recording\nprocess " + std::to_string(getpid()) +
+                          "\nfile 3\nsection 251\nlast_frame 1700000001\nfailed_writes 2\nlongest_write_ms 40\n"
+                          "dropped_frames 3\ntorn_frames 4\nresynchronisations 1\n");
+    EXPECT_FALSE(fs::exists(kState + ".new"));
+}
+
+TEST_F(StateFile, IsWrittenWhenSomethingChangedAndOnceASecond) {
+    PublishASecondLater();
+    RecorderStatusFrame(1);
+    RecorderStatusPublish();
+    EXPECT_FALSE(Says("last_frame 1")) << "not twice in a second";
+    PublishASecondLater();
+    EXPECT_TRUE(Says("last_frame 1"));
+    fs::remove(kState);
+    PublishASecondLater();
+    EXPECT_FALSE(fs::exists(kState)) << "nothing changed";
+    RecorderStatusFrame(2);
+    RecorderStatusPublish();
+    EXPECT_TRUE(Says("last_frame 2")) << "the pass in which nothing changed used up no turn";
+}
+
+TEST_F(StateFile, FollowsNoLink) {
+    const fs::path victim = "/tmp/victim";
+    std::ofstream(victim) << "untouched";
+    for (const char* const planted : {"", ".new"}) {
+        fs::remove(kState + planted);
+        fs::create_symlink(victim, kState + planted);
+        RecorderStatusFrameDropped();
+        PublishASecondLater();
+        EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(kState))) << planted;
+        EXPECT_TRUE(Says("activity testing")) << planted;
+    }
+    EXPECT_EQ(fs::file_size(victim), 9u);
+    EXPECT_EQ(LoggedLines(), 0);
+    fs::remove(victim);
+}
+
+TEST_F(StateFile, OneThatCannotBeWrittenIsLoggedOnceAndTriedAgain) {
+    for (const std::string& name : {kState, kState + ".new"}) {  // a folder stands in the way
+        fs::remove_all(kState);
+        fs::create_directories(name + "/full");
+        const int before = LoggedLines();
+        RecorderStatusFrameTorn();
+        for (int i = 0; i < 5; ++i) PublishASecondLater();
+        EXPECT_EQ(LoggedLines(), before + 1) << name;
+        fs::remove_all(name);
+        PublishASecondLater();
+        EXPECT_TRUE(Says("activity testing")) << name << ": tried again although nothing changed since";
+        EXPECT_EQ(LoggedLines(), before + 1) << name;
+    }
+}
+
+}  // namespace
