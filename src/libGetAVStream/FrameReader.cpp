@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "Clock.h"
+#include "NalTypes.h"
 #include "libLog.h"
 
 namespace {
@@ -19,11 +20,11 @@ bool HasStartCode(const uint8_t* nal) {
     constexpr uint8_t kStartCode[] = {0, 0, 0, 1};
     return std::memcmp(nal, kStartCode, sizeof kStartCode) == 0;
 }
-int H264Type(const uint8_t* nal) {
-    return nal[4] & 0x1F;
+h264::NalUnitType H264Type(const uint8_t* nal) {
+    return h264::TypeOf(nal[4]);
 }
-int H265Type(const uint8_t* nal) {
-    return nal[4] >> 1 & 0x3F;
+h265::NalUnitType H265Type(const uint8_t* nal) {
+    return h265::TypeOf(nal[4]);
 }
 bool IsJpeg(const uint8_t* payload) {
     return payload[0] == 0xFF && payload[1] == 0xD8;
@@ -31,8 +32,15 @@ bool IsJpeg(const uint8_t* payload) {
 
 // A video parameter set, which opens an H.265 key frame and is no slice or parameter set of H.264.
 bool OpensH265KeyFrame(const uint8_t* nal) {
-    const int type = H264Type(nal);
-    return type != 1 && type != 5 && type != 7 && type != 8 && H265Type(nal) == 32;
+    switch (H264Type(nal)) {
+        case h264::kCodedSliceNonIdr:
+        case h264::kCodedSliceIdr:
+        case h264::kSeqParameterSet:
+        case h264::kPicParameterSet:
+            return false;
+        default:
+            return H265Type(nal) == h265::kVpsNut;
+    }
 }
 
 }  // namespace
@@ -204,7 +212,7 @@ bool FrameReader::TakesKeyFrame(int position, uint32_t old_serial, uint32_t& ref
         LOG_TRACE("%s %d: 3516A nalu = 0x%02X\n", nal[4]);
         return true;
     }
-    if (HasStartCode(nal) && H264Type(nal) == 7) {
+    if (HasStartCode(nal) && H264Type(nal) == h264::kSeqParameterSet) {
         LOG_TRACE("%s %d: AVType = %d VideoIndex = %d VideoPos = %d\n", header->AVSource, index_, position);
         return true;
     }
@@ -307,7 +315,8 @@ void FrameReader::Repeated(const AVDataInfo& header) {
     LOG_TRACE("%s %d: VideoIndex = %d pos = %d pDataInfo->SerialNumber %d oldSerialNumber %d\n", index_,
               static_cast<int>(VideoPos_), static_cast<int>(header.SerialNumber), static_cast<int>(oldSerialNumber_));
     const uint8_t* const nal = ring_.NalStart(Next(header));
-    if (nal != nullptr && HasStartCode(nal) && (H264Type(nal) == 1 || H264Type(nal) == 7)) {
+    if (nal != nullptr && HasStartCode(nal) &&
+        (H264Type(nal) == h264::kCodedSliceNonIdr || H264Type(nal) == h264::kSeqParameterSet)) {
         VideoPos_ = Next(header);
     } else {
         Resynchronise();
