@@ -1,5 +1,6 @@
 #include "FrameReader.h"
 
+#include <atomic>
 #include <cstring>
 
 #include "Clock.h"
@@ -43,7 +44,23 @@ bool OpensH265KeyFrame(const uint8_t* nal) {
     }
 }
 
+thread_local const char* t_in_hand = nullptr;  // payload of the frame that this thread's callback has
+
 }  // namespace
+
+// The media server writes along the ring, so what writes over a frame writes over its header first: a record that
+// began in front of this one passes the header before it reaches the payload, and one that begins in the same place
+// says first that it is not ready.  A header unchanged after the payload was read means that the payload was whole.
+int AVStreamFrameIntact(const char* VideoData, const AVDataInfo* pDataInfo) {
+    if (VideoData == nullptr || VideoData != t_in_hand || pDataInfo == nullptr) {
+        return 0;
+    }
+    std::atomic_thread_fence(std::memory_order_acquire);  // the payload was read before this point
+    AVDataInfo now;
+    std::memcpy(&now, VideoData - sizeof now, sizeof now);
+    return now.AVDataCheck == pDataInfo->AVDataCheck && now.SerialNumber == pDataInfo->SerialNumber &&
+           now.AVDataLen == pDataInfo->AVDataLen && now.EndFlag == pDataInfo->EndFlag;
+}
 
 void FrameReader::Follow() {
     LOG_TRACE("%s %d: type = %d index = %d\n", type_, index_);
@@ -347,8 +364,10 @@ void FrameReader::Deliver(AVDataInfo& header) {
     const int64_t next = Next(header);  // before the client gets hold of the header
     const uint32_t serial = header.SerialNumber;
     if (const AVStreamCallback take = FrameCallback(type_); take != nullptr) {
-        take(header.AVSource, index_, reinterpret_cast<char*>(ring_.Bytes(VideoPos_ + kHeader, header.AVDataLen)),
-             &header);
+        auto* const payload = reinterpret_cast<char*>(ring_.Bytes(VideoPos_ + kHeader, header.AVDataLen));
+        t_in_hand = payload;
+        take(header.AVSource, index_, payload, &header);
+        t_in_hand = nullptr;
     }
     oldSerialNumber_ = serial;
     counts_ = Counts{};

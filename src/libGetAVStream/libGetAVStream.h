@@ -132,6 +132,11 @@ int AVStreamGetAVData(int MsgAVType, int VideoIndex);
  * for the media server.  From inside the reader's callback it does not wait.  Returns 0, or 102. */
 int AVStreamGetAVDataStop(int MsgAVType, int VideoIndex);
 
+/* For a client that took its copy of a frame: 1 when the media server has not begun to write over the frame
+ * meanwhile, so that the copy is whole; 0 when it has, or when `VideoData` is not the frame in hand.  `pDataInfo` is
+ * the header as the callback got it.  Only inside the frame callback, on its thread. */
+int AVStreamFrameIntact(const char* VideoData, const AVDataInfo* pDataInfo);
+
 int GetgAlarmIsEndFrame(void);
 int SetgAllDayIsEndFrame(int iFlag);  /* logs only, returns 0 */
 int SetgAlarmIsFirstFrame(int iFlag); /* logs only, returns 0 */

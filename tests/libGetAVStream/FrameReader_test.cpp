@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <functional>
+
 #include "MediaPeer.h"
 #include "libLog.h"
 #include "support/Stderr.h"
@@ -241,6 +243,55 @@ TEST_F(FrameReader, CountsFromZero) {
     Start();
     EXPECT_THAT(g_received.Serials(2), ElementsAre(0, 1));
     EXPECT_EQ(peer_.key_requests, 0);
+}
+
+// The client holds frame 2 until `meanwhile` has happened to its record; whether it is told that its copy is whole.
+std::function<void()> g_meanwhile;
+std::atomic<int> g_intact{-1};
+
+int HoldFrame2(int, int, char* data, AVDataInfo* header) {
+    g_received.Add(*header, data);
+    if (header->SerialNumber == 2) {
+        EXPECT_EQ(AVStreamFrameIntact(data + 1, header), 0) << "not the frame in hand";
+        g_meanwhile();
+        g_intact = AVStreamFrameIntact(data, header);
+    }
+    return 0;
+}
+
+TEST_F(FrameReader, TellsWhetherTheFrameInHandWasWrittenOver) {
+    ASSERT_EQ(GetAVStreamInit(kType, HoldFrame2, nullptr), 0);
+    const std::string other(kDelta.size(), 'x');
+    AVDataInfo not_ready = MediaPeer::Frame(0), longer = MediaPeer::Frame(), bare = MediaPeer::Frame();
+    longer.AVDataLen = 77;
+    bare.AVDataCheck = 0;
+    int at = 0;
+    const struct {
+        const char* name;
+        int intact;
+        std::function<void()> meanwhile;
+    } kCases[] = {
+        {"nothing", 1, [] {}},
+        {"the next record", 1, [&] { peer_.Put(0, at + 64 + static_cast<int>(kDelta.size()), 3, kDelta); }},
+        {"a lap later", 0, [&] { peer_.Put(0, at, 502, other); }},
+        {"being written", 0, [&] { peer_.Put(0, at, 2, other, not_ready); }},
+        {"another length", 0, [&] { peer_.Put(0, at, 2, other, longer); }},
+        {"payload in place of the header", 0, [&] { peer_.Put(0, at, 2, other, bare); }},
+    };
+    for (const auto& c : kCases) {
+        g_received.Clear();
+        g_intact = -1;
+        g_meanwhile = c.meanwhile;
+        at = peer_.Put(0, 0, 1, kKey);
+        peer_.Park(0, peer_.Put(0, at, 2, kDelta));
+        Start();
+        for (int i = 0; i < 5000 && g_intact < 0; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        EXPECT_EQ(g_intact, c.intact) << c.name;
+        AVStreamGetAVDataStop(kType, 0);
+    }
+    EXPECT_EQ(AVStreamFrameIntact(kDelta.data(), &longer), 0) << "outside the callback";
 }
 
 // Nothing a ring can say makes the reader touch a byte outside it, or end.
