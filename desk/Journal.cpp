@@ -1,12 +1,10 @@
 #include "Journal.h"
 
-extern "C" {
-#include <libavutil/crc.h>
-}
-
 #include <chrono>
 #include <cstdio>
 #include <stdexcept>
+
+#include "Crc32.h"
 
 namespace desk {
 namespace {
@@ -40,13 +38,11 @@ void Journal::Note(int stream, const FrameRing::Record& record, const FrameRing:
         dump.flush();
     }
     if (!lines_.is_open()) return;
-    const uint32_t crc =
-        ~av_crc(av_crc_get_table(AV_CRC_32_IEEE_LE), ~0U, record.payload.data(), record.payload.size());
     char line[200];
     const int length = std::snprintf(
         line, sizeof line, "stream=%d kind=%s serial=%u length=%zu key=%d time_ms=%lld position=%u crc32=%08x\n",
         stream, video ? "video" : "audio", place.serial, record.payload.size(), record.key ? 1 : 0,
-        static_cast<long long>(WallMilliseconds()), place.position, crc);
+        static_cast<long long>(WallMilliseconds()), place.position, Crc32(record.payload));
     lines_.write(line, length);
     lines_.flush();
 }
