@@ -1,0 +1,217 @@
+"""The emulated camera: a 32-bit ARM board with a real kernel, its vfat and an SD host, and our recorder on it.
+
+`Parts` makes what a boot needs (kernel, initial file system, card image); `Camera` is one boot of it.  The guest's time runs
+by counted instructions (500 million a second), so figures do not depend on what else this machine does.
+"""
+
+import os
+import shutil
+import signal
+import socket
+import struct
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+HERE = Path(__file__).resolve().parent
+ROOT = HERE.parent
+ARM = ROOT / "build/arm"
+WORK = ROOT / "build/target"
+RECORDCARD = ROOT / "build/release/card/recordcard"
+CROSS_LIBRARIES = Path("/usr/arm-linux-gnueabihf/lib")
+PARTITION_START = 8192 * 512  # bytes; where cards have their first partition
+
+MODULES = ["virtio_mmio", "virtio_pci", "virtio_console", "virtio_blk", "nls_cp437", "nls_ascii", "nls_iso8859-1", "nls_utf8", "fat",
+           "vfat", "cqhci", "sdhci", "sdhci-pci"]
+
+
+class CameraError(Exception):
+    pass
+
+
+def run(*arguments, **options):
+    done = subprocess.run([str(a) for a in arguments], capture_output=True, text=True, **options)
+    if done.returncode != 0:
+        raise CameraError(f"{' '.join(map(str, arguments))}\n{done.stdout}{done.stderr}")
+    return done.stdout
+
+
+# ---- What a boot needs
+
+
+def build():
+    run("cmake", "--preset", "arm", cwd=ROOT)
+    run("cmake", "--build", ARM, "--target", "recorder", "guestcamera", cwd=ROOT)
+
+
+def needed_libraries(program):
+    """The shared objects of a program, theirs included; all from the cross compiler's folder."""
+    found, todo = set(), [program]
+    while todo:
+        for line in run("arm-linux-gnueabihf-readelf", "-d", todo.pop()).splitlines():
+            if "(NEEDED)" in line:
+                name = line.split("[")[1].rstrip("]")
+                if name not in found:
+                    found.add(name)
+                    todo.append(CROSS_LIBRARIES / name)
+    return sorted(found | {"ld-linux-armhf.so.3"})
+
+
+def make_initrd(clip):
+    """The guest's file system in memory; returns the kernel and the archive."""
+    run(HERE / "fetch", WORK / "guest")
+    tree = WORK / "initrd"
+    shutil.rmtree(tree, ignore_errors=True)
+    for folder in ("bin", "lib/modules"):
+        (tree / folder).mkdir(parents=True)
+    shutil.copy(WORK / "guest/bin/busybox", tree / "bin/busybox")
+    recorder = ARM / "src/AVRecordEx/AVRecordAccess/AVRecordAccess"
+    shutil.copy(recorder, tree / "bin")
+    shutil.copy(ARM / "target/guestcamera", tree / "bin")
+    run("arm-linux-gnueabihf-strip", tree / "bin/AVRecordAccess", tree / "bin/guestcamera")
+    for name in needed_libraries(recorder):
+        shutil.copy(CROSS_LIBRARIES / name, tree / "lib")
+    for name in MODULES:
+        for module in (WORK / "guest/lib/modules").rglob(f"{name}.ko"):
+            shutil.copy(module, tree / "lib/modules")
+    shutil.copy(HERE / "guest/init", tree / "init")
+    shutil.copy(clip, tree / "clip.bin")
+    archive = WORK / "initrd.gz"
+    subprocess.run(f"cd '{tree}' && find . | cpio -o -H newc -R 0:0 --quiet | gzip -1 >'{archive}.new'", shell=True, check=True)
+    os.rename(f"{archive}.new", archive)
+    return next((WORK / "guest/boot").glob("vmlinuz-*")), archive
+
+
+def make_clip(source="test"):
+    clip = WORK / ("test.clip" if source == "test" else "input.clip")
+    WORK.mkdir(parents=True, exist_ok=True)
+    if source != "test" or not clip.exists():
+        run(sys.executable, HERE / "make-clip", source, f"{clip}.new")
+        os.rename(f"{clip}.new", clip)
+    return clip
+
+
+def make_card(image, mib):
+    """A sparse card image: a partition table, and our own format on the partition."""
+    part = Path(f"{image}.part")
+    part.unlink(missing_ok=True)
+    run(RECORDCARD, "format", "--yes", "--size", f"{mib}M", part)
+    size = part.stat().st_size
+    entry = struct.pack("<B3sB3sII", 0, b"\xfe\xff\xff", 0x0C, b"\xfe\xff\xff", PARTITION_START // 512, size // 512)
+    with open(image, "wb") as file:
+        file.write(bytes(446) + entry + bytes(48) + b"\x55\xaa")
+        file.truncate(1 << (PARTITION_START + size - 1).bit_length())  # the emulated slot takes powers of two
+    copy_data(part, 0, image, PARTITION_START)
+    part.unlink()
+
+
+def copy_data(source, source_start, target, target_start):
+    """Copies what lies in `source` from byte `source_start` on to `target_start`; holes stay holes."""
+    with open(source, "rb") as reader, open(target, "rb+") as writer:
+        end, at = reader.seek(0, 2), source_start
+        while at < end:
+            try:
+                at = os.lseek(reader.fileno(), at, os.SEEK_DATA)
+            except OSError:  # nothing but a hole any more
+                return
+            hole = os.lseek(reader.fileno(), at, os.SEEK_HOLE)
+            writer.seek(target_start + at - source_start)
+            while at < hole:
+                data = os.pread(reader.fileno(), min(hole - at, 1 << 20), at)
+                writer.write(data)
+                at += len(data)
+
+
+def copy_card(image, copy):
+    with open(copy, "wb") as file:
+        file.truncate(image.stat().st_size)
+    copy_data(image, 0, copy, 0)
+
+
+# ---- One boot
+
+
+class Camera:
+    """A booted camera.  `card` is written as the guest writes it; what was cut off never reaches it."""
+
+    def __init__(self, kernel, initrd, card, folder, mount="noatime", vm="", trace=False):
+        self.folder = Path(folder)
+        self.folder.mkdir(parents=True, exist_ok=True)
+        self.console = self.folder / "console.log"
+        self.journal = self.folder / "journal.log"
+        self.log = self.folder / "recorder.log"
+        self.trace = self.folder / "trace.log"
+        control = self.folder / "control"
+        for stale in (self.console, self.journal, self.log, self.trace, control):  # nobody takes an earlier boot's words for this one's
+            stale.unlink(missing_ok=True)
+        command = ["qemu-system-arm", "-M", "virt,highmem=off", "-cpu", "cortex-a7", "-smp", "1", "-m", "192", "-nographic",
+                   "-no-reboot", "-nodefaults", "-icount", "shift=1,sleep=off", "-rtc", "base=utc,clock=vm",
+                   "-kernel", kernel, "-initrd", initrd,
+                   "-append", f"console=ttyAMA0 panic=1 quiet mount={mount} vm={vm} trace={int(trace)}",
+                   "-device", "sdhci-pci", "-drive", f"if=none,id=card,format=raw,cache=writethrough,file={card}",
+                   "-device", "sd-card,drive=card", "-serial", f"file:{self.console}", "-monitor", "none",
+                   "-device", "virtio-serial-device"]
+        for name, path in (("journal", self.journal), ("log", self.log), ("trace", self.trace)):
+            command += ["-chardev", f"file,id={name},path={path}", "-device", f"virtserialport,chardev={name},name={name}"]
+        command += ["-chardev", f"socket,id=control,path={control},server=on,wait=off",
+                    "-device", "virtserialport,chardev=control,name=control"]
+        self.control = control
+        self.booted = int(time.time())  # the guest's clock begins here
+        self.published_at_cut = 0
+        self.process = subprocess.Popen([str(part) for part in command], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                        stderr=open(self.folder / "emulator.log", "wb"))
+
+    def wait_for(self, text, file=None, seconds=120):
+        """Until `text` stands in the console (or another of the camera's logs)."""
+        path = file or self.console
+        end = time.monotonic() + seconds
+        while time.monotonic() < end:
+            if path.exists() and text in path.read_bytes().decode(errors="replace"):
+                return
+            if self.process.poll() is not None:
+                raise CameraError(f"the camera ended before {text!r}\n{self.last_words()}")
+            time.sleep(0.05)
+        raise CameraError(f"no {text!r} within {seconds} s\n{self.last_words()}")
+
+    def published(self):
+        """Pictures published so far."""
+        return self.journal.read_bytes().count(b"kind=video") if self.journal.exists() else 0
+
+    def wait_published(self, count, seconds=600):
+        end = time.monotonic() + seconds
+        while self.published() < count:
+            if self.process.poll() is not None or time.monotonic() > end:
+                raise CameraError(f"only {self.published()} of {count} pictures\n{self.last_words()}")
+            time.sleep(0.05)
+
+    def stop(self, seconds=120):
+        """Power off in order."""
+        with socket.socket(socket.AF_UNIX) as control:
+            control.connect(str(self.control))
+            control.sendall(b"stop\n")
+            self.process.wait(seconds)
+
+    def cut(self):
+        """The power goes."""
+        if self.process.poll() is None:
+            self.process.send_signal(signal.SIGSTOP)
+            self.published_at_cut = self.published()
+            self.process.send_signal(signal.SIGKILL)
+        self.process.wait()
+
+    def freeze(self, card, copy):
+        """What a cut at this moment would leave, without the cut."""
+        self.process.send_signal(signal.SIGSTOP)
+        self.published_at_cut = self.published()
+        try:
+            copy_card(card, copy)
+        finally:
+            self.process.send_signal(signal.SIGCONT)
+
+    def last_words(self):
+        parts = []
+        for path in (self.folder / "emulator.log", self.console):
+            if path.exists():
+                parts.append(path.read_bytes().decode(errors="replace")[-2000:])
+        return "\n".join(parts)
