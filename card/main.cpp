@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "Commands.h"
-#include "Error.h"
+#include "commands/Commands.h"
+#include "text/Error.h"
 
 namespace {
 

@@ -5,12 +5,12 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "Commands.h"
-#include "Error.h"
-#include "Progress.h"
-#include "Repairer.h"
-#include "TimeText.h"
-#include "Volume.h"
+#include "commands/Commands.h"
+#include "commands/Progress.h"
+#include "repair/Repairer.h"
+#include "text/Error.h"
+#include "text/TimeText.h"
+#include "volume/Volume.h"
 
 namespace card {
 

@@ -9,15 +9,16 @@
 #include <memory>
 #include <string>
 
-#include "CardIndex.h"
-#include "Clip.h"
-#include "Commands.h"
-#include "Error.h"
-#include "Exporter.h"
-#include "Ffmpeg.h"
-#include "Progress.h"
-#include "TimeText.h"
-#include "Volume.h"
+#include "clip/Clip.h"
+#include "commands/Commands.h"
+#include "commands/Options.h"
+#include "commands/Progress.h"
+#include "export/Exporter.h"
+#include "export/Ffmpeg.h"
+#include "index/CardIndex.h"
+#include "text/Error.h"
+#include "text/TimeText.h"
+#include "volume/Volume.h"
 
 namespace card {
 
@@ -105,7 +106,8 @@ void PrintPart(const ExportPart& part, const TimeStyle& times) {
     const auto seconds = static_cast<double>(part.length) / kTicksPerSecond;
     std::printf("%s: from %s, %.2f s, %" PRIu64 " pictures, %s%s", part.path.c_str(),
                 times.DateTime(part.start).c_str(), seconds, part.pictures,
-                part.parameters.video_type == 0x24 ? "H.265" : "H.264", part.has_sound ? " with sound" : "");
+                part.parameters.video_type == record_file::kStreamH265 ? "H.265" : "H.264",
+                part.has_sound ? " with sound" : "");
     if (part.gaps != 0) std::printf(", %u gap%s left out", part.gaps, part.gaps == 1 ? "" : "s");
     std::printf("\n");
 }

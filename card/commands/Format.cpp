@@ -12,13 +12,13 @@
 #include <optional>
 #include <string>
 
-#include "Commands.h"
 #include "Descriptor.h"
-#include "Device.h"
-#include "Error.h"
-#include "Progress.h"
-#include "TimeText.h"
+#include "commands/Commands.h"
+#include "commands/Progress.h"
 #include "libPreStore.h"
+#include "text/Error.h"
+#include "text/TimeText.h"
+#include "volume/Device.h"
 
 namespace card {
 

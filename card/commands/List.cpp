@@ -5,11 +5,12 @@
 #include <string>
 
 #include "AVFrame.h"
-#include "CardIndex.h"
-#include "Commands.h"
-#include "Error.h"
-#include "TimeText.h"
-#include "Volume.h"
+#include "commands/Commands.h"
+#include "commands/Options.h"
+#include "index/CardIndex.h"
+#include "text/Error.h"
+#include "text/TimeText.h"
+#include "volume/Volume.h"
 
 namespace card {
 

@@ -22,9 +22,9 @@
 #include <string>
 #include <vector>
 
-#include "Commands.h"
-#include "Error.h"
-#include "Volume.h"
+#include "commands/Commands.h"
+#include "text/Error.h"
+#include "volume/Volume.h"
 
 namespace card {
 

@@ -6,14 +6,14 @@
 #include <memory>
 #include <string>
 
-#include "CardCopy.h"
-#include "Commands.h"
-#include "Error.h"
-#include "Progress.h"
-#include "Repairer.h"
-#include "TimeText.h"
-#include "Volume.h"
-#include "VolumeRescue.h"
+#include "commands/Commands.h"
+#include "commands/Progress.h"
+#include "repair/Repairer.h"
+#include "repair/VolumeRescue.h"
+#include "text/Error.h"
+#include "text/TimeText.h"
+#include "volume/CardCopy.h"
+#include "volume/Volume.h"
 
 namespace card {
 

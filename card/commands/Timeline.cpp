@@ -5,14 +5,15 @@
 #include <memory>
 #include <string>
 
-#include "CardIndex.h"
-#include "Commands.h"
-#include "Error.h"
-#include "Ffmpeg.h"
-#include "OutputFiles.h"
-#include "Progress.h"
-#include "TimelinePage.h"
-#include "Volume.h"
+#include "commands/Commands.h"
+#include "commands/Options.h"
+#include "commands/Progress.h"
+#include "export/Ffmpeg.h"
+#include "export/OutputFiles.h"
+#include "index/CardIndex.h"
+#include "text/Error.h"
+#include "timeline/TimelinePage.h"
+#include "volume/Volume.h"
 
 namespace card {
 

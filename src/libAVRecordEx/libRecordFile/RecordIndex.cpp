@@ -3,10 +3,12 @@
 #include <cstring>
 
 #include "Positioned.h"
-#include "libRecordFile.h"
+#include "RecordFormat.h"
 
+using record_file::FileHeadOffset;
 using record_file::ReadAt;
 using record_file::ReadRecord;
+using record_file::SectionHeadOffset;
 using record_file::WriteRecord;
 
 namespace {
@@ -14,18 +16,6 @@ namespace {
 bool IsFull(const RecordFileInfoHead_S& file) {
     return file.m_u32RecordFileSumLenth >= RECORD_STREAM_LIMIT;
 }
-
-uint64_t FileHeadOffset(uint32_t file_no) {
-    return RECORD_FILE_HEAD_BASE + uint64_t{sizeof(RecordFileInfoHead_S)} * file_no;
-}
-
-uint64_t SectionOffset(uint32_t file_no, uint32_t use_no) {
-    return RECORD_SECTION_BASE + uint64_t{RECORD_SECTION_BLOCK} * file_no + sizeof(RecordInfoHead_S) * use_no;
-}
-
-// The heads of all files the index has room for end before the section blocks begin.
-static_assert(RECORD_FILE_HEAD_BASE + sizeof(RecordFileInfoHead_S) * RECORD_FILE_MAX <= RECORD_SECTION_BASE);
-static_assert(sizeof(RecordInfoHead_S) * (RECORD_SECTION_MAX + 1) <= RECORD_SECTION_BLOCK);
 
 }  // namespace
 
@@ -248,7 +238,7 @@ int AV_RecordSectionInfoHeadWrite(int fd, const RecordFileInfoHead_S* file, cons
         section->m_u16RecordUseNo < 1 || section->m_u16RecordUseNo > RECORD_SECTION_MAX) {
         return -1;
     }
-    return WriteRecord(fd, SectionOffset(file->m_u32FileInfoHeadNo, section->m_u16RecordUseNo), section);
+    return WriteRecord(fd, SectionHeadOffset(file->m_u32FileInfoHeadNo, section->m_u16RecordUseNo), section);
 }
 
 int AV_RecordSectionInfoHeadRead(int fd, const RecordFileInfoHead_S* file, RecordInfoHead_S* sections) {
@@ -256,5 +246,5 @@ int AV_RecordSectionInfoHeadRead(int fd, const RecordFileInfoHead_S* file, Recor
         return -1;
     }
     const uint32_t count = std::min(file->m_u32RecordSectionSum, RECORD_SECTION_MAX);
-    return ReadAt(fd, SectionOffset(file->m_u32FileInfoHeadNo, 1), sections, int64_t{sizeof *sections} * count);
+    return ReadAt(fd, SectionHeadOffset(file->m_u32FileInfoHeadNo, 1), sections, int64_t{sizeof *sections} * count);
 }

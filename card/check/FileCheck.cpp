@@ -1,0 +1,336 @@
+#include "check/FileCheck.h"
+
+#include <algorithm>
+
+#include "AVFrame.h"
+#include "FormatText.h"
+#include "stream/StreamSurvey.h"
+#include "text/TimeText.h"
+
+namespace card {
+
+namespace {
+
+using record_file::FileHeadOffset;
+using record_file::kClockPerFrame;
+using record_file::kStreamHeadSize;
+using record_file::SectionHeadOffset;
+
+using Level = Finding::Level;
+using Mend = Finding::Mend;
+
+constexpr uint32_t kFullFileSlack = 3;  // frames that are still counted when a file has become full
+constexpr uint32_t kStartSlack = 60;    // s a section may begin in front of its first frame
+constexpr uint32_t kEndSlack = 2;       // s its last sound may lie behind its last picture
+
+// Stretch of a record file.
+struct Part {
+    uint64_t begin;
+    uint64_t end;
+};
+
+// One record file that is in use: its heads against its stream.
+class FileCheck {
+  public:
+    FileCheck(const CardIndex& index, const FileState& file, Findings& findings)
+        : index_(index), file_(file), name_(Volume::RecordFileName(file.number)), findings_(findings) {}
+
+    void Run(const StoreFile& record, const SurveyProgress& progress) {
+        survey_ = SurveyStream(record, 0, file_.Length(), true, progress);
+        for (const Section& section : index_.AllSections()) {
+            if (section.file == file_.number) sections_.push_back(&section);
+        }
+        CheckLap();
+        for (const Section* section : sections_) {
+            if (section->Usable()) CheckSection(*section);
+        }
+        CheckCovered();
+        CheckSlots();
+        CheckSums();
+        if (!file_.Full()) CheckBehind(record);
+    }
+
+  private:
+    void Add(Level level, const char* kind, uint64_t offset, std::string what, const char* consequence, Mend mend) {
+        findings_.push_back({level, kind, name_, offset, std::move(what), consequence, mend, file_.number});
+    }
+    void AddHead(Level level, const char* kind, uint64_t offset, std::string what, const char* consequence) {
+        findings_.push_back(
+            {level, kind, RECORD_INDEX_NAME, offset, std::move(what), consequence, Mend::File, file_.number});
+    }
+    std::string NameOf(const Section& section) const {
+        return FormatText("section %u:%u", section.file, section.number);
+    }
+
+    // Heads and stream of one lap?
+    void CheckLap() {
+        if (survey_.runs.empty()) return;
+        const uint64_t time = survey_.runs.front().first_time;
+        if (time <= uint64_t{file_.head.m_u32RecordEndTime} + kStartSlack) return;
+        AddHead(Level::Error, "file-lap", FileHeadOffset(file_.number),
+                FormatText("the heads of file %u speak of an earlier lap than its stream", file_.number),
+                "the newest footage of this file is not listed, and what is listed has been written over");
+    }
+
+    void CheckSection(const Section& section) {
+        const uint64_t place = SectionHeadOffset(section.file, section.number);
+        if (section.cut_bytes != 0) {
+            AddHead(Level::Remark, "section-ahead", place, NameOf(section) + " is one frame ahead of its file",
+                    "none: power was cut between two heads");
+        }
+        if (section.head.m_u32RecordSize == 0) return;
+        const StreamRun* first = RunAt(section.Begin());
+        if (first == nullptr || !first->headed) CheckBegin(section, first);
+        frames_.clear();
+        for (const StreamRun& run : survey_.runs) CheckRun(section, run);
+        CheckHoles(section);
+        CheckCounts(section, place);
+        CheckKeyFrames(section);
+        CheckTimes(section, place);
+        if (first != nullptr) CheckParameters(section, *first, place);
+    }
+
+    const StreamRun* RunAt(uint64_t begin) const {
+        for (const StreamRun& run : survey_.runs) {
+            if (run.begin == begin ||
+                (!run.headed && run.first_clock == kClockPerFrame && run.begin == begin + kStreamHeadSize))
+                return &run;
+        }
+        return nullptr;
+    }
+
+    // A section that begins in damage: its stream head can stand again, or its head move to the first sound frame.
+    void CheckBegin(const Section& section, const StreamRun* first) {
+        const bool settled = first != nullptr && first->begin == section.Begin();
+        const bool footage = std::any_of(survey_.runs.begin(), survey_.runs.end(), [&](const StreamRun& run) {
+            return run.end > section.Begin() && run.begin < section.Limit();
+        });
+        Add(settled ? Level::Remark : Level::Error, "section-begin", section.Begin(),
+            NameOf(section) +
+                (settled ? " has lost its stream head" : " does not begin with a stream head and a key frame"),
+            settled ? "none for players that look for frames" : "players may refuse the section",
+            footage && !settled ? Mend::File : Mend::Nothing);
+    }
+
+    void CheckRun(const Section& section, const StreamRun& run) {
+        if (run.end <= section.Begin() || run.begin >= section.Limit()) return;
+        const bool inside = run.begin > section.Begin() + kStreamHeadSize;
+        if (inside && section.number != RECORD_SECTION_MAX) {
+            Add(Level::Error, "section-joined", run.begin,
+                NameOf(section) + (run.headed ? " runs into another recording" : " goes on with another clock or time"),
+                "times inside the section are wrong", Mend::File);
+        }
+        for (const SurveyedFrame& frame : run.frames) {
+            if (frame.offset >= section.Begin() && frame.End() <= section.Limit()) {
+                frames_.push_back(&frame);
+            } else if (frame.offset < section.Limit() && frame.End() > section.Limit() && section.cut_bytes == 0) {
+                Add(Level::Error, "section-end", section.Limit(), NameOf(section) + " ends inside a frame",
+                    "that frame is not played", Mend::File);
+            }
+        }
+    }
+
+    void CheckHoles(const Section& section) {
+        const auto check = [&](const Garbage& hole) {
+            if (hole.offset + hole.length <= section.Begin() || hole.offset >= section.Limit()) return;
+            const bool cut = hole.reason == Garbage::Reason::CutOff && section.cut_bytes != 0;
+            if (cut) return;
+            Add(Level::Error, "stream-damaged", hole.offset,
+                FormatText("%llu bytes of ", static_cast<unsigned long long>(hole.length)) + NameOf(section) +
+                    " are no footage: " + GarbageText(hole.reason),
+                "what was recorded there is lost; the rest plays", Mend::Nothing);
+        };
+        for (const Garbage& hole : survey_.holes) check(hole);
+        for (const StreamRun& run : survey_.runs) std::for_each(run.holes.begin(), run.holes.end(), check);
+    }
+
+    bool Ahead(const Section& section, uint32_t counted, size_t found) const {
+        const bool may = section.cut_bytes != 0 || (file_.Full() && &section == sections_.back());
+        return may && counted > found && counted - found <= kFullFileSlack;
+    }
+
+    void CheckCounts(const Section& section, uint64_t place) {
+        const size_t pictures = static_cast<size_t>(
+            std::count_if(frames_.begin(), frames_.end(), [](const SurveyedFrame* frame) { return frame->video; }));
+        const uint32_t counted = section.head.m_u32FrameSum;
+        if (pictures == counted || Ahead(section, counted, pictures)) return;
+        AddHead(Level::Error, "section-frames", place,
+                FormatText("section %u:%u has %zu pictures, its head says %u", section.file, section.number, pictures,
+                           counted),
+                "length and position are shown wrong");
+    }
+
+    // Every record against a frame, and every real key frame against a record.
+    void CheckKeyFrames(const Section& section) {
+        const uint64_t base = RECORD_KEY_FRAME_BASE + uint64_t{section.head.m_u32StartKeyFramePos};
+        auto frame = frames_.begin();
+        uint32_t missing = 0;
+        uint32_t wrong = 0;
+        uint64_t first_wrong = 0;
+        uint32_t number = 0;
+        const auto records = index_.KeyFrames(section);
+        for (const KeyFrame& key : records) {
+            const uint64_t place = base + uint64_t{number++} * sizeof(KeyFrameInfoHead_S);
+            if (!key.fits && number > records.size() - std::min<size_t>(records.size(), kFullFileSlack) &&
+                (section.cut_bytes != 0 || file_.Full())) {
+                continue;  // counted, but its frame was not
+            }
+            auto at = frame;
+            while (at != frames_.end() && (*at)->End() <= key.offset) ++at;
+            if (!key.fits || at == frames_.end() || !Agrees(section, key, **at)) {
+                if (wrong++ == 0) first_wrong = place;
+                continue;
+            }
+            missing += static_cast<uint32_t>(std::count_if(frame, at, [](const SurveyedFrame* f) { return f->key; }));
+            frame = at + 1;
+        }
+        missing +=
+            static_cast<uint32_t>(std::count_if(frame, frames_.end(), [](const SurveyedFrame* f) { return f->key; }));
+        if (wrong == 0 && (missing == 0 || section.cut_key_frames != 0)) return;
+        Add(Level::Error, "key-frames", wrong != 0 ? first_wrong : base,
+            FormatText("section %u:%u: %u key-frame records do not fit the stream, %u key frames have none",
+                       section.file, section.number, wrong, missing),
+            "seeking in this section jumps to wrong places or fails", Mend::File);
+    }
+
+    bool Agrees(const Section& section, const KeyFrame& key, const SurveyedFrame& frame) const {
+        const bool first = key.record.m_u32KeyFilePos == 0;
+        const uint64_t begin = first ? section.Begin() : frame.offset;
+        const uint32_t time = first ? section.Start() : frame.time;
+        const bool kind = frame.video && (frame.key || key.record.m_u8KeyFrameType == RECORD_KEY_FRAME_VIRTUAL);
+        return kind && key.offset == begin && frame.End() - begin == key.record.m_u32KeyFrameLenth &&
+               key.record.m_u32KeyFrameTime == time;
+    }
+
+    void CheckTimes(const Section& section, uint64_t place) {
+        if (frames_.empty()) return;
+        const uint64_t first = frames_.front()->time;
+        const uint64_t last = frames_.back()->time;
+        const bool starts = section.Start() <= first && first <= uint64_t{section.Start()} + kStartSlack;
+        const bool ends = section.head.m_u32RecordEndTime <= last + kEndSlack + (section.cut_bytes != 0 ? 1 : 0) &&
+                          last <= std::max(uint64_t{section.head.m_u32RecordEndTime},
+                                           uint64_t{section.Start()} + (frames_.size() == 1 ? kStartSlack : 0));
+        if (starts && (ends || Ahead(section, section.head.m_u32FrameSum, frames_.size()))) return;
+        AddHead(Level::Error, "section-times", place, NameOf(section) + " has other times than its stream",
+                "footage is listed at a wrong time");
+    }
+
+    void CheckParameters(const Section& section, const StreamRun& run, uint64_t place) {
+        if (!run.parameters) return;
+        const StreamParameters& stream = *run.parameters;
+        const RecordInfoHead_S& head = section.head;
+        const uint8_t codec =
+            stream.video_type == record_file::kStreamH265 ? CODE_VIDEO_H265 & 0xFF : CODE_VIDEO_H264 & 0xFF;
+        if (head.m_u16Width == stream.width && head.m_u16Height == stream.height &&
+            head.m_u8Frame == stream.frame_rate && head.m_u8VideoType == codec) {
+            return;
+        }
+        AddHead(Level::Error, "section-format", place, NameOf(section) + " has another picture format than its stream",
+                "players may show it wrong");
+    }
+
+    // Frames that no section holds.
+    void CheckCovered() {
+        std::vector<Part> open;
+        uint64_t covered = 0;
+        for (const Section* section : sections_) {
+            if (!section->Usable()) continue;
+            if (section->Begin() > covered) open.push_back({covered, section->Begin()});
+            covered = std::max(covered, section->Limit());
+        }
+        if (file_.Length() > covered) open.push_back({covered, file_.Length()});
+        for (const Part& part : open) {
+            size_t frames = 0;
+            for (const StreamRun& run : survey_.runs) {
+                for (const SurveyedFrame& f : run.frames)
+                    frames += f.offset >= part.begin && f.offset < part.end ? 1 : 0;
+            }
+            const bool behind_last = file_.head.m_u32RecordSectionSum == RECORD_SECTION_MAX;
+            if (frames != 0) {
+                Add(behind_last ? Level::Remark : Level::Error, "footage-unlisted", part.begin,
+                    FormatText("%zu frames from %llu to %llu lie in no section", frames,
+                               static_cast<unsigned long long>(part.begin), static_cast<unsigned long long>(part.end)),
+                    "this footage is there but not listed", Mend::File);
+            } else if (part.end == file_.Length()) {
+                AddHead(Level::Error, "file-length", FileHeadOffset(file_.number),
+                        FormatText("file %u counts %llu bytes behind its last footage", file_.number,
+                                   static_cast<unsigned long long>(part.end - part.begin)),
+                        "footage may have been lost there; that much space is not recorded into");
+            } else {
+                Add(Level::Remark, "stretch-empty", part.begin,
+                    FormatText("%llu bytes lie in no section and hold no footage",
+                               static_cast<unsigned long long>(part.end - part.begin)),
+                    "none", Mend::Nothing);
+            }
+        }
+    }
+
+    // Slots that count and hold no section: normal when their number was used up, or already told as unlisted.
+    void CheckSlots() {
+        for (const Section* section : sections_) {
+            if (section->Usable()) continue;
+            AddHead(Level::Remark, "section-slot", SectionHeadOffset(section->file, section->number),
+                    NameOf(*section) + " is not used: " + FaultText(section->fault),
+                    "none, unless frames are named as unlisted");
+            findings_.back().mend = Mend::Nothing;
+        }
+    }
+
+    void CheckSums() {
+        uint32_t keys = 0;
+        uint32_t start = UINT32_MAX;
+        uint32_t end = 0;
+        for (const Section* section : sections_) {
+            if (!section->Usable()) continue;
+            keys = std::max(keys, section->head.m_u32StartKeyFramePos / uint32_t{sizeof(KeyFrameInfoHead_S)} +
+                                      section->head.m_u32KeyFrameSum);
+            start = std::min(start, section->Start());
+            end = std::max(end, section->End());
+        }
+        const RecordFileInfoHead_S& head = file_.head;
+        if (start == UINT32_MAX) return;
+        const bool keys_fit = keys == head.m_u32RecordKeyFrameSum || sections_.back()->cut_bytes != 0;
+        const bool times_fit =
+            start == head.m_u32RecordStartTime && head.m_u32RecordEndTime >= head.m_u32RecordStartTime &&
+            head.m_u32RecordEndTime + uint64_t{1} >= end && head.m_u32RecordEndTime <= uint64_t{end} + kClockStepBack;
+        if (keys_fit && times_fit) return;
+        AddHead(Level::Error, "file-sums", FileHeadOffset(file_.number),
+                FormatText("the head of file %u says %u key frames from %u to %u, its sections %u from %u to %u",
+                           file_.number, head.m_u32RecordKeyFrameSum, head.m_u32RecordStartTime,
+                           head.m_u32RecordEndTime, keys, start, end),
+                "new footage may be indexed at wrong places");
+    }
+
+    // What a power cut left behind the heads.
+    void CheckBehind(const StoreFile& record) {
+        const Survey behind = SurveyStream(record, file_.Length(), kSurveyLimit, false);
+        if (behind.runs.empty() || behind.runs.front().begin != file_.Length()) return;
+        const StreamRun& run = behind.runs.front();
+        const bool newer = uint64_t{run.first_time} + kClockStepBack >= file_.head.m_u32RecordEndTime;
+        const StreamRun* last = survey_.runs.empty() ? nullptr : &survey_.runs.back();
+        const bool goes_on = last != nullptr && run.first_clock > last->last_clock &&
+                             run.first_clock - last->last_clock <= 10 * kClockPerFrame;
+        if (!newer || !(run.headed || goes_on)) return;
+        Add(Level::Remark, "footage-uncounted", run.begin,
+            FormatText("%u pictures (%s) lie behind what the heads count, as after a power cut", run.video_frames,
+                       Duration(run.last_time - run.first_time).c_str()),
+            "they are not listed, and are written over when recording goes on", Mend::File);
+    }
+
+    const CardIndex& index_;
+    const FileState& file_;
+    std::string name_;
+    Findings& findings_;
+    Survey survey_;
+    std::vector<const Section*> sections_;
+    std::vector<const SurveyedFrame*> frames_;  // of the section at hand
+};
+
+}  // namespace
+
+void CheckRecordFile(const CardIndex& index, const FileState& file, Findings& findings,
+                     const SurveyProgress& progress) {
+    FileCheck(index, file, findings).Run(index.OpenRecordFile(file.number), progress);
+}
+
+}  // namespace card

@@ -1,0 +1,205 @@
+#include "check/StoreCheck.h"
+
+#include <algorithm>
+
+#include "FormatText.h"
+#include "check/FileCheck.h"
+#include "index/CardIndex.h"
+#include "text/TimeText.h"
+
+namespace card {
+
+namespace {
+
+using Level = Finding::Level;
+using Mend = Finding::Mend;
+
+// The store as a whole.
+class StoreCheck {
+  public:
+    StoreCheck(const Volume& volume, const CheckProgress& progress)
+        : volume_(volume), index_(volume), progress_(progress) {}
+
+    Findings Run() {
+        CheckFiles();
+        CheckSystem();
+        CheckRing();
+        uint64_t total = 0;
+        for (const FileState& file : index_.Files()) total += file.Usable() ? file.Length() : 0;
+        uint64_t done = 0;
+        for (const FileState& file : index_.Files()) {
+            if (!file.Usable() || !volume_.Has(Volume::RecordFileName(file.number))) continue;
+            CheckRecordFile(index_, file, findings_, [&](uint64_t bytes) {
+                done += bytes;
+                if (progress_) progress_(done, total);
+            });
+        }
+        CheckEvents();
+        return std::move(findings_);
+    }
+
+  private:
+    void Add(Level level, const char* kind, std::string place, uint64_t offset, std::string what,
+             const char* consequence, Mend mend, uint32_t file = 0) {
+        findings_.push_back({level, kind, std::move(place), offset, std::move(what), consequence, mend, file});
+    }
+
+    void CheckSize(const std::string& name, uint64_t wanted, const char* consequence) {
+        if (!volume_.Has(name)) {
+            Add(Level::Error, "file-missing", name, 0, name + " is missing", consequence, Mend::Volume);
+            return;
+        }
+        const StoreFile file = volume_.OpenFile(name);
+        const bool may_grow = name == RECORD_EVENT_NAME;
+        if ((file.Size() == wanted || (may_grow && file.Size() > wanted)) && file.Reachable() == file.Size()) return;
+        Add(Level::Error, "file-size", name, 0,
+            FormatText("%s has %llu bytes, %llu of them reachable, and should have %llu", name.c_str(),
+                       static_cast<unsigned long long>(file.Size()), static_cast<unsigned long long>(file.Reachable()),
+                       static_cast<unsigned long long>(wanted)),
+            consequence, Mend::Volume);
+    }
+
+    bool Contradicts() const {
+        const RecordSystemInfoHead_S& system = index_.System();
+        return system.m_u32RecordSpaceSize != system.m_u32RecordFileSum << RECORD_FILE_SIZE_SHIFT ||
+               system.m_u32SystemInfoCrc != RECORD_SYSTEM_CHECK_WORD;
+    }
+
+    void CheckFiles() {
+        CheckSize(RECORD_INDEX_NAME, record_file::kFixedFileSize, "recordings may have no room in the index");
+        CheckSize(RECORD_EVENT_NAME, record_file::kFixedFileSize, "alarms are not marked");
+        for (uint32_t number = 0; number < index_.FileCount(); ++number) {
+            if (Contradicts() && !volume_.Has(Volume::RecordFileName(number))) break;  // it is the head that is wrong
+            CheckSize(Volume::RecordFileName(number), RECORD_FILE_SIZE,
+                      "what it held is not found, and recording stops there");
+        }
+    }
+
+    void CheckSystem() {
+        const RecordSystemInfoHead_S& system = index_.System();
+        const uint32_t count = system.m_u32RecordFileSum;
+        const auto add = [this](const char* kind, std::string what, const char* consequence) {
+            Add(Level::Error, kind, RECORD_INDEX_NAME, 0, std::move(what), consequence, Mend::System);
+        };
+        const bool fewer = Contradicts() && count != 0 && !volume_.Has(Volume::RecordFileName(count - 1));
+        if (count == 0 || count != index_.FileCount() || fewer || volume_.Has(Volume::RecordFileName(count))) {
+            add("system-files",
+                FormatText("the system head counts %u record files, which is not what the card has", count),
+                "files are left out, or recording runs into files that are not there");
+        }
+        if (Contradicts()) {
+            add("system-head", "the system head contradicts itself", "the camera shows wrong sizes");
+        }
+        if (system.m_u32RecordUsedFileSum > count) {
+            add("system-used",
+                FormatText("the system head counts %u used files of %u", system.m_u32RecordUsedFileSum, count),
+                "the camera shows wrong sizes");
+        }
+    }
+
+    // Only the current file may be neither empty nor full; an empty one only follows when the ring was never round.
+    void CheckRing() {
+        const uint32_t count = index_.FileCount();
+        const uint32_t current = index_.System().m_u32RecordFileNo;
+        if (current >= count) {
+            Add(Level::Error, "system-current", RECORD_INDEX_NAME, 28,
+                FormatText("the current file is number %u of %u", current, count), "recording cannot go on",
+                Mend::System);
+        }
+        const bool lapped = index_.System().m_u32RecordUsedFileSum >= count;
+        bool any = false;
+        for (const FileState& file : index_.Files()) {
+            any = any || !file.empty;
+            const uint64_t place = record_file::FileHeadOffset(file.number);
+            if (file.fault != FileState::Fault::None) {
+                Add(Level::Error, "file-head", RECORD_INDEX_NAME, place,
+                    FormatText("file %u: %s", file.number, FaultText(file.fault)), "nothing of this file is listed",
+                    Mend::File, file.number);
+            } else if (file.empty && file.number != current && (lapped || file.number < current)) {
+                Add(Level::Error, "file-head", RECORD_INDEX_NAME, place,
+                    FormatText("file %u was recorded, but its head is empty", file.number),
+                    "nothing of this file is listed", Mend::File, file.number);
+            } else if (file.empty && file.number == current) {
+                CheckFresh(file.number, place);
+            } else if (file.Usable() && !file.Full() && file.number != current) {
+                Add(Level::Error, "file-short", RECORD_INDEX_NAME, place,
+                    FormatText("file %u is not full, though recording went on elsewhere", file.number),
+                    "part of its footage may not be listed, or recording goes on in the wrong file", Mend::File,
+                    file.number);
+            }
+        }
+        if (current < count && any && index_.Files()[current].empty) CheckBeforeCurrent(current, count);
+    }
+
+    void CheckBeforeCurrent(uint32_t current, uint32_t count) {
+        const FileState& before = index_.Files()[(current + count - 1) % count];
+        if (before.Full() || before.fault != FileState::Fault::None) return;
+        Add(Level::Error, "system-current", RECORD_INDEX_NAME, 28,
+            FormatText("the current file is number %u, but the one before it is not full", current),
+            "recording would go on in the wrong file", Mend::System);
+    }
+
+    // An empty head of the current file is right until its first frame; footage newer than the rest says that it is
+    // lost.
+    void CheckFresh(uint32_t number, uint64_t place) {
+        const std::string name = Volume::RecordFileName(number);
+        if (!volume_.Has(name)) return;
+        const Survey survey = SurveyStream(volume_.OpenFile(name), 0, kSurveyLimit, false);
+        if (survey.runs.empty() || survey.runs.front().begin != 0 || !survey.runs.front().headed) return;
+        const size_t present = PresentRuns(survey);
+        const uint32_t first = survey.runs.front().first_time;
+        const uint32_t last = survey.runs[present - 1].last_time;
+        const std::optional<uint32_t> newest = index_.Newest();
+        if (newest && uint64_t{first} + kClockStepBack < *newest) return;
+        if (!newest && volume_.Fat() != nullptr && number == 0) return;  // what lay there before the card was formatted
+        const bool cut = last - first <= kClockStepBack;
+        Add(cut ? Level::Remark : Level::Error, cut ? "footage-uncounted" : "file-head", RECORD_INDEX_NAME, place,
+            FormatText("file %u holds %s of new footage, but its head is empty", number,
+                       Duration(last - first).c_str()),
+            "it is not listed, and is written over when recording goes on", Mend::File, number);
+    }
+
+    void CheckEvents() {
+        if (!volume_.Has(RECORD_EVENT_NAME)) return;
+        const StoreFile events = volume_.OpenFile(RECORD_EVENT_NAME);
+        for (const FileState& file : index_.Files()) {
+            if (file.number >= ALARM_EVENT_FILE_MAX) break;
+            const uint64_t place = record_file::EventHeadOffset(file.number);
+            const auto head = events.Get<AlarmEventHead_S>(place);
+            if (!head || head->m_u32AlarmEventFlag == 0) continue;
+            if (head->m_u32AlarmEventFlag != ALARM_EVENT_FLAG || head->m_u32AlarmFileNo != file.number ||
+                head->m_u32AlarmEventSum > ALARM_EVENT_MAX) {
+                Add(Level::Error, "event-head", RECORD_EVENT_NAME, place,
+                    FormatText("the event head of file %u is damaged", file.number),
+                    "the alarms of this file are not listed", Mend::Events, file.number);
+            }
+        }
+        for (const Event& event : index_.AllEvents()) {
+            if (!event.fits) CheckStrayEvent(event);
+        }
+    }
+
+    void CheckStrayEvent(const Event& event) {
+        const FileState& file = index_.Files()[event.file];
+        const bool stale =
+            event.record.m_u32AlarmEventFlag == ALARM_RECORD_FLAG && event.End() < file.head.m_u32RecordStartTime;
+        const uint64_t place = record_file::EventOffset(event.file, event.slot);
+        Add(stale ? Level::Remark : Level::Error, "event", RECORD_EVENT_NAME, place,
+            FormatText("event %u of file %u %s", event.slot, event.file,
+                       stale ? "is left over from an earlier lap" : "does not fit its file"),
+            stale ? "none" : "this alarm is not listed", Mend::Events, event.file);
+    }
+
+    const Volume& volume_;
+    CardIndex index_;
+    CheckProgress progress_;
+    Findings findings_;
+};
+
+}  // namespace
+
+Findings CheckStore(const Volume& volume, const CheckProgress& progress) {
+    return StoreCheck(volume, progress).Run();
+}
+
+}  // namespace card

@@ -1,0 +1,73 @@
+#include "export/OutputFiles.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+#include "text/Error.h"
+#include "volume/Volume.h"
+
+namespace card {
+
+std::string FolderOf(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+void RequireOutside(const Volume& volume, const std::string& path) {
+    struct stat folder {
+    }, card{};
+    const std::string name = FolderOf(path);
+    if (stat(name.c_str(), &folder) != 0 || stat(volume.Path().c_str(), &card) != 0) return;
+    if (folder.st_dev != card.st_dev || folder.st_ino != card.st_ino) return;
+    throw CardError(name + " is the card itself, which is only read; choose another folder", kUsage);
+}
+
+OutputFiles::OutputFiles(std::string path, bool overwrite) : path_(std::move(path)), overwrite_(overwrite) {
+    RequireFree(path_);
+}
+
+OutputFiles::~OutputFiles() {
+    for (size_t i = committed_; i < temporary_.size(); ++i) unlink(temporary_[i].c_str());
+}
+
+std::string OutputFiles::Name(size_t part) const {
+    if (part == 0) return path_;
+    const size_t slash = path_.rfind('/');
+    size_t dot = path_.rfind('.');
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) dot = path_.size();
+    return path_.substr(0, dot) + "-" + std::to_string(part + 1) + path_.substr(dot);
+}
+
+void OutputFiles::RequireFree(const std::string& name) const {
+    if (overwrite_ || access(name.c_str(), F_OK) != 0) return;
+    throw CardError(name + " is there already; --force overwrites it", kUsage);
+}
+
+const std::string& OutputFiles::Next() {
+    const std::string name = Name(final_.size());
+    RequireFree(name);
+    const std::string temporary = name + "." + std::to_string(getpid()) + ".part";
+    const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd < 0) throw SystemError(name, errno);
+    close(fd);
+    final_.push_back(name);
+    temporary_.push_back(temporary);
+    return temporary_.back();
+}
+
+void OutputFiles::Commit() {
+    for (; committed_ < temporary_.size(); ++committed_) {
+        RequireFree(final_[committed_]);  // somebody else may have been faster
+        if (std::rename(temporary_[committed_].c_str(), final_[committed_].c_str()) != 0) {
+            throw SystemError(final_[committed_], errno);
+        }
+    }
+}
+
+}  // namespace card

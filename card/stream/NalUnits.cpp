@@ -1,0 +1,128 @@
+#include "stream/NalUnits.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace card {
+
+namespace {
+
+constexpr uint8_t kStartCode[4] = {0, 0, 0, 1};
+
+enum H264Type { kH264FirstSlice = 1, kH264Idr = 5, kH264Sps = 7, kH264Pps = 8 };
+enum H265Type {
+    kH265FirstRadl = 6,
+    kH265LastRadl = 7,
+    kH265FirstIrap = 16,
+    kH265LastIdr = 20,
+    kH265LastIrap = 21,
+    kH265Vps = 32,
+    kH265Pps = 34
+};
+
+int TypeOf(VideoCodec codec, ByteView nal) {
+    if (nal.empty()) return -1;
+    return codec == VideoCodec::H264 ? nal[0] & 0x1F : nal[0] >> 1 & 0x3F;
+}
+
+// Offset of the next 00 00 01 at or behind `from`; the size when there is none.
+size_t FindStartCode(ByteView stream, size_t from) {
+    for (size_t at = from + 2; at < stream.size(); ++at) {
+        const void* found = std::memchr(stream.data() + at, 1, stream.size() - at);
+        if (found == nullptr) break;
+        at = static_cast<size_t>(static_cast<const uint8_t*>(found) - stream.data());
+        if (stream[at - 1] == 0 && stream[at - 2] == 0) return at - 2;
+    }
+    return stream.size();
+}
+
+void Append(std::vector<uint8_t>& bytes, ByteView nal) {
+    bytes.insert(bytes.end(), std::begin(kStartCode), std::end(kStartCode));
+    bytes.insert(bytes.end(), nal.begin(), nal.end());
+}
+
+}  // namespace
+
+void ForEachNal(ByteView stream, const std::function<void(ByteView nal)>& visit) {
+    size_t start = FindStartCode(stream, 0);
+    while (start < stream.size()) {
+        const size_t begin = start + 3;
+        start = FindStartCode(stream, begin);
+        size_t end = start;
+        while (end > begin && stream[end - 1] == 0) --end;
+        if (end > begin) visit(stream.subspan(begin, end - begin));
+    }
+}
+
+bool IsParameterSet(VideoCodec codec, ByteView nal) {
+    const int type = TypeOf(codec, nal);
+    return codec == VideoCodec::H264 ? type == kH264Sps || type == kH264Pps : type >= kH265Vps && type <= kH265Pps;
+}
+
+bool IsRandomAccess(VideoCodec codec, ByteView unit) {
+    bool found = false;
+    ForEachNal(unit, [&](ByteView nal) {
+        const int type = TypeOf(codec, nal);
+        found = found ||
+                (codec == VideoCodec::H264 ? type == kH264Idr || type == kH264Sps
+                                           : (type >= kH265FirstIrap && type <= kH265LastIrap) || type == kH265Vps);
+    });
+    return found;
+}
+
+SliceRole RoleOf(VideoCodec codec, ByteView unit) {
+    SliceRole role = SliceRole::None;
+    const bool h264 = codec == VideoCodec::H264;
+    ForEachNal(unit, [&](ByteView nal) {
+        const int type = TypeOf(codec, nal);
+        const bool slice = h264 ? type >= kH264FirstSlice && type <= kH264Idr : type < kH265Vps;
+        if (!slice || role != SliceRole::None) return;
+        if (h264 ? type == kH264Idr : type >= kH265FirstIrap && type <= kH265LastIdr) {
+            role = SliceRole::SequenceStart;
+        } else if (!h264 && type >= kH265FirstRadl && type <= kH265LastRadl) {
+            role = SliceRole::DecodableLeading;
+        } else {
+            role = SliceRole::Other;
+        }
+    });
+    return role;
+}
+
+std::vector<uint8_t> ParameterSets(VideoCodec codec, ByteView unit) {
+    std::vector<uint8_t> bytes;
+    std::vector<ByteView> taken;
+    ForEachNal(unit, [&](ByteView nal) {
+        if (!IsParameterSet(codec, nal)) return;
+        for (const ByteView other : taken) {
+            if (std::equal(other.begin(), other.end(), nal.begin(), nal.end())) return;
+        }
+        taken.push_back(nal);
+        Append(bytes, nal);
+    });
+    return bytes;
+}
+
+std::vector<uint8_t> WithoutParameterSets(VideoCodec codec, ByteView unit) {
+    std::vector<uint8_t> bytes;
+    bytes.reserve(unit.size() + sizeof kStartCode);
+    ForEachNal(unit, [&](ByteView nal) {
+        if (!IsParameterSet(codec, nal)) Append(bytes, nal);
+    });
+    return bytes;
+}
+
+std::optional<AacFrame> FirstAacFrame(ByteView payload) {
+    if (payload.empty()) return std::nullopt;
+    const bool has_header = payload.size() >= 7 && payload[0] == 0xFF && (payload[1] & 0xF6) == 0xF0;
+    if (!has_header) return AacFrame{payload, static_cast<uint32_t>(payload.size()), {}, {}, {}};
+    const uint32_t header = (payload[1] & 1) != 0 ? 7 : 9;  // 9: with a check sum
+    const uint32_t size = (payload[3] & 3u) << 11 | payload[4] << 3 | payload[5] >> 5;
+    if (size <= header || size > payload.size()) return std::nullopt;
+    AacFrame frame{payload.subspan(header, size - header), size, {}, {}, {}};
+    frame.object = static_cast<uint8_t>((payload[2] >> 6) + 1);
+    frame.frequency = static_cast<uint8_t>(payload[2] >> 2 & 0x0F);
+    frame.channels = static_cast<uint8_t>((payload[2] & 1) << 2 | payload[3] >> 6);
+    return frame;
+}
+
+}  // namespace card

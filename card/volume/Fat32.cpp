@@ -1,0 +1,281 @@
+#include "volume/Fat32.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "text/Error.h"
+
+namespace card {
+
+namespace {
+
+constexpr uint32_t kFirstCluster = 2;
+constexpr uint32_t kEndMark = 0x0FFFFFF8;  // and everything above
+constexpr uint32_t kBadMark = 0x0FFFFFF7;
+constexpr uint32_t kEntryMask = 0x0FFFFFFF;
+constexpr uint32_t kRootBytesMax = 4u << 20;  // twice what a directory may have
+constexpr size_t kSector = 512;
+constexpr size_t kDirectoryEntry = 32;
+constexpr uint8_t kLongName = 0x0F;
+
+uint32_t Get16(const uint8_t* at) {
+    return at[0] | at[1] << 8;
+}
+uint32_t Get32(const uint8_t* at) {
+    return Get16(at) | Get16(at + 2) << 16;
+}
+
+bool PowerOfTwo(uint32_t value) {
+    return value != 0 && (value & (value - 1)) == 0;
+}
+
+std::string CutBlanks(const uint8_t* at, size_t length) {
+    std::string text(reinterpret_cast<const char*>(at), length);
+    text.erase(text.find_last_not_of(' ') + 1);
+    return text;
+}
+
+uint8_t ShortNameChecksum(const uint8_t* name) {
+    uint8_t sum = 0;
+    for (int i = 0; i < 11; ++i) sum = static_cast<uint8_t>((sum << 7 | sum >> 1) + name[i]);
+    return sum;
+}
+
+std::string ReadableShortName(const uint8_t* entry) {
+    const std::string base = CutBlanks(entry, 8);
+    const std::string extension = CutBlanks(entry + 8, 3);
+    return extension.empty() ? base : base + "." + extension;
+}
+
+// Gathers the parts of one long name; they stand in front of their short entry, last part first.
+class LongName {
+  public:
+    void Add(const uint8_t* entry) {
+        const uint8_t part = entry[0] & 0x3F;
+        const bool last = (entry[0] & 0x40) != 0;
+        if (part == 0 || part > 20) return Clear();
+        if (last) {
+            text_.clear();
+            checksum_ = entry[13];
+        } else if (part + 1 != expected_ || checksum_ != entry[13]) {
+            return Clear();
+        }
+        expected_ = part;
+        text_.insert(0, PartText(entry));
+    }
+    void Clear() {
+        expected_ = 0;
+        text_.clear();
+    }
+    bool BelongsTo(const uint8_t* entry) const {
+        return expected_ == 1 && !text_.empty() && checksum_ == ShortNameChecksum(entry);
+    }
+    const std::string& Text() const { return text_; }
+
+  private:
+    static std::string PartText(const uint8_t* entry) {
+        static constexpr uint8_t kPlaces[13] = {1, 3, 5, 7, 9, 14, 16, 18, 20, 22, 24, 28, 30};
+        std::string text;
+        for (const uint8_t place : kPlaces) {
+            const uint32_t character = Get16(entry + place);
+            if (character == 0 || character == 0xFFFF) break;
+            text += character < 0x80 ? static_cast<char>(character) : '?';
+        }
+        return text;
+    }
+
+    int expected_ = 0;  // number of the latest part; 1: complete
+    uint8_t checksum_ = 0;
+    std::string text_;
+};
+
+DirectoryEntry EntryFrom(const uint8_t* bytes, const LongName& long_name, uint64_t offset) {
+    DirectoryEntry entry;
+    entry.long_name_ok = long_name.BelongsTo(bytes);
+    entry.name = entry.long_name_ok ? long_name.Text() : ReadableShortName(bytes);
+    entry.short_name.assign(reinterpret_cast<const char*>(bytes), 11);
+    entry.attributes = bytes[11];
+    entry.first_cluster = (Get16(bytes + 20) << 16 | Get16(bytes + 26)) & kEntryMask;
+    entry.size = Get32(bytes + 28);
+    entry.offset = offset;
+    return entry;
+}
+
+}  // namespace
+
+uint64_t FatGeometry::FatOffset(uint32_t copy) const {
+    return base + (reserved_sectors + uint64_t{copy} * sectors_per_fat) * bytes_per_sector;
+}
+
+uint64_t FatGeometry::ClusterOffset(uint32_t cluster) const {
+    return FatOffset(fats) + uint64_t{cluster - kFirstCluster} * ClusterBytes();
+}
+
+Fat32::Fat32(const Device& device) : device_(&device) {
+    if (!FindVolume()) {
+        throw CardError(device.Path() +
+                        " holds no FAT32 volume that could be read. Is it a card that a camera has formatted? "
+                        "\"recordcard repair\" finds recordings on a damaged card.");
+    }
+    ReadRoot();
+}
+
+bool Fat32::FindVolume() {
+    if (TakeBootSector(0, 0)) return true;
+    std::vector<uint64_t> bases = {0};
+    uint8_t table[kSector];
+    if (device_->ReadAt(0, table, sizeof table) == sizeof table && Get16(table + 510) == 0xAA55) {
+        for (const uint8_t* part = table + 446; part != table + 510; part += 16) {
+            const bool fat32 = part[4] == 0x0B || part[4] == 0x0C;
+            if (fat32) bases.push_back(uint64_t{Get32(part + 8)} * kSector);
+        }
+    }
+    for (const uint64_t base : bases) {
+        if (base != 0 && TakeBootSector(base, base)) return true;
+    }
+    from_backup_ = true;
+    for (const uint64_t base : bases) {
+        for (const uint32_t sector_bytes : {512u, 1024u, 2048u, 4096u}) {
+            for (const uint32_t backup : {3u, 6u}) {
+                if (TakeBootSector(base, base + uint64_t{backup} * sector_bytes)) return true;
+            }
+        }
+    }
+    return false;
+}
+
+// Takes the boot sector at `offset` when it describes a volume that begins at `base`.
+bool Fat32::TakeBootSector(uint64_t base, uint64_t offset) {
+    uint8_t boot[kSector];
+    if (device_->ReadAt(offset, boot, sizeof boot) != sizeof boot) return false;
+    FatGeometry g{};
+    g.base = base;
+    g.bytes_per_sector = Get16(boot + 11);
+    g.sectors_per_cluster = boot[13];
+    g.reserved_sectors = Get16(boot + 14);
+    g.fats = boot[16];
+    g.total_sectors = Get32(boot + 32);
+    g.sectors_per_fat = Get32(boot + 36);
+    g.root_cluster = Get32(boot + 44) & kEntryMask;
+    g.info_sector = Get16(boot + 48);
+    g.backup_sector = Get16(boot + 50);
+    g.volume_id = Get32(boot + 67);
+    g.label = CutBlanks(boot + 71, 11);
+    const bool fat32 = Get16(boot + 510) == 0xAA55 && std::memcmp(boot + 82, "FAT32   ", 8) == 0 &&
+                       Get16(boot + 17) == 0 && Get16(boot + 22) == 0;
+    if (!fat32 || !PowerOfTwo(g.bytes_per_sector) || g.bytes_per_sector < 512 || g.bytes_per_sector > 4096 ||
+        !PowerOfTwo(g.sectors_per_cluster) || g.reserved_sectors == 0 || g.fats == 0 || g.fats > 2) {
+        return false;
+    }
+    const uint64_t data_sector = g.reserved_sectors + uint64_t{g.fats} * g.sectors_per_fat;
+    const uint64_t entries = uint64_t{g.sectors_per_fat} * g.bytes_per_sector / 4;
+    if (data_sector >= g.total_sectors || entries <= kFirstCluster) return false;
+    const uint64_t by_space = (g.total_sectors - data_sector) / g.sectors_per_cluster;
+    g.clusters =
+        static_cast<uint32_t>(std::min({by_space, entries - kFirstCluster, uint64_t{kBadMark - kFirstCluster}}));
+    if (g.root_cluster < kFirstCluster || g.root_cluster - kFirstCluster >= g.clusters) return false;
+    if (g.ClusterOffset(g.root_cluster) >= device_->Size()) return false;
+    geometry_ = g;
+    return true;
+}
+
+const Fat32::TableWindow& Fat32::Window(uint32_t copy, uint32_t cluster) const {
+    TableWindow& window = windows_[copy];
+    const uint32_t first = cluster / kWindowEntries * kWindowEntries;
+    if (window.first != first) {
+        window.entries.resize(kWindowEntries);
+        const uint64_t offset = geometry_.FatOffset(copy) + uint64_t{first} * 4;
+        const uint64_t table_end = geometry_.FatOffset(copy + 1);
+        const size_t length = std::min<uint64_t>(kWindowEntries * 4, table_end - offset);
+        window.count = static_cast<uint32_t>(device_->ReadAt(offset, window.entries.data(), length) / 4);
+        window.first = first;
+    }
+    return window;
+}
+
+std::optional<uint32_t> Fat32::Entry(uint32_t copy, uint32_t cluster) const {
+    if (copy >= geometry_.fats || cluster >= geometry_.clusters + kFirstCluster) return std::nullopt;
+    const TableWindow& window = Window(copy, cluster);
+    if (cluster - window.first >= window.count) return std::nullopt;
+    return window.entries[cluster - window.first] & kEntryMask;
+}
+
+Chain Fat32::Follow(uint32_t first_cluster, uint32_t max_clusters, uint32_t copy) const {
+    Chain chain;
+    const uint32_t limit = std::min(max_clusters, geometry_.clusters);
+    const uint32_t cluster_bytes = geometry_.ClusterBytes();
+    chain.last_cluster = first_cluster;
+    for (uint32_t cluster = first_cluster;;) {
+        if (cluster >= kEndMark && chain.clusters != 0) return chain;
+        if (cluster == 0 || cluster == kBadMark || cluster < kFirstCluster ||
+            cluster - kFirstCluster >= geometry_.clusters) {
+            chain.end = cluster == 0 ? ChainEnd::Free : cluster == kBadMark ? ChainEnd::Bad : ChainEnd::OutOfRange;
+            return chain;
+        }
+        if (chain.clusters == limit) {
+            chain.end = ChainEnd::TooLong;
+            return chain;
+        }
+        const uint64_t offset = geometry_.ClusterOffset(cluster);
+        if (!chain.extents.empty() && chain.extents.back().offset + chain.extents.back().length == offset) {
+            chain.extents.back().length += cluster_bytes;
+        } else {
+            chain.extents.push_back({offset, cluster_bytes});
+        }
+        ++chain.clusters;
+        chain.bytes += cluster_bytes;
+        chain.last_cluster = cluster;
+        const std::optional<uint32_t> next = Entry(copy, cluster);
+        cluster = next ? *next : 1;  // behind the end of a cut table: no cluster
+    }
+}
+
+Chain Fat32::FileChain(const DirectoryEntry& entry) const {
+    if (entry.size == 0) return Chain{};
+    const uint32_t cluster_bytes = geometry_.ClusterBytes();
+    const uint32_t needed = static_cast<uint32_t>((uint64_t{entry.size} + cluster_bytes - 1) / cluster_bytes);
+    Chain first = Follow(entry.first_cluster, needed, 0);
+    if (first.bytes >= entry.size || geometry_.fats < 2) return first;
+    Chain second = Follow(entry.first_cluster, needed, 1);
+    return second.bytes > first.bytes ? second : first;
+}
+
+Chain Fat32::RootChain() const {
+    const Chain first = Follow(geometry_.root_cluster, kRootBytesMax / geometry_.ClusterBytes() + 1, 0);
+    if (first.end == ChainEnd::EndMark || geometry_.fats < 2) return first;
+    Chain second = Follow(geometry_.root_cluster, kRootBytesMax / geometry_.ClusterBytes() + 1, 1);
+    return second.end == ChainEnd::EndMark || second.bytes > first.bytes ? second : first;
+}
+
+void Fat32::ReadRoot() {
+    LongName long_name;
+    std::vector<uint8_t> bytes;
+    for (const Extent& extent : RootChain().extents) {
+        bytes.resize(extent.length);
+        bytes.resize(device_->ReadAt(extent.offset, bytes.data(), bytes.size()));
+        for (size_t at = 0; at + kDirectoryEntry <= bytes.size(); at += kDirectoryEntry) {
+            const uint8_t* entry = bytes.data() + at;
+            if (entry[0] == 0) return;
+            if (entry[0] == 0xE5) {
+                long_name.Clear();
+            } else if ((entry[11] & 0x3F) == kLongName) {
+                long_name.Add(entry);
+            } else {
+                DirectoryEntry found = EntryFrom(entry, long_name, extent.offset + at);
+                if (!found.IsLabel()) root_.push_back(std::move(found));
+                long_name.Clear();
+            }
+        }
+    }
+}
+
+const DirectoryEntry* Fat32::Find(const std::string& name) const {
+    for (const DirectoryEntry& entry : root_) {
+        if (strcasecmp(entry.name.c_str(), name.c_str()) == 0) return &entry;
+    }
+    return nullptr;
+}
+
+}  // namespace card

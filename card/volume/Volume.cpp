@@ -1,0 +1,134 @@
+#include "volume/Volume.h"
+
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+
+#include "libRecordFile.h"
+#include "text/Error.h"
+
+namespace card {
+
+namespace fs = std::filesystem;
+
+// Calls transfer(offset on the device, bytes done before, bytes) for each part of [offset, offset + length)
+// of the file; stops early when a transfer comes short.
+template <typename Transfer>
+size_t StoreFile::ForEachExtent(uint64_t offset, size_t length, Transfer transfer) const {
+    size_t done = 0;
+    uint64_t begin = 0;  // of the extent, in the file
+    for (const Extent& extent : extents_) {
+        const uint64_t at = offset + done;
+        if (done < length && at < begin + extent.length) {
+            const uint64_t inside = at - begin;
+            const size_t part = static_cast<size_t>(std::min<uint64_t>(length - done, extent.length - inside));
+            const size_t moved = transfer(extent.offset + inside, done, part);
+            done += moved;
+            if (moved != part) break;
+        }
+        begin += extent.length;
+    }
+    return done;
+}
+
+size_t StoreFile::ReadAt(uint64_t offset, void* buffer, size_t length) const {
+    if (offset >= reachable_) return 0;
+    const size_t wanted = static_cast<size_t>(std::min<uint64_t>(length, reachable_ - offset));
+    return ForEachExtent(offset, wanted, [&](uint64_t place, size_t done, size_t part) {
+        return device_->ReadAt(place, static_cast<char*>(buffer) + done, part);
+    });
+}
+
+void StoreFile::WriteAt(uint64_t offset, const void* buffer, size_t length) const {
+    if (offset > reachable_ || length > reachable_ - offset) {
+        throw CardError(name_ + ": a write at byte " + std::to_string(offset) + " would reach behind its end");
+    }
+    ForEachExtent(offset, length, [&](uint64_t place, size_t done, size_t part) {
+        device_->WriteAt(place, static_cast<const char*>(buffer) + done, part);
+        return part;
+    });
+}
+
+void StoreFile::Sync() const {
+    device_->Sync();
+}
+
+Volume Volume::Open(const std::string& path, Access access) {
+    struct stat64 status {};
+    if (stat64(path.c_str(), &status) != 0) {
+        throw SystemError(path, errno);
+    }
+    Volume volume;
+    volume.path_ = path;
+    volume.access_ = access;
+    if (S_ISDIR(status.st_mode)) return volume;
+    volume.device_ = std::make_shared<Device>(Device::OpenCard(path, access));
+    volume.fat_ = std::make_shared<Fat32>(*volume.device_);
+    return volume;
+}
+
+std::vector<std::string> Volume::Names() const {
+    std::vector<std::string> names;
+    if (IsFolder()) {
+        for (const fs::directory_entry& entry : fs::directory_iterator(path_)) {
+            if (entry.is_regular_file()) names.push_back(entry.path().filename().string());
+        }
+    } else {
+        for (const DirectoryEntry& entry : fat_->Root()) {
+            if (!entry.IsDirectory()) names.push_back(entry.name);
+        }
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+bool Volume::Has(const std::string& name) const {
+    if (IsFolder()) return fs::is_regular_file(fs::path(path_) / name);
+    const DirectoryEntry* entry = fat_->Find(name);
+    return entry != nullptr && !entry->IsDirectory();
+}
+
+StoreFile Volume::OpenFile(const std::string& name) const {
+    if (!Has(name)) throw CardError(path_ + " has no file " + name);
+    StoreFile file;
+    file.name_ = name;
+    if (IsFolder()) {
+        file.device_ = std::make_shared<Device>(Device::Open((fs::path(path_) / name).string(), access_));
+        file.size_ = file.reachable_ = file.device_->Size();
+        file.extents_ = {{0, file.size_}};
+        return file;
+    }
+    const DirectoryEntry& entry = *fat_->Find(name);
+    file.device_ = device_;
+    file.size_ = entry.size;
+    uint64_t left = entry.size;
+    for (Extent extent : fat_->FileChain(entry).extents) {
+        const uint64_t on_device = extent.offset < device_->Size() ? device_->Size() - extent.offset : 0;
+        const uint64_t present = std::min(extent.length, on_device);  // a cut image ends inside the volume
+        extent.length = std::min(present, left);
+        if (extent.length == 0) break;
+        file.extents_.push_back(extent);
+        file.reachable_ += extent.length;
+        left -= extent.length;
+    }
+    return file;
+}
+
+std::string Volume::RecordFileName(uint32_t number) {
+    char name[32];
+    std::snprintf(name, sizeof name, RECORD_FILE_NAME, static_cast<int>(number));
+    return name;
+}
+
+uint64_t Volume::TotalBytes() const {
+    if (!IsFolder()) return uint64_t{fat_->Geometry().total_sectors} * fat_->Geometry().bytes_per_sector;
+    struct statvfs64 status {};
+    if (statvfs64(path_.c_str(), &status) != 0) throw SystemError(path_, errno);
+    return uint64_t{status.f_blocks} * status.f_frsize;
+}
+
+}  // namespace card

@@ -1,0 +1,81 @@
+// A record store wherever it lies: a mounted card or any folder, a block device, or an image file.
+//
+// Owns the open device or folder.  Never creates, grows, moves or removes a file; writes only when opened
+// ReadWrite, and then in place.  A Volume belongs to one thread; its StoreFiles may be used by any.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "volume/Device.h"
+#include "volume/Fat32.h"
+
+namespace card {
+
+// One file of the store, open for as long as it lives.  Cheap to copy; may outlive its Volume.
+class StoreFile {
+  public:
+    const std::string& Name() const { return name_; }
+    uint64_t Size() const { return size_; }            // bytes the directory gives it
+    uint64_t Reachable() const { return reachable_; }  // bytes that really are behind it; less when damaged
+
+    // Reads up to `length` bytes at `offset`; less only at Reachable().  Throws CardError when reading fails.
+    size_t ReadAt(uint64_t offset, void* buffer, size_t length) const;
+    // Writes all of it inside Reachable(); throws CardError otherwise, or when the volume is read-only.
+    void WriteAt(uint64_t offset, const void* buffer, size_t length) const;
+    void Sync() const;
+
+    // Where its bytes lie on the device, in order; for a folder one extent of the file itself.
+    const std::vector<Extent>& Extents() const { return extents_; }
+    int Descriptor() const { return device_->Descriptor(); }  // what the extents count in
+
+    // One whole record at `offset`; nothing when the file ends before.
+    template <typename Record>
+    std::optional<Record> Get(uint64_t offset) const {
+        Record record;
+        if (ReadAt(offset, &record, sizeof record) != sizeof record) return std::nullopt;
+        return record;
+    }
+
+  private:
+    friend class Volume;
+    template <typename Transfer>
+    size_t ForEachExtent(uint64_t offset, size_t length, Transfer transfer) const;
+
+    std::string name_;
+    uint64_t size_ = 0;
+    uint64_t reachable_ = 0;
+    std::vector<Extent> extents_;
+    std::shared_ptr<const Device> device_;
+};
+
+class Volume {
+  public:
+    // Throws CardError that says what to do when there is no store to be read at `path`.
+    static Volume Open(const std::string& path, Access access = Access::ReadOnly);
+
+    const std::string& Path() const { return path_; }
+    bool IsFolder() const { return device_ == nullptr; }
+    bool Writable() const { return access_ == Access::ReadWrite; }
+
+    // Files of the root directory or folder, sorted by name; no subfolders.
+    std::vector<std::string> Names() const;
+    bool Has(const std::string& name) const;
+    // The file called `name` (ASCII case does not matter on FAT); throws CardError when there is none.
+    StoreFile OpenFile(const std::string& name) const;
+    static std::string RecordFileName(uint32_t number);  // "hi000000.mp4"
+
+    uint64_t TotalBytes() const;                         // of the card
+    const Device* Raw() const { return device_.get(); }  // null for a folder
+    const Fat32* Fat() const { return fat_.get(); }      // null for a folder
+
+  private:
+    std::string path_;
+    Access access_ = Access::ReadOnly;
+    std::shared_ptr<const Device> device_;
+    std::shared_ptr<const Fat32> fat_;
+};
+
+}  // namespace card

@@ -1,0 +1,227 @@
+// What a check says of cards that are in order, of the leftovers of normal life, and of every kind of damage.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "fixture/CardFixture.h"
+#include "fixture/Place.h"
+#include "fixture/StoreBytes.h"
+#include "index/CardIndex.h"
+#include "repair/Repairer.h"
+
+namespace {
+
+using card::Finding;
+using card::Findings;
+using card::Volume;
+using fixture::Card;
+using fixture::FileHeadAt;
+using fixture::Outcome;
+using fixture::Place;
+using fixture::Recording;
+using fixture::SectionAt;
+using fixture::StoreBytes;
+using fixture::Tool;
+using fixture::Word;
+
+constexpr uint32_t kLarge = 600000;  // bytes a frame: fills a record file in 435 frames
+
+Findings Check(const std::string& path) {
+    return card::CheckAll(Volume::Open(path));
+}
+
+std::string Listed(const Findings& findings) {
+    std::string text;
+    for (const Finding& f : findings) {
+        text += (f.level == Finding::Level::Error ? "error " : "remark ") + f.kind + " " + f.place + " " +
+                std::to_string(f.offset) + ": " + f.what + "\n";
+    }
+    return text;
+}
+
+bool Has(const Findings& findings, const std::string& kind) {
+    return std::any_of(findings.begin(), findings.end(), [&](const Finding& f) { return f.kind == kind; });
+}
+
+const Card kDay{.files = 2,
+                .sections = {{.seconds = 50, .rate = 5, .virtual_every = 0},
+                             {.seconds = 20, .pause = 90, .rate = 5, .width = 720, .height = 480, .virtual_every = 3},
+                             {.seconds = 30, .pause = 1, .rate = 5, .audio = CODE_AUDIO_NULL}},
+                .events = {{.after = 10, .seconds = 5, .type = 1}, {.after = 150, .seconds = 0, .type = 4}}};
+
+TEST(Check, LeavesCardsInOrderAlone) {
+    const Place blank;
+    ASSERT_EQ(Tool({"format", "--yes", "--size", "1536M", blank}).status, 0);
+    EXPECT_EQ(Listed(Check(blank)), "");
+
+    const Place day;
+    kDay.RecordImage(day);
+    EXPECT_EQ(Listed(Check(day)), "");
+    const Outcome outcome = Tool({"check", "--json", day});
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(nlohmann::json::parse(outcome.out).at("clean"), true);
+}
+
+TEST(Check, KnowsTheRing) {
+    // Once round and half a file more: behind the present lap lies the earlier one.
+    const Place place;
+    const Card ring{
+        .files = 2,
+        .sections = {{.seconds = 30, .frame_bytes = kLarge}, {.seconds = 13, .pause = 30, .frame_bytes = kLarge}},
+        .events = {{.after = 31, .seconds = 3}},
+        .keep_units = false};
+    const Recording recording = ring.RecordFolder(place);
+    ASSERT_TRUE(recording.sections.front().overwritten);
+    EXPECT_EQ(Listed(Check(place)), "");
+}
+
+TEST(Check, RemarksOnPowerCuts) {
+    const Place place;
+    const Recording recording = kDay.RecordFolder(place);
+    const fixture::WrittenFrame& last = recording.frames.back();
+    const StoreBytes before(recording, 2);
+    const auto file = Volume::Open(place).OpenFile(RECORD_INDEX_NAME);
+    auto head = *file.Get<RecordFileInfoHead_S>(FileHeadAt(0));
+    auto section = *file.Get<RecordInfoHead_S>(SectionAt(0, 3));
+
+    // Cut between the section head and the file head.
+    head.m_u32RecordFileSumLenth -= last.size;
+    recording.Corrupt(RECORD_INDEX_NAME, FileHeadAt(0), std::string(reinterpret_cast<char*>(&head), sizeof head));
+    EXPECT_EQ(card::Errors(Check(place)), 0u) << Listed(Check(place));
+    EXPECT_TRUE(Has(Check(place), "section-ahead"));
+
+    // Cut behind the stream write.
+    section.m_u32RecordSize -= last.size;
+    section.m_u32FrameSum -= 1;
+    recording.Corrupt(RECORD_INDEX_NAME, SectionAt(0, 3),
+                      std::string(reinterpret_cast<char*>(&section), sizeof section));
+    EXPECT_EQ(card::Errors(Check(place)), 0u) << Listed(Check(place));
+    EXPECT_TRUE(Has(Check(place), "footage-uncounted"));
+    EXPECT_EQ(Tool({"check", place}).status, 0);
+
+    card::RepairLog log;
+    card::RepairStore(Volume::Open(place, card::Access::ReadWrite), log);
+    EXPECT_EQ(Listed(Check(place)), "");
+    EXPECT_EQ(before.Difference(), "");
+}
+
+struct Damage {
+    const char* name;
+    const char* file;
+    uint32_t offset;
+    std::string bytes;
+    const char* kind;
+};
+
+std::vector<Damage> Damages(const Recording& recording) {
+    const char* const index = RECORD_INDEX_NAME;
+    const char* const stream = "hi000000.mp4";
+    const auto start_of = [&](size_t section) {
+        for (const auto& frame : recording.frames) {
+            if (frame.section == section) return frame.offset - 40;
+        }
+        return 0u;
+    };
+    return {
+        {"system flag", index, 0, "XXXX", "index"},
+        {"system head gone", index, 0, std::string(236, '\0'), "index"},
+        {"number of files", index, 20, Word(9), "system-files"},
+        {"used files", index, 24, Word(9), "system-used"},
+        {"current file outside", index, 28, Word(7), "system-current"},
+        {"current file wrong", index, 28, Word(1), "system-current"},
+        {"check word", index, 32, Word(1), "system-head"},
+        {"file flag", index, FileHeadAt(0), "XXXX", "file-head"},
+        {"file head gone", index, FileHeadAt(0), std::string(48, '\0'), "file-head"},
+        {"file number", index, FileHeadAt(0) + 4, Word(1), "file-head"},
+        {"file start", index, FileHeadAt(0) + 8, Word(recording.sections[0].start - 9), "file-sums"},
+        {"file end", index, FileHeadAt(0) + 12, Word(recording.sections[0].start), "file-sums"},
+        {"file length", index, FileHeadAt(0) + 16, Word(200 << 20), "file-length"},
+        {"file length small", index, FileHeadAt(0) + 16, Word(start_of(1) + 7), "file-sums"},
+        {"sections of the file", index, FileHeadAt(0) + 24, Word(2), "footage-unlisted"},
+        {"key frames of the file", index, FileHeadAt(0) + 28, Word(1000), "file-sums"},
+        {"section flag", index, SectionAt(0, 2), "XXXX", "footage-unlisted"},
+        {"section head gone", index, SectionAt(0, 1), std::string(64, '\0'), "footage-unlisted"},
+        {"section start", index, SectionAt(0, 2) + 4, Word(recording.sections[1].start + 9), "section-times"},
+        {"section end", index, SectionAt(0, 2) + 8, Word(recording.sections[1].end + 3000), "section-times"},
+        {"section place", index, SectionAt(0, 2) + 16, Word(start_of(1) + 100), "section-begin"},
+        {"section size", index, SectionAt(0, 2) + 20, Word(5000), "footage-unlisted"},
+        {"frames", index, SectionAt(0, 2) + 24, Word(77), "section-frames"},
+        {"key frames", index, SectionAt(0, 2) + 28, Word(3), "key-frames"},
+        {"first key frame", index, SectionAt(0, 2) + 32, Word(20), "key-frames"},
+        {"width", index, SectionAt(0, 2) + 36, Word(640 | 360 << 16), "section-format"},
+        {"key-frame flag", stream, RECORD_KEY_FRAME_BASE + 20, "XXXX", "key-frames"},
+        {"key-frame place", stream, RECORD_KEY_FRAME_BASE + 60 + 12, Word(4711), "key-frames"},
+        {"key-frame records gone", stream, RECORD_KEY_FRAME_BASE, std::string(1000, '\0'), "key-frames"},
+        {"stream head gone", stream, start_of(1), std::string(40, '\0'), "section-begin"},
+    };
+}
+
+TEST(Check, FindsEachDamageAndRepairMendsIt) {
+    const Place place;
+    const Recording recording = kDay.RecordFolder(place);
+    const StoreBytes before(recording, 2);
+    for (const Damage& damage : Damages(recording)) {
+        SCOPED_TRACE(damage.name);
+        recording.Corrupt(damage.file, damage.offset, damage.bytes);
+        const Findings findings = Check(place);
+        EXPECT_TRUE(Has(findings, damage.kind)) << Listed(findings);
+
+        card::RepairLog log;
+        card::RepairStore(Volume::Open(place, card::Access::ReadWrite), log);
+        EXPECT_EQ(card::Errors(Check(place)), 0u) << Listed(Check(place));
+        const std::string difference = before.Difference();
+        if (damage.kind == std::string("index")) {
+            EXPECT_EQ(difference, "index000.bin at 8");  // the card's size: a folder does not know it
+        } else {
+            EXPECT_EQ(difference, "");
+        }
+        before.PutBack();
+    }
+}
+
+TEST(Check, TellsOfDamagedFootageThatNothingBringsBack) {
+    const Place place;
+    const Recording recording = kDay.RecordFolder(place);
+    const auto& frame = recording.frames[recording.frames.size() / 2];
+    recording.Corrupt("hi000000.mp4", frame.offset, std::string(300, 'x'));
+    const Outcome outcome = Tool({"check", "--json", place});
+    EXPECT_EQ(outcome.status, 1);
+    const auto report = nlohmann::json::parse(outcome.out);
+    const auto found = std::find_if(report.at("findings").begin(), report.at("findings").end(),
+                                    [](const auto& finding) { return finding.at("kind") == "stream-damaged"; });
+    ASSERT_NE(found, report.at("findings").end()) << outcome.out;
+    EXPECT_EQ(found->at("place"), "hi000000.mp4");
+    EXPECT_EQ(found->at("offset"), frame.offset);
+    EXPECT_EQ(found->at("mendable"), false);
+}
+
+TEST(Check, EventsAgainstTheRecording) {
+    const Place place;
+    const Recording recording = kDay.RecordFolder(place);
+    const size_t events = card::CardIndex(Volume::Open(place)).Events().size();
+    ASSERT_EQ(events, 2u);
+    recording.Corrupt(RECORD_EVENT_NAME, 8 * ALARM_EVENT_BLOCK, "XXXX");
+    EXPECT_TRUE(Has(Check(place), "event"));
+    card::RepairLog log;
+    card::RepairStore(Volume::Open(place, card::Access::ReadWrite), log);
+    EXPECT_EQ(Listed(Check(place)), "");
+    const Volume volume = Volume::Open(place);
+    ASSERT_EQ(card::CardIndex(volume).Events().size(), 1u);
+    EXPECT_EQ(card::CardIndex(volume).Events()[0].record.m_u8AlarmFileType, 4);
+
+    recording.Corrupt(RECORD_EVENT_NAME, 0, Word(0x12345678));
+    EXPECT_TRUE(Has(Check(place), "event-head"));
+    card::RepairStore(Volume::Open(place, card::Access::ReadWrite), log);
+    EXPECT_EQ(Listed(Check(place)), "");
+    EXPECT_EQ(card::CardIndex(volume).Events().size(), 1u);
+}
+
+TEST(Check, ExitStatus) {
+    const Place nothing;
+    EXPECT_EQ(Tool({"check", nothing}).status, 3);
+    EXPECT_EQ(Tool({"check"}).status, 2);
+    EXPECT_EQ(Tool({"check", "--json", "--nonsense", nothing}).status, 2);
+}
+
+}  // namespace

@@ -1,0 +1,227 @@
+// The program as its users meet it: what it prints, how it ends, what it leaves alone.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+
+#include "fixture/CardFixture.h"
+#include "fixture/Place.h"
+
+namespace {
+
+using fixture::Card;
+using fixture::Outcome;
+using fixture::Place;
+using fixture::Recording;
+using fixture::Tool;
+using ::testing::AllOf;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+
+namespace fs = std::filesystem;
+
+// 2026-03-01 23:59:00 UTC, over midnight.
+const Card kNight{
+    .files = 2,
+    .start = 1772409540,
+    .sections = {{.seconds = 30}, {.seconds = 40, .pause = 10, .rate = 12}, {.seconds = 2, .pause = 3600}},
+    .events = {{.after = 45, .seconds = 12, .type = 1}, {.after = 55, .seconds = 0, .type = 40}},
+};
+
+TEST(Tool, ListsSectionsByDayWithGaps) {
+    const Place place;
+    kNight.RecordFolder(place);
+    const Outcome list = Tool({"list", place});
+    EXPECT_EQ(list.status, 0) << list.err;
+    EXPECT_THAT(list.out,
+                ::testing::ContainsRegex("^2026-03-01 Sunday\n"
+                                         "  23:59:00 - 23:59:29   29 s                0:1   +[0-9.]+ KiB  H.264 "
+                                         "320x240 25 fps, G.711 A-law, 30 key frames\n"
+                                         "  23:59:29 - 23:59:40   11 s              -- nothing recorded --\n"
+                                         "  23:59:40 - 00:00:19\\+  39 s                0:2   +[0-9.]+ KiB  H.264 "
+                                         "320x240 12 fps, G.711 A-law, 40 key frames\n"
+                                         "\n"
+                                         "2026-03-02 Monday   \\(nothing recorded for 1 h 00 min 01 s before\\)\n"
+                                         "  01:00:20 - 01:00:21   1 s                 0:3   +[0-9.]+ KiB  H.264 "
+                                         "320x240 25 fps, G.711 A-law, 2 key frames\n"
+                                         "\n"
+                                         "3 sections, 1 min 09 s, [0-9.]+ MiB; 2 gaps\n$"));
+    EXPECT_EQ(list.err, "");
+    const Outcome keys = Tool({"list", "--key-frames", place});
+    EXPECT_THAT(keys.out, AllOf(HasSubstr("\n      23:59:00  at 0, "), HasSubstr("\n      01:00:21  at ")));
+}
+
+TEST(Tool, ListsEventsAndTellsTheCardAtAGlance) {
+    const Place place;
+    kNight.RecordFolder(place);
+    EXPECT_EQ(Tool({"events", place}).out,
+              "    1  2026-03-01 23:59:45  12 s              motion              file 0\n"
+              "    2  2026-03-01 23:59:55  still open        input and motion, smart event  file 0\n");
+    EXPECT_THAT(Tool({"info", place}).out,
+                AllOf(HasSubstr("Record files    2 of 256 MiB, 1 in use, recording goes on in number 0\n"),
+                      HasSubstr("in 3 sections, 2 events\n"), HasSubstr("Oldest moment   2026-03-01 23:59:00\n"),
+                      HasSubstr("Newest moment   2026-03-02 01:00:21\n"), HasSubstr(" Mbit/s at present\nKeeps ")));
+}
+
+TEST(Tool, SaysSoWhenNothingIsRecordedOrEntriesAreDamaged) {
+    const Place blank;
+    Card{}.RecordFolder(blank);
+    EXPECT_EQ(Tool({"list", blank}).out, "Nothing is recorded on " + blank.Path() + " yet.\n");
+    EXPECT_EQ(Tool({"events", blank}).status, 0);
+    EXPECT_THAT(Tool({"info", blank}).out, HasSubstr("Oldest moment   nothing recorded yet\n"));
+
+    const Place damaged;
+    kNight.RecordFolder(damaged).Corrupt("index000.bin", 131072 + 64, "junk");
+    const Outcome list = Tool({"list", damaged});
+    EXPECT_EQ(list.status, 0);
+    EXPECT_THAT(list.err, HasSubstr("1 damaged entries of the index are left out; \"recordcard check\""));
+}
+
+TEST(Tool, EndsWithTheStatusThatScriptsExpect) {
+    const Place place;
+    std::ofstream(place.Path()) << std::string(1 << 20, 'x');
+    EXPECT_THAT(Tool({"--help"}).out, AllOf(HasSubstr("format"), HasSubstr("info"), HasSubstr("list"),
+                                            HasSubstr("events"), HasSubstr("mount"), HasSubstr("Exit status")));
+    EXPECT_EQ(Tool({"--help"}).status, 0);
+    EXPECT_EQ(Tool({}).status, 2);
+    EXPECT_EQ(Tool({"list"}).status, 2);
+    EXPECT_EQ(Tool({"lost", place}).status, 2);
+    EXPECT_EQ(Tool({"list", "/nowhere"}).status, 3);
+    const Outcome no_card = Tool({"list", place});
+    EXPECT_EQ(no_card.status, 3);
+    EXPECT_THAT(no_card.err, HasSubstr("holds no FAT32 volume"));
+    const Outcome no_index = Tool({"list", "/tmp"});
+    EXPECT_EQ(no_index.status, 3);
+    EXPECT_THAT(no_index.err, HasSubstr("has no index000.bin"));
+}
+
+uint64_t SizeOf(const std::string& path) {
+    return fs::exists(path) ? fs::file_size(path) : 0;
+}
+
+TEST(Format, MakesAnImageOfTheSizeAskedFor) {
+    const Place place;
+    const Outcome outcome = Tool({"format", "--size", "2304M", "--video-percent", "60", place});
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_THAT(outcome.out, HasSubstr("2.2 GiB, 3 record files, 2 picture files of 256 MiB each."));
+    EXPECT_EQ(SizeOf(place), 2304ull << 20);
+    EXPECT_THAT(Tool({"list", place}).out, HasSubstr("Nothing is recorded"));
+    const Outcome checked = fixture::RunProgram({"fsck.fat", "-n", place});
+    if (checked.status == 127) GTEST_SKIP() << "fsck.fat is not installed";
+    EXPECT_THAT(checked.out, HasSubstr("9 files"));
+}
+
+TEST(Format, TouchesNothingThatItMayNot) {
+    const Place place;
+    std::ofstream(place.Path()) << "precious";
+    const auto untouched = [&] {
+        std::ifstream file(place.Path());
+        std::string text;
+        std::getline(file, text);
+        return text == "precious" && SizeOf(place) == 8;
+    };
+    const Outcome unasked = Tool({"format", "--size", "2G", place});  // nobody answers the question
+    EXPECT_EQ(unasked.status, 2);
+    EXPECT_THAT(unasked.out, HasSubstr("This erases everything on " + place.Path()));
+    EXPECT_TRUE(untouched());
+    EXPECT_EQ(Tool({"format", "--yes", place}).status, 3) << "eight bytes are no card";
+    EXPECT_EQ(Tool({"format", "--yes", "--size", "1G", place}).status, 3) << "no room for a record file";
+    for (const char* size : {"", "0", "big", "2T", "-1", "2GG"}) {
+        EXPECT_EQ(Tool({"format", "--yes", "--size", size, place}).status, 2) << size;
+    }
+    EXPECT_EQ(Tool({"format", "--yes", "--video-percent", "0", place}).status, 2);
+    EXPECT_EQ(Tool({"format", "--yes", "--video-percent", "101", place}).status, 2);
+    EXPECT_TRUE(untouched());
+
+    const Place missing;
+    EXPECT_EQ(Tool({"format", "--yes", missing}).status, 3);
+    EXPECT_EQ(Tool({"format", "--yes", "--size", "1G", missing}).status, 3);
+    EXPECT_FALSE(fs::exists(missing.Path())) << "a refused format created its file";
+}
+
+// An image mounted for as long as it lives.
+class Mounted {
+  public:
+    Mounted(const std::string& image, const std::string& folder, const std::vector<std::string>& options = {})
+        : folder_(folder) {
+        fs::create_directories(folder);
+        std::vector<std::string> command = {"mount", image, folder};
+        command.insert(command.end(), options.begin(), options.end());
+        const Outcome outcome = Tool(command);
+        EXPECT_EQ(outcome.status, 0) << outcome.err;
+    }
+    ~Mounted() { EXPECT_EQ(umount(folder_.c_str()), 0); }
+
+  private:
+    std::string folder_;
+};
+
+TEST(Mount, KeepsEveryByteThroughUnmounting) {
+    const Place place;
+    const Place folder;
+    const Recording recording = kNight.RecordImage(place);  // written through a mount that is gone by now
+    const std::string listed = Tool({"list", place}).out;
+    EXPECT_THAT(listed, HasSubstr("3 sections"));
+    ASSERT_EQ(recording.frames.back().file, 0u);
+    const std::string stream =
+        recording.Read("hi000000.mp4", 0, recording.frames.back().offset + recording.frames.back().size);
+    for (const auto& frame : recording.frames) {
+        if (frame.key) continue;  // lies in several packets
+        ASSERT_THAT(stream.substr(frame.offset, frame.size), EndsWith(frame.unit)) << frame.offset;
+    }
+    {
+        const Mounted mounted(place, folder, {"--fsname", "/dev/mmcblk0p1"});
+        EXPECT_EQ(Tool({"list", folder}).out, listed);
+        EXPECT_THAT(fixture::RunProgram({"grep", folder, "/proc/self/mounts"}).out, HasSubstr("/dev/mmcblk0p1 "));
+        const Outcome second = Tool({"mount", place, folder});
+        EXPECT_EQ(second.status, 3);
+        EXPECT_THAT(second.err, HasSubstr("is being written by another program"));
+    }
+    const Outcome copied = fixture::RunProgram({"mtype", "-i", place, "::index000.bin"});
+    if (copied.status == 127) GTEST_SKIP() << "mtools are not installed";
+    EXPECT_TRUE(copied.out == recording.Read("index000.bin", 0, 64u << 20));
+}
+
+TEST(Mount, LetsNobodyChangeTheLayoutOfTheCard) {
+    const Place place;
+    const Place folder;
+    Card{.files = 1}.RecordImage(place);
+    const Mounted mounted(place, folder);
+    const std::string file = folder.Path() + "/hi000000.mp4";
+    const auto failure = [](int result) { return result >= 0 ? 0 : errno; };
+    EXPECT_EQ(failure(open((folder.Path() + "/new").c_str(), O_RDWR | O_CREAT, 0666)), EPERM);
+    EXPECT_EQ(failure(open(file.c_str(), O_RDWR | O_TRUNC)), EPERM);
+    EXPECT_EQ(failure(unlink(file.c_str())), EPERM);
+    EXPECT_EQ(failure(rename(file.c_str(), (folder.Path() + "/b").c_str())), EPERM);
+    EXPECT_EQ(failure(mkdir((folder.Path() + "/d").c_str(), 0777)), EPERM);
+    EXPECT_EQ(failure(truncate(file.c_str(), 5)), EPERM);
+    EXPECT_EQ(failure(truncate(file.c_str(), 256 << 20)), 0);
+    EXPECT_EQ(fs::file_size(file), 256u << 20);
+
+    const int fd = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    ASSERT_GE(fd, 0) << "an existing file opens as the recorder opens it";
+    char bytes[8] = "sixteen";
+    EXPECT_EQ(pwrite(fd, bytes, 8, (256 << 20) - 8), 8);
+    EXPECT_EQ(pwrite(fd, bytes, 8, 256 << 20), -1);
+    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_EQ(pread(fd, bytes, 8, (256 << 20) - 4), 4);
+    EXPECT_EQ(fsync(fd), 0);
+    EXPECT_EQ(close(fd), 0);
+}
+
+TEST(Mount, ForReadingOnlyRefusesToWrite) {
+    const Place place;
+    const Place folder;
+    Card{.files = 1}.RecordImage(place);
+    const Mounted mounted(place, folder, {"--read-only"});
+    EXPECT_EQ(open((folder.Path() + "/index000.bin").c_str(), O_RDWR | O_CLOEXEC), -1);
+    EXPECT_EQ(errno, EROFS);
+}
+
+}  // namespace

@@ -1,0 +1,472 @@
+// Clips as their owner gets them, judged by FFmpeg's own programs: every picture, its moment, the sound.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "fixture/CardFixture.h"
+#include "fixture/Place.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using fixture::Card;
+using fixture::Outcome;
+using fixture::Recording;
+using fixture::RunProgram;
+using fixture::SectionPlan;
+using fixture::Tool;
+using fixture::WrittenFrame;
+using Json = nlohmann::json;
+
+constexpr uint32_t kStart = 1772352000;  // 2026-03-01 08:00:00 UTC
+
+struct Picture {
+    double at = 0;  // s
+    std::string hash;
+};
+
+std::string ReadAll(const std::string& path) {
+    std::string bytes(fs::file_size(path), '\0');
+    std::ifstream(path, std::ios::binary).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    return bytes;
+}
+
+void WriteAll(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+// Decodes the video and gives every picture's time and check sum.
+std::vector<Picture> Decode(const std::string& path) {
+    const Outcome run = RunProgram({"ffmpeg", "-v", "error", "-i", path, "-map", "0:v", "-fps_mode", "passthrough",
+                                    "-enc_time_base", "1:90000", "-f", "framemd5", "-"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.err, "");
+    std::vector<Picture> pictures;
+    std::istringstream lines(run.out);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.empty() || line[0] == '#') continue;
+        std::replace(line.begin(), line.end(), ',', ' ');
+        std::istringstream fields(line);
+        int64_t stream = 0, dts = 0, pts = 0, duration = 0, size = 0;
+        Picture picture;
+        fields >> stream >> dts >> pts >> duration >> size >> picture.hash;
+        picture.at = static_cast<double>(pts) / 90000;
+        pictures.push_back(picture);
+    }
+    return pictures;
+}
+
+Json Probe(const std::string& path) {
+    const Outcome run =
+        RunProgram({"ffprobe", "-v", "error", "-show_format", "-show_streams", "-show_chapters", "-of", "json", path});
+    EXPECT_EQ(run.status, 0) << run.err;
+    return Json::parse(run.out, nullptr, false);
+}
+
+Json StreamOf(const Json& probe, const std::string& type) {
+    for (const Json& stream : probe["streams"]) {
+        if (stream["codec_type"] == type) return stream;
+    }
+    return {};
+}
+
+double Number(const Json& value) {
+    return std::strtod(value.get<std::string>().c_str(), nullptr);
+}
+
+// The moment so many seconds behind the card's start, in less than an hour.
+std::string At(uint32_t seconds) {
+    char text[32];
+    std::snprintf(text, sizeof text, "2026-03-01T08:%02u:%02u", seconds / 60, seconds % 60);
+    return text;
+}
+
+class Export : public testing::Test {
+  protected:
+    Export() { fs::create_directory(folder_.Path()); }
+
+    std::string Path(const std::string& name) const { return folder_.Path() + "/" + name; }
+
+    // Exports and gives the path of the file made.
+    std::string Made(const Recording& card, const std::string& name, std::vector<std::string> what) {
+        std::vector<std::string> arguments = {"export", card.path, Path(name)};
+        arguments.insert(arguments.end(), what.begin(), what.end());
+        const Outcome run = Tool(arguments);
+        EXPECT_EQ(run.status, 0) << run.out << run.err;
+        return Path(name);
+    }
+
+    // The pictures of `source` decoded without the card tool.
+    std::vector<Picture> Source(const std::vector<const WrittenFrame*>& source, bool h265) {
+        const std::string path = Path(h265 ? "source.h265" : "source.h264");
+        std::ofstream file(path, std::ios::binary);
+        for (const WrittenFrame* frame : source) file << frame->unit;
+        file.close();
+        return Decode(path);
+    }
+
+    void ExpectSamePictures(const std::vector<Picture>& got, const std::vector<Picture>& wanted) {
+        ASSERT_FALSE(wanted.empty());
+        ASSERT_EQ(got.size(), wanted.size());
+        for (size_t i = 0; i < got.size(); ++i) ASSERT_EQ(got[i].hash, wanted[i].hash) << "picture " << i;
+    }
+
+    fixture::Place folder_;
+};
+
+std::vector<const WrittenFrame*> VideoOf(const Recording& card, uint32_t from, uint32_t to) {
+    std::vector<const WrittenFrame*> frames = card.KeptVideo();
+    std::erase_if(frames, [&](const WrittenFrame* frame) { return frame->time < from || frame->time > to; });
+    return frames;
+}
+
+struct RateCase {
+    uint32_t rate;
+    AVCodeType video;
+    AVCodeType audio;
+    const char* name;
+};
+
+class ExportRate : public Export, public testing::WithParamInterface<RateCase> {};
+
+// A run that goes on in the next record file, cut out around the border.
+TEST_P(ExportRate, IsFrameExactInRealTimeAcrossAFileBorder) {
+    const RateCase& c = GetParam();
+    const bool h265 = c.video == CODE_VIDEO_H265;
+    constexpr uint32_t kFrameBytes = 380000;
+    const uint32_t border = RECORD_STREAM_LIMIT / kFrameBytes / c.rate;  // s
+    // A key frame every four pictures: hardly any is lost when the next file begins.
+    const Recording card = Card{.files = 2,
+                                .sections = {{.seconds = border + 8,
+                                              .rate = c.rate,
+                                              .video = c.video,
+                                              .audio = c.audio,
+                                              .key_interval = 4,
+                                              .frame_bytes = kFrameBytes}}}
+                               .RecordFolder(Path("card"));
+    ASSERT_EQ(card.sections.size(), 2u) << "the plan has to cross a file border";
+    const uint32_t from = border - 6;
+    const std::string clip = Made(card, "clip.mp4", {"--from", At(from), "--to", At(border + 5)});
+
+    const std::vector<Picture> pictures = Decode(clip);
+    const std::vector<const WrittenFrame*> recorded = VideoOf(card, kStart, kStart + border + 8);
+    const std::vector<Picture> source = Source(recorded, h265);
+    ASSERT_EQ(source.size(), recorded.size());
+    // Cut at the key frame at or before `from`, and behind the last picture of the last second asked for.
+    const auto first =
+        std::find_if(recorded.begin(), recorded.end(), [&](const WrittenFrame* f) { return f->time >= kStart + from; });
+    size_t begin = static_cast<size_t>(first - recorded.begin());
+    while (!recorded[begin]->key) --begin;
+    ASSERT_LE(begin + pictures.size(), source.size());
+    for (size_t i = 0; i < pictures.size(); ++i) {
+        ASSERT_EQ(pictures[i].hash, source[begin + i].hash) << "picture " << i;
+        ASSERT_NEAR(pictures[i].at, static_cast<double>(i) / c.rate, 1e-4) << "picture " << i;
+    }
+    EXPECT_GE(recorded[begin + pictures.size() - 1]->time, kStart + border + 5);
+
+    const Json probe = Probe(clip);
+    const Json video = StreamOf(probe, "video");
+    const double length = static_cast<double>(pictures.size()) / c.rate;
+    EXPECT_EQ(video["codec_tag_string"], h265 ? "hvc1" : "avc1");
+    EXPECT_EQ(video["avg_frame_rate"], std::to_string(c.rate) + "/1");
+    EXPECT_NEAR(Number(video["duration"]), length, 0.001);
+    EXPECT_EQ(probe["format"]["tags"]["creation_time"], At(recorded[begin]->time - kStart) + ".000000Z");
+    const Json audio = StreamOf(probe, "audio");
+    ASSERT_FALSE(audio.is_null());
+    EXPECT_EQ(audio["codec_name"], "aac");
+    EXPECT_NEAR(Number(audio["duration"]), length, 0.4);
+    EXPECT_EQ(StreamOf(probe, "data"), Json()) << "no chapters where nothing was left out";
+}
+
+INSTANTIATE_TEST_SUITE_P(Rates, ExportRate,
+                         testing::Values(RateCase{12, CODE_VIDEO_H264, CODE_AUDIO_G711A, "H264At12"},
+                                         RateCase{15, CODE_VIDEO_H264, CODE_AUDIO_AAC, "H264At15"},
+                                         RateCase{25, CODE_VIDEO_H264, CODE_AUDIO_G711U, "H264At25"},
+                                         RateCase{30, CODE_VIDEO_H264, CODE_AUDIO_G711A, "H264At30"},
+                                         RateCase{12, CODE_VIDEO_H265, CODE_AUDIO_AAC, "H265At12"},
+                                         RateCase{15, CODE_VIDEO_H265, CODE_AUDIO_G711A, "H265At15"},
+                                         RateCase{25, CODE_VIDEO_H265, CODE_AUDIO_G711A, "H265At25"},
+                                         RateCase{30, CODE_VIDEO_H265, CODE_AUDIO_G711U, "H265At30"}),
+                         [](const auto& info) { return info.param.name; });
+
+struct Packet {
+    int64_t dts = 0;  // us
+    int64_t pts = 0;
+};
+
+// Of the video, in the order of decoding.
+std::vector<Packet> Packets(const std::string& clip) {
+    const Outcome run = RunProgram({"ffprobe", "-v", "warning", "-select_streams", "v", "-show_entries",
+                                    "packet=pts_time,dts_time", "-of", "csv=p=0:nk=1", clip});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.err, "");
+    std::vector<Packet> packets;
+    std::istringstream lines(run.out);
+    for (std::string line; std::getline(lines, line);) {
+        double pts = 0, dts = 0;
+        if (std::sscanf(line.c_str(), "%lf,%lf", &pts, &dts) != 2) continue;
+        packets.push_back({std::llround(dts * 1e6), std::llround(pts * 1e6)});
+    }
+    return packets;
+}
+
+struct BFrameCase {
+    uint32_t rate;
+    AVCodeType video;
+    const char* name;
+};
+
+class ExportBFrames : public Export, public testing::WithParamInterface<BFrameCase> {};
+
+// Cut in the midst of a run (H.265: behind an open group of pictures), over a file border to the end.
+TEST_P(ExportBFrames, AreShownInTheirOrderAtEvenTimes) {
+    const BFrameCase& c = GetParam();
+    constexpr uint32_t kFrameBytes = 380000;
+    const uint32_t border = RECORD_STREAM_LIMIT / kFrameBytes / c.rate;  // s
+    const Recording card = Card{.files = 2,
+                                .sections = {{.seconds = border + 5,
+                                              .rate = c.rate,
+                                              .video = c.video,
+                                              .key_interval = 8,
+                                              .frame_bytes = kFrameBytes,
+                                              .b_frames = true}}}
+                               .RecordFolder(Path("card"));
+    ASSERT_EQ(card.sections.size(), 2u) << "the plan has to cross a file border";
+    const uint32_t from = border - 4;
+    std::vector<const WrittenFrame*> recorded = card.KeptVideo();
+    auto first =
+        std::find_if(recorded.begin(), recorded.end(), [&](const WrittenFrame* f) { return f->time >= kStart + from; });
+    while (!(*first)->key) --first;
+    recorded.erase(recorded.begin(), first);
+    const auto next = std::find_if(recorded.begin(), recorded.end(), [](const WrittenFrame* f) { return f->section; });
+    std::vector<Picture> source = Source({recorded.begin(), next}, c.video == CODE_VIDEO_H265);
+    const std::vector<Picture> behind = Source({next, recorded.end()}, c.video == CODE_VIDEO_H265);
+    source.insert(source.end(), behind.begin(), behind.end());
+
+    for (const char* name : {"clip.mp4", "clip.mkv"}) {
+        const Outcome run = Tool({"export", card.path, Path(name), "--from", At(from)});
+        ASSERT_EQ(run.status, 0) << run.err;
+        EXPECT_EQ(run.err, "");
+        const std::vector<Picture> pictures = Decode(Path(name));
+        ExpectSamePictures(pictures, source);
+        for (size_t i = 0; i < pictures.size(); ++i) {
+            ASSERT_NEAR(pictures[i].at, static_cast<double>(i) / c.rate, 0.001) << name << " picture " << i;
+        }
+    }
+    const std::vector<Packet> packets = Packets(Path("clip.mp4"));  // Matroska keeps no times of decoding
+    ASSERT_EQ(packets.size(), source.size()) << "nothing that cannot be shown";
+    bool moved = false;
+    for (size_t i = 0; i < packets.size(); ++i) {
+        ASSERT_LE(packets[i].dts, packets[i].pts) << "packet " << i;
+        if (i == 0) continue;
+        ASSERT_LT(packets[i - 1].dts, packets[i].dts) << "packet " << i;
+        moved = moved || packets[i].pts < packets[i - 1].pts;
+    }
+    EXPECT_TRUE(moved) << "the clip has to have B-frames";
+    EXPECT_NEAR(Number(StreamOf(Probe(Path("clip.mp4")), "video")["duration"]),
+                static_cast<double>(source.size()) / c.rate, 0.001);
+}
+
+INSTANTIATE_TEST_SUITE_P(Codecs, ExportBFrames,
+                         testing::Values(BFrameCase{25, CODE_VIDEO_H264, "H264At25"},
+                                         BFrameCase{30, CODE_VIDEO_H264, "H264At30"},
+                                         BFrameCase{25, CODE_VIDEO_H265, "H265At25"},
+                                         BFrameCase{30, CODE_VIDEO_H265, "H265At30"}),
+                         [](const auto& info) { return info.param.name; });
+
+TEST_F(Export, KeepsShortPausesAndLeavesLongOnesOutWithAChapter) {
+    const Recording card = Card{.sections = {{.seconds = 5, .rate = 15},
+                                             {.seconds = 5, .pause = 1, .rate = 15},
+                                             {.seconds = 5, .pause = 30, .rate = 15}}}
+                               .RecordFolder(Path("card"));
+    for (const char* name : {"clip.mp4", "clip.mkv"}) {
+        const std::string clip = Made(card, name, {"--all"});
+        const std::vector<Picture> pictures = Decode(clip);
+        ExpectSamePictures(pictures, Source(card.KeptVideo(), false));
+        for (size_t i = 0; i < pictures.size(); ++i) {
+            const double wanted = static_cast<double>(i) / 15 + (i < 75 ? 0 : 1);
+            ASSERT_NEAR(pictures[i].at, wanted, 0.001) << name << " picture " << i;
+        }
+        const Json probe = Probe(clip);
+        ASSERT_EQ(probe["chapters"].size(), 2u) << name;
+        EXPECT_NEAR(Number(probe["chapters"][1]["start_time"]), 11, 0.001);
+        EXPECT_EQ(probe["chapters"][1]["tags"]["title"], "2026-03-01 08:00:41");
+        EXPECT_NEAR(Number(probe["format"]["duration"]), 16, 0.3);
+    }
+}
+
+TEST_F(Export, SelectsAnEventAndASection) {
+    const Recording card = Card{.sections = {{.seconds = 20}, {.seconds = 10, .pause = 60}},
+                                .events = {{.after = 7, .seconds = 3}, {.after = 85, .seconds = 0}}}
+                               .RecordFolder(Path("card"));
+    const auto length = [&](const std::string& clip) { return Decode(clip).size(); };
+    EXPECT_EQ(length(Made(card, "event.mp4", {"--event", "1"})), 4 * 25u) << "seconds 7, 8, 9 and 10";
+    EXPECT_EQ(Probe(Path("event.mp4"))["format"]["tags"]["creation_time"], "2026-03-01T08:00:07.000000Z");
+    EXPECT_EQ(length(Made(card, "open.mp4", {"--event", "2"})), 5 * 25u) << "an open event reaches to the end";
+    EXPECT_EQ(length(Made(card, "section.mp4", {"--section", "0:2"})), 10 * 25u);
+    EXPECT_EQ(length(Made(card, "clock.mp4", {"--from", "08:00:03", "--to", "08:00:04"})), 2 * 25u);
+    EXPECT_EQ(length(Made(card, "out.mp4", {"--from", "08:00:19"})), 1 * 25u + 10 * 25u);
+
+    EXPECT_EQ(Tool({"export", card.path, Path("x.mp4"), "--event", "3"}).status, 2);
+    EXPECT_EQ(Tool({"export", card.path, Path("x.mp4"), "--section", "0:3"}).status, 2);
+    EXPECT_EQ(Tool({"export", card.path, Path("x.mp4"), "--section", "zero"}).status, 2);
+    EXPECT_EQ(Tool({"export", card.path, Path("x.mp4"), "--all", "--event", "1"}).status, 2);
+    EXPECT_EQ(Tool({"export", card.path, Path("x.avi"), "--all"}).status, 2);
+    EXPECT_EQ(Tool({"export", card.path, Path("x.mp4"), "--from", "08:00:40", "--to", "08:00:50"}).status, 1);
+    EXPECT_FALSE(fs::exists(Path("x.mp4")));
+}
+
+// Samples of the only sound, as 16 bits mono.
+std::vector<int16_t> DecodeSound(const std::string& clip) {
+    const Outcome run = RunProgram({"ffmpeg", "-v", "error", "-i", clip, "-map", "0:a", "-f", "s16le", "-"});
+    EXPECT_EQ(run.err, "");
+    std::vector<int16_t> samples(run.out.size() / 2);
+    std::memcpy(samples.data(), run.out.data(), samples.size() * 2);
+    return samples;
+}
+
+TEST_F(Export, SoundIsTakenOverOrMadePlayable) {
+    for (const AVCodeType audio : {CODE_AUDIO_G711A, CODE_AUDIO_G711U, CODE_AUDIO_AAC}) {
+        const std::string name = std::to_string(audio);
+        const Recording card = Card{.sections = {{.seconds = 8, .rate = 12, .audio = audio}}}.RecordFolder(Path(name));
+        const std::string mp4 = Made(card, name + ".mp4", {"--all"});
+        const std::string mkv = Made(card, name + ".mkv", {"--all"});
+        EXPECT_EQ(StreamOf(Probe(mp4), "audio")["codec_name"], "aac");
+        EXPECT_EQ(StreamOf(Probe(mkv), "audio")["codec_name"], audio == CODE_AUDIO_G711A   ? "pcm_alaw"
+                                                               : audio == CODE_AUDIO_G711U ? "pcm_mulaw"
+                                                                                           : "aac");
+        for (const std::string& clip : {mp4, mkv}) {
+            const std::vector<int16_t> samples = DecodeSound(clip);
+            EXPECT_NEAR(static_cast<double>(samples.size()), 8 * 8000, 2048) << clip;
+            double square = 0;
+            for (const int16_t sample : samples) square += double{1} * sample * sample;
+            const double level = std::sqrt(square / static_cast<double>(samples.size()));
+            EXPECT_NEAR(level, 0.4 * 32767 / M_SQRT2, 700) << clip << ": the tone that was recorded";
+        }
+        if (audio == CODE_AUDIO_AAC) continue;
+        std::string recorded;
+        for (const WrittenFrame* frame : card.Kept()) recorded += frame->video ? "" : frame->unit;
+        const Outcome raw =
+            RunProgram({"ffmpeg", "-v", "error", "-i", mkv, "-map", "0:a", "-c", "copy", "-f", "data", "-"});
+        EXPECT_EQ(raw.out, recorded) << "bit for bit";
+    }
+    const Recording silent = Card{.sections = {{.seconds = 2, .audio = CODE_AUDIO_NULL}}}.RecordFolder(Path("silent"));
+    EXPECT_TRUE(StreamOf(Probe(Made(silent, "silent.mp4", {"--all"})), "audio").is_null());
+}
+
+// The record file is full of an earlier lap behind what was recorded; a cut of power can make a section claim it.
+TEST_F(Export, NothingOfAnEarlierLapIsShown) {
+    const Recording card =
+        Card{.sections = {{.seconds = 6}, {.seconds = 4, .pause = 86400}}}.RecordFolder(Path("card"));
+    const WrittenFrame& last = card.frames.back();
+    const std::vector<const WrittenFrame*> video = card.KeptVideo();
+    const uint32_t stale_from = video[50]->offset;  // a key frame of the first day, and a whole second behind it
+    const uint32_t stale_size = video[75]->offset - stale_from;
+    card.Corrupt("hi000000.mp4", last.offset + last.size, card.Read("hi000000.mp4", stale_from, stale_size));
+    const auto lengthen = [&](uint64_t offset) {
+        std::string field = card.Read("index000.bin", offset, 4);
+        uint32_t value = 0;
+        std::memcpy(&value, field.data(), 4);
+        value += stale_size;
+        std::memcpy(field.data(), &value, 4);
+        card.Corrupt("index000.bin", offset, field);
+    };
+    lengthen(RECORD_FILE_HEAD_BASE + 16);
+    lengthen(RECORD_SECTION_BASE + 2 * 64 + 20);
+    const Outcome run = Tool({"export", card.path, Path("clip.mp4"), "--section", "0:2"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.err.find("earlier lap"), std::string::npos);
+    ExpectSamePictures(Decode(Path("clip.mp4")), Source(VideoOf(card, kStart + 86400, UINT32_MAX), false));
+}
+
+TEST_F(Export, ARingThatHasBegunItsSecondLapIsExportedInOrder) {
+    const SectionPlan plan{.seconds = 26, .rate = 30, .frame_bytes = 390000};  // a little more than a file
+    const Recording card = Card{.files = 2, .sections = {plan, plan, plan}}.RecordFolder(Path("card"));
+    ASSERT_TRUE(card.sections.front().overwritten);
+    ExpectSamePictures(Decode(Made(card, "clip.mkv", {"--all"})), Source(card.KeptVideo(), false));
+}
+
+TEST_F(Export, DamagedBytesAreLeftOutAndTheRestIsExported) {
+    const Recording card = Card{.sections = {{.seconds = 6, .audio = CODE_AUDIO_NULL}}}.RecordFolder(Path("card"));
+    const std::vector<const WrittenFrame*> video = card.KeptVideo();
+    card.Corrupt("hi000000.mp4", video[60]->offset, std::string(video[60]->size, '\xA5'));
+    const Outcome run = Tool({"export", card.path, Path("clip.h264"), "--all"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    std::string wanted;
+    for (size_t i = 0; i < video.size(); ++i) wanted += i == 60 ? "" : video[i]->unit;
+    EXPECT_EQ(ReadAll(Path("clip.h264")), wanted);
+    Made(card, "clip.mp4", {"--all"});
+    EXPECT_EQ(StreamOf(Probe(Path("clip.mp4")), "video")["nb_frames"], "149");
+    EXPECT_NEAR(Number(Probe(Path("clip.mp4"))["format"]["duration"]), 6, 0.01) << "the lost picture keeps its time";
+}
+
+TEST_F(Export, DamagedParameterSetsEndNoExport) {
+    const Recording card = Card{.sections = {{.seconds = 2}, {.seconds = 2, .pause = 0}}}.RecordFolder(Path("card"));
+    const std::vector<const WrittenFrame*> video = card.KeptVideo();
+    for (const size_t key : {0, 50}) {  // the first byte of the sequence parameter set
+        card.Corrupt("hi000000.mp4", video[key]->offset + 84 + 14 + 4, "\x6C");
+    }
+    Made(card, "clip.mp4", {"--all"});
+    EXPECT_EQ(StreamOf(Probe(Path("clip.mp4")), "video")["nb_frames"], "75") << "from the second key frame on";
+    EXPECT_FALSE(fs::exists(Path("clip-2.mp4")));
+}
+
+TEST_F(Export, AChangedStreamBeginsAnotherFile) {
+    const Recording card = Card{.sections = {{.seconds = 3},
+                                             {.seconds = 3, .pause = 0},
+                                             {.seconds = 3, .width = 640, .height = 360},
+                                             {.seconds = 3, .video = CODE_VIDEO_H265}}}
+                               .RecordFolder(Path("card"));
+    Made(card, "clip.mp4", {"--all"});
+    EXPECT_EQ(Decode(Path("clip.mp4")).size(), 150u);
+    EXPECT_EQ(StreamOf(Probe(Path("clip-2.mp4")), "video")["width"], 640);
+    EXPECT_EQ(Probe(Path("clip-2.mp4"))["format"]["tags"]["creation_time"], "2026-03-01T08:00:11.000000Z");
+    EXPECT_EQ(StreamOf(Probe(Path("clip-3.mp4")), "video")["codec_tag_string"], "hvc1");
+
+    const Outcome mixed = Tool({"export", card.path, Path("clip.h264"), "--all"});
+    EXPECT_EQ(mixed.status, 2);
+    EXPECT_NE(mixed.err.find(".h265"), std::string::npos);
+    for (const auto& entry : fs::directory_iterator(folder_.Path())) {
+        EXPECT_NE(entry.path().extension(), ".h264") << "nothing of a failed export is left";
+        EXPECT_NE(entry.path().extension(), ".part");
+    }
+}
+
+TEST_F(Export, RawFilesAreTheStreamItself) {
+    const Recording card =
+        Card{.sections = {{.seconds = 4, .rate = 12, .video = CODE_VIDEO_H265}}}.RecordImage(Path("card.img"));
+    std::string units;
+    std::string packed;
+    for (const WrittenFrame* frame : card.Kept()) {
+        units += frame->video ? frame->unit : "";
+        packed += card.Read("hi000000.mp4", frame->offset, frame->size);
+    }
+    EXPECT_EQ(ReadAll(Made(card, "clip.h265", {"--all"})), units);
+    EXPECT_EQ(ReadAll(Made(card, "clip.ps", {"--all"})), packed);
+}
+
+TEST_F(Export, NeverHarmsWhatIsThere) {
+    const Recording card = Card{.sections = {{.seconds = 2}}}.RecordFolder(Path("card"));
+    WriteAll(Path("clip.mp4"), "mine");
+    EXPECT_EQ(Tool({"export", card.path, Path("clip.mp4"), "--all"}).status, 2);
+    EXPECT_EQ(ReadAll(Path("clip.mp4")), "mine");
+    Made(card, "clip.mp4", {"--all", "--force"});
+    EXPECT_EQ(Decode(Path("clip.mp4")).size(), 50u);
+
+    const std::string before = ReadAll(card.path + "/index000.bin");
+    EXPECT_EQ(Tool({"export", card.path, card.path + "/hi000001.mp4", "--all", "--force"}).status, 2);
+    EXPECT_EQ(Tool({"export", card.path, card.path + "/clip.mp4", "--all"}).status, 2);
+    EXPECT_EQ(fs::file_size(card.path + "/hi000001.mp4"), RECORD_FILE_SIZE);
+    EXPECT_FALSE(fs::exists(card.path + "/clip.mp4"));
+    EXPECT_EQ(ReadAll(card.path + "/index000.bin"), before);
+}
+
+}  // namespace

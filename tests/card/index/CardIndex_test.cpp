@@ -1,0 +1,264 @@
+#include "index/CardIndex.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <utility>
+
+#include "fixture/CardFixture.h"
+#include "fixture/Place.h"
+#include "fixture/StoreWriter.h"
+#include "text/Error.h"
+
+namespace {
+
+using card::CardIndex;
+using card::Volume;
+using fixture::Card;
+using fixture::Place;
+using fixture::Recording;
+using ::testing::HasSubstr;
+
+const Card kMorning{
+    .files = 3,
+    .sections = {{.seconds = 20}, {.seconds = 10, .pause = 60, .rate = 12}, {.seconds = 5, .pause = 7200}},
+    .events = {{.after = 5, .seconds = 8, .type = 1}, {.after = 82, .seconds = 0, .type = 32}}};
+
+void ExpectSameSections(const CardIndex& index, const Recording& recording) {
+    std::vector<const fixture::WrittenSection*> kept;
+    for (const auto& section : recording.sections) {
+        if (!section.overwritten) kept.push_back(&section);
+    }
+    ASSERT_EQ(index.Sections().size(), kept.size());
+    for (size_t i = 0; i < kept.size(); ++i) {
+        EXPECT_EQ(index.Sections()[i].file, kept[i]->file) << i;
+        EXPECT_EQ(index.Sections()[i].number, kept[i]->number) << i;
+        EXPECT_EQ(index.Sections()[i].Start(), kept[i]->start) << i;
+        EXPECT_EQ(index.Sections()[i].End(), kept[i]->end) << i;
+    }
+}
+
+// Every key frame of the index lies where a key frame was written, in order and without exception.
+void ExpectSameKeyFrames(const CardIndex& index, const Recording& recording) {
+    std::vector<const fixture::WrittenFrame*> keys = recording.KeptVideo();
+    std::erase_if(keys, [](const auto* frame) { return !frame->key; });
+    auto key = keys.begin();
+    for (const card::Section& section : index.Sections()) {
+        for (const card::KeyFrame& found : index.KeyFrames(section)) {
+            ASSERT_NE(key, keys.end());
+            const uint32_t head = (*key)->first_of_run ? 40 : 0;
+            EXPECT_TRUE(found.fits);
+            EXPECT_EQ(section.file, (*key)->file);
+            EXPECT_EQ(found.offset, (*key)->offset - head);
+            EXPECT_EQ(found.record.m_u32KeyFrameLenth, (*key)->size + head);
+            EXPECT_EQ(found.record.m_u32KeyFrameTime, (*key)->time);
+            ++key;
+        }
+    }
+    EXPECT_EQ(key, keys.end());
+}
+
+TEST(CardIndex, ShowsWhatWasRecordedInAFolderAndInAnImage) {
+    for (const bool image : {false, true}) {
+        const Place place;
+        const Recording recording = image ? kMorning.RecordImage(place) : kMorning.RecordFolder(place);
+        const Volume volume = Volume::Open(place);
+        const CardIndex index(volume);
+        EXPECT_EQ(index.FileCount(), 3u);
+        ExpectSameSections(index, recording);
+        ExpectSameKeyFrames(index, recording);
+        ASSERT_EQ(index.Events().size(), 2u);
+        EXPECT_EQ(index.Events()[0].Start(), kMorning.start + 5);
+        EXPECT_EQ(index.Events()[0].End(), kMorning.start + 13);
+        EXPECT_TRUE(index.Events()[1].Open());
+        ASSERT_EQ(index.Gaps().size(), 2u);
+        EXPECT_EQ(index.Gaps()[1].to - index.Gaps()[1].from, 7201u);  // from the last whole second recorded
+        EXPECT_EQ(index.Oldest(), kMorning.start);
+        uint64_t written = 0;
+        for (const auto& frame : recording.frames) written += frame.size + (frame.first_of_run ? 40 : 0);
+        EXPECT_EQ(index.StreamBytes(), written);
+    }
+}
+
+TEST(CardIndex, FindsATimeFromTheKeyFrameBeforeIt) {
+    const Place place;
+    const Recording recording = Card{.sections = {{.seconds = 30, .key_interval = 100}}}.RecordFolder(place);
+    const Volume volume = Volume::Open(place);
+    const CardIndex index(volume);
+    const uint32_t start = index.Sections()[0].Start();
+    const auto place_of = [&](uint32_t frame) {
+        return uint64_t{recording.KeptVideo()[frame]->offset} - (frame == 0 ? 40 : 0);
+    };
+    struct {
+        uint32_t from, to;      // s behind the start
+        uint32_t first, limit;  // video frames, 100 to a key frame
+    } const cases[] = {{0, 0, 0, 100}, {3, 5, 0, 200}, {4, 7, 100, 200}, {5, 100, 100, 750}, {29, 29, 700, 750}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.from);
+        const std::vector<card::Stretch> found = index.Find(start + c.from, start + c.to);
+        ASSERT_EQ(found.size(), 1u);
+        EXPECT_EQ(found[0].begin, place_of(c.first));
+        EXPECT_EQ(found[0].end, c.limit == 750 ? index.Sections()[0].Limit() : place_of(c.limit));
+        EXPECT_EQ(found[0].start_time, start + c.first / 25);
+    }
+    EXPECT_TRUE(index.Find(start - 10, start - 1).empty());
+    EXPECT_TRUE(index.Find(start + 30, start + 99).empty());
+}
+
+TEST(CardIndex, FollowsTheRingThroughItsLaps) {
+    const Place place;
+    const Card card{.files = 2,
+                    .sections = {{.seconds = 100, .audio = CODE_AUDIO_NULL, .frame_bytes = 370000}, {.seconds = 2}},
+                    .keep_units = false};
+    const Recording recording = card.RecordFolder(place);
+    ASSERT_TRUE(recording.sections.front().overwritten) << "the plan is too short for a second lap";
+    const Volume volume = Volume::Open(place);
+    const CardIndex index(volume);
+    ExpectSameSections(index, recording);
+    ExpectSameKeyFrames(index, recording);
+    EXPECT_EQ(index.System().m_u32RecordUsedFileSum, 2u);
+    // Full files at 370 kB x 25 a second: 2 x 249 MiB.
+    EXPECT_NEAR(*index.HoursKept() * 3600, 2.0 * 0x0F900000 / (370000.0 * 25), 2.5);
+}
+
+std::string Word(uint32_t value) {
+    return std::string(reinterpret_cast<const char*>(&value), 4);
+}
+
+// Byte offsets in the index file, of file 0.
+constexpr uint64_t kFileHead = RECORD_FILE_HEAD_BASE;
+constexpr uint64_t SectionHead(uint32_t number) {
+    return RECORD_SECTION_BASE + 64 * number;
+}
+
+TEST(CardIndex, NamesTheFaultOfADamagedSectionAndKeepsTheOthers) {
+    using Fault = card::Section::Fault;
+    const Place place;
+    const Recording recording = kMorning.RecordFolder(place);
+    const struct {
+        const char* what;
+        uint32_t offset;  // in section head 2
+        uint32_t value;
+        Fault fault;
+    } cases[] = {
+        {"flag", 0, 0, Fault::NotFlagged},
+        {"start before its file's", 4, kMorning.start - 1, Fault::EarlierLap},
+        {"end long before start", 8, kMorning.start, Fault::BadTimes},
+        {"file and number", 12, 0x00030000, Fault::WrongPlace},
+        {"start on its predecessor", 16, 40, Fault::EarlierLap},
+        {"start behind the stream", 16, 0xFFFFFFF0, Fault::OutsideFile},
+        {"size behind the stream", 20, 0xFFFFFFFF, Fault::OutsideFile},
+        {"key-frame records outside", 32, 20 * 100000, Fault::BadKeyFrames},
+        {"key-frame record between two", 32, 7, Fault::BadKeyFrames},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        const std::string before = recording.Read("index000.bin", SectionHead(2) + c.offset, 4);
+        recording.Corrupt("index000.bin", SectionHead(2) + c.offset, Word(c.value));
+        const Volume volume = Volume::Open(place);
+        const CardIndex index(volume);
+        ASSERT_EQ(index.AllSections().size(), 3u);
+        EXPECT_EQ(index.AllSections()[1].fault, c.fault) << card::FaultText(index.AllSections()[1].fault);
+        ASSERT_EQ(index.Sections().size(), 2u);
+        EXPECT_EQ(index.Sections()[1].number, 3u);
+        recording.Corrupt("index000.bin", SectionHead(2) + c.offset, before);
+    }
+}
+
+TEST(CardIndex, KeepsASectionThatAPowerCutLeftAheadOfItsFile) {
+    const Place place;
+    const Recording recording = kMorning.RecordFolder(place);
+    uint32_t length = 0;
+    std::memcpy(&length, recording.Read("index000.bin", kFileHead + 16, 4).data(), 4);
+    recording.Corrupt("index000.bin", kFileHead + 16, Word(length - 1500));
+    {
+        const Volume volume = Volume::Open(place);
+        const CardIndex index(volume);
+        ASSERT_EQ(index.Sections().size(), 3u);
+        EXPECT_EQ(index.Sections()[2].cut_bytes, 1500u);
+        EXPECT_EQ(index.Sections()[2].Limit(), length - 1500);
+    }
+    // The next run begins where the file head says, on the frame that was ahead.
+    {
+        fixture::StoreWriter writer(place);
+        writer.BeginSection(kMorning.start + 9000, {});
+        writer.Video(std::string("\0\0\0\1\x67sps\0\0\0\1\x65slice", 17), true, false, kMorning.start + 9000);
+        writer.EndSection();
+    }
+    const Volume volume = Volume::Open(place);
+    const CardIndex index(volume);
+    ASSERT_EQ(index.Sections().size(), 4u);
+    EXPECT_EQ(index.Sections()[2].cut_bytes, 1500u);
+    EXPECT_EQ(index.Sections()[2].Limit(), index.Sections()[3].Begin());
+}
+
+TEST(CardIndex, LeavesOutAFileWhoseHeadCannotBeTrusted) {
+    using Fault = card::FileState::Fault;
+    const Place place;
+    const Recording recording = kMorning.RecordFolder(place);
+    const struct {
+        uint32_t offset;  // in the file head
+        uint32_t value;
+        Fault fault;
+    } cases[] = {{0, 0x12345678, Fault::NotFlagged}, {4, 7, Fault::WrongNumber},  {16, 0x0FD00000, Fault::BadCounts},
+                 {24, 0, Fault::BadCounts},          {24, 252, Fault::BadCounts}, {28, 0xFFFFFFFF, Fault::BadCounts}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.offset);
+        const std::string before = recording.Read("index000.bin", kFileHead + c.offset, 4);
+        recording.Corrupt("index000.bin", kFileHead + c.offset, Word(c.value));
+        const Volume volume = Volume::Open(place);
+        const CardIndex index(volume);
+        EXPECT_EQ(index.Files()[0].fault, c.fault);
+        EXPECT_TRUE(index.Sections().empty());
+        EXPECT_FALSE(index.Oldest().has_value());
+        recording.Corrupt("index000.bin", kFileHead + c.offset, before);
+    }
+}
+
+TEST(CardIndex, BelievesNoCountOfTheSystemHead) {
+    const Place place;
+    const Recording recording = kMorning.RecordFolder(place);
+    for (const uint32_t value : {0u, 1u, 2709u, 2710u, 0xFFFFFFFFu}) {
+        recording.Corrupt("index000.bin", 20, Word(value));
+        recording.Corrupt("index000.bin", 28, Word(value));
+        const Volume volume = Volume::Open(place);
+        const CardIndex index(volume);
+        EXPECT_EQ(index.FileCount(), std::min(value, 2709u));
+        EXPECT_EQ(index.Sections().size(), value == 0 ? 0u : 3u);
+    }
+    recording.Corrupt("index000.bin", 0, "junk");
+    const Volume volume = Volume::Open(place);
+    try {
+        const CardIndex index(volume);
+        FAIL() << "took a store without a head";
+    } catch (const card::CardError& error) {
+        EXPECT_THAT(error.what(), HasSubstr("repair"));
+    }
+}
+
+TEST(CardIndex, LeavesOutEventsThatDoNotFit) {
+    const Place place;
+    const Recording recording = kMorning.RecordFolder(place);
+    constexpr uint64_t kFirst = 8 * ALARM_EVENT_BLOCK;
+    for (const auto& [offset, value] : {std::pair{0u, 0u}, {4u, 5u}, {8u, 5u}, {20u, 1u}}) {
+        const std::string before = recording.Read("event000.bin", kFirst + offset, 4);
+        recording.Corrupt("event000.bin", kFirst + offset, Word(value));
+        const Volume volume = Volume::Open(place);
+        const CardIndex index(volume);
+        EXPECT_EQ(index.AllEvents().size(), 2u);
+        ASSERT_EQ(index.Events().size(), 1u) << "offset " << offset;
+        EXPECT_EQ(index.Events()[0].slot, 2u);
+        EXPECT_EQ(index.Events()[0].number, 1u);
+        recording.Corrupt("event000.bin", kFirst + offset, before);
+    }
+}
+
+TEST(EventTypes, AreSpelledOut) {
+    EXPECT_EQ(card::EventTypeText(1), "motion");
+    EXPECT_EQ(card::EventTypeText(1 | 32), "motion, smart event");
+    EXPECT_EQ(card::EventTypeText(4 | 64), "input, type 0x40");
+    EXPECT_EQ(card::EventTypeText(0), "type 0x00");
+}
+
+}  // namespace

@@ -1,0 +1,176 @@
+#include "volume/Fat32.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <memory>
+
+#include "fixture/CardFixture.h"
+#include "fixture/Place.h"
+#include "text/Error.h"
+#include "volume/Volume.h"
+
+namespace {
+
+using card::Access;
+using card::Chain;
+using card::ChainEnd;
+using card::Device;
+using card::Fat32;
+using fixture::Card;
+using fixture::Place;
+
+// A formatted image of two record files, and the means to spoil it.
+class Image {
+  public:
+    Image() { Card{.files = 2}.RecordImage(place_); }
+
+    const std::string& Path() const { return place_.Path(); }
+    void Write(uint64_t offset, const std::string& bytes) const {
+        Device::OpenCard(place_, Access::ReadWrite).WriteAt(offset, bytes.data(), bytes.size());
+    }
+    void SetEntry(const card::FatGeometry& geometry, uint32_t copy, uint32_t cluster, uint32_t value) const {
+        Write(geometry.FatOffset(copy) + uint64_t{cluster} * 4, std::string(reinterpret_cast<const char*>(&value), 4));
+    }
+
+  private:
+    Place place_;
+};
+
+TEST(Fat32, ReadsWhatTheFormatterLaysOut) {
+    const Image image;
+    const Device device = Device::Open(image.Path());
+    const Fat32 fat(device);
+    EXPECT_FALSE(fat.FromBackup());
+    EXPECT_EQ(uint64_t{fat.Geometry().total_sectors} * 512, device.Size());
+    std::vector<std::string> names;
+    for (const card::DirectoryEntry& entry : fat.Root()) {
+        names.push_back(entry.name);
+        EXPECT_TRUE(entry.long_name_ok) << entry.name;
+        const Chain chain = fat.FileChain(entry);
+        EXPECT_EQ(chain.end, ChainEnd::EndMark);
+        ASSERT_EQ(chain.extents.size(), 1u) << "a file lies in one piece";
+        EXPECT_EQ(chain.extents[0].length, entry.size);
+        EXPECT_EQ(chain.extents[0].offset % (4u << 20), 0u) << entry.name;
+    }
+    EXPECT_THAT(names, ::testing::UnorderedElementsAre("hi000000.mp4", "hi000001.mp4", "event000.bin", "keyframe.bin",
+                                                       "index000.bin", "index001.bin"));
+    EXPECT_EQ(fat.Find("HI000001.MP4"), fat.Find("hi000001.mp4"));
+    EXPECT_EQ(fat.Find("hi000002.mp4"), nullptr);
+}
+
+TEST(Fat32, TellsHowAChainEnds) {
+    const Image image;
+    const Device device = Device::Open(image.Path());
+    const Fat32 clean(device);
+    const card::FatGeometry geometry = clean.Geometry();
+    const card::DirectoryEntry entry = *clean.Find("hi000001.mp4");
+    const uint32_t damaged = entry.first_cluster + 100;  // 100 whole clusters and this one before the break
+    const struct {
+        uint32_t value;
+        ChainEnd end;
+    } cases[] = {{0, ChainEnd::Free},
+                 {0x0FFFFFF7, ChainEnd::Bad},
+                 {1, ChainEnd::OutOfRange},
+                 {geometry.clusters + 2, ChainEnd::OutOfRange},
+                 {entry.first_cluster, ChainEnd::TooLong},
+                 {0x0FFFFFFF, ChainEnd::EndMark}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.value);
+        image.SetEntry(geometry, 0, damaged, c.value);
+        const Fat32 fat(device);
+        const Chain chain = fat.Follow(entry.first_cluster, 70000);
+        EXPECT_EQ(chain.end, c.end);
+        if (c.end != ChainEnd::TooLong) {
+            EXPECT_EQ(chain.clusters, 101u);
+            EXPECT_EQ(chain.last_cluster == damaged || chain.last_cluster == c.value, true);
+            EXPECT_EQ(fat.FileChain(entry).bytes, entry.size) << "the second table knows better";
+        }
+    }
+    image.SetEntry(geometry, 1, damaged, 0);
+    image.SetEntry(geometry, 0, damaged, 0);
+    const card::StoreFile file = card::Volume::Open(image.Path()).OpenFile("hi000001.mp4");
+    EXPECT_EQ(file.Size(), entry.size);
+    EXPECT_EQ(file.Reachable(), 101u * geometry.ClusterBytes());
+    char byte = 0;
+    EXPECT_EQ(file.ReadAt(file.Reachable() - 1, &byte, 1), 1u);
+    EXPECT_EQ(file.ReadAt(file.Reachable(), &byte, 1), 0u);
+}
+
+TEST(Fat32, ReadsAFileInSeveralPieces) {
+    const Image image;
+    const Device device = Device::Open(image.Path());
+    const Fat32 clean(device);
+    const card::FatGeometry geometry = clean.Geometry();
+    const uint32_t bytes = geometry.ClusterBytes();
+    // "index001.bin" takes its second cluster from the free space, and goes on as before.
+    const card::DirectoryEntry entry = *clean.Find("index001.bin");
+    const uint32_t elsewhere = geometry.clusters;
+    for (const uint32_t copy : {0u, 1u}) {
+        image.SetEntry(geometry, copy, entry.first_cluster, elsewhere);
+        image.SetEntry(geometry, copy, elsewhere, entry.first_cluster + 2);
+    }
+    image.Write(geometry.ClusterOffset(entry.first_cluster) + bytes - 2, "ab");
+    image.Write(geometry.ClusterOffset(elsewhere), "cd");
+    image.Write(geometry.ClusterOffset(elsewhere) + bytes - 2, "ef");
+    image.Write(geometry.ClusterOffset(entry.first_cluster + 2), "gh");
+    const card::StoreFile file = card::Volume::Open(image.Path()).OpenFile("index001.bin");
+    EXPECT_EQ(file.Extents().size(), 3u);
+    EXPECT_EQ(file.Reachable(), entry.size);
+    std::string read(bytes + 4, '\0');
+    EXPECT_EQ(file.ReadAt(bytes - 2, read.data(), read.size()), read.size());
+    EXPECT_EQ(read.substr(0, 4) + read.substr(bytes, 4), "abcdefgh");
+}
+
+TEST(Fat32, ManagesWithoutItsBootSector) {
+    const Image image;
+    const uint64_t index = card::Volume::Open(image.Path()).OpenFile("index000.bin").Extents()[0].offset;
+    image.Write(0, std::string(512, '\0'));
+    const card::Volume volume = card::Volume::Open(image.Path());
+    EXPECT_TRUE(volume.Fat()->FromBackup());
+    EXPECT_EQ(volume.OpenFile("index000.bin").Extents()[0].offset, index);
+    EXPECT_EQ(fixture::Tool({"list", image.Path()}).status, 0);
+    image.Write(3 * 512, std::string(512, '\0'));
+    EXPECT_THROW(card::Volume::Open(image.Path()), card::CardError);
+}
+
+TEST(Fat32, NeverReadsBeyondACutImage) {
+    const Image image;
+    std::filesystem::resize_file(image.Path(), 300u << 20);
+    const card::Volume volume = card::Volume::Open(image.Path());
+    for (const std::string& name : volume.Names()) {
+        const card::StoreFile file = volume.OpenFile(name);
+        EXPECT_LE(file.Reachable(), file.Size());
+        char bytes[16];
+        EXPECT_EQ(file.ReadAt(file.Reachable(), bytes, sizeof bytes), 0u);
+        if (file.Reachable() >= sizeof bytes) {
+            EXPECT_EQ(file.ReadAt(file.Reachable() - sizeof bytes, bytes, sizeof bytes), sizeof bytes) << name;
+        }
+    }
+}
+
+TEST(Fat32, FindsTheVolumeInItsPartition) {
+    const Image image;
+    const Place disk;
+    constexpr uint32_t kStart = 8192;  // sectors
+    std::filesystem::copy_file(image.Path(), disk.Path());
+    std::filesystem::resize_file(disk.Path(), (2304ull << 20) + kStart * 512);
+    // Boot sector, tables and directory moved behind a partition table are enough to open it.
+    std::string front(24u << 20, '\0');
+    Device::Open(image.Path()).ReadAt(0, front.data(), front.size());
+    const Device device = Device::OpenCard(disk, Access::ReadWrite);
+    device.WriteAt(uint64_t{kStart} * 512, front.data(), front.size());
+    std::string table(512, '\0');
+    table[446 + 4] = 0x0C;
+    std::memcpy(&table[446 + 8], &kStart, 4);
+    table[510] = '\x55';
+    table[511] = '\xAA';
+    device.WriteAt(0, table.data(), table.size());
+    const Fat32 fat(device);
+    EXPECT_EQ(fat.Geometry().base, uint64_t{kStart} * 512);
+    EXPECT_EQ(fat.Root().size(), 6u);
+}
+
+}  // namespace
