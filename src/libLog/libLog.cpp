@@ -1,5 +1,6 @@
 #include "libLog.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -14,19 +15,28 @@ constexpr int kMessageMax = 4095;  // characters of a message; the rest is cut
 
 std::atomic<int> bConsoleOut{0};
 
-int Print(std::string_view tag, const char* format, va_list arguments) {
-    if (bConsoleOut.load(std::memory_order_relaxed) == 0) {
-        return 0;
-    }
+// Whether one write to standard error would neither wait nor raise SIGPIPE: a reader that hangs or has gone
+// must not stop the recorder.  A file always takes it.
+bool ReaderTakesIt() {
+    pollfd reader{STDERR_FILENO, POLLOUT, 0};
+    return poll(&reader, 1, 0) == 1 && (reader.revents & (POLLOUT | POLLERR | POLLHUP | POLLNVAL)) == POLLOUT;
+}
+
+void Print(std::string_view tag, const char* format, va_list arguments) {
     const int saved_errno = errno;  // a message between a failure and its report must not hide the cause
     char line[16 + kMessageMax + 1];
     const size_t head = tag.copy(line, tag.size());
     const int wanted = vsnprintf(line + head, kMessageMax + 1, format, arguments);
     const int length = wanted < 0 ? 0 : wanted < kMessageMax ? wanted : kMessageMax;
-    // One write, so that lines of several threads do not mix; a full or vanished reader loses the line.
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line, head + static_cast<size_t>(length));
+    if (ReaderTakesIt()) {
+        // One write, so that lines of several threads do not mix.
+        [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line, head + static_cast<size_t>(length));
+    }
     errno = saved_errno;
-    return 0;
+}
+
+bool IsOn() {
+    return bConsoleOut.load(std::memory_order_relaxed) != 0;
 }
 
 }  // namespace
@@ -42,13 +52,15 @@ int LogCleanup(void) {
 }
 
 // One entry point a level; they differ in the tag alone.
-#define LOG_LEVEL(function, tag)                    \
-    int function(const char* format, ...) {         \
-        va_list arguments;                          \
-        va_start(arguments, format);                \
-        const int result = Print(tag, format, arguments); \
-        va_end(arguments);                          \
-        return result;                              \
+#define LOG_LEVEL(function, tag)            \
+    int function(const char* format, ...) { \
+        if (IsOn()) {                       \
+            va_list arguments;              \
+            va_start(arguments, format);    \
+            Print(tag, format, arguments);  \
+            va_end(arguments);              \
+        }                                   \
+        return 0;                           \
     }
 
 LOG_LEVEL(LogTrace, "[Trace]: ")
@@ -56,3 +68,10 @@ LOG_LEVEL(LogDebug, "[Debug]: ")
 LOG_LEVEL(LogError, "[Error]: ")
 LOG_LEVEL(LogWarn, "[Warn]: ")
 LOG_LEVEL(LogInfo, "[Info]: ")
+
+void PrintToStandardError(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    Print("", format, arguments);
+    va_end(arguments);
+}

@@ -1,6 +1,7 @@
 /* The process-wide diagnostic log: tagged lines on standard error, one switch, no file.
  *
- * Owns the switch only.  Never allocates, never locks, never touches a file.
+ * Owns the switch only.  Never allocates, never locks, never touches a file, never waits: a line that
+ * its reader has no room for, or whose reader has gone, is lost.
  * Any thread may log at any time, a signal handler too: a message is formatted into a buffer of the
  * call and leaves in one write.
  * Nothing is printed before LogInit and after LogCleanup.
@@ -38,7 +39,21 @@ int LogInfo(const char* format, ...) __attribute__((format(printf, 1, 2)));
 #ifdef __cplusplus
 } /* extern "C" */
 
-/* The house pattern: a format that begins "%s %d" (or "%s,%d"), filled with function and line. */
+/* Prints untagged, whether the log is on or not; cut at 4095 characters.  For lines that stand outside
+ * the log, and like the log without ever waiting for a reader. */
+void PrintToStandardError(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+/* The house pattern: "%s %d" with the function and the line, then the given text.
+ *
+ *   LOG_TRACE_HERE(": no stream %d\n", stream);            "[Trace]: StartRecord 289: no stream 7"
+ *   LOG_TRACE_AS("StartRecord", " MJPEG, not support\n");  names an operation instead of the helper it is in
+ */
+#define LOG_TRACE_HERE(text, ...) LOG_TRACE_AS(__func__, text, ##__VA_ARGS__)
+#define LOG_ERROR_HERE(text, ...) LogError("%s %d" text, __func__, __LINE__, ##__VA_ARGS__)
+#define LOG_WARN_HERE(text, ...) LogWarn("%s %d" text, __func__, __LINE__, ##__VA_ARGS__)
+#define LOG_TRACE_AS(operation, text, ...) LogTrace("%s %d" text, operation, __LINE__, ##__VA_ARGS__)
+
+/* The same for a format that itself begins "%s %d" (or "%s,%d"): on its way out. */
 #define LOG_TRACE(format, ...) LogTrace(format, __func__, __LINE__, ##__VA_ARGS__)
 #define LOG_ERROR(format, ...) LogError(format, __func__, __LINE__, ##__VA_ARGS__)
 #define LOG_WARN(format, ...) LogWarn(format, __func__, __LINE__, ##__VA_ARGS__)

@@ -1,10 +1,14 @@
 #include "libLog.h"
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/Stderr.h"
@@ -40,6 +44,62 @@ TEST(Log, CutsALongMessageAt4095Characters) {
     LogCleanup();
     EXPECT_EQ(out.Text(), "[Trace]: " + std::string(4095, 'x'));
 }
+
+TEST(Log, NamesFunctionAndLineInFrontOfTheText) {
+    support::Captured out;
+    LogInit(nullptr, LOG_MODE_ALL);
+    const int line = __LINE__ + 1;
+    LOG_TRACE_HERE(" nStreamType = %d\n", 7);
+    LOG_ERROR_HERE("\n");
+    LOG_WARN_HERE(": %s\n", "text");
+    LOG_TRACE_AS("StartRecord", " %s\n", "text");
+    LogCleanup();
+    PrintToStandardError("%s\n", "untagged");
+    std::ostringstream wanted;
+    wanted << "[Trace]: TestBody " << line << " nStreamType = 7\n[Error]: TestBody " << line + 1
+           << "\n[Warn]: TestBody " << line + 2 << ": text\n[Trace]: StartRecord " << line + 3 << " text\nuntagged\n";
+    EXPECT_EQ(out.Text(), wanted.str());
+}
+
+// A pipe or a socket as standard error, made so that writing is to be avoided.
+class DeadReader : public testing::TestWithParam<bool> {
+  protected:
+    DeadReader() : saved_(dup(STDERR_FILENO)) {
+        EXPECT_EQ(GetParam() ? pipe(ends_) : socketpair(AF_UNIX, SOCK_STREAM, 0, ends_), 0);
+        EXPECT_EQ(dup2(ends_[1], STDERR_FILENO), STDERR_FILENO);
+        LogInit(nullptr, LOG_MODE_ALL);
+    }
+    ~DeadReader() override {
+        LogCleanup();
+        dup2(saved_, STDERR_FILENO);
+        for (int fd : {saved_, ends_[0], ends_[1]}) {
+            close(fd);
+        }
+    }
+
+    int saved_;
+    int ends_[2] = {-1, -1};
+};
+
+TEST_P(DeadReader, ThatLeftKillsNobody) {
+    close(std::exchange(ends_[0], -1));
+    LogTrace("a write would raise SIGPIPE\n");
+    PrintToStandardError("here too\n");
+}
+
+TEST_P(DeadReader, ThatHangsStopsNobody) {
+    const std::string line(1000, 'x');
+    for (int i = 0; i < 1000; ++i) {  // more than either holds
+        LogTrace("%s\n", line.c_str());
+    }
+    std::string seen(1 << 20, '\0');
+    EXPECT_GT(read(ends_[0], seen.data(), seen.size()), 1010);
+    LogTrace("once more\n");
+    EXPECT_GT(read(ends_[0], seen.data(), seen.size()), 0) << "a reader that is back reads on";
+}
+
+INSTANTIATE_TEST_SUITE_P(Log, DeadReader, testing::Bool(),
+                         [](const auto& is_pipe) { return is_pipe.param ? "Pipe" : "Socket"; });
 
 TEST(Log, LinesOfManyThreadsNeverMix) {
     constexpr int kThreads = 8;
