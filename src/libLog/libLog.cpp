@@ -1,6 +1,7 @@
 #include "libLog.h"
 
 #include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -15,11 +16,17 @@ constexpr int kMessageMax = 4095;  // characters of a message; the rest is cut
 
 std::atomic<int> bConsoleOut{0};
 
-// Whether one write to standard error would neither wait nor raise SIGPIPE: a reader that hangs or has gone
-// must not stop the recorder.  A file always takes it.
-bool ReaderTakesIt() {
+// One write, so that lines of several threads do not mix.  It neither waits nor raises SIGPIPE: a reader that hangs
+// or has gone must not stop the recorder.  The line is lost then.
+void Write(const char* line, size_t length) {
+    if (send(STDERR_FILENO, line, length, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0 || errno != ENOTSOCK) {
+        return;
+    }
+    // Not made non-blocking: others that have this pipe or terminal open would find it so too.
     pollfd reader{STDERR_FILENO, POLLOUT, 0};
-    return poll(&reader, 1, 0) == 1 && (reader.revents & (POLLOUT | POLLERR | POLLHUP | POLLNVAL)) == POLLOUT;
+    if (poll(&reader, 1, 0) == 1 && (reader.revents & (POLLERR | POLLHUP | POLLNVAL)) == 0) {
+        [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line, length);
+    }
 }
 
 void Print(std::string_view tag, const char* format, va_list arguments) {
@@ -28,10 +35,7 @@ void Print(std::string_view tag, const char* format, va_list arguments) {
     const size_t head = tag.copy(line, tag.size());
     const int wanted = vsnprintf(line + head, kMessageMax + 1, format, arguments);
     const int length = wanted < 0 ? 0 : wanted < kMessageMax ? wanted : kMessageMax;
-    if (ReaderTakesIt()) {
-        // One write, so that lines of several threads do not mix.
-        [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line, head + static_cast<size_t>(length));
-    }
+    Write(line, head + static_cast<size_t>(length));
     errno = saved_errno;
 }
 

@@ -2,13 +2,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdarg>
-#include <cstdio>
 #include <cstring>
 #include <mutex>
 
-#include "Report.h"
 #include "libDebugOutput.h"
+#include "libLog.h"
 
 namespace {
 
@@ -58,18 +56,6 @@ bool Redirect(int fd) {
 
 }  // namespace
 
-void Report(const char* format, ...) {
-    char line[512];
-    va_list arguments;
-    va_start(arguments, format);
-    const int wanted = vsnprintf(line, sizeof line, format, arguments);
-    va_end(arguments);
-    const size_t length = wanted < 0                               ? 0
-                          : wanted < static_cast<int>(sizeof line) ? static_cast<size_t>(wanted)
-                                                                   : sizeof line - 1;
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line, length);  // what does not fit is lost
-}
-
 int redirectionOutput(int fd) {
     const std::lock_guard guard(g_lock);
     if (fd_out >= 0) {
@@ -78,7 +64,7 @@ int redirectionOutput(int fd) {
     if (!Redirect(fd)) {
         const int cause = errno;
         CloseAll();
-        Report("%s: %s\n", "err in dup STDOUT.\n", strerror(cause));
+        PrintToStandardError("%s: %s\n", "err in dup STDOUT.\n", strerror(cause));
         return -4;
     }
     return 0;
@@ -90,10 +76,10 @@ int redirectionOutputCancle(void) {
         return -1;
     }
     if (!Lead(STDOUT_FILENO, stdout_sfd)) {
-        Report("err in cacle redirection stdout.");
+        PrintToStandardError("err in cacle redirection stdout.");
     }
     if (!Lead(STDERR_FILENO, stderr_sfd)) {
-        Report("err in cacle redirection stdout.");
+        PrintToStandardError("err in cacle redirection stdout.");
     }
     CloseAll();
     return 0;

@@ -16,7 +16,10 @@
 #include <mutex>
 
 #include "Clock.h"
-#include "Report.h"
+#include "libLog.h"
+
+// A line of the console's own, whether the log is on or not.
+#define REPORT(text, ...) PrintToStandardError("%s %d" text, __func__, __LINE__, ##__VA_ARGS__)
 
 namespace {
 
@@ -54,17 +57,17 @@ bool ReadyWithin(int fd, short events, int milliseconds, short* ready) {
 // The client belongs to the receiving thread from the moment that client_fd names it, so it is made
 // ready before.
 void Accept() {
-    REPORT("%s %d\n");
+    REPORT("\n");
     sockaddr_in peer{};
     socklen_t length = sizeof peer;
     const int fd = accept4(listen_fd, reinterpret_cast<sockaddr*>(&peer), &length, SOCK_NONBLOCK | SOCK_CLOEXEC);
     char address[INET_ADDRSTRLEN] = {};
     inet_ntop(AF_INET, &peer.sin_addr, address, sizeof address);
     // The port is shown as it stands in the address, in network byte order: viewers know it so.
-    REPORT("%s %d : A stupid connect!ip = %s, port = %d\n", address, peer.sin_port);
-    REPORT("///////%s %d : ..........fd = %d\n", fd);
+    REPORT(" : A stupid connect!ip = %s, port = %d\n", address, peer.sin_port);
+    PrintToStandardError("///////%s %d : ..........fd = %d\n", __func__, __LINE__, fd);
     if (fd < 0) {
-        REPORT("%s %d: Accept fd < 0\n");
+        REPORT(": Accept fd < 0\n");
         SleepMs(1000);
         return;
     }
@@ -80,7 +83,7 @@ void Accept() {
 
 void* ListenSocketThread(void*) {
     SetThreaTskName("ListenSocketThread");
-    REPORT("%s %d: fd = %d\n", listen_fd.load());
+    REPORT(": fd = %d\n", listen_fd.load());
     while (RunFlag) {
         short ready = 0;
         if (ReadyWithin(listen_fd, POLLIN, kListenWaitMs, &ready) && RunFlag) {
@@ -94,7 +97,7 @@ void* ListenSocketThread(void*) {
             SleepMs(500);
         }
     }
-    REPORT("%s %d: Thread end!\n");
+    REPORT(": Thread end!\n");
     return nullptr;
 }
 
@@ -117,12 +120,12 @@ void* SendRecvSocketThread(void*) {
         if (ReadyWithin(fd, POLLIN | POLLOUT, kClientWaitMs, &ready) && (ready & ~POLLOUT) != 0 && !Drain(fd)) {
             redirectionOutputCancle();
             close(fd);
-            REPORT("%s %d: Command disconnect\n");
+            REPORT(": Command disconnect\n");
             client_fd = -1;
         }
         SleepMs(500);
     }
-    REPORT("%s %d: Thread end!\n");
+    REPORT(": Thread end!\n");
     return nullptr;
 }
 
@@ -139,7 +142,7 @@ void Join(ConsoleThread& thread) {
 }
 
 int SocketError(const char* function, int line, const char* what) {
-    Report("%s %s %d: %s error. errno = %d\n", "libDebugOutput", function, line, what, errno);
+    PrintToStandardError("%s %s %d: %s error. errno = %d\n", "libDebugOutput", function, line, what, errno);
     return -1;
 }
 
@@ -160,7 +163,7 @@ int Listen(unsigned short port) {
     if (bind(fd, reinterpret_cast<const sockaddr*>(&local), sizeof local) != 0) {
         return SocketError("SetupNetwork", __LINE__, "Bind");
     }
-    Report("create tcp connect success %d,start listen...\n", fd);
+    PrintToStandardError("create tcp connect success %d,start listen...\n", fd);
     return listen(fd, 5) == 0 ? 0 : SocketError("SetupNetwork", __LINE__, "Start listen");
 }
 
@@ -192,10 +195,10 @@ int libDebugOutputStart(unsigned short port) {
         return 0;
     }
     if (wanted) {
-        REPORT("%s %d :Run Debuginfo++++\n");
+        REPORT(" :Run Debuginfo++++\n");
         DOStart(port);
     } else {
-        REPORT("%s %d :Stop Debuginfo----\n");
+        REPORT(" :Stop Debuginfo----\n");
         DOStop();
     }
     return 0;
