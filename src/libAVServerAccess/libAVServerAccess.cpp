@@ -1,16 +1,21 @@
 #include "libAVServerAccess.h"
 
 #include <atomic>
-#include <cerrno>
 #include <cstring>
 #include <mutex>
 
+#include "Clock.h"
+#include "PeerQueue.h"
 #include "libIpcUtils.h"
 #include "libLog.h"
 
 namespace {
 
 constexpr int kForceIFrame = 0x2010;
+constexpr long kPatienceSeconds = 3;
+constexpr long kShortPatienceSeconds = 1;  // while the media server does not answer: runs begin with a command
+constexpr int kMomentsMs = 20;
+constexpr int kQueuesMax = 10;  // one command's; a queue that is removed again and again
 
 struct AVServerAccessSysInfo {
     std::atomic<int> RunFlag{0};
@@ -18,8 +23,8 @@ struct AVServerAccessSysInfo {
 };
 
 AVServerAccessSysInfo access_info;
-std::mutex one_command;  // request and answer are one step: all answers have the same message type
-int owed_answers = 0;    // not taken yet, to commands that are over; under one_command
+std::mutex one_command;    // request and answer are one step: all answers have the same message type
+std::atomic<bool> answers_come{true};  // the queue is new, or its last command had an answer
 
 // The queue's id, opened when it is not; negative when it cannot be had.
 int OpenQueue() {
@@ -30,34 +35,43 @@ int OpenQueue() {
     return access_info.AVMsgQid.load();
 }
 
-// An answer that came after its caller had been interrupted would be taken for the next command's; one
-// that is too long would stand in front of every other.
-void DropLateAnswers(int qid) {
-    uint8_t late[sizeof(int32_t) + 8192];  // the kernel's limit of a message
-    while (owed_answers > 0 && IpcMsgTryRecv(qid, MSG_AVACCESS_TYPE_MSG2, late, sizeof late) >= 0) {
-        --owed_answers;
+// Other services' answers have the same message type, and what waits is thrown away before a command.  An answer
+// that someone waits for is taken within moments.
+void LetOthersTakeTheirs(int qid) {
+    for (int i = 0; i < kMomentsMs && IpcMsgCount(qid) > 0; ++i) {
+        SleepMs(1);
     }
 }
 
-// Sends the request and waits for the answer into the same record, which stays the request on failure.
-void Exchange(int qid, AVAccessMsgBuf& message) {
-    DropLateAnswers(qid);
-    const bool sent = IpcMsgSend(qid, &message, sizeof message) >= 0;
-    if (sent && IpcMsgRecv(qid, MSG_AVACCESS_TYPE_MSG2, &message, sizeof message) >= 0) {
-        return;
+// An answer that names no command may be to any.
+bool IsAnswer(const void* question, const void* answer) {
+    const auto& asked = *static_cast<const AVAccessMsgBuf*>(question);
+    const auto& got = *static_cast<const AVAccessMsgBuf*>(answer);
+    return got.cmd == 0 || (got.cmd == asked.cmd && got.index == asked.index);
+}
+
+// Sends the command and takes its answer.  A command that meets a removed queue is sent again to the new one.
+int Exchange(AVAccessMsgBuf& message) {
+    const Patience patience(answers_come ? kPatienceSeconds : kShortPatienceSeconds);
+    Reply reply = Reply::kQueueRemoved;
+    for (int i = 0; i < kQueuesMax && reply == Reply::kQueueRemoved; ++i) {
+        const int qid = OpenQueue();
+        if (qid < 0) {
+            return AVSERVER_MESSAGE_INIT_FAIL;
+        }
+        LetOthersTakeTheirs(qid);
+        reply = Ask(qid, {&message, sizeof message, MSG_AVACCESS_TYPE_MSG2, IsAnswer}, patience);
+        if (reply == Reply::kQueueRemoved) {
+            AVServerAccessCleanup();
+        }
     }
-    if (errno == EIDRM || errno == EINVAL) {  // someone removed the queue: the next command opens the new one
-        owed_answers = 0;
-        AVServerAccessCleanup();
-    } else if (sent && (errno == EINTR || errno == E2BIG)) {
-        ++owed_answers;
-    }
+    answers_come = reply == Reply::kTaken;
+    return message.ret;
 }
 
 int Command(int code, int index, const void* data = nullptr) {
     const std::lock_guard alone(one_command);
-    const int qid = OpenQueue();
-    if (qid < 0) {
+    if (OpenQueue() < 0) {
         return AVSERVER_MESSAGE_INIT_FAIL;
     }
     AVAccessMsgBuf message{};
@@ -69,10 +83,9 @@ int Command(int code, int index, const void* data = nullptr) {
         std::memcpy(message.data, data, sizeof message.data);
     }
     if (code == kForceIFrame) {  // the only command that speaks
-        LogTrace("%s %d: AVServerVideoForceIFrame VideoType=%d\n", "AVServerVideoForceIFrame", __LINE__, index);
+        LOG_TRACE_AS("AVServerVideoForceIFrame", ": AVServerVideoForceIFrame VideoType=%d\n", index);
     }
-    Exchange(qid, message);
-    return message.ret;
+    return Exchange(message);
 }
 
 }  // namespace
@@ -85,6 +98,7 @@ int AVServerAccessInit(void) {
     if (qid < 0) {
         return AVSERVER_MESSAGE_INIT_FAIL;
     }
+    answers_come = true;
     access_info.AVMsgQid.store(qid);
     access_info.RunFlag.store(1);
     return AVSERVER_OK;

@@ -1,9 +1,10 @@
-/* The client side of the media server's command queue: one blocking request and answer a command.
+/* The client side of the media server's command queue: one request and answer a command.
  *
  * Tells the media server to act (a key frame, above all) or that a setting changed and is to be read
  * again.  Owns the queue's id, not the queue: nothing is removed or closed.
  * Commands may be called from any thread; those of one process go one at a time, since all answers
- * arrive as one message type.  A media server that never answers keeps its caller waiting.
+ * arrive as one message type.  A media server that does not answer keeps its caller for 4 s at most, and
+ * for 2 s while it goes on like that.
  */
 #ifndef LIB_AV_SERVER_ACCESS_H
 #define LIB_AV_SERVER_ACCESS_H
@@ -73,9 +74,10 @@ int AVServerAccessInit(void);
 /* Forgets the queue, which stays.  Returns 0. */
 int AVServerAccessCleanup(void);
 
-/* The commands.  Each opens the queue if it is not open, sends its code and waits, without limit, for
- * the answer.  Returns the media server's result, or AVSERVER_MESSAGE_INIT_FAIL.  When the request
- * cannot be sent or the answer cannot be received, the result is 0.
+/* The commands.  Each opens the queue if it is not open, throws away what waits for this client, sends its
+ * code and waits for the answer to it.  One that finds the queue removed is sent again to the new one.
+ * Returns the media server's result, or AVSERVER_MESSAGE_INIT_FAIL; 0 when it cannot be sent or has no
+ * answer in time.
  * AVServerSetPtzControlEx carries the 16 bytes at `inData`; null gives AVSERVER_PARAM_ERROR. */
 #define AVSERVER_PLAIN_PROTOTYPE(function, code) int function(void);
 #define AVSERVER_INDEX_PROTOTYPE(function, code, type, argument) int function(type argument);

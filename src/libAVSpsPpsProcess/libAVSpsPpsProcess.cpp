@@ -1,55 +1,62 @@
 #include "libAVSpsPpsProcess.h"
 
-#include <atomic>
 #include <cstring>
 #include <mutex>
 
+#include "PeerSegment.h"
 #include "RecursiveLock.h"
 #include "libIpcUtils.h"
 #include "libLog.h"
 
 namespace {
 
-std::atomic<bool> gInitFlag{false};
-std::atomic<int> gShmId{-1};
+bool gHaveLocks = false;  // init and cleanup only
 pthread_mutex_t g_slotLock[AV_SPS_PPS_SLOTS];
 
-// A slot's lock orders the writers of that slot; this one keeps a table that is being published from
-// changing in another slot meanwhile.  Taken after the slot's.
+// A slot's lock orders the writers of that slot; this one guards the following, and keeps a table that is being
+// published from changing in another slot meanwhile.  Taken after the slot's.
 std::mutex g_tableLock;
+PeerSegment gSegment{AV_SPS_PPS_KEY, AV_SPS_PPS_SIZE};
 AVSpsPpsData gAVSpsPpsData{};
+
+int SegmentId() {
+    const std::lock_guard guard(g_tableLock);
+    return gSegment.Id();
+}
 
 }  // namespace
 
 int libAVSpsPpsProcessInit(void) {
-    LOG_TRACE("%s %d: %s libAVSpsPpsProcessInit!\n", __func__);
-    if (gInitFlag) {
-        LOG_TRACE("%s %d: %s has already init!\n", __func__);
+    LOG_TRACE_HERE(": %s libAVSpsPpsProcessInit!\n", __func__);
+    const std::lock_guard guard(g_tableLock);
+    if (gSegment.Attached()) {
+        LOG_TRACE_HERE(": %s has already init!\n", __func__);
         return 0;
     }
     gAVSpsPpsData = AVSpsPpsData{};
-    const int id = IpcShareMemInit(AV_SPS_PPS_KEY, AV_SPS_PPS_SIZE);
-    if (id < 0) {
-        LOG_TRACE("%s %d: %s gShmId = %d\n", __func__, id);
+    for (pthread_mutex_t& lock : g_slotLock) {
+        if (!gHaveLocks) {
+            KQ_CreateLock(&lock);
+        }
+    }
+    gHaveLocks = true;  // also without a segment, which may come later
+    if (!gSegment.Open()) {
+        LOG_TRACE_HERE(": %s gShmId = %d\n", __func__, -1);
         return -1;
     }
-    for (pthread_mutex_t& lock : g_slotLock) {
-        KQ_CreateLock(&lock);
-    }
-    gShmId = id;
-    gInitFlag = true;
     return 0;
 }
 
 int libAVSpsPpsProcessCleanup(void) {
-    const bool had_locks = gInitFlag.exchange(false);
-    gShmId = -1;
+    const std::lock_guard guard(g_tableLock);
+    gSegment.Forget();
     gAVSpsPpsData = AVSpsPpsData{};
-    if (had_locks) {
-        for (pthread_mutex_t& lock : g_slotLock) {
+    for (pthread_mutex_t& lock : g_slotLock) {
+        if (gHaveLocks) {
             KQ_DestroyLock(&lock);
         }
     }
+    gHaveLocks = false;
     return 0;
 }
 
@@ -58,16 +65,16 @@ int AVSpsPpsDataWrite(int index, const void* data, uint32_t length) {
         return -1;
     }
     if (length > AV_SPS_PPS_MAX) {
-        LOG_TRACE("%s %d: index  %d  length = %d\n", index, static_cast<int>(length));
+        LOG_TRACE_HERE(": index  %d  length = %d\n", index, static_cast<int>(length));
         return -1;
     }
     if (index < 0 || index >= AV_SPS_PPS_SLOTS) {
-        LOG_TRACE("%s %d: index  %d is wrong!\n", index);
+        LOG_TRACE_HERE(": index  %d is wrong!\n", index);
         return -1;
     }
-    const int id = gShmId;
+    const int id = SegmentId();
     if (id < 0) {
-        LOG_TRACE("%s %d: gShmId %d has something wrong!\n", id);
+        LOG_TRACE_HERE(": gShmId %d has something wrong!\n", id);
         return -1;
     }
     KQ_Lock(&g_slotLock[index]);
@@ -87,9 +94,9 @@ int AVSpsPpsDataRead(AVSpsPpsData* data) {
     if (data == nullptr) {
         return -1;
     }
-    const int id = gShmId;
+    const int id = SegmentId();
     if (id < 0) {
-        LOG_TRACE("%s %d: gShmId %d has something wrong!\n", id);
+        LOG_TRACE_HERE(": gShmId %d has something wrong!\n", id);
         return -1;
     }
     *data = AVSpsPpsData{};  // what a segment too small for the table reads as

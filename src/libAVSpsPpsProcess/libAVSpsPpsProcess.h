@@ -3,6 +3,8 @@
  *
  * Owns this process's copy of the table and one recursive lock a slot.  Never parses the bytes.
  * Any thread may write or read; init and cleanup run while nobody does.
+ * A segment that was removed is exchanged for the one that its key has then; one that could not be
+ * had is tried again at each call.
  * A published table is always whole: no slot in it is half of one write and half of another.
  */
 #ifndef LIB_AV_SPS_PPS_PROCESS_H
@@ -44,10 +46,12 @@ int libAVSpsPpsProcessInit(void);
 int libAVSpsPpsProcessCleanup(void);
 
 /* Keeps `length` bytes (0..1024) as the parameter sets of slot `index` (0..23) and publishes the
- * whole table.  Returns 0, or -1 for null, a bad length or slot, or before init (logged but null). */
+ * whole table.  Returns 0, or -1 for null, a bad length or slot, before init, or while there is no
+ * segment (logged but null). */
 int AVSpsPpsDataWrite(int index, const void* data, uint32_t length);
 
-/* Copies the shared table.  Returns 0, or -1 for null and (logged) before init. */
+/* Copies the shared table.  Returns 0, or -1 for null and (logged) before init or while there
+ * is no segment. */
 int AVSpsPpsDataRead(AVSpsPpsData* data);
 
 /* Recursive mutex operations.  Return 0, or -1. */

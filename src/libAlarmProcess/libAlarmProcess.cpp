@@ -3,14 +3,14 @@
 #include <mutex>
 
 #include "Clock.h"
+#include "PeerSegment.h"
 #include "libIpcUtils.h"
 #include "libLog.h"
 
 namespace {
 
 std::mutex g_lock;  // guards everything below
-bool gInitFlag = false;
-int gShmId = -1;
+PeerSegment gBoard{ALARM_BOARD_KEY, ALARM_BOARD_SIZE};
 AlarmData gAlarmData{};
 Face_Alarm_Ret gFaceAlarmRet{};
 
@@ -18,36 +18,34 @@ Face_Alarm_Ret gFaceAlarmRet{};
 
 int libAlarmProcessInit(void) {
     const std::lock_guard guard(g_lock);
-    if (gInitFlag) {
-        LOG_TRACE("%s %d: %s has already init!\n", __func__);
+    if (gBoard.Attached()) {
+        LOG_TRACE_HERE(": %s has already init!\n", __func__);
         return 0;
     }
     gAlarmData = AlarmData{};
-    gShmId = IpcShareMemInit(ALARM_BOARD_KEY, ALARM_BOARD_SIZE);
-    gInitFlag = gShmId >= 0;
-    return gInitFlag ? 0 : -1;
+    return gBoard.Open() ? 0 : -1;
 }
 
 int libAlarmProcessCleanup(void) {
     const std::lock_guard guard(g_lock);
-    gInitFlag = false;
-    gShmId = -1;
+    gBoard.Forget();
     gAlarmData = AlarmData{};
     return 0;
 }
 
 int AlarmDataWrite(int source, int status) {
     if (source < 0 || source >= ALARM_SOURCE_DEF_NUMS) {
-        LOG_TRACE("%s %d: source  %d is wrong!\n", source);
+        LOG_TRACE_HERE(": source  %d is wrong!\n", source);
         return -1;
     }
     if (status != ALARM_STATUS_DEF_OFF && status != ALARM_STATUS_DEF_ON) {
-        LOG_TRACE("%s %d: status  %d is wrong!\n", status);
+        LOG_TRACE_HERE(": status  %d is wrong!\n", status);
         return -1;
     }
     const std::lock_guard guard(g_lock);
+    const int gShmId = gBoard.Id();
     if (gShmId < 0) {
-        LOG_TRACE("%s %d: gShmId %d has something wrong!\n", gShmId);
+        LOG_TRACE_HERE(": gShmId %d has something wrong!\n", gShmId);
         return -1;
     }
     gAlarmData.alarm[source].status = status;
@@ -61,8 +59,9 @@ int AlarmDataRead(AlarmData* Data) {
         return -1;
     }
     const std::lock_guard guard(g_lock);
+    const int gShmId = gBoard.Id();
     if (gShmId < 0) {
-        LOG_TRACE("%s %d: gShmId %d has something wrong!\n", gShmId);
+        LOG_TRACE_HERE(": gShmId %d has something wrong!\n", gShmId);
         return -1;
     }
     *Data = AlarmData{};  // a segment too small for the board, or removed, reads as all quiet

@@ -3,6 +3,8 @@
  *
  * Owns this process's copy of the board and of the face rectangle.  Never waits for an alarm:
  * readers poll.  Any thread may call any function.
+ * A segment that was removed is exchanged for the one that its key has then; one that could not be
+ * had is tried again at each call.
  * A process that writes the board writes all of it, so one process writes all sources.
  */
 #ifndef LIB_ALARM_PROCESS_H
@@ -78,11 +80,12 @@ int libAlarmProcessInit(void);
 int libAlarmProcessCleanup(void);
 
 /* Sets state and time (now) of `source` (AlarmSourceDef) to `status` (AlarmStatusDef) and publishes
- * this process's whole board.  Returns 0, or -1 (logged) for a bad argument or before init. */
+ * this process's whole board.  Returns 0, or -1 (logged) for a bad argument, before init, or
+ * while there is no segment. */
 int AlarmDataWrite(int source, int status);
 
-/* Copies the shared board.  Returns 0, or -1 for null and (logged) before init.  An entry may be
- * torn between state and time while its writer is at work. */
+/* Copies the shared board.  Returns 0, or -1 for null and (logged) before init or while there
+ * is no segment.  An entry may be torn between state and time while its writer is at work. */
 int AlarmDataRead(AlarmData* Data);
 
 /* This process's face rectangle; no other process sees it.  Return 0, -1 for null. */

@@ -11,6 +11,7 @@
 #include "libLog.h"
 #include "support/QueuePeer.h"
 #include "support/Stderr.h"
+#include "support/SteppedClock.h"
 
 namespace {
 
@@ -78,6 +79,22 @@ class MediaServer : public testing::Test {
     size_t Count() const { return peer_.Requests().size(); }
     Peer::Body Last() const { return peer_.Requests().back(); }
 
+    // The result of a command that finds the server silent and gets `length` bytes as its answer, after `before` was
+    // done.
+    template <class Call>
+    int ResultOf(
+        Call call, const void* bytes, size_t length, std::function<void()> before = [] {}) {
+        const size_t count = Count();
+        int result = -1;
+        std::thread caller([&] { result = call(); });
+        EXPECT_TRUE(support::WaitUntil([&] { return Count() == count + 1; }));
+        before();
+        peer_.Put(2, bytes, length);
+        caller.join();
+        return result;
+    }
+
+    support::SteppedClock clock_;
     support::Captured log_;
     std::atomic<bool> silent_{false};
     Peer peer_{kKey, [this](Peer::Body& body) {
@@ -126,47 +143,88 @@ TEST_F(MediaServer, AnswersEachThreadsCommandToThatThread) {
     EXPECT_EQ(Count(), 400u);
 }
 
-TEST_F(MediaServer, AnswersLateToACallerThatASignalTookAway) {
+TEST_F(MediaServer, ThatDoesNotAnswerHoldsACommandForSecondsOnly) {
     silent_ = true;
-    EXPECT_EQ(support::InterruptedResult([] { return AVServerSetIris(); }, [&] { return Count() == 1; }), 0);
+    const auto iris = [] { return AVServerSetIris(); };
+    EXPECT_EQ(support::ResultAfter(4, iris, [&] { return Count() == 1; }), 0);
+    EXPECT_EQ(support::ResultAfter(2, iris, [&] { return Count() == 2; }), 0) << "and less while it stays so";
     const Peer::Body late{2, 23041, 0, 99, 0, 0, 0, 0};
     peer_.Put(2, late.data(), sizeof late);
     silent_ = false;
     EXPECT_EQ(AVServerSetIrcut(), 21505);
-    EXPECT_EQ(AVServerSetTimeZone(), 32769);
+    EXPECT_EQ(AVServerSetIris(), 23041);
+    silent_ = true;
+    EXPECT_EQ(support::ResultAfter(4, iris, [&] { return Count() == 5; }), 0);
+}
+
+TEST_F(MediaServer, WhoseQueueIsFullHoldsACommandForSecondsOnly) {
+    peer_.Leave();
+    const int qid = msgget(kKey, IPC_CREAT | 0666);  // and nobody serves it
+    const char request[4096 + sizeof(long)] = {1};
+    while (msgsnd(qid, request, 4096, IPC_NOWAIT) == 0 || msgsnd(qid, request, 1, IPC_NOWAIT) == 0) {
+    }
+    EXPECT_EQ(support::ResultAfter(
+                  4, [] { return AVServerSetIris(); }, [&] { return true; }),
+              0);
+    msgctl(qid, IPC_RMID, nullptr);
+}
+
+TEST_F(MediaServer, OfAKilledRecorderOwesItsAnswersToNobody) {
+    const auto answer = [](int cmd, int index) { return Peer::Body{2, cmd, index, 99, 0, 0, 0, 0}; };
+    for (const Peer::Body& waiting : {answer(8208, 1), answer(8208, 0), answer(23041, 0)}) {
+        peer_.Put(2, waiting.data(), sizeof waiting);
+    }
+    EXPECT_EQ(AVServerVideoForceIFrame(AVACCESS_2ND_STREAM), 8208);
+
+    silent_ = true;  // the earlier recorder's question is answered after this one's was asked
+    const auto force = [] { return AVServerVideoForceIFrame(AVACCESS_2ND_STREAM); };
+    const auto foreign_first = [&] {
+        for (const Peer::Body& foreign : {answer(8208, 0), answer(23041, 1)}) {
+            peer_.Put(2, foreign.data(), sizeof foreign);
+        }
+    };
+    const Peer::Body own{2, 8208, 1, 7, 0, 0, 0, 0};
+    EXPECT_EQ(ResultOf(force, own.data(), sizeof own, foreign_first), 7);
 }
 
 TEST_F(MediaServer, AnswersOfAnyLengthAndVerdictDoNoHarm) {
     silent_ = true;
+    const auto iris = [] { return AVServerSetIris(); };
     const int32_t refusal[4] = {2, 0, 0, -3};
-    peer_.Put(2, refusal, sizeof refusal);
-    EXPECT_EQ(AVServerSetIris(), -3);
-    peer_.Put(2, refusal, 12);
-    EXPECT_EQ(AVServerSetIris(), 0) << "an answer without result";
-    peer_.Put(2, std::vector<char>(400, 1).data(), 400);
-    EXPECT_EQ(AVServerSetIris(), 0) << "an answer that is none";
-    EXPECT_TRUE(support::WaitUntil([&] { return Count() == 3; }));
-    silent_ = false;
-    EXPECT_EQ(AVServerSetIrcut(), 21505) << "and the next command has its own";
-    EXPECT_EQ(AVServerSetTimeZone(), 32769);
+    EXPECT_EQ(ResultOf(iris, refusal, sizeof refusal), -3);
+    EXPECT_EQ(ResultOf(iris, refusal, 12), 0) << "an answer without result";
+    EXPECT_EQ(ResultOf(iris, std::vector<char>(400, 1).data(), 400), 0) << "an answer that is none";
+    EXPECT_EQ(ResultOf(iris, refusal, sizeof refusal), -3) << "and the next command has its own";
 }
 
-TEST_F(MediaServer, ThatLeavesIsFoundAgainWhenItReturns) {
-    silent_ = true;
-    std::atomic<int> result{-1};
-    std::thread caller([&] { result = AVServerVideoForceIFrame(AVACCESS_1ST_STREAM); });
-    EXPECT_TRUE(support::WaitUntil([&] { return Count() == 1; }));
-    peer_.Leave();
-    caller.join();
-    EXPECT_EQ(result, 0);
-
-    Peer next(kKey, [](Peer::Body& body) {
+TEST_F(MediaServer, ThatComesBackGetsTheCommandThatFoundItsQueueRemoved) {
+    const auto answer_7 = [](Peer::Body& body) {
         body[3] = 7;
         return 2L;
-    });
-    EXPECT_EQ(AVServerVideoForceIFrame(AVACCESS_1ST_STREAM), 7);
-    next.Leave();
-    EXPECT_EQ(AVServerVideoForceIFrame(AVACCESS_1ST_STREAM), 0) << "removed while nobody was waiting";
+    };
+    EXPECT_EQ(AVServerVideoForceIFrame(AVACCESS_1ST_STREAM), 8208);
+    peer_.Leave();
+    {
+        Peer next(kKey, answer_7);
+        EXPECT_EQ(AVServerVideoForceIFrame(AVACCESS_1ST_STREAM), 7) << "removed while nobody was waiting";
+    }
+    Peer silent(kKey, [](Peer::Body&) { return 0L; });
+    std::atomic<int> result{-1};
+    std::thread caller([&] { result = AVServerVideoForceIFrame(AVACCESS_1ST_STREAM); });
+    EXPECT_TRUE(support::WaitUntil([&] { return silent.Requests().size() == 1; }));
+    silent.Leave();
+    Peer last(kKey, answer_7);
+    caller.join();
+    EXPECT_EQ(result, 7) << "removed while the answer was awaited";
+}
+
+TEST_F(MediaServer, ThatStaysAwayHoldsACommandForSecondsOnly) {
+    peer_.Leave();
+    EXPECT_EQ(support::ResultAfter(
+                  4, [] { return AVServerSetIris(); }, [] { return msgget(kKey, 0) >= 0; }),
+              0);
+    Peer next(kKey, [](Peer::Body& body) { return long{body[0]}; });
+    EXPECT_TRUE(support::WaitUntil([&] { return next.Requests().size() == 1; })) << "the command waits for it";
 }
 
 TEST(CommandQueue, IsOpenedOnceAndStays) {

@@ -70,6 +70,17 @@ TEST_F(Table, RefusesWhatIsWrong) {
     EXPECT_EQ(table_->SpsPpsInfo[0].flag, 0);
 }
 
+TEST_F(Table, IsFollowedWhenItsSegmentIsMadeAnew) {
+    ASSERT_EQ(libAVSpsPpsProcessInit(), 0);
+    EXPECT_EQ(AVSpsPpsDataWrite(0, "abc", 3), 0);
+    shmctl(shmget(0x62788C7C, 0, 0), IPC_RMID, nullptr);
+    ASSERT_GE(shmget(0x62788C7C, 24832, IPC_CREAT | 0777), 0);
+    EXPECT_EQ(AVSpsPpsDataWrite(1, "d", 1), 0);
+    ASSERT_EQ(AVSpsPpsDataRead(table_.get()), 0);
+    EXPECT_EQ(table_->SpsPpsInfo[0].length, 3u) << "the whole table is published";
+    EXPECT_EQ(table_->SpsPpsInfo[1].length, 1u);
+}
+
 TEST_F(Table, WritersOfDifferentSlotsLoseNothing) {
     ASSERT_EQ(libAVSpsPpsProcessInit(), 0);
     std::vector<std::thread> writers;

@@ -93,6 +93,20 @@ TEST_F(Board, OfASmallerSegmentReadsAsQuietAndIsLeftAlone) {
     EXPECT_EQ(board.alarm[0].status, 0);
 }
 
+TEST_F(Board, IsFollowedWhenItIsMadeAnew) {
+    ASSERT_EQ(libAlarmProcessInit(), 0);
+    shmctl(Id(), IPC_RMID, nullptr);
+    const int anew = shmget(0x61788C7C, 448, IPC_CREAT | 0777);
+    auto* words = static_cast<int32_t*>(shmat(anew, nullptr, 0));
+    words[2 * 6] = ALARM_STATUS_DEF_ON;
+    AlarmData board;
+    ASSERT_EQ(AlarmDataRead(&board), 0);
+    EXPECT_EQ(board.alarm[ALARM_SOURCE_DEF_MOTION].status, ALARM_STATUS_DEF_ON);
+    ASSERT_EQ(AlarmDataWrite(ALARM_SOURCE_DEF_IO_0, ALARM_STATUS_DEF_ON), 0);
+    EXPECT_EQ(words[0], 1);
+    shmdt(words);
+}
+
 TEST_F(Board, FaceRectangleIsKeptInTheProcess) {
     Face_Alarm_Ret set{1, 2, 3, 4};
     Face_Alarm_Ret got{};

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "PeerSegment.h"
+
 namespace {
 
 constexpr int kQueueKey = 0x5A5A0001;
@@ -182,6 +184,27 @@ TEST(SegmentByKey, UnInitRemovesItUnlessItsIdIsZero) {
     EXPECT_EQ(IpcShareMemUnInit(kSegmentKey + 1), 0);
     EXPECT_EQ(shmget(kSegmentKey + 1, 0, 0), -1);
     EXPECT_EQ(IpcShareMemUnInit(kSegmentKey + 1), 0);
+}
+
+TEST(PeerSegment, IsTheOneItsKeyHasNow) {
+    ASSERT_EQ(unshare(CLONE_NEWIPC), 0);
+    PeerSegment segment(kSegmentKey, 64);
+    EXPECT_EQ(segment.Id(), -1) << "nobody asked for it yet";
+    ASSERT_TRUE(segment.Open());
+    const int first = segment.Id();
+    void* const user = shmat(first, nullptr, 0);
+    shmctl(first, IPC_RMID, nullptr);
+    EXPECT_EQ(segment.Id(), first) << "removed, still used, and there is no other";
+    const int second = shmget(kSegmentKey, 100, IPC_CREAT | 0777);
+    EXPECT_EQ(segment.Id(), second);
+    shmdt(user);
+    shmctl(second, IPC_RMID, nullptr);
+    const int third = segment.Id();
+    EXPECT_GE(third, 0) << "gone for good: as at the start, it is created";
+    EXPECT_EQ(shmget(kSegmentKey, 64, 0), third);
+    segment.Forget();
+    EXPECT_EQ(segment.Id(), -1);
+    ASSERT_EQ(unshare(CLONE_NEWIPC), 0);
 }
 
 }  // namespace

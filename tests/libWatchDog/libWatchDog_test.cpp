@@ -1,10 +1,12 @@
 #include "libWatchDog.h"
 
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/shm.h>
 
 #include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "Clock.h"
 #include "libLog.h"
@@ -63,6 +65,33 @@ TEST_F(Table, HeartbeatTouchesItsOwnSlotOnly) {
     EXPECT_EQ(words[14], 1700000000) << "cleaning up does not reach the table";
     shmdt(words);
     shmctl(id, IPC_RMID, nullptr);
+}
+
+TEST_F(Table, HeartbeatFollowsATableThatIsMadeAnew) {
+    ASSERT_EQ(libWatchDogInit(), 0);
+    shmctl(shmget(0x61788C7D, 0, 0), IPC_RMID, nullptr);
+    const int anew = shmget(0x61788C7D, 200, IPC_CREAT | 0777);
+    ASSERT_EQ(WatchDogDataWrite(WATCH_DOG_SOURCE_AVRECORD), 0);
+    auto* words = static_cast<int32_t*>(shmat(anew, nullptr, 0));
+    EXPECT_EQ(words[14], 1700000000);
+    shmdt(words);
+    shmctl(anew, IPC_RMID, nullptr);
+}
+
+TEST_F(Table, HeartbeatHealsWhenTheTableCouldNotBeHad) {
+    ASSERT_EQ(unshare(CLONE_NEWIPC), 0);
+    std::vector<int> segments;
+    for (int id; segments.size() < 100000 && (id = shmget(IPC_PRIVATE, 1, 0600)) >= 0;) {
+        segments.push_back(id);
+    }
+    EXPECT_EQ(libWatchDogInit(), -1);
+    EXPECT_EQ(WatchDogDataWrite(WATCH_DOG_SOURCE_AVRECORD), -1);
+    EXPECT_TRUE(Logged("WatchDogDataWrite ") && Logged(": gShmId -1 has something wrong!\n"));
+    shmctl(segments.back(), IPC_RMID, nullptr);
+    EXPECT_EQ(WatchDogDataWrite(WATCH_DOG_SOURCE_AVRECORD), 0);
+    EXPECT_EQ(libWatchDogInit(), 0);
+    EXPECT_TRUE(Logged(": libWatchDogInit has already init!\n"));
+    ASSERT_EQ(unshare(CLONE_NEWIPC), 0);
 }
 
 TEST_F(Table, RefusesBeforeInitAndInitTwiceDoesNothing) {

@@ -4,25 +4,26 @@
 #include <mutex>
 
 #include "Clock.h"
+#include "PeerSegment.h"
 #include "libIpcUtils.h"
 #include "libLog.h"
 
 namespace {
 
 std::mutex g_lock;  // guards everything below
-bool gInitFlag = false;
-int gShmId = -1;
+PeerSegment gTable{WATCH_DOG_KEY, WATCH_DOG_SIZE};
 WatchDogData gWatchDogData{};
 
 // Publishes one slot and nothing else: its neighbours are other daemons' heartbeats.
-int Beat(const char* function, int line, int source, const int* status) {
+int Beat(const char* operation, int source, const int* status) {
     if (source < 0 || source >= WATCH_DOG_SOURCE_DEF_NUMS) {
-        LogTrace("%s %d: source  %d is wrong!\n", function, line, source);
+        LOG_TRACE_AS(operation, ": source  %d is wrong!\n", source);
         return -1;
     }
     const std::lock_guard guard(g_lock);
+    const int gShmId = gTable.Id();
     if (gShmId < 0) {
-        LogTrace("%s %d: gShmId %d has something wrong!\n", function, line, gShmId);
+        LOG_TRACE_AS(operation, ": gShmId %d has something wrong!\n", gShmId);
         return -1;
     }
     WatchDogInfo& slot = gWatchDogData.WatchDog[source];
@@ -38,30 +39,27 @@ int Beat(const char* function, int line, int source, const int* status) {
 
 int libWatchDogInit(void) {
     const std::lock_guard guard(g_lock);
-    if (gInitFlag) {
-        LOG_TRACE("%s %d: %s has already init!\n", __func__);
+    if (gTable.Attached()) {
+        LOG_TRACE_HERE(": %s has already init!\n", __func__);
         return 0;
     }
     gWatchDogData = WatchDogData{};
-    gShmId = IpcShareMemInit(WATCH_DOG_KEY, WATCH_DOG_SIZE);
-    gInitFlag = gShmId >= 0;
-    return gInitFlag ? 0 : -1;
+    return gTable.Open() ? 0 : -1;
 }
 
 int libWatchDogCleanup(void) {
     const std::lock_guard guard(g_lock);
-    gInitFlag = false;
-    gShmId = -1;
+    gTable.Forget();
     gWatchDogData = WatchDogData{};
     return 0;
 }
 
 int WatchDogDataWrite(int source) {
-    return Beat(__func__, __LINE__, source, nullptr);
+    return Beat(__func__, source, nullptr);
 }
 
 int WatchDogStatusWrite(int source, int status) {
-    return Beat(__func__, __LINE__, source, &status);
+    return Beat(__func__, source, &status);
 }
 
 int WatchDogDataRead(WatchDogData* Data) {
@@ -70,6 +68,7 @@ int WatchDogDataRead(WatchDogData* Data) {
     }
     {
         const std::lock_guard guard(g_lock);
+        const int gShmId = gTable.Id();
         if (gShmId < 0) {
             return -1;
         }

@@ -3,6 +3,8 @@
  *
  * Owns this process's copy of the table.  Never writes a slot other than the one named: the other
  * slots belong to the other daemons.  Any thread may call any function.
+ * A segment that was removed is exchanged for the one that its key has then; one that could not be
+ * had is tried again at each call.
  */
 #ifndef LIB_WATCH_DOG_H
 #define LIB_WATCH_DOG_H
@@ -51,19 +53,20 @@ typedef struct WatchDogData WatchDogData;
 RECORD_SIZE(WatchDogInfo, 8);
 RECORD_SIZE(WatchDogData, 136);
 
-/* Takes or creates the segment.  Returns 0 (also when already done), or -1: may be tried again. */
+/* Takes or creates the segment.  Returns 0 (also when already done), or -1. */
 int libWatchDogInit(void);
 
 /* Lets go of the segment, whose content stays.  Returns 0. */
 int libWatchDogCleanup(void);
 
 /* Writes the present time, and with WatchDogStatusWrite a status word, into the slot of `source`
- * (WatchDogSource).  Return 0, or -1 (logged) for a bad source or before init. */
+ * (WatchDogSource).  Return 0, or -1 (logged) for a bad source, before init, or while there
+ * is no segment. */
 int WatchDogDataWrite(int source);
 int WatchDogStatusWrite(int source, int status);
 
-/* Copies the shared table and prints its times on standard output.  Returns 0, or -1 for null or
- * before init. */
+/* Copies the shared table and prints its times on standard output.  Returns 0, or -1 for null,
+ * before init, or while there is no segment. */
 int WatchDogDataRead(WatchDogData* Data);
 
 #ifdef __cplusplus
