@@ -1,7 +1,7 @@
 // The connection to the media server as the readers and requests of this module see it.
 #pragma once
 
-#include <atomic>
+#include <functional>
 #include <optional>
 
 #include "libGetAVStream.h"
@@ -29,11 +29,12 @@ int RequestQueue(int video_index);
 // Forgets a request queue that was removed: the next request opens the one of its key.
 void ForgetQueue(int qid);
 
-// Asks the media server for a position on behalf of a reader.  None when `keep_asking` became 0, or when the queue
-// was removed or the answer is none of ours: ask again.
-std::optional<int> RequestPosition(const std::atomic<int>& keep_asking, AVStreamCommand command, int type,
-                                   int video_index);
+// Whether a reader still wants the answer it waits for; asked in between, on the reader's thread.
+using KeepAsking = std::function<bool()>;
 
-// Throws away the answers that wait for `type`: an earlier process asked and was killed.  Only while nobody asks
-// under this type.
+// Asks the media server for a position on behalf of a reader.  None when the question was given up, after some
+// seconds or because `keep_asking` says so, or when the queue was removed: ask again.
+std::optional<int> RequestPosition(const KeepAsking& keep_asking, AVStreamCommand command, int type, int video_index);
+
+// Throws away the answers that wait for `type`: an earlier process asked and was killed.
 void DropAnswersOfEarlierProcess(int type);

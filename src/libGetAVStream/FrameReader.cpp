@@ -131,7 +131,8 @@ bool FrameReader::FollowsNewRing() {
 
 void FrameReader::AskWritePosition() {
     LOG_TRACE("%s %d: MsgAVType = %d VideoIndex = %d\n", type_, index_);
-    const std::optional<int> answer = RequestPosition(run_, AVSTREAM_CMD_CURRENT_FRAME, type_, index_);
+    const std::optional<int> answer =
+        RequestPosition([this] { return Running(); }, AVSTREAM_CMD_CURRENT_FRAME, type_, index_);
     if (!answer) {
         SleepMs(kWriterWaitMs);
         return;
@@ -184,7 +185,8 @@ int FrameReader::GetLastIFrame(uint32_t old_serial) {
             position = static_cast<int>(VideoPos_);
             break;
         }
-        const std::optional<int> answer = RequestPosition(run_, AVSTREAM_CMD_LAST_I_FRAME, type_, index_);
+        const std::optional<int> answer =
+            RequestPosition([this] { return Running(); }, AVSTREAM_CMD_LAST_I_FRAME, type_, index_);
         if (!answer) {
             SleepMs(kKeyFrameWaitMs);
             continue;

@@ -121,6 +121,9 @@ int RequestQueue(int video_index) {
 
 void ForgetQueue(int qid) {
     const std::lock_guard guard(g_lock);
+    if (qid < 0) {
+        return;
+    }
     if (qid == gVoiceTalkQid) {
         gVoiceTalkQid = IpcMsgInit(AVSTREAM_VOICE_TALK_QUEUE_KEY);
     } else if (qid == gGetAVStreamSysInfo.AVMsgQid) {

@@ -1,11 +1,13 @@
 // Requests to the media server.
 //
-// A request and its reply are one step of the process: replies are told apart by the client type alone,
-// so two readers of one type would otherwise take each other's.  Waiting is done in short steps, for a
-// reader that is to stop must not depend on a media server that has stopped answering.
+// A reply names its asker by the client type alone, and several threads of one type may wait at a time.  So whoever
+// looks takes every reply of its type out of the queue and hands it to the question that it answers: the one about
+// the same stream and command.  A reply that answers none is late and thrown away.  A position is only as good as it
+// is new, so a reader empties the queue before it asks: what it then gets was sent after that.
+// Nobody waits with the lock held, so a question that stays unanswered holds up no other.
 
-#include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <mutex>
 
 #include "Clock.h"
@@ -14,76 +16,137 @@
 
 namespace {
 
-constexpr unsigned kPollMs = 1;
-constexpr int kWaitingMax = 1000;  // answers; a peer that sends faster than we drop must not hold us
+constexpr int kSoonMs = 100;  // an answer usually comes within it
+constexpr unsigned kSoonPollMs = 1;
+constexpr unsigned kLaterPollMs = 10;
+constexpr int kPatienceMs = 3000;
+// A media server that reads no requests is not asked for ever, or its queue would fill up for everyone.
+constexpr int kCrowd = 64;  // messages
+constexpr int kPatienceInCrowdMs = 60000;
+constexpr int kWaitingMax = 1000;  // replies; a peer that sends faster than we read must not hold us
 
-std::mutex one_exchange;
-const std::atomic<int> kForEver{1};
+struct Question {
+    AVMsgBuf& message;  // the request, then its reply
+    const int qid;
+    const bool takes_any;  // of a request function: the first reply of its type is its own
+    enum { kOpen, kAnswered, kFailed } state = kOpen;
+    Question* next = nullptr;
+};
 
-// Answers that are still to come to requests that are over, by client type and whether they come on voice talk's
-// queue.  Under one_exchange.
-int owed_answers[MSG_AV_TYPE_END][2];
+std::mutex g_lock;                // guards what follows
+Question* g_asked = nullptr;      // on their way, oldest first
+bool g_gave_up[MSG_AV_TYPE_END];  // by client type: a reply may come that nobody waits for
 
-enum class Outcome { kAnswered, kGivenUp, kFailed };
+constexpr int32_t kUnreadable = -1;  // cmd of a reply that was no record of ours
 
-// `try_once` gives a negative result and errno.
-template <typename Attempt>
-Outcome Poll(const std::atomic<int>& keep_asking, Attempt try_once) {
-    while (keep_asking.load() != 0) {
-        if (try_once() >= 0) {
-            return Outcome::kAnswered;
+// The question that a reply answers, or null.  A media server that does not put the command back (0) answers in order.
+Question* OwnerOf(const AVMsgBuf& reply, int qid) {
+    Question* oldest = nullptr;
+    for (Question* q = g_asked; q != nullptr; q = q->next) {
+        if (q->state != Question::kOpen || q->qid != qid || q->message.src != reply.des) {
+            continue;
         }
-        if (errno != EAGAIN && errno != ENOMSG && errno != EINTR) {
-            return Outcome::kFailed;
+        if (reply.cmd == q->message.cmd && reply.video_index == q->message.video_index) {
+            return q;
         }
-        SleepMs(kPollMs);
-    }
-    return Outcome::kGivenUp;
-}
-
-// Throws away the answers that wait.  Returns how many there were.
-int DropAnswers(int qid, int client) {
-    uint8_t answer[sizeof(int32_t) + 8192];  // the kernel's limit of a message
-    int count = 0;
-    while (count < kWaitingMax && IpcMsgTryRecv(qid, client, answer, sizeof answer) >= 0) {
-        ++count;
-    }
-    return count;
-}
-
-// The request is on its way; fills `message` with the answer.
-Outcome AwaitAnswer(const std::atomic<int>& keep_asking, int qid, AVMsgBuf& message, int& owed) {
-    const int client = message.src;
-    const Outcome outcome = Poll(keep_asking, [&] { return IpcMsgTryRecv(qid, client, &message, sizeof message); });
-    if (outcome == Outcome::kGivenUp || (outcome == Outcome::kFailed && errno == E2BIG)) {
-        ++owed;  // one that is too long would stand in front of all others
-    }
-    return outcome;
-}
-
-Outcome Exchange(const std::atomic<int>& keep_asking, AVMsgBuf& message) {
-    std::unique_lock alone(one_exchange, std::defer_lock);
-    const auto lock = [&] {
-        errno = EAGAIN;
-        return alone.try_lock() ? 0 : -1;
-    };
-    if (Poll(keep_asking, lock) != Outcome::kAnswered) {
-        return Outcome::kGivenUp;
-    }
-    const int qid = RequestQueue(message.video_index);
-    int& owed = owed_answers[message.src][qid != RequestQueue(0) ? 1 : 0];
-    if (owed > 0) {  // none of those that wait is this request's
-        owed = std::max(0, owed - DropAnswers(qid, message.src));
-    }
-    const Outcome sent = Poll(keep_asking, [&] { return IpcMsgTrySend(qid, &message, sizeof message); });
-    const Outcome outcome = sent == Outcome::kAnswered ? AwaitAnswer(keep_asking, qid, message, owed) : sent;
-    if (outcome == Outcome::kFailed && (errno == EIDRM || errno == EINVAL)) {
-        owed = 0;  // they went with the queue
-        if (&keep_asking != &kForEver) {
-            ForgetQueue(qid);
+        if (oldest == nullptr && (q->takes_any || reply.cmd == 0)) {
+            oldest = q;
         }
     }
-    return outcome;
+    return oldest;
+}
+
+// Takes all replies of `client` out of the queue.  Returns 0, or the errno of a queue that is none.
+int HandOutReplies(int qid, int client) {
+    for (int i = 0; i < kWaitingMax; ++i) {
+        AVMsgBuf reply{};
+        const int length = IpcMsgTryRecv(qid, client, &reply, sizeof reply);
+        if (length < 0 && errno != E2BIG) {
+            return errno == ENOMSG || errno == EINTR ? 0 : errno;
+        }
+        if (length < 0) {  // too long: it would stand in front of all others
+            IpcMsgDiscard(qid, client);
+            reply.des = client;
+            reply.cmd = kUnreadable;
+        }
+        if (Question* const owner = OwnerOf(reply, qid); owner != nullptr && length < 0) {
+            owner->state = Question::kFailed;
+        } else if (owner != nullptr) {
+            std::memcpy(&owner->message, &reply, sizeof reply.des + static_cast<size_t>(length));
+            owner->state = Question::kAnswered;
+        }
+    }
+    return 0;
+}
+
+void Append(Question& question) {
+    Question** end = &g_asked;
+    while (*end != nullptr) {
+        end = &(*end)->next;
+    }
+    *end = &question;
+}
+
+void Remove(const Question& question) {
+    Question** link = &g_asked;
+    while (*link != &question) {
+        link = &(*link)->next;
+    }
+    *link = question.next;
+}
+
+// Returns 0 when the question is on its way, EAGAIN when the queue is full, or what is wrong with the queue.
+int TrySend(Question& question) {
+    const std::lock_guard guard(g_lock);
+    const int client = question.message.src;
+    if (!question.takes_any || g_gave_up[client]) {
+        if (const int error = HandOutReplies(question.qid, client); error != 0) {
+            return error;
+        }
+    }
+    if (IpcMsgTrySend(question.qid, &question.message, sizeof question.message) < 0) {
+        return errno == EINTR ? EAGAIN : errno;
+    }
+    Append(question);
+    return 0;
+}
+
+// Returns 0 once the question is settled, EAGAIN while it is open, or what is wrong with the queue.
+int TryReceive(Question& question, int client) {
+    const std::lock_guard guard(g_lock);
+    const int error = HandOutReplies(question.qid, client);
+    return question.state != Question::kOpen ? 0 : error != 0 ? error : EAGAIN;
+}
+
+bool PatienceIsOver(const Question& question, int waited_ms) {
+    return !question.takes_any && waited_ms >= kPatienceMs &&
+           (waited_ms >= kPatienceInCrowdMs || IpcMsgCount(question.qid) < kCrowd);
+}
+
+// Returns 0 when the reply is in the question's message, EAGAIN when it was given up, or what is wrong with the queue.
+int Exchange(Question& question, const KeepAsking& keep_asking) {
+    const int client = question.message.src;
+    int error;
+    while ((error = TrySend(question)) == EAGAIN && keep_asking()) {
+        SleepMs(kSoonPollMs);
+    }
+    if (error != 0) {
+        return error;
+    }
+    for (int waited = 0; (error = TryReceive(question, client)) == EAGAIN;) {
+        if (!keep_asking() || PatienceIsOver(question, waited)) {
+            break;
+        }
+        const unsigned pause = waited < kSoonMs ? kSoonPollMs : kLaterPollMs;
+        SleepMs(pause);
+        waited += static_cast<int>(pause);
+    }
+    const std::lock_guard guard(g_lock);
+    Remove(question);
+    if (error == EAGAIN || question.state == Question::kFailed) {
+        g_gave_up[client] = true;
+    }
+    return question.state == Question::kAnswered ? 0 : error != 0 ? error : E2BIG;
 }
 
 void Fill(AVMsgBuf& message, AVStreamCommand command, int type, int video_index, unsigned int position) {
@@ -92,6 +155,12 @@ void Fill(AVMsgBuf& message, AVStreamCommand command, int type, int video_index,
     message.cmd = command;
     message.video_index = video_index;
     message.video_pos = position;
+}
+
+// Without a reply, for the queue went, the message stays the request.
+void AskForEver(AVMsgBuf& message) {
+    Question question{message, RequestQueue(message.video_index), true};
+    Exchange(question, [] { return true; });
 }
 
 int Query(AVStreamCommand command, int type, int video_index, AVMsgBuf* message) {
@@ -105,7 +174,7 @@ int Query(AVStreamCommand command, int type, int video_index, AVMsgBuf* message)
         return AVSTREAM_PARAM_ERROR;
     }
     Fill(*message, command, type, video_index, 0);
-    Exchange(kForEver, *message);
+    AskForEver(*message);
     return AVSTREAM_OK;
 }
 
@@ -116,26 +185,26 @@ int Range(AVStreamCommand command, int type, int video_index, unsigned int posit
     AVMsgBuf message{};
     Fill(message, command, type, video_index, position);
     message.video_len = length;
-    Exchange(kForEver, message);
+    AskForEver(message);
     return message.msg_ret;
 }
 
 }  // namespace
 
-std::optional<int> RequestPosition(const std::atomic<int>& keep_asking, AVStreamCommand command, int type,
-                                   int video_index) {
+std::optional<int> RequestPosition(const KeepAsking& keep_asking, AVStreamCommand command, int type, int video_index) {
     AVMsgBuf message{};
     Fill(message, command, type, video_index, 0);
-    if (Exchange(keep_asking, message) != Outcome::kAnswered) {
-        return std::nullopt;
+    Question question{message, RequestQueue(video_index), false};
+    const int error = Exchange(question, keep_asking);
+    if (error == EIDRM || error == EINVAL) {
+        ForgetQueue(question.qid);
     }
-    return static_cast<int>(message.video_pos);
+    return error == 0 ? std::optional(static_cast<int>(message.video_pos)) : std::nullopt;
 }
 
 void DropAnswersOfEarlierProcess(int type) {
-    if (const std::unique_lock alone(one_exchange, std::try_to_lock); alone) {
-        DropAnswers(RequestQueue(0), type);
-    }
+    const std::lock_guard guard(g_lock);
+    HandOutReplies(RequestQueue(0), type);
 }
 
 #define POSITION_QUERY(function, name_for_clients, command)               \

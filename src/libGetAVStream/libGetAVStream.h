@@ -119,7 +119,8 @@ typedef int (*AVStreamCallback)(int iAVSource, int iVideoIndex, char* VideoData,
 typedef int (*AVTransformStatus)(int videoindex);
 
 /* Stores the callbacks of client type `MsgAVType` (either may be null) and, the first time, connects
- * to the media server and drops the answers that an earlier process of that type left.  Returns 0, or the error of the connection (103, 104). */
+ * to the media server and drops the answers that an earlier process of that type left.  Returns 0, or the error of
+ * the connection (103, 104). */
 int GetAVStreamInit(int MsgAVType, AVStreamCallback AVStreamFunc, AVTransformStatus TransFormStatusFunc);
 /* The same for voice talk (stream 3). */
 int GetVoiceTalkAVStreamInit(int MsgAVType, AVStreamCallback AVStreamFunc, AVTransformStatus TransFormStatusFunc);
@@ -182,7 +183,7 @@ int GetAVStreamCleanup(void);
 int CheckMsgID(AVStreamSysInfo* pSysInfo);
 
 /* ---- requests ----
- * Send one request and wait, without limit, for its reply; one exchange at a time per process.
+ * Send one request and wait, without limit, for the first reply to the client type that is not a reader's of it.
  * Queries fill `pMsg` with the reply and return 0 (without a reply it holds the request, video_pos
  * 0); 102 for a bad stream or client type, 106 for a null `pMsg`. */
 int AVStreamGetCurrentFrame(int MsgAVType, int VideoIndex, AVMsgBuf* pMsg);

@@ -99,14 +99,25 @@ int IpcMsgInit(int msgKey) {
     return existing >= 0 ? existing : msgget(msgKey, IPC_CREAT | 0666);
 }
 
-int IpcMsgSend(int qid, void* pdata, int size) { return Send(qid, pdata, size, 0); }
+int IpcMsgSend(int qid, void* pdata, int size) {
+    return Send(qid, pdata, size, 0);
+}
 
-int IpcMsgRecv(int qid, int msg_type, void* pdata, int size) { return Receive(qid, msg_type, pdata, size, 0); }
+int IpcMsgRecv(int qid, int msg_type, void* pdata, int size) {
+    return Receive(qid, msg_type, pdata, size, 0);
+}
 
-int IpcMsgTrySend(int qid, void* pdata, int size) { return Send(qid, pdata, size, IPC_NOWAIT); }
+int IpcMsgTrySend(int qid, void* pdata, int size) {
+    return Send(qid, pdata, size, IPC_NOWAIT);
+}
 
 int IpcMsgTryRecv(int qid, int msg_type, void* pdata, int size) {
     return Receive(qid, msg_type, pdata, size, IPC_NOWAIT);
+}
+
+int IpcMsgDiscard(int qid, int msg_type) {
+    long host_type;  // all that is taken of it
+    return msgrcv(qid, &host_type, 0, msg_type, IPC_NOWAIT | MSG_NOERROR) < 0 ? -1 : 0;
 }
 
 int IpcMsgCount(int qid) {

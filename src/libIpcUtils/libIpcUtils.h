@@ -35,6 +35,10 @@ int IpcMsgSendRecv(int qid, int msg_type, void* pdata, int size);
 int IpcMsgTrySend(int qid, void* pdata, int size);
 int IpcMsgTryRecv(int qid, int msg_type, void* pdata, int size);
 
+/* Takes the first message of type `msg_type`, however long it is, and throws it away.  Returns 0, or -1 with errno
+ * (ENOMSG: there is none). */
+int IpcMsgDiscard(int qid, int msg_type);
+
 /* Messages of all types that wait in the queue, or -1. */
 int IpcMsgCount(int qid);
 

@@ -172,13 +172,12 @@ TEST_F(Connection, AnAnswerThatIsTooLongDoesNotStandInFrontOfTheNext) {
     AVMsgBuf message{};
     EXPECT_EQ(AVStreamGetCurrentFrame(6, 0, &message), 0);
     EXPECT_EQ(message.video_pos, 0u) << "the request's own";
-    while (IpcMsgCount(msgget(0x61766C79, 0)) != 2) {  // the one too long and the right one
+    while (IpcMsgCount(msgget(0x61766C79, 0)) != 1) {  // the right one comes late
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(AVStreamGetCurrentFrame(6, 0, &message), 0);
-        EXPECT_EQ(message.video_pos, 4711u);
-    }
+    peer_.current = 4712;
+    EXPECT_EQ(AVStreamGetCurrentFrame(6, 0, &message), 0);
+    EXPECT_EQ(message.video_pos, 4712u);
 }
 
 }  // namespace

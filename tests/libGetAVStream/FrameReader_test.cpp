@@ -325,6 +325,50 @@ TEST_F(FrameReader, SurvivesGarbageAndRecordsThatNeverBecomeReady) {
     }
 }
 
+// An earlier process was killed with a question on its way: what comes first is the answer to that one.
+TEST_F(FrameReader, TakesNoAnswerThatWaitedAlready) {
+    peer_.Put(0, 3000, 7, kKey);  // an old place that looks good
+    peer_.PutAnswer(kType, 0x2001, 0, 3000);
+    peer_.PutAnswer(kType, 0x2002, 0, 3000);
+    EXPECT_THAT(After(MediaPeer::Frame(17), "x"), ElementsAre(1, 9, 10));
+}
+
+TEST_F(FrameReader, TakesNoAnswerAboutAnotherStreamOrCommand) {
+    peer_.Put(0, 3000, 7, kKey);
+    peer_.AnswerWith([this](AVMsgBuf& message) {
+        peer_.PutAnswer(kType, message.cmd, 1, 3000);
+        peer_.PutAnswer(kType, message.cmd ^ 0x0003, 0, 3000);
+        message.video_pos = message.cmd == 0x2002 ? 5000 : 0;
+    });
+    EXPECT_THAT(After(MediaPeer::Frame(17), "x"), ElementsAre(1, 9, 10));
+    AVStreamGetAVDataStop(kType, 0);
+    peer_.AnswerWith(nullptr);
+}
+
+TEST_F(FrameReader, TakesAnswersThatNameNothing) {
+    peer_.AnswerWith([](AVMsgBuf& message) {
+        const int32_t type = message.src;
+        const bool key = message.cmd == 0x2002;
+        message = AVMsgBuf{};
+        message.des = type;
+        message.video_pos = key ? 5000 : 0;
+    });
+    EXPECT_THAT(After(MediaPeer::Frame(17), "x"), ElementsAre(1, 9, 10));
+    AVStreamGetAVDataStop(kType, 0);
+    peer_.AnswerWith(nullptr);
+}
+
+TEST_F(FrameReader, AStreamThatIsNeverAnsweredHoldsUpNoOtherAndIsAskedAgain) {
+    peer_.mute_stream = 0;
+    peer_.Put(0, 0, 1, kKey);
+    peer_.Park(1, peer_.Put(1, 0, 7, kKey));
+    Start(0);
+    Start(1);
+    EXPECT_THAT(g_received.Serials(1), ElementsAre(7));
+    peer_.mute_stream = -1;
+    EXPECT_THAT(g_received.Serials(2), ElementsAre(7, 1));
+}
+
 TEST_F(FrameReader, SurvivesPositionsThatCannotBe) {
     std::atomic<int> asked{0};
     peer_.AnswerWith([&](AVMsgBuf& message) {

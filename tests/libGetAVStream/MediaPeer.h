@@ -52,6 +52,15 @@ class MediaPeer {
         std::memcpy(at + offsetof(AVDataInfo, EndFlag), &end_flag, sizeof end_flag);
         return position + static_cast<int>(sizeof header + payload.size());
     }
+    // An answer that nobody asked for now.
+    void PutAnswer(int type, int32_t command, int stream, uint32_t position) {
+        AVMsgBuf answer{};
+        answer.des = answer.src = type;
+        answer.cmd = command;
+        answer.video_index = stream;
+        answer.video_pos = position;
+        EXPECT_EQ(IpcMsgSend(queue_, &answer, sizeof answer), 0);
+    }
     int Put(int stream, int position, uint32_t serial, const std::string& payload) {
         return Put(stream, position, serial, payload, Frame());
     }
@@ -77,6 +86,7 @@ class MediaPeer {
     std::atomic<int> current{0};    // answer to "where is the writer"
     std::atomic<int> last_key{-1};  // answer to "where is the last key frame"
     std::atomic<bool> silent{false};
+    std::atomic<int> mute_stream{-1};  // its requests are taken and never answered
     std::atomic<bool> done{false};
     std::atomic<int> requests{0};
     std::atomic<int> key_requests{0};
@@ -112,6 +122,9 @@ class MediaPeer {
                 continue;
             }
             ++requests;
+            if (message.video_index == mute_stream) {
+                continue;
+            }
             message.des = message.src;
             const std::lock_guard guard(answer_lock_);
             if (answer_) {

@@ -120,6 +120,11 @@ TEST_F(Queue, RefusesWhatIsNoRecordAndKeepsAMessageThatDoesNotFit) {
     EXPECT_EQ(std::memcmp(small.payload, before.payload, sizeof small.payload), 0);
     EXPECT_EQ(IpcMsgRecv(qid, 1, &small, 48), 44);
 
+    ASSERT_EQ(IpcMsgSend(qid, &record, sizeof record), 0);
+    EXPECT_EQ(IpcMsgDiscard(qid, 1), 0) << "however long it is";
+    EXPECT_EQ(IpcMsgDiscard(qid, 1), -1);
+    EXPECT_EQ(errno, ENOMSG);
+
     ASSERT_EQ(IpcMsgSend(qid, &record, 4), 0) << "a record of its type alone";
     EXPECT_EQ(IpcMsgRecv(qid, 1, &small, 4), 0);
 }
