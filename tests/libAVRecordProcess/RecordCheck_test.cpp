@@ -2,10 +2,12 @@
 #include <cstring>
 #include <fstream>
 
+#include "RecordCard.h"
 #include "RecordState.h"
 #include "libAVRecord.h"
 #include "libAVRecordProcess.h"
 #include "support/BoundCamera.h"
+#include "support/ReadFault.h"
 
 namespace {
 
@@ -13,6 +15,7 @@ using support::Card;
 using support::Store;
 
 constexpr int64_t kMidnight = 1700006400;  // Wednesday 2023-11-15 00:00:00 UTC
+constexpr int64_t kNoon = kMidnight + 12 * 3600;
 constexpr uint32_t kFull = 0x0F900000;
 
 class RecordCheck : public support::BoundCamera {
@@ -27,6 +30,7 @@ class RecordCheck : public support::BoundCamera {
         g_RecordInitFlag = 0;
         g_s32CoverFlag = 0;
         g_u32RecordEndTime = 0;
+        g_run_left_open = false;
     }
     static Day_Hour_Scope& Today() { return Config().Record_config.weekScope.dayScope[3]; }
     static void SetRange(int number, uint8_t begin_hour, uint8_t end_hour) {
@@ -93,14 +97,63 @@ TEST_F(RecordCheck, ReadsTheHeadsAgainFromACardThatIsBack) {
 
 TEST_F(RecordCheck, RefusesACardThatIsNoStore) {
     const Card card(Store{});
-    PutIndex(28, std::string("\xFF\xFF\xFF\x7F", 4));
-    EXPECT_EQ(CheckRecordStart(), -1) << "a current file that the index has no room for";
+    for (const char number : {'\x03', '\x7F'}) {
+        PutIndex(28, std::string(1, number));
+        EXPECT_EQ(CheckRecordStart(), -1) << "a current file that the ring of 3 does not hold";
+    }
+    PutIndex(20, std::string(12, '\0'));
+    EXPECT_EQ(CheckRecordStart(), -1) << "a ring of no files";
+    PutIndex(20, std::string("\3\0\0\0", 4));
+    EXPECT_EQ(CheckRecordStart(), 0);
     PutIndex(0, "XXXX");
     EXPECT_EQ(CheckRecordStart(), -1);
     unlink("/var/etc/sdcard/index000.bin");
     EXPECT_EQ(CheckRecordStart(), -1);
     EXPECT_TRUE(Logged("chek file Head fail"));
     EXPECT_TRUE(Logged("open file fail"));
+}
+
+TEST_F(RecordCheck, AFileHeadThatCannotBeReadIsNotAnEmptyFile) {
+    const Card card(Store{.files = 5, .current_file = 2, .current_length = 777});
+    for (const int error : {EIO, 0}) {  // 0: half of it comes
+        g_RecordInitFlag = 0;
+        {
+            const support::ReadFault fault(1024 + 48 * 2, error);
+            EXPECT_EQ(CheckRecordStart(), -1) << error;
+        }
+        EXPECT_EQ(CheckRecordStart(), 0);
+        EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32RecordFileSumLenth, 777u);
+        const support::ReadFault fault(1024 + 48 * 2, error);
+        EXPECT_EQ(CheckRecordStart(), -1) << "nor when the card is compared with what is known of it";
+    }
+    truncate((std::string(support::kCardDirectory) + "index000.bin").c_str(), 1024 + 48 * 2 + 20);
+    EXPECT_EQ(CheckRecordStart(), 0) << "an index that ends there has no head";
+    EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32FileInfoHeadFlag, 0u);
+}
+
+TEST_F(RecordCheck, ACardThatWasExchangedOrFormattedUnseenIsReadAnew) {
+    Card card(Store{.files = 5, .current_file = 2, .current_length = 777});
+    ASSERT_EQ(CheckRecordStart(), 0);
+    card.Prepare({.files = 5, .current_file = 2});
+    PutIndex(1024 + 48 * 2, std::string(48, '\0'));
+    EXPECT_EQ(CheckRecordStart(), 0);
+    EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32FileInfoHeadFlag, 0u) << "formatted";
+    card.Pull();
+    card.Plug();
+    card.Prepare({.files = 3, .current_file = 1, .current_length = 555});
+    EXPECT_EQ(CheckRecordStart(), 0);
+    EXPECT_EQ(AV_RecordSystemInfoHeadGet()->m_u32RecordFileSum, 3u) << "exchanged";
+    EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32RecordFileSumLenth, 555u);
+}
+
+TEST_F(RecordCheck, OnlyADeviceThatIsNotThereIsAPulledCard) {
+    const Card card(Store{});
+    unlink(support::kCardDevice);
+    EXPECT_TRUE(CardWasPulled());
+    ASSERT_EQ(symlink(support::kCardDevice, support::kCardDevice), 0);  // leads to itself: ELOOP
+    EXPECT_FALSE(CardWasPulled());
+    EXPECT_EQ(CheckRecordStart(), -1);
+    EXPECT_TRUE(Logged("errno = 40 "));
 }
 
 TEST_F(RecordCheck, ADamagedFileHeadLeadsNoRunIntoAnotherFile) {
@@ -137,28 +190,32 @@ TEST_F(RecordCheck, ARunJoinsTheOneBeforeWithinThreeSeconds) {
     RecordInfoHead_S section{};
     RecordFileInfoHead_S file{};
     AV_SystemInfoHeadParamInit(&system, 2048, 3);
-    wall = kMidnight;
+    wall = kNoon;
     ASSERT_EQ(AV_RecordFileConfigParamGet(&system, &file, &section, 0), 0);
     EXPECT_EQ(file.m_u32FileInfoHeadFlag, RECORD_FILE_FLAG);
-    EXPECT_EQ(section.m_u32RecordStartTime, kMidnight);
+    EXPECT_EQ(section.m_u32RecordStartTime, kNoon);
     EXPECT_EQ(section.m_u16RecordUseNo, 1);
 
-    g_u32RecordEndTime = kMidnight - 2;
+    g_u32RecordEndTime = kNoon - 2;
     ASSERT_EQ(AV_RecordFileConfigParamGet(&system, &file, &section, 1), 0);
-    EXPECT_EQ(section.m_u32RecordStartTime, kMidnight - 2);
+    EXPECT_EQ(section.m_u32RecordStartTime, kNoon - 2);
     EXPECT_EQ(section.m_u16RecordUseNo, 2);
     EXPECT_EQ(section.m_u8SmartEnable, 1);
-    EXPECT_EQ(file.m_u32RecordStartTime, kMidnight - 2) << "the file begins with its earliest section";
+    EXPECT_EQ(file.m_u32RecordStartTime, kNoon - 2) << "the file begins with its earliest section";
     EXPECT_EQ(g_u32RecordEndTime, 0u);
 
-    g_u32RecordEndTime = kMidnight - 3;
+    g_u32RecordEndTime = kNoon - 3;
     ASSERT_EQ(AV_RecordFileConfigParamGet(&system, &file, &section, 0), 0);
-    EXPECT_EQ(section.m_u32RecordStartTime, kMidnight);
+    EXPECT_EQ(section.m_u32RecordStartTime, kNoon);
 
-    g_u32RecordEndTime = kMidnight + 9;
+    g_u32RecordEndTime = kNoon + 9;
     ASSERT_EQ(AV_RecordFileConfigParamGet(&system, &file, &section, 0), 0);
-    EXPECT_EQ(section.m_u32RecordStartTime, kMidnight);
-    EXPECT_EQ(g_u32RecordEndTime, kMidnight + 9) << "the clock was set back: kept";
+    EXPECT_EQ(section.m_u32RecordStartTime, kNoon);
+    EXPECT_EQ(g_u32RecordEndTime, kNoon + 9) << "the clock was set back: kept";
+    wall = kMidnight;
+    g_u32RecordEndTime = kMidnight - 1;
+    ASSERT_EQ(AV_RecordFileConfigParamGet(&system, &file, &section, 0), 0);
+    EXPECT_EQ(section.m_u32RecordStartTime, kMidnight) << "no section spans two days";
     EXPECT_EQ(AV_RecordFileConfigParamGet(nullptr, &file, &section, 0), -1);
 }
 

@@ -18,6 +18,7 @@
 #include <new>
 
 #include "Clock.h"
+#include "RecordCard.h"
 #include "RecordState.h"
 #include "libAVRecord.h"
 #include "libAVRecordProcess.h"
@@ -198,7 +199,7 @@ Outcome Events::LookAtBoard() {
     if (!TakeRecordTimeType(*config, &record_time_type)) {
         return Outcome::GoOn;
     }
-    if (FileUtilsGetStorageStatus(RECORD_STORE_DIRECTORY) != 0) {
+    if (CardWasPulled()) {
         StopRecord();
     }
     AlarmData board{};

@@ -1,12 +1,9 @@
 // Whether a run may begin now, and the heads it begins with.
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include "Clock.h"
+#include "RecordCard.h"
 #include "RecordState.h"
 #include "libAVRecord.h"
 #include "libAVRecordProcess.h"
@@ -18,11 +15,10 @@ std::atomic<int> gRecordHour{0};
 std::atomic<int> g_RecordInitFlag{0};
 std::atomic<int> g_s32CoverFlag{0};
 std::atomic<uint32_t> g_u32RecordEndTime{0};
+bool g_run_left_open = false;
 
 namespace {
 
-constexpr char kDeviceNode[] = "/dev/mmcblk0p1";
-constexpr char kIndexPath[] = RECORD_STORE_DIRECTORY RECORD_INDEX_NAME;
 constexpr uint32_t kJoinSeconds = 3;  // a run that begins so soon after the last one begins at its end
 
 bool SomeRangeHolds(const TIME_DAY_HOUR_SCOPE& day, int now) {
@@ -80,62 +76,25 @@ bool ScheduleIsDue() {
     return DayIsDue(day, MinuteOfDay(now));
 }
 
-class IndexFile {
-  public:
-    IndexFile() : fd_(AV_RecordOpen(kIndexPath, AVFILE_READ)) {}
-    ~IndexFile() {
-        if (fd_ >= 0) {
-            AV_RecordClose(fd_);
+// A section that joined one of the day before would begin in that day, and none spans two.
+bool IsSameDay(uint32_t a, uint32_t b) {
+    return LocalTime(static_cast<time_t>(a)).tm_yday == LocalTime(static_cast<time_t>(b)).tm_yday;
+}
+
+// The heads in memory are those of the card that is in, read from it when they were not.
+bool HeadsAreTheCards() {
+    if (g_RecordInitFlag == 1 && !g_run_left_open) {
+        const CardMatch match = CardMatchHeads();
+        if (match == CardMatch::Unknown) {
+            return false;
         }
+        g_RecordInitFlag = match == CardMatch::Ours ? 1 : 0;
     }
-    IndexFile(const IndexFile&) = delete;
-    IndexFile& operator=(const IndexFile&) = delete;
-    int Descriptor() const { return fd_; }
-
-  private:
-    int fd_;
-};
-
-void SetHeads(const RecordSystemInfoHead_S& system, const RecordFileInfoHead_S& file) {
-    AVRecordFramesHold();
-    AVRecordHeadsLock();
-    *AV_RecordSystemInfoHeadGet() = system;
-    *AV_RecordFileInfoHeadGet() = file;
-    AVRecordHeadsUnlock();
-}
-
-// What a damaged head says of its place must not lead a run into the files and slots of another.
-void KeepToItsPlace(RecordFileInfoHead_S* file, const RecordSystemInfoHead_S& system) {
-    if (file->m_u32FileInfoHeadFlag == RECORD_FILE_FLAG) {
-        file->m_u32FileInfoHeadNo = system.m_u32RecordFileNo;
-        file->m_u32RecordSectionSum = std::min(file->m_u32RecordSectionSum, RECORD_SECTION_MAX);
+    if (g_RecordInitFlag == 0) {
+        g_run_left_open = false;  // whatever its writer still holds is another card's
+        g_RecordInitFlag = CardLoadHeads() ? 1 : 0;
     }
-}
-
-bool LoadHeads() {
-    RecordSystemInfoHead_S system{};
-    RecordFileInfoHead_S file{};
-    SetHeads(system, file);
-    const IndexFile index;
-    if (index.Descriptor() < 0) {
-        LOG_TRACE("%s %d: open file fail \n");
-        return false;
-    }
-    if (AV_SystemInfoHeadRead(index.Descriptor(), &system) < 0) {
-        LOG_TRACE("%s %d: read file Head fail \n");
-        return false;
-    }
-    if (AV_SystemInfoHeadCheck(&system) != 0 || system.m_u32RecordFileNo >= RECORD_FILE_MAX) {
-        LOG_TRACE("%s %d: chek file Head fail \n");
-        return false;
-    }
-    if (AV_RecordFileInfoHeadRead(index.Descriptor(), &system, &file) < 0) {
-        file = {};  // an index that ends before this head: the file counts as empty
-    }
-    KeepToItsPlace(&file, system);
-    SetHeads(system, file);
-    g_RecordInitFlag = 1;
-    return true;
+    return g_RecordInitFlag == 1;
 }
 
 }  // namespace
@@ -150,16 +109,6 @@ int CheckSDcardMountStatus(void) {
     pclose(mounts);
     text[got] = '\0';
     return std::strstr(text, "mmc") != nullptr ? 1 : 0;
-}
-
-int FileUtilsGetStorageStatus(const char* path) {
-    (void)path;
-    if (access(kDeviceNode, F_OK) == 0) {
-        return 0;
-    }
-    const int error = errno;
-    LOG_TRACE("%s %d: errno = %d %s\n", error, std::strerror(error));
-    return -1;
 }
 
 int CheckRecordStart(void) {
@@ -184,7 +133,7 @@ int CheckRecordStart(void) {
 }
 
 int AVRecordParamInit(unsigned char ucCoverType) {
-    if (g_RecordInitFlag == 0 && !LoadHeads()) {
+    if (!HeadsAreTheCards()) {
         return -1;
     }
     LOG_TRACE("%s %d: ucCoverType = %d  \n", ucCoverType);
@@ -198,7 +147,10 @@ int AVRecordParamInit(unsigned char ucCoverType) {
     if (heads.system.m_u32RecordUsedFileSum >= heads.system.m_u32RecordFileSum && ucCoverType == 0) {
         return -1;
     }
-    SetHeads(heads.system, {});
+    AVRecordFramesHold();
+    AVRecordHeadsLock();
+    *AV_RecordFileInfoHeadGet() = {};
+    AVRecordHeadsUnlock();
     g_s32CoverFlag = 1;
     return 0;
 }
@@ -212,7 +164,7 @@ int AV_RecordFileConfigParamGet(RecordSystemInfoHead_S* pSystemInfoHead, RecordF
     const uint32_t last_end = g_u32RecordEndTime;
     uint32_t startTime = now;
     if (last_end < now) {
-        startTime = now - last_end < kJoinSeconds ? last_end : now;
+        startTime = now - last_end < kJoinSeconds && IsSameDay(last_end, now) ? last_end : now;
         g_u32RecordEndTime = 0;
     }
     const tm start = LocalTime(static_cast<time_t>(startTime));

@@ -11,6 +11,7 @@ extern std::atomic<int> gRecordStopFlag;          // 1: the process is to stop
 extern std::atomic<int> gRecordTimeOver;          // 1: the run ended at midnight
 extern std::atomic<int> gRecordHour;              // range 0..5 of the day that allowed the run
 extern std::atomic<int> g_RecordInitFlag;         // 1: the heads were loaded from the card that is in
+extern bool g_run_left_open;                      // its writer records on without an alarm thread; control loop alone
 extern std::atomic<int> g_s32AlarmEventFlag;      // 1: a run is on and its alarm thread may live
 extern std::atomic<int> g_s32CoverFlag;           // 1: the current file starts anew, its events are void
 extern std::atomic<uint32_t> g_u32RecordEndTime;  // s since 1970 UTC, end of the last run; 0: none to join
@@ -30,6 +31,10 @@ struct DayRange {
 
 inline int MinuteOfDay(const tm& local) {
     return local.tm_hour * 3600 + local.tm_min * 60;
+}
+
+inline bool IsLastSecond(const tm& local) {  // of the day
+    return local.tm_hour == 23 && local.tm_min == 59 && local.tm_sec == 59;
 }
 
 // The configured range that allowed the present run.

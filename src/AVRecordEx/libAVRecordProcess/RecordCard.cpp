@@ -1,0 +1,207 @@
+#include "RecordCard.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+
+#include "Descriptor.h"
+#include "RecordState.h"
+#include "libAVRecord.h"
+#include "libAVRecordProcess.h"
+#include "libLog.h"
+
+namespace {
+
+constexpr char kDeviceNode[] = "/dev/mmcblk0p1";
+constexpr char kIndexPath[] = RECORD_STORE_DIRECTORY RECORD_INDEX_NAME;
+
+// 0 when the card's device node is there, else why not.
+int DeviceNodeError() {
+    return access(kDeviceNode, F_OK) == 0 ? 0 : errno;
+}
+
+struct Identity {  // of the mounted card
+    dev_t device = 0;
+    ino_t index = 0;
+    int volume[2] = {};
+    bool operator==(const Identity&) const = default;
+};
+
+bool Identify(int fd, Identity* found) {
+    struct stat64 file {};
+    struct statfs64 volume {};
+    if (fstat64(fd, &file) != 0 || fstatfs64(fd, &volume) != 0) {
+        return false;
+    }
+    *found = {.device = file.st_dev, .index = static_cast<ino_t>(file.st_ino)};
+    static_assert(sizeof found->volume == sizeof volume.f_fsid);
+    std::memcpy(found->volume, &volume.f_fsid, sizeof found->volume);
+    return true;
+}
+
+Identity g_identity;      // of the card that g_heads are of
+AVRecordHeads g_heads{};  // as the card has them, or ought to
+
+void SetHeads(const RecordSystemInfoHead_S& system, const RecordFileInfoHead_S& file) {
+    AVRecordFramesHold();
+    AVRecordHeadsLock();
+    *AV_RecordSystemInfoHeadGet() = system;
+    *AV_RecordFileInfoHeadGet() = file;
+    AVRecordHeadsUnlock();
+}
+
+// What a damaged head says of its place must not lead a run into the files and slots of another.
+void KeepToItsPlace(RecordFileInfoHead_S* file, uint32_t number) {
+    if (file->m_u32FileInfoHeadFlag == RECORD_FILE_FLAG) {
+        file->m_u32FileInfoHeadNo = number;
+        file->m_u32RecordSectionSum = std::min(file->m_u32RecordSectionSum, RECORD_SECTION_MAX);
+    }
+}
+
+// An index that ends before the head means an empty file.  Any other failure tells nothing about the file: to take it
+// for empty would be to overwrite the newest footage of the card.
+bool ReadFileHead(int fd, uint32_t number, RecordFileInfoHead_S* file) {
+    if (AV_RecordFileInfoHeadAccecsFileNoRead(fd, number, file) == 0) {
+        KeepToItsPlace(file, number);
+        return true;
+    }
+    const int error = errno;
+    *file = {};
+    const off64_t end = lseek64(fd, 0, SEEK_END);
+    if (end >= 0 && static_cast<uint64_t>(end) < RECORD_FILE_HEAD_BASE + (uint64_t{number} + 1) * sizeof *file) {
+        return true;
+    }
+    LOG_ERROR("%s %d: head of file %u cannot be read, errno = %d %s\n", number, error, std::strerror(error));
+    return false;
+}
+
+// A number that the ring does not hold would make a file where no reader looks.
+bool IsPrepared(const RecordSystemInfoHead_S& system) {
+    return AV_SystemInfoHeadCheck(&system) == 0 && system.m_u32RecordFileNo < RECORD_FILE_MAX &&
+           system.m_u32RecordFileNo < system.m_u32RecordFileSum;
+}
+
+template <class Head>
+bool AreSame(const Head& a, const Head& b) {
+    return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+// Whether the card has an earlier state of our own heads: it refused the last ones, and the footage they count is
+// there.
+bool IsBehind(const RecordSystemInfoHead_S& system, const RecordFileInfoHead_S& file) {
+    const RecordFileInfoHead_S& ours = g_heads.file;
+    const RecordInfoHead_S& section = g_heads.section;
+    return section.m_u32RecordInfoHeadFlag == RECORD_SECTION_FLAG &&
+           section.m_u16RecordFileNo == ours.m_u32FileInfoHeadNo && file.m_u32FileInfoHeadFlag == RECORD_FILE_FLAG &&
+           ours.m_u32FileInfoHeadFlag == RECORD_FILE_FLAG &&
+           system.m_u32RecordFileSum == g_heads.system.m_u32RecordFileSum &&
+           system.m_u32SDCardSpaceSize == g_heads.system.m_u32SDCardSpaceSize &&
+           system.m_u32RecordUsedFileSum <= g_heads.system.m_u32RecordUsedFileSum &&
+           system.m_u32RecordFileNo == ours.m_u32FileInfoHeadNo &&
+           file.m_u32RecordStartTime >= ours.m_u32RecordStartTime &&
+           file.m_u32RecordFileSumLenth <= ours.m_u32RecordFileSumLenth &&
+           file.m_u32RecordKeyFrameSum <= ours.m_u32RecordKeyFrameSum &&
+           file.m_u32RecordSectionSum <= ours.m_u32RecordSectionSum;
+}
+
+bool WriteHeads(int fd) {
+    return AV_RecordSectionInfoHeadWrite(fd, &g_heads.file, &g_heads.section) == 0 &&
+           AV_RecordFileInfoHeadAccecsFileNoWrite(fd, g_heads.file.m_u32FileInfoHeadNo, &g_heads.file) == 0 &&
+           AV_SystemInfoHeadWrite(fd, &g_heads.system) >= 0;
+}
+
+CardMatch Unknown(const char* what) {
+    const int error = errno;
+    LOG_ERROR("%s %d: %s: %s, errno = %d %s\n", kIndexPath, what, error, std::strerror(error));
+    return CardMatch::Unknown;
+}
+
+}  // namespace
+
+int FileUtilsGetStorageStatus(const char* path) {
+    (void)path;
+    const int error = DeviceNodeError();
+    if (error == 0) {
+        return 0;
+    }
+    LOG_TRACE("%s %d: errno = %d %s\n", error, std::strerror(error));
+    return -1;
+}
+
+bool CardWasPulled() {
+    static std::atomic<int> last_error{0};  // what lasts is said once
+    const int error = DeviceNodeError();
+    if (last_error.exchange(error) != error && error != 0) {
+        LOG_TRACE("%s %d: errno = %d %s\n", error, std::strerror(error));
+    }
+    return error == ENOENT || error == ENOTDIR;
+}
+
+bool CardLoadHeads() {
+    AVRecordHeads heads{};
+    SetHeads(heads.system, heads.file);
+    const Descriptor index(AV_RecordOpen(kIndexPath, AVFILE_READ));
+    if (index.Get() < 0 || !Identify(index.Get(), &g_identity)) {
+        LOG_TRACE("%s %d: open file fail \n");
+        return false;
+    }
+    if (AV_SystemInfoHeadRead(index.Get(), &heads.system) < 0) {
+        LOG_TRACE("%s %d: read file Head fail \n");
+        return false;
+    }
+    if (!IsPrepared(heads.system)) {
+        LOG_TRACE("%s %d: chek file Head fail \n");
+        return false;
+    }
+    if (!ReadFileHead(index.Get(), heads.system.m_u32RecordFileNo, &heads.file)) {
+        return false;
+    }
+    g_heads = heads;
+    SetHeads(heads.system, heads.file);
+    return true;
+}
+
+void CardRememberHeads() {
+    AVRecordHeadsCopy(&g_heads);
+}
+
+CardMatch CardMatchHeads() {
+    const Descriptor index(open64(kIndexPath, O_RDWR | O_CLOEXEC));
+    Identity identity;
+    if (index.Get() < 0 || !Identify(index.Get(), &identity)) {
+        return Unknown("cannot be opened");
+    }
+    RecordSystemInfoHead_S system{};
+    if (AV_SystemInfoHeadRead(index.Get(), &system) < 0) {
+        return Unknown("cannot be read");
+    }
+    const bool is_in_use = g_heads.file.m_u32FileInfoHeadFlag == RECORD_FILE_FLAG;
+    const uint32_t number = is_in_use ? g_heads.file.m_u32FileInfoHeadNo : g_heads.system.m_u32RecordFileNo;
+    RecordFileInfoHead_S file{};
+    if (!ReadFileHead(index.Get(), number, &file)) {
+        return CardMatch::Unknown;
+    }
+    const bool is_same_card = identity == g_identity;
+    if (is_same_card && AreSame(system, g_heads.system) && AreSame(file, g_heads.file)) {
+        return CardMatch::Ours;
+    }
+    if (is_same_card && IsBehind(system, file)) {
+        return WriteHeads(index.Get()) ? CardMatch::Ours : Unknown("takes no heads");
+    }
+    LOG_TRACE("%s %d: the card is another one or was changed, its heads are read anew\n");
+    return CardMatch::Other;
+}
+
+bool CardFileIsWritable(uint32_t number) {
+    char path[64];
+    snprintf(path, sizeof path, RECORD_STORE_DIRECTORY RECORD_FILE_NAME, static_cast<int>(number));
+    const Descriptor index(open64(kIndexPath, O_RDWR | O_CLOEXEC));
+    const Descriptor file(open64(path, O_RDWR | O_CLOEXEC));
+    return index.Get() >= 0 && file.Get() >= 0;
+}

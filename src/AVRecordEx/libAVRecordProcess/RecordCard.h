@@ -1,0 +1,32 @@
+// The card that is in: whether it is there, and whether the heads in memory are its own.
+//
+// Owns what is known of the card: its identity, and the heads as this process last read or wrote them.  A card can be
+// taken out, formatted or exchanged between two looks; heads of one card written into another would name footage
+// that is not there and bury what is.  So nothing is written before both were compared.
+// Threads: the control loop's alone, but for CardWasPulled, which any thread may ask.
+// Invariant: nothing here creates a file.
+#pragma once
+
+#include <cstdint>
+
+// Whether the card's device node is gone.  Whatever else keeps one from looking at it is no pulled card.
+bool CardWasPulled();
+
+// Reads the system head and the current file's head from the card into memory; false (logged) leaves them zero.
+bool CardLoadHeads();
+
+// The heads in memory are now the card's: a run wrote them there, or tried to.
+void CardRememberHeads();
+
+enum class CardMatch {
+    Ours,    // it has the heads that are remembered
+    Other,   // it has others: they must be loaded
+    Unknown  // it cannot be told now (logged)
+};
+
+// Compares the card with what is remembered of it.  Of our own card, heads that it refused when they were last
+// written are written again.
+CardMatch CardMatchHeads();
+
+// Whether index and record file `number` are there and can be written.
+bool CardFileIsWritable(uint32_t number);
