@@ -1,7 +1,11 @@
 // Whole runs against a real card, configuration record and command queue.  The loop's own pauses are where
 // a test acts: what it does there is what the next look of the run finds.
+#include <dlfcn.h>
+
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
@@ -14,6 +18,17 @@
 #include "support/QueuePeer.h"
 
 namespace {
+std::atomic<bool> g_no_more_threads{false};
+}
+
+extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
+                              void* argument) {
+    using Create = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+    static const auto real = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
+    return g_no_more_threads ? EAGAIN : real(thread, attributes, body, argument);
+}
+
+namespace {
 
 using std::string_literals::operator""s;
 using support::Card;
@@ -21,8 +36,9 @@ using support::Store;
 
 constexpr int64_t kNoon = 1700049600;  // Wednesday 2023-11-15 12:00:00 UTC
 constexpr uint32_t kFull = 0x0F900000;
-constexpr unsigned int kWatchMs = 20;  // pause of the record loop
-constexpr unsigned int kAlarmMs = 80;  // and of the alarm thread
+constexpr unsigned int kWatchMs = 20;   // pause of the record loop
+constexpr unsigned int kAlarmMs = 80;   // and of the alarm thread
+constexpr unsigned int kNewDayMs = 50;  // and of the wait after midnight's end
 constexpr int kForceKeyFrame = 0x2010;
 
 class RecordLoop : public support::BoundCamera {
@@ -39,6 +55,7 @@ class RecordLoop : public support::BoundCamera {
         g_s32CoverFlag = 0;
         g_u32RecordEndTime = 0;
         gRecordStopFlag = 0;
+        g_run_left_open = false;
         before_pass_ = {};
         AVServerAccessCleanup();
     }
@@ -67,8 +84,9 @@ class RecordLoop : public support::BoundCamera {
         return Mp4RecordVideoCallbackFunc(AV_FRAME_TYPE_VIDEO, 0, frame.data(), &info);
     }
     static std::string Le32(uint32_t value) { return {reinterpret_cast<const char*>(&value), sizeof value}; }
-    static std::string SystemHead(uint64_t offset) {
-        return Card::Read(std::string(support::kCardDirectory) + "index000.bin", offset, 4);
+    static std::string SystemHead(uint64_t offset) { return Index(offset, 4); }
+    static std::string Index(uint64_t offset, uint64_t length) {
+        return Card::Read(std::string(support::kCardDirectory) + "index000.bin", offset, length);
     }
 
     Card card_;
@@ -83,6 +101,8 @@ class RecordLoop : public support::BoundCamera {
             const std::function<void()> act = std::move(before_pass_.front());
             before_pass_.erase(before_pass_.begin());
             act();
+        } else if (milliseconds == kNewDayMs) {
+            ++wall;
         } else if (milliseconds ==
                    kAlarmMs) {  // the alarm thread rests until a run is over: it says what the loop says
             support::WaitUntil([] { return g_s32AlarmEventFlag == 0; });
@@ -180,6 +200,15 @@ TEST_F(RecordLoop, EndsBeforeMidnightOnceTheSectionHoldsMoreThanASecond) {
               0);
     EXPECT_FALSE(Logged(": 23:59:59\n")) << "it has just begun";
     gRecordStopFlag = 0;
+    wall = kNoon + 12 * 3600 - 2;
+    EXPECT_EQ(Run([&] {
+                  EXPECT_EQ(WriteKeyFrame(), 0);
+                  ++uptime, ++uptime;
+                  wall += 2;
+              }),
+              0);
+    EXPECT_EQ(gRecordStopFlag, 0) << "and ends with its day nevertheless";
+    gRecordStopFlag = 0;
     wall = kNoon + 12 * 3600 - 5;
     EXPECT_EQ(Run([&] {
                   EXPECT_EQ(WriteKeyFrame(), 0);
@@ -191,6 +220,7 @@ TEST_F(RecordLoop, EndsBeforeMidnightOnceTheSectionHoldsMoreThanASecond) {
     EXPECT_TRUE(Logged("  m_u32RecordEndTime = " + std::to_string(kNoon + 12 * 3600 - 1) + "  \n"));
     EXPECT_EQ(gRecordTimeOver, 0);
     EXPECT_EQ(g_u32RecordEndTime, kNoon + 12 * 3600 - 1);
+    EXPECT_EQ(wall, kNoon + 12 * 3600) << "the run after it is asked for in the new day";
     EXPECT_EQ(gRecordStopFlag, 0);
 }
 
@@ -223,6 +253,76 @@ TEST_F(RecordLoop, ACardPulledBeforeTheRunOpensItsFilesIsNotReplacedByTheFlash) 
     card_.Pull();
     EXPECT_EQ(RunWithoutCheck([] { FAIL() << "there is no run"; }), -1);
     EXPECT_TRUE(std::filesystem::is_empty(support::kCardDirectory));
+}
+
+TEST_F(RecordLoop, AStartThatFailsCountsNoSectionAndForcesNoKeyFrame) {
+    card_.Prepare({.files = 3, .current_length = 777});
+    const std::string file = Card::RecordFile(0);
+    std::filesystem::rename(file, file + "x");
+    for (int start = 0; start < 3; ++start) {
+        EXPECT_EQ(Run([] { FAIL() << "there is no run"; }), -1);
+    }
+    EXPECT_FALSE(std::filesystem::exists(file)) << "recording creates no file";
+    EXPECT_TRUE(media_server_.Requests().empty());
+    std::filesystem::rename(file + "x", file);
+    EXPECT_EQ(Run([] {}), 0);
+    gRecordStopFlag = 0;
+    EXPECT_EQ(Run([] { EXPECT_EQ(WriteKeyFrame(), 0); }), 0);
+    EXPECT_EQ(AV_RecordInfoHeadGet()->m_u16RecordUseNo, 2) << "nor does a run without a frame";
+}
+
+TEST_F(RecordLoop, WithoutAnAlarmThreadTheSameSectionGoesOnUntilThereIsOne) {
+    g_no_more_threads = true;
+    for (int start = 0; start < 3; ++start) {
+        EXPECT_EQ(Run([] { FAIL() << "there is no watch"; }), -1);
+        EXPECT_EQ(WriteKeyFrame(), 0) << "what arrives is recorded";
+    }
+    EXPECT_TRUE(Logged(" errno Resource temporarily unavailable\n"));
+    g_no_more_threads = false;
+    EXPECT_EQ(Run([] { EXPECT_EQ(WriteKeyFrame(), 0); }), 0);
+    EXPECT_EQ(AV_RecordInfoHeadGet()->m_u16RecordUseNo, 1);
+    EXPECT_EQ(AV_RecordInfoHeadGet()->m_u32KeyFrameSum, 4u);
+    EXPECT_EQ(media_server_.Requests().size(), 1u);
+
+    g_no_more_threads = true;  // such a run ends as any other
+    gRecordStopFlag = 0;
+    EXPECT_EQ(Run([] {}), -1);
+    Config().lan_config.nFrameRate1 = 20;
+    EXPECT_EQ(Run([] {}), 0);
+    EXPECT_EQ(KQ_RecordStreamFdGet(), -1);
+    g_no_more_threads = false;
+}
+
+TEST_F(RecordLoop, TheHeadsOfACardThatIsGoneAreNotWrittenIntoTheOneThatTookItsPlace) {
+    card_.Prepare({.files = 3, .used_files = 1, .current_file = 1, .current_length = kFull - 1});
+    EXPECT_EQ(Run([this] {
+                  EXPECT_EQ(WriteKeyFrame(), 0);
+                  card_.Pull();
+                  card_.Plug();
+                  card_.Prepare({.files = 5, .used_files = 4, .current_file = 4, .current_length = 555});
+              }),
+              0);
+    EXPECT_TRUE(Logged("File size  lager  over! \n"));
+    EXPECT_EQ(SystemHead(24) + SystemHead(28), Le32(4) + Le32(4));
+    EXPECT_EQ(Run([] { EXPECT_EQ(WriteKeyFrame(), 0); }), 0);
+    EXPECT_TRUE(Logged("FileName = /var/etc/sdcard/hi000004.mp4 \n"));
+    EXPECT_EQ(AV_RecordInfoHeadGet()->m_u32RecordStartPos, 555u);
+}
+
+TEST_F(RecordLoop, HeadsThatTheCardRefusedAtTheEndAreThereBeforeTheNextRun) {
+    card_.Prepare({.files = 3, .current_length = 777});
+    std::string before;
+    EXPECT_EQ(Run([&] {
+                  EXPECT_EQ(WriteKeyFrame(), 0);
+                  before = Index(1024, 48);
+                  EXPECT_EQ(WriteKeyFrame(), 0);
+              }),
+              0);
+    const std::string after = Index(1024, 48);
+    std::fstream(std::string(support::kCardDirectory) + "index000.bin").seekp(1024) << before;
+    ASSERT_NE(Index(1024, 48), after);
+    EXPECT_EQ(CheckRecordStart(), 0);
+    EXPECT_EQ(Index(1024, 48), after) << "what they count would be written over";
 }
 
 TEST_F(RecordLoop, ALostConfigurationLeavesTheWriterToTheNextRun) {

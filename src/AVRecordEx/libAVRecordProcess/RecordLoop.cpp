@@ -6,6 +6,7 @@
 
 #include "AlarmEvent.h"
 #include "Clock.h"
+#include "RecordCard.h"
 #include "RecordState.h"
 #include "libAVRecord.h"
 #include "libAVRecordProcess.h"
@@ -28,6 +29,7 @@ constexpr unsigned int kWatchMs = 20;
 
 struct Run {  // as it began
     int VideoId;
+    RecordFileInfoHead_S file_before;  // the record file's head without this run's section
     Camera_AudioProperty AudioProperty;
     int nVideoEncoding;
     int nVideoFrameRate;
@@ -151,10 +153,10 @@ bool ScheduleEnded(const Run&, const Pass& pass) {
     return true;
 }
 
-// No section spans two days; one that has just begun is let over.
+// No section spans two days; one that has just begun is let over, for DayChanged to end.
 bool MidnightComes(const Run&, const Pass& pass) {
     const tm& now = pass.local;
-    if (now.tm_hour != 23 || now.tm_min != 59 || now.tm_sec != 59) {
+    if (!IsLastSecond(now)) {
         return false;
     }
     AVRecordHeads heads;
@@ -199,11 +201,24 @@ bool StopRequested(const Run&, const Pass&) {
     return true;
 }
 
+// The section began just before midnight, or the last look of its day came too late.
+bool DayChanged(const Run&, const Pass& pass) {
+    AVRecordHeads heads;
+    AVRecordHeadsCopy(&heads);
+    const tm start = LocalTime(static_cast<time_t>(heads.section.m_u32RecordStartTime));
+    const tm& now = pass.local;
+    if (start.tm_year > now.tm_year || (start.tm_year == now.tm_year && start.tm_yday >= now.tm_yday)) {
+        return false;
+    }
+    LOG_TRACE("%s %d: another day\n");
+    return true;
+}
+
 using EndReason = bool (*)(const Run&, const Pass&);
 constexpr EndReason kEndReasons[] = {
-    IsMotionJpeg,  AudioSwitched,     AudioEncodingChanged, VideoEncodingChanged, FrameRateChanged,
-    StreamChanged, ResolutionChanged, RecordSwitchedOff,    CodecModeChanged,     RotationChanged,
-    ScheduleEnded, MidnightComes,     ClockWasSet,          FileIsFull,           StopRequested,
+    IsMotionJpeg,      AudioSwitched,     AudioEncodingChanged, VideoEncodingChanged, FrameRateChanged, StreamChanged,
+    ResolutionChanged, RecordSwitchedOff, CodecModeChanged,     RotationChanged,      ScheduleEnded,    MidnightComes,
+    ClockWasSet,       FileIsFull,        StopRequested,        DayChanged,
 };
 
 // ---- The run ----
@@ -251,48 +266,95 @@ void StartClocks(Run* run, const SysInfo& config) {
     run->nVideoRotate = config.lan_config.nRotateAngle;
 }
 
-// Opens the section, the writer and the alarm thread; false when one of them could not be had.
+// The section that was opened gets its number back when nothing was written into it: a file has only so many.
+void TakeBackSection(const Run& run) {
+    AVRecordHeadsLock();
+    *AV_RecordFileInfoHeadGet() = run.file_before;
+    AVRecordHeadsUnlock();
+}
+
+// Whether the card takes what a run would write; asked before a section is opened and a key frame forced.
+bool CardIsReady() {
+    AVRecordHeads heads;
+    AVRecordHeadsCopy(&heads);
+    const bool is_in_use = heads.file.m_u32FileInfoHeadFlag == RECORD_FILE_FLAG;
+    const uint32_t number = is_in_use ? heads.file.m_u32FileInfoHeadNo : heads.system.m_u32RecordFileNo;
+    if (!CardFileIsWritable(number)) {
+        return false;
+    }
+    if (CardMatchHeads() != CardMatch::Ours) {
+        g_RecordInitFlag = 0;
+        return false;
+    }
+    return true;
+}
+
+// Opens the section and the writer; false when the run cannot begin, and then nothing was opened or counted.
 bool BeginRun(Run* run, const Settings& settings, const SysInfo& config) {
     AVRecordFramesHold();
+    if (!CardIsReady()) {
+        return false;
+    }
+    const uint32_t end_to_join = g_u32RecordEndTime;
     RecordFileInfoHead_S* file = AV_RecordFileInfoHeadGet();
+    run->file_before = *file;  // no frame is taken: nobody changes it
     if (AV_RecordFileConfigParamGet(AV_RecordSystemInfoHeadGet(), file, AV_RecordInfoHeadGet(),
                                     config.lan_config.ucSmartEncEnable) < 0) {
         return false;
     }
     Capture(run, settings);
     ForceKeyFrame(run->VideoId);
-    if (AVRecordStoreIsThere() == 0 || KQ_RecordInit(file, run->VideoId) < 0) {
+    if (KQ_RecordInit(file, run->VideoId) < 0) {
+        TakeBackSection(*run);
+        g_u32RecordEndTime = end_to_join;
         return false;
-    }
-    g_s32AlarmEventFlag = 1;
-    if (const int error = AlarmEventStart(); error != 0) {
-        LOG_TRACE("%s %d errno %s\n", std::strerror(error));
-        return false;  // the writer stays open: what can be recorded is recorded until the next run
     }
     StartClocks(run, config);
     return true;
 }
 
+// Without the thread the writer stays open: what can be recorded is recorded, and the next start goes on with the run.
+bool StartAlarmThread() {
+    g_s32AlarmEventFlag = 1;
+    const int error = AlarmEventStart();
+    if (error != 0) {
+        LOG_TRACE("%s %d errno %s\n", std::strerror(error));
+    }
+    g_run_left_open = error != 0;
+    return error == 0;
+}
+
+enum class Look { GoOn, Over, NoConfiguration };
+
+// One pass of the watch.
+Look LookForEnd(const Run& run) {
+    if (CardWasPulled()) {
+        StopRecord();
+    }
+    const tm local = LocalTime(WallSeconds());
+    Camera_VideoConfig videos[kStreams]{};
+    Camera_AudioConfig audio{};
+    CameraGetVideoConfig(videos);
+    CameraGetAudioConfig(&audio);
+    const SysInfo* config = GetSysconfigData();
+    if (config == nullptr) {
+        return Look::NoConfiguration;
+    }
+    const Pass pass{*config, videos[run.VideoId], audio, local};
+    for (const EndReason is_over : kEndReasons) {
+        if (is_over(run, pass)) {
+            return Look::Over;
+        }
+    }
+    return Look::GoOn;
+}
+
 // Returns when the run is over: 0, or -1 when the configuration went away.
 int Watch(const Run& run) {
     while (true) {
-        if (FileUtilsGetStorageStatus(RECORD_STORE_DIRECTORY) != 0) {
-            StopRecord();
-        }
-        const tm local = LocalTime(WallSeconds());
-        Camera_VideoConfig videos[kStreams]{};
-        Camera_AudioConfig audio{};
-        CameraGetVideoConfig(videos);
-        CameraGetAudioConfig(&audio);
-        const SysInfo* config = GetSysconfigData();
-        if (config == nullptr) {
-            return -1;
-        }
-        const Pass pass{*config, videos[run.VideoId], audio, local};
-        for (const EndReason is_over : kEndReasons) {
-            if (is_over(run, pass)) {
-                return 0;
-            }
+        const Look look = LookForEnd(run);
+        if (look != Look::GoOn) {
+            return look == Look::Over ? 0 : -1;
         }
         SleepMs(kWatchMs);
     }
@@ -314,8 +376,20 @@ void FinishFile() {
     AV_SystemInfoHeadFileNoFresh(system, file);
     const bool is_full = file->m_u32RecordFileSumLenth >= RECORD_STREAM_LIMIT;
     AVRecordHeadsUnlock();
-    if (is_full) {
-        AVRecordSystemHeadSave();
+    CardRememberHeads();
+    if (is_full && CardMatchHeads() == CardMatch::Other) {
+        g_RecordInitFlag = 0;
+    }
+}
+
+// The next section begins in the new day, and the schedule is asked about that day.  Bounded: a clock that was set
+// back to before midnight again is no reason to wait for long.
+void AwaitNewDay() {
+    constexpr unsigned int kStepMs = 50;
+    constexpr int kSteps = 2000 / kStepMs;
+    SleepMs(500);
+    for (int step = 0; step < kSteps && gRecordStopFlag == 0 && IsLastSecond(LocalTime(WallSeconds())); ++step) {
+        SleepMs(kStepMs);
     }
 }
 
@@ -326,13 +400,18 @@ void EndRun(const Run& run) {
     LogEndTime(run.RecordStartTime.tv_sec + (KQ_COMMON_GetUptime() - run.start_uptime));
     LogEndTime(static_cast<time_t>(heads.section.m_u32RecordEndTime));
     g_s32AlarmEventFlag = 0;
+    g_run_left_open = false;
     KQ_RecordUninit();
     AVRecordHeadsCopy(&heads);  // a frame may have arrived until the writer closed
     g_u32RecordEndTime = heads.section.m_u32RecordEndTime;
     SleepMs(100);
-    FinishFile();
+    if (heads.section.m_u32RecordSize == 0) {
+        TakeBackSection(run);
+    } else {
+        FinishFile();
+    }
     if (gRecordTimeOver == 1) {
-        SleepMs(500);  // the next section begins in the new day
+        AwaitNewDay();
         gRecordTimeOver = 0;
     }
 }
@@ -350,15 +429,26 @@ int StartRecord(int VideoId, int duration) {
     if (config == nullptr) {
         return -1;
     }
-    if (settings.video[VideoId].iEncoding == kMotionJpeg) {
-        g_s32AlarmEventFlag = 0;
-        SleepMs(3000);
-        LOG_TRACE("%s %d This is Mjpeg Stream, not support\n");
-        return 0;
+    static Run run;  // of the control loop's thread; one that was left open goes on
+    if (g_run_left_open) {
+        if (LookForEnd(run) == Look::Over) {
+            EndRun(run);
+            return 0;
+        }
+    } else {
+        if (settings.video[VideoId].iEncoding == kMotionJpeg) {
+            g_s32AlarmEventFlag = 0;
+            SleepMs(3000);
+            LOG_TRACE("%s %d This is Mjpeg Stream, not support\n");
+            return 0;
+        }
+        run = {};
+        run.VideoId = VideoId;
+        if (!BeginRun(&run, settings, *config)) {
+            return -1;
+        }
     }
-    Run run{};
-    run.VideoId = VideoId;
-    if (!BeginRun(&run, settings, *config) || Watch(run) < 0) {
+    if (!StartAlarmThread() || Watch(run) < 0) {
         return -1;
     }
     EndRun(run);
