@@ -18,21 +18,24 @@ if(RECORDER_SANITIZE)
   endif()
 endif()
 
-# recorder_module(<folder name> SOURCES <files...> [USES <modules...>])
+# recorder_module(<folder name> SOURCES <files...> [USES <modules...>] [PUBLIC_HEADERS <files...>])
 #
-# A module of the recorder: one static library whose public header has the folder's name.
-# No exceptions, no RTTI: the recorder runs on a small target.
+# A module of the recorder: one static library whose public header has the folder's name; PUBLIC_HEADERS are
+# those that it includes on top.  No exceptions, no RTTI: the recorder runs on a small target.
 function(recorder_module name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;USES" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SOURCES;USES;PUBLIC_HEADERS" ${ARGN})
   add_library(${name} STATIC ${ARG_SOURCES})
   string(REGEX REPLACE "^lib" "" output ${name})
   set_target_properties(${name} PROPERTIES OUTPUT_NAME ${output})
-  target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
+  target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>)
   target_compile_options(${name} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
-  target_link_libraries(${name} PUBLIC ${ARG_USES} Threads::Threads)
+  target_link_libraries(${name} PUBLIC ${ARG_USES} Threads::Threads
+    INTERFACE $<INSTALL_INTERFACE:stdc++>) # a C program's linker does not bring it
   if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${name}.h)
     set_property(GLOBAL APPEND PROPERTY RECORDER_PUBLIC_HEADERS ${name})
+    list(APPEND ARG_PUBLIC_HEADERS ${name}.h)
   endif()
+  install_module(${name} ${output} "${ARG_PUBLIC_HEADERS}" "${ARG_USES}")
 endfunction()
 
 # Everything that the tests with the label "threads" run.
