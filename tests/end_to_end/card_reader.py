@@ -121,7 +121,8 @@ class Card:
         need(values[0] == number, f"file head {number} names {values[0]}")
         return FileHead(*values)
 
-    def sections(self, number):
+    def sections(self, number, missing=False):
+        """The sections of a file; `missing`: slots that were used up without a recording are left out."""
         head = self.file_head(number)
         if head is None:
             return []
@@ -129,6 +130,8 @@ class Card:
         for use in range(1, head.sections + 1):
             raw = self._read("index000.bin", 131072 + 16384 * number + 64 * use, 64)
             flag, start, end, file, slot, *rest = struct.unpack_from("<4sIIHHIIIIIHHBBBBB", raw)
+            if missing and not any(raw):
+                continue
             need(flag == b"RIHF" and (file, slot) == (number, use), f"section head {number}:{use}")
             found.append(Section(start, end, file, slot, *rest))
         return found

@@ -1,0 +1,91 @@
+"""A camera whose recorder runs under the shim, whose peers come and go, and whose card is judged."""
+
+import os
+import signal
+import subprocess
+import sys
+import time
+
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "end_to_end"))
+from camera import BUILD, DESK_CAMERA, RECORDER, Camera, Process, wait_for  # noqa: E402
+from judge import Fault, Judge, Journals, rule  # noqa: E402
+from shim import Shim  # noqa: E402
+
+RESUMES_WITHIN = 25  # s after the fault's end; the bound of a loaded machine
+
+
+class Bench:
+    def __init__(self):
+        self.camera = Camera(files=1)
+        self.camera.set(**{"stream_config[0]__width": 320, "stream_config[0]__height": 180,
+                           "stream_config[1]__iEnable": 0, "lan_config__nBitrate1": 100000,
+                           "codec_advconfig[0]__ipRatio": 25,
+                           "schedule__daily": "00:00-24:00 motion", "Record_config__ucrecordDelay": 1})
+        self.shim = Shim(self.camera.folder, os.path.join(BUILD, "tests/faults/fault_shim.so"))
+        self.journals = Journals()
+        self.judge = Judge(self.camera, self.journals, self.shim)
+        self.lives = 0
+        self.rate = 25
+        self.start_desk()
+
+    def close(self):
+        self.judge.close()
+        self.camera.close()
+
+    def start_desk(self):
+        self.lives += 1
+        self.camera.journal = os.path.join(self.camera.folder, f"journal.{self.lives}.log")
+        self.journals.follow(self.camera.journal)
+        self.camera.start_desk()
+
+    def start_recorder(self):
+        self.camera.recorder = Process("recorder", RECORDER, self.camera.folder, self.shim.environment)
+
+    def recorder_ended(self):
+        """The status a recorder ended with by itself; None: it runs."""
+        return self.camera.recorder.child.poll() if self.camera.recorder else 0
+
+    def stop_recorder(self):
+        status = self.camera.recorder.stop(seconds=RESUMES_WITHIN)
+        self.camera.recorder = None
+        return status
+
+    def kill(self, *processes):
+        for process in processes:
+            process.child.send_signal(signal.SIGKILL)
+        for process in processes:
+            process.child.wait()
+
+    def change_setting(self):
+        """Ends the run; the next one begins at once."""
+        self.rate = 49 - self.rate
+        self.camera.set(lan_config__nFrameRate1=self.rate)
+
+    def raise_alarm(self):
+        """An alarm of 0.3 s; its event is saved as the run ends."""
+        for state in ("on", "off"):
+            subprocess.run([DESK_CAMERA, "alarm", "motion", state], check=True, capture_output=True)
+            time.sleep(0.3)
+        self.change_setting()
+
+    def make_event(self):
+        self.raise_alarm()
+        wait_for("the event on the card", self.judge.events, RESUMES_WITHIN)
+        self.wait_until_recording()
+
+    def is_worn(self):
+        """Section 251 of a file is used again and again: long before that the card is exchanged."""
+        return self.camera.card.file_head(0) is not None and self.camera.card.file_head(0).sections > 200
+
+    def wait_until_recording(self, restart=False):
+        """Five pictures more than now on the card; a recorder that ended by itself is started again, as on a camera."""
+        begin = self.judge.frame_count()
+
+        def look():
+            status = self.recorder_ended()
+            if status is not None:
+                rule(restart, f"stops: the recorder ended with {status}")
+                self.start_recorder()
+            return self.judge.frame_count() >= begin + 5
+
+        wait_for("recording resumes", look, RESUMES_WITHIN)

@@ -1,0 +1,268 @@
+"""Makes the recorder's calls fail, one after the other, and judges the card after each.
+
+A case is named PHASE:CALL@PLACE:FAULT:MODE:N.
+  phase   start (the recorder begins), running, change (a run ends, the next begins), alarm (an event is saved), stop
+  call    as the C library calls it; place: what it works on (shim.py)
+  fault   an errno, or short, torn (half, then EIO), end (reads nothing), kill (the recorder dies in front of the call)
+  mode    once, burst (5 in a row), window (all for 3 s), good (all for 13 s; then the fault is over)
+  n       so many such calls pass first
+
+Of a broken case the folder KEEP, if it is set, gets the card, the logs and the journals.
+"""
+
+import argparse
+import errno
+import json
+import os
+import random
+import re
+import subprocess
+import sys
+import time
+from dataclasses import dataclass
+
+sys.path.insert(0, os.path.dirname(__file__))
+from bench import Bench, Fault, rule  # noqa: E402
+from camera import TimedOut, wait_for  # noqa: E402
+from card_reader import FormatError  # noqa: E402
+from kills import KILLS, Kill  # noqa: E402
+
+FAULTS = {
+    "open": "EIO EROFS ENODEV EINTR EMFILE ENOMEM", "pread": "EIO ENODEV EINTR short end",
+    "pwrite": "EIO ENOSPC EROFS ENODEV EINTR short torn kill", "close": "EIO ENOSPC EINTR",
+    "access": "EIO ENOMEM EACCES ENOENT", "fcntl": "EINTR ENOLCK", "fstat": "EIO ENOMEM", "statfs": "EIO EINTR",
+    "fsync": "EIO ENOSPC EINTR", "fopen": "EIO EMFILE ENOMEM", "rename": "EIO ENOSPC EROFS", "popen": "EMFILE ENOMEM",
+    "shmget": "ENOENT ENOMEM EACCES", "shmat": "ENOMEM EINVAL", "shmctl": "EIDRM EACCES",
+    "msgget": "ENOENT ENOMEM ENOSPC", "msgsnd": "EINTR EAGAIN ENOMEM EIDRM", "msgrcv": "EINTR ENOMEM EIDRM",
+    "msgctl": "EIDRM EACCES", "semget": "ENOENT ENOSPC", "semctl": "EIDRM EACCES", "mmap": "ENOMEM EACCES",
+    "malloc": "ENOMEM", "pthread_create": "EAGAIN", "socket": "EMFILE ENOMEM", "bind": "EADDRINUSE",
+    "listen": "EADDRINUSE",
+}
+MODES = {"once": (1, 0), "burst": (5, 0), "window": (0, 3), "good": (0, 13)}  # how many fail (0: all), for how long
+LASTING = ("burst", "window", "good")
+PHASES = ("start", "running", "change", "alarm", "stop")
+
+# What ./test looks at: the places where a fault decides what is written, and each kind of call.
+SELECTION = """
+start:pread@system_head:EIO:once:0 start:pthread_create@elsewhere:EAGAIN:once:1
+change:open@record_file:EIO:burst:0 change:open@index:EMFILE:burst:0
+change:pwrite@stream:kill:once:1 change:msgrcv@elsewhere:EINTR:burst:0
+running:pwrite@stream:torn:once:0 running:pwrite@section_head:ENOSPC:burst:0
+alarm:pread@event_head:EIO:once:0 stop:close@record_file:EIO:once:0
+""".split()
+
+
+@dataclass(frozen=True)
+class Case:
+    phase: str
+    call: str
+    place: str
+    fault: str
+    mode: str
+    n: int
+    may_miss: bool = False  # the phase may go without this call
+
+    @classmethod
+    def named(cls, name):
+        phase, call, fault, mode, n = name.split(":")
+        return cls(phase, *call.split("@"), fault, mode, int(n))
+
+    def __str__(self):
+        return f"{self.phase}:{self.call}@{self.place}:{self.fault}:{self.mode}:{self.n}"
+
+    def run(self, bench):
+        """What happened, in words; raises Fault."""
+        if bench.recorder_ended() is not None:
+            bench.start_recorder()
+            bench.wait_until_recording()
+        if not bench.judge.events():
+            bench.make_event()
+        if self.phase == "start":
+            bench.stop_recorder()
+        before = bench.judge.snapshot()
+        bench.judge.only_published()
+        begin = len(bench.journals.records)
+        count, seconds = MODES[self.mode]
+        bench.shim.arm([self.call], [self.place], self.fault, self.n, count)
+        status = self.provoke(bench)
+        self.wait_for_fault(bench, count, seconds)
+        bench.shim.disarm()
+        if self.phase == "stop":
+            rule(status == 0, f"stop: exit status {status}")
+            bench.judge.check(before)
+            bench.start_recorder()
+        return self.verdict(bench, before, begin, seconds)
+
+    def provoke(self, bench):
+        if self.phase == "start":
+            bench.start_recorder()
+        elif self.phase == "change":
+            bench.change_setting()
+        elif self.phase == "alarm":
+            bench.raise_alarm()
+        elif self.phase == "stop":
+            return bench.stop_recorder()
+        return None
+
+    def wait_for_fault(self, bench, count, seconds):
+        """Until all of its calls have failed, or for its time; a run that makes fewer such calls has seen them all."""
+        if self.phase == "stop":
+            return
+        try:
+            wait_for("the fault", lambda: bench.shim.injected >= 1 or bench.recorder_ended() is not None, 6)
+            wait_for("the burst", lambda: bench.shim.injected >= count or bench.recorder_ended() is not None, 3)
+        except TimedOut:
+            return
+        time.sleep(seconds)
+
+    def verdict(self, bench, before, begin, seconds):
+        injected = bench.shim.injected
+        rule(injected or self.may_miss, "the fault was not met")
+        status = bench.recorder_ended()
+        may_end = self.fault in ("ENOENT", "kill") or (self.call, self.phase) == ("malloc", "start")
+        rule(status is None or may_end, f"stops: the recorder ended with {status}: {last_line(bench)}")
+        since = time.monotonic()
+        try:
+            bench.wait_until_recording(restart=may_end)
+        except TimedOut:
+            raise Fault(f"does not resume: {last_line(bench)}") from None
+        took = time.monotonic() - since
+        bench.judge.check(before)
+        if seconds and injected and self.call in ("open", "pread", "pwrite"):
+            rule(says(bench, self.fault), "silent: no line of the log tells of it")
+        words = [f"{injected} failed" if injected else "not met"]
+        if self.phase not in ("start", "stop"):
+            words.append(f"{bench.judge.lost(begin)} pictures lost")
+        if status is not None:
+            words.append(f"recorder ended with {status}, started again")
+        return ", ".join(words + [f"records after {took:.1f} s"])
+
+
+def says(bench, fault):
+    """Whether the recorder's log names the error, by number or by words."""
+    number = getattr(errno, fault, errno.EIO)
+    return re.search(rf"errno\W{{0,3}}{number}\b|{os.strerror(number)}", bench.camera.recorder.text()) is not None
+
+
+def last_line(bench):
+    recorder = bench.camera.recorder
+    lines = [line for line in recorder.text().splitlines() if "CameraGet" not in line] if recorder else []
+    return lines[-1].strip() if lines else ""
+
+
+def census(bench):
+    """Which calls each phase makes, and how often: what the long mode lets fail."""
+    found = {}
+    for phase in PHASES:
+        seen = bench.shim.seen()
+        if phase != "start" and bench.recorder_ended() is not None:
+            bench.start_recorder()
+        Case(phase, "open", "elsewhere", "EIO", "once", 0).provoke(bench)
+        if phase != "stop":
+            bench.wait_until_recording()
+            time.sleep(1)
+        new = {where: n - seen.get(where, 0) for where, n in bench.shim.seen().items()}
+        found[phase] = {where: n for where, n in new.items() if n > 0}
+    return found
+
+
+def all_cases(seed):
+    """Every call at every place in every phase, each fault in each mode; of many calls the first three and a later."""
+    bench = Bench()
+    try:
+        found = census(bench)
+    finally:
+        bench.close()
+    rng = random.Random(seed)
+    cases = []
+    for phase, calls in found.items():
+        for (call, place), n in sorted(calls.items()):
+            for fault in FAULTS[call].split():
+                each = range(n) if n <= 6 else [0, 1, 2, rng.randrange(3, min(n, 60))]
+                cases += [Case(phase, call, place, fault, "once", skip, may_miss=True) for skip in each]
+                if fault != "kill" and phase != "stop":
+                    cases += [Case(phase, call, place, fault, mode, 0, may_miss=True) for mode in LASTING]
+    return cases
+
+
+class Table:
+    """The rows so far; with a file they outlive an interruption."""
+
+    def __init__(self, path):
+        self.rows, self.file = {}, None
+        if path:
+            if os.path.exists(path):
+                with open(path) as file:
+                    self.rows = {row["case"]: row for row in map(json.loads, file)}
+            self.file = open(path, "a")
+
+    def add(self, case, result, broken):
+        row = {"case": case, "result": result, "broken": broken}
+        self.rows[case] = row
+        print(f"{'FAULT' if broken else 'ok   '} {case}  {result}", flush=True)
+        if self.file:
+            self.file.write(json.dumps(row) + "\n")
+            self.file.flush()
+
+    def print(self):
+        print("\n| call | when | fault | mode | what happened |\n|---|---|---|---|---|")
+        for row in self.rows.values():
+            words = row["case"].split(":")
+            phase, call, fault, mode = words[:4] if len(words) == 5 else ("", words[2], "kill -9", "")
+            result = f"**{row['result']}**" if row["broken"] else row["result"]
+            print(f"| {call.replace('@', ' ')} | {phase} | {fault} | {mode} | {result} |")
+
+
+def keep(bench, case):
+    """A broken case leaves its card, logs and journals in the folder KEEP, if that is given."""
+    if "KEEP" in os.environ:
+        place = os.path.join(os.environ["KEEP"], re.sub(r"\W", "_", str(case)))
+        subprocess.run(["cp", "-r", "--sparse=always", bench.camera.folder, place], check=True)
+
+
+def run_all(cases, table):
+    bench = None
+    for case in cases:
+        if str(case) in table.rows:
+            continue
+        if bench is not None and bench.is_worn():
+            bench.close()
+            bench = None
+        bench = bench or Bench()
+        try:
+            table.add(str(case), case.run(bench), False)
+        except (Fault, FormatError, TimedOut, AssertionError, OSError) as error:
+            table.add(str(case), f"{error} (after {bench.shim.first() or 'no fault'})", True)
+            keep(bench, case)
+            bench.close()  # the next case gets a card that is in order
+            bench = None
+    if bench is not None:
+        bench.close()
+
+
+def main():
+    parser = argparse.ArgumentParser(prog="tests/faults/run", description=__doc__,
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--only", metavar="PATTERN", help="the cases that match; a whole name need not be listed")
+    parser.add_argument("--long", action="store_true", help="all calls, faults and modes instead of the selection")
+    parser.add_argument("--kills", type=int, metavar="N", help="N kills of recorder and desk camera (5; with --long 0)")
+    parser.add_argument("--resume", metavar="FILE", help="keep the rows in FILE, leave out the cases that are there")
+    arguments = parser.parse_args()
+
+    kills = arguments.kills if arguments.kills is not None else 0 if arguments.long else KILLS
+    if arguments.only and re.fullmatch(r"\w+:\w+@\w+:\w+:\w+:\d+", arguments.only):
+        cases = [Case.named(arguments.only)]
+    else:
+        cases = all_cases(arguments.seed) if arguments.long else [Case.named(name) for name in SELECTION]
+        cases += [Kill(arguments.seed, number) for number in range(kills)]
+        cases = [case for case in cases if not arguments.only or re.search(arguments.only, str(case))]
+    print(f"{len(cases)} cases, seed {arguments.seed}")
+    table = Table(arguments.resume)
+    run_all(cases, table)
+    table.print()
+    return 1 if any(row["broken"] for row in table.rows.values()) else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,216 @@
+"""Judges a card after a fault: nothing gone, nothing on it that was not published, nothing beside it.
+
+It reads through the strict second reader of tests/end_to_end, and knows what was published from the journals of
+every life of the desk camera.
+"""
+
+import bisect
+import os
+import subprocess
+import zlib
+from dataclasses import dataclass, replace
+
+from camera import RECORDCARD, STORE, Published, TimedOut, wait_for
+from card_reader import FormatError
+
+
+class Fault(Exception):
+    """A rule is broken."""
+
+
+def rule(condition, what):
+    if not condition:
+        raise Fault(what)
+
+
+class Journals:
+    """All records of one stream that any life of the desk camera published, in order."""
+
+    def __init__(self, stream=0):
+        self.stream = stream
+        self.records = []
+        self.places = {}  # (kind, crc, length) -> indices into records, ascending
+        self.ends = set()  # indices behind which a killed desk camera may have kept one record to itself
+        self.path, self.offset = None, 0
+
+    def follow(self, path):
+        """A new desk camera writes its journal to `path`."""
+        self.read()
+        if self.path:
+            self.ends.add(len(self.records) - 1)
+        self.path, self.offset = path, 0
+
+    def read(self):
+        if not self.path or not os.path.exists(self.path):
+            return
+        with open(self.path, "rb") as file:
+            file.seek(self.offset)
+            text = file.read()
+        whole = text.rfind(b"\n") + 1
+        self.offset += whole
+        for line in text[:whole].decode().splitlines():
+            if line.startswith("#"):
+                continue
+            values = dict(word.split("=", 1) for word in line.split())
+            if int(values["stream"]) != self.stream:
+                continue
+            record = Published(self.stream, values["kind"], int(values["serial"]), int(values["length"]),
+                               values["key"] == "1", int(values["crc32"], 16))
+            self.places.setdefault((record.kind, record.crc, record.length), []).append(len(self.records))
+            self.records.append(record)
+
+    def next(self, frame, at):
+        """The first index from `at` on where `frame` was published; None: nowhere."""
+        places = self.places.get(frame, [])
+        i = bisect.bisect_left(places, at)
+        return places[i] if i < len(places) else None
+
+
+@dataclass
+class Piece:
+    """A section as it was seen: what may never change again."""
+
+    start: int
+    position: int
+    size: int
+    crc: int
+    frames: int
+
+
+class Judge:
+    def __init__(self, camera, journals, shim):
+        self.card, self.image, self.journals, self.shim = camera.card, camera.image, journals, shim
+        self.files = sorted(os.listdir(STORE))
+        self.matched = {}  # (file, number) -> (Piece, index behind the section before, its frames' indices)
+        self.beneath = "/tmp/beneath"  # what the card's folder holds without the card
+        os.makedirs(self.beneath, exist_ok=True)
+        subprocess.run(["mount", "--bind", "/var/etc", self.beneath], check=True)
+
+    def close(self):
+        subprocess.run(["umount", self.beneath], check=False)
+
+    def sections(self):
+        """Every section that counts, cut where its file's length or the next section says so."""
+        found = []
+        for number in range(self.card.system().file_count):
+            head = self.card.file_head(number)
+            sections = [s for s in self.card.sections(number, missing=True) if s.size]
+            for i, section in enumerate(sections):
+                end = sections[i + 1].position if i + 1 < len(sections) else head.length
+                found.append(replace(section, size=min(section.size, end - section.position)))
+        return found
+
+    def frame_count(self):
+        return sum(section.frames for section in self.sections())
+
+    def snapshot(self):
+        return {(s.file, s.number): self.piece(s) for s in self.sections()}, self.events()
+
+    def piece(self, section):
+        crc = zlib.crc32(self.card.stream(section))
+        return Piece(section.start, section.position, section.size, crc, section.frames)
+
+    def events(self):
+        """The saved alarm events: (file, number) -> start and type."""
+        found = {}
+        for number in range(self.card.system().file_count):
+            head = self.card._read("event000.bin", 256 * number, 256)
+            for k in range(int.from_bytes(head[16:20], "little") if head[:4] == b"AEMF" else 0):
+                raw = self.card._read("event000.bin", (number + 8) * 131072 + 48 * k, 48)
+                found[number, k + 1] = raw[4:8] + raw[24:25]
+        return found
+
+    # The rules
+
+    def check(self, before):
+        try:
+            self.nothing_gone(before)
+            self.only_published()
+        except FormatError as error:
+            raise Fault(f"torn: {error}") from None
+        self.nothing_beside()
+        self.card_in_order()
+
+    def nothing_gone(self, before):
+        pieces, events = before
+        now = {(s.file, s.number): s for s in self.sections()}
+        for (file, number), old in pieces.items():
+            section = now.get((file, number))
+            rule(section is not None, f"gone: section {file}:{number} with {old.frames} frames")
+            rule((section.start, section.position) == (old.start, old.position),
+                 f"gone: section {file}:{number} is another one")
+            rule(section.size >= old.size, f"gone: section {file}:{number} had {old.size} bytes, has {section.size}")
+            rule(zlib.crc32(self.card.stream(replace(section, size=old.size))) == old.crc,
+                 f"gone: the bytes of section {file}:{number} have changed")
+        events_now = self.events()
+        for place, event in events.items():
+            rule(events_now.get(place) == event, f"gone: event {place[0]}:{place[1]}")
+
+    def only_published(self):
+        """Every frame is a published record, in order, none twice; what cannot be (torn, repeated) is told."""
+        at = 0
+        for section in self.sections():
+            key, piece = (section.file, section.number), self.piece(section)
+            known = self.matched.get(key)
+            if not known or known[:2] != (piece, at):
+                first, indices = at, []
+                for i, frame in enumerate(self.frames(section)):
+                    indices.append(self.place_of(frame, at, f"frame {i} of section {section.file}:{section.number}"))
+                    at = indices[-1] + 1
+                self.matched[key] = (piece, first, indices)
+            at = self.matched[key][2][-1] + 1
+
+    def place_of(self, frame, at, where):
+        wanted = (frame.kind, zlib.crc32(frame.payload), len(frame.payload))
+
+        def look():
+            self.journals.read()
+            return self.journals.next(wanted, at) is not None
+
+        try:
+            look() or wait_for("its line in the journal", look, 1)  # written a moment after the frame is published
+        except TimedOut:
+            if at - 1 not in self.journals.ends:
+                known = self.journals.next(wanted, 0) is not None
+                raise Fault(f"{'twice' if known else 'never published'}: {where}, {frame.kind}, {wanted[2]} bytes") from None
+            self.journals.ends.remove(at - 1)  # the desk camera was killed between the two
+            return at - 1
+        return self.journals.next(wanted, at)
+
+    def frames(self, section):
+        """The frames of a section, its index entries checked; one that could not be written leaves its number out."""
+        where = f"section {section.file}:{section.number}"
+        frames = list(self.card.frames(section))
+        keys = {frame.offset: frame for frame in frames if frame.key}
+        for i, record in enumerate(self.card.key_frames(section)):
+            head = 40 if i == 0 else 0
+            if record.position + record.length > section.size:
+                continue  # of the frame that was cut off
+            key = keys.get(record.position + head)
+            rule(key is not None and key.packed + head == record.length, f"torn: {where}, key frame {i}")
+        clock = 0
+        for frame in frames:
+            if frame.kind == "video":
+                rule(frame.pts > clock and frame.pts % 3600 == 0, f"torn: {where}, clock {clock} then {frame.pts}")
+                clock = frame.pts
+        return frames
+
+    def nothing_beside(self):
+        rule(self.shim.created == 0, "beside: a file of the store was opened for creation")
+        rule(os.listdir(self.beneath + "/sdcard") == [], "beside: a file on the flash beneath the card")
+        if os.path.ismount(STORE):
+            rule(sorted(os.listdir(STORE)) == self.files, "beside: another file on the card")
+
+    def card_in_order(self):
+        """By the card owner's tool; a second time when it caught a running recorder between two heads."""
+        for _ in range(2):
+            done = subprocess.run([RECORDCARD, "check", self.image], capture_output=True, text=True)
+            if done.returncode == 0:
+                return
+        raise Fault("check: " + " / ".join(done.stdout.splitlines()[:3]) + done.stderr[-300:])
+
+    def lost(self, begin):
+        """Pictures published from index `begin` on that are not on the card, up to the last that is."""
+        have = {i for _, _, indices in self.matched.values() for i in indices if i >= begin}
+        return sum(1 for i in range(begin, max(have, default=begin))
+                   if i not in have and self.journals.records[i].kind == "video")

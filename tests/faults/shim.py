@@ -1,0 +1,63 @@
+"""The driver's side of Shim.cpp: which calls of the recorder are to fail, and what became of it."""
+
+import errno
+import mmap
+import os
+import struct
+
+CALLS = ("open pread pwrite close access fcntl fstat statfs fsync fopen rename popen shmget shmat shmctl msgget msgsnd "
+         "msgrcv msgctl semget semctl mmap malloc pthread_create socket bind listen").split()
+PLACES = ("elsewhere device index record_file event_file system_head file_head section_head stream key_frame "
+          "event_head event").split()
+SPECIAL = {"short": -1, "torn": -2, "kill": -3, "end": -4}
+SIZE = 36 + 4 * len(CALLS) * len(PLACES)
+
+
+class Shim:
+    """One recorder after the other may run under it; the counts go on."""
+
+    def __init__(self, folder, library):
+        self.path = os.path.join(folder, "faults")
+        with open(self.path, "w+b") as file:
+            file.truncate(SIZE)
+            self.page = mmap.mmap(file.fileno(), SIZE)
+        open(self.path + ".log", "w").close()
+        self.environment = {"LD_PRELOAD": library, "FAULT_CONTROL": self.path}
+
+    def _word(self, offset, value=None, form="<I"):
+        if value is not None:
+            struct.pack_into(form, self.page, offset, value)
+        return struct.unpack_from(form, self.page, offset)[0]
+
+    def arm(self, calls, places, fault, skip=0, count=0):
+        """From now on `count` calls (0: all until `disarm`) of those named fail, the first `skip` excepted."""
+        self.disarm()
+        self._word(4, sum(1 << CALLS.index(call) for call in calls))
+        self._word(8, sum(1 << PLACES.index(place) for place in places))
+        self._word(12, SPECIAL[fault] if fault in SPECIAL else getattr(errno, fault), "<i")
+        for offset, value in ((16, skip), (20, count), (24, 0), (28, 0)):
+            self._word(offset, value)
+        self._word(0, 1)
+
+    def disarm(self):
+        self._word(0, 0)
+
+    @property
+    def injected(self):
+        return self._word(28)
+
+    @property
+    def created(self):
+        return self._word(32)
+
+    def first(self):
+        """The first call that failed of those armed last: its name, place and offset."""
+        with open(self.path + ".log") as file:
+            lines = file.read().splitlines()
+        return lines[-self.injected] if 0 < self.injected <= len(lines) else ""
+
+    def seen(self):
+        """How often each call was made at each place so far."""
+        words = struct.unpack_from(f"<{len(CALLS) * len(PLACES)}I", self.page, 36)
+        return {(call, place): words[i * len(PLACES) + j] for i, call in enumerate(CALLS)
+                for j, place in enumerate(PLACES) if words[i * len(PLACES) + j]}
