@@ -71,6 +71,11 @@ TEST_F(Process, ACommandIsWaitedForAndNoOtherChild) {
     EXPECT_TRUE(std::filesystem::exists(made));
     EXPECT_EQ(Command_System("exit 3"), 0) << "its own status does not count";
     EXPECT_EQ(Command_System(nullptr), -1);
+    signal(SIGPIPE, SIG_IGN);
+    const std::string died = made + ".by";
+    EXPECT_EQ(Command_System(("kill -PIPE $$; touch " + died).c_str()), 0);
+    EXPECT_FALSE(std::filesystem::exists(died)) << "a command dies of a broken pipe, whatever this process does";
+    signal(SIGPIPE, SIG_DFL);
     int status = 0;
     EXPECT_EQ(waitpid(other, &status, 0), other);
     EXPECT_EQ(WEXITSTATUS(status), 42);

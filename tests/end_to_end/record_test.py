@@ -10,7 +10,7 @@ import time
 import unittest
 
 sys.path.insert(0, os.path.dirname(__file__))
-from camera import STORE, Camera, wait_for  # noqa: E402
+from camera import RECORDER, STORE, Camera, wait_for  # noqa: E402
 from card_reader import STREAM_LIMIT  # noqa: E402
 
 
@@ -147,6 +147,37 @@ class EndsOfARun(CameraTest):
         camera.card_tool("mount", camera.image, STORE, "--fsname", "/dev/mmcblk0p1")
         os.symlink(camera.image, "/dev/mmcblk0p1")
         self.assertEqual(camera.recorder.child.wait(20), 0)
+        camera.assert_complete()
+
+
+class Resilience(CameraTest):
+    def test_what_was_missing_at_the_start_is_tried_again(self):
+        def allow_segments(count):
+            with open("/proc/sys/kernel/shmmni", "w") as limit:
+                limit.write(count)
+
+        allow_segments("0")
+        self.camera.start_recorder()
+        self.expect(r"camera access did not start, is tried again")
+        self.expect(r"stream readers did not start, is tried again")
+        self.expect(r"CheckRecordStart sleep")
+        allow_segments("4096")
+        self.camera.start_desk()
+        self.expect(r"camera access started", 30)
+        self.expect(r"keyType = 1", 30)
+        self.assert_stopped_in_order()
+        self.camera.assert_complete()
+
+    def test_a_log_reader_that_leaves_does_not_end_the_recorder(self):
+        camera = self.camera
+        camera.start_desk()
+        recorder = subprocess.Popen(RECORDER, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        self.addCleanup(recorder.kill)
+        recorder.stdout.readline()
+        recorder.stdout.close()
+        wait_for("frames on the card", lambda: sum(s.frames for s in camera.card.all_sections()) > 25, 30)
+        recorder.terminate()
+        self.assertEqual(recorder.wait(20), 0)
         camera.assert_complete()
 
 

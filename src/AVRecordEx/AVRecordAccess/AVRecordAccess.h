@@ -15,9 +15,10 @@ extern "C" {
 /* Handler of SIGHUP, SIGINT, SIGQUIT and SIGTERM: asks for the process's end, the first time only. */
 void SignalProcess(int signo);
 
-/* Starts the thread that beats the watchdog and follows the debug console's marker, every 2 s.
- * Returns 0, also when it could not be started: the watchdog then finds out. */
+/* Starts the thread that beats the watchdog and follows the debug console's marker, every 2 s; a running one is left
+ * alone.  Returns 0, also when it could not be started: WatchDogIsRunning tells (1; else 0). */
 int WatchDogStart(void);
+int WatchDogIsRunning(void);
 void* WatchDogThread(void* arg);
 
 /* Runs `cmd` through the shell and waits for it; any thread.  System_cmd: 0, or 1 when the shell could

@@ -2,16 +2,19 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 
 #include "AVRecordAccess.h"
 #include "libLog.h"
 
 int System_cmd(const char* cmd) {
-    const pid_t child = vfork();  // no copy of the page tables: the target has little memory
+    static constexpr struct sigaction kDefault {};  // SIG_DFL
+    const pid_t child = vfork();                    // no copy of the page tables: the target has little memory
     if (child < 0) {
         return 1;
     }
     if (child == 0) {
+        sigaction(SIGPIPE, &kDefault, nullptr);  // this process ignores it, and that is inherited
         execl("/bin/sh", "sh", "-c", cmd, static_cast<char*>(nullptr));
         _exit(127);
     }

@@ -1,5 +1,7 @@
 #include <pthread.h>
 
+#include <atomic>
+
 #include "AVRecordAccess.h"
 #include "Clock.h"
 #include "libDebugOutput.h"
@@ -8,14 +10,24 @@
 namespace {
 constexpr unsigned short kDebugPort = 409;
 constexpr unsigned int kBeatMs = 2000;
+std::atomic<bool> g_is_running{false};
 }  // namespace
 
 int WatchDogStart(void) {
+    if (g_is_running.exchange(true)) {
+        return 0;
+    }
     pthread_t thread;
-    if (pthread_create(&thread, nullptr, WatchDogThread, nullptr) == 0) {
+    const int error = pthread_create(&thread, nullptr, WatchDogThread, nullptr);
+    if (error == 0) {
         pthread_detach(thread);
     }
+    g_is_running = error == 0;
     return 0;
+}
+
+int WatchDogIsRunning(void) {
+    return g_is_running ? 1 : 0;
 }
 
 void* WatchDogThread(void*) {

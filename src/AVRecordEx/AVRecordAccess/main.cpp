@@ -6,6 +6,7 @@
 
 #include "AVRecordAccess.h"
 #include "Clock.h"
+#include "RecorderStatus.h"
 #include "libAVRecordProcess.h"
 #include "libAVServerAccess.h"
 #include "libAVSpsPpsProcess.h"
@@ -21,15 +22,47 @@ void InstallSignals() {
     for (const int signo : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
         signal(signo, SignalProcess);
     }
+    signal(SIGPIPE, SIG_IGN);  // whoever reads the log may leave; recording goes on
 }
 
-void StartModules() {
-    CameraDeviceInit(CAMERA_DEV_COMMON, PROCESS_AVRECORD);
-    StartAVStream(MSG_AV_TYPE_MSG5);
-    libAVSpsPpsProcessInit();
-    WatchDogStart();
-    AVServerAccessInit();
-    libAlarmProcessInit();
+// What the recorder stands on, in the order in which it is brought up.
+struct Module {
+    const char* name;
+    bool (*start)();  // true: it is up; may be called until then
+    bool is_up;
+};
+
+Module g_modules[] = {
+    {"camera access",
+     [] {
+         if (CameraDeviceInit(CAMERA_DEV_COMMON, PROCESS_AVRECORD) == 0) {
+             return true;
+         }
+         CameraDeviceCleanup();  // else the next try would find it bound
+         return false;
+     },
+     false},
+    {"stream readers", [] { return StartAVStream(MSG_AV_TYPE_MSG5) == 0 && AVStreamsAreRunning() == 1; }, false},
+    {"parameter-set table", [] { return libAVSpsPpsProcessInit() == 0; }, false},
+    {"heartbeat", [] { return WatchDogStart() == 0 && WatchDogIsRunning() == 1; }, false},
+    {"media server commands", [] { return AVServerAccessInit() == AVSERVER_OK; }, false},
+    {"alarm board", [] { return libAlarmProcessInit() == 0; }, false},
+};
+
+// Tries each module that is not up.  What failed because memory, threads or a peer were missing for a moment must not
+// stay away for the life of the process.
+void StartMissingModules() {
+    static bool is_first_try = true;
+    for (Module& module : g_modules) {
+        if (module.is_up) {
+            continue;
+        }
+        module.is_up = module.start();
+        if (module.is_up != is_first_try) {
+            LOG_TRACE_HERE(": %s %s\n", module.name, is_first_try ? "did not start, is tried again" : "started");
+        }
+    }
+    is_first_try = false;
 }
 
 [[noreturn]] void Exit() {
@@ -43,14 +76,17 @@ void StartModules() {
 
 int main() {
     InstallSignals();
-    StartModules();
+    StartMissingModules();
+    RecordChoreSet(StartMissingModules);
     int nStreamType = 0;
     int nDuration = 0;
     ReadCustomSettings(&nStreamType, &nDuration);
     while (true) {
         if (CheckRecordStart() != 0) {
             LOG_TRACE("%s %d CheckRecordStart sleep\n");
+            RecorderStatusPublish();
             SleepMs(1000);
+            StartMissingModules();
             continue;
         }
         if (GetRecordStopFlag() == 1) {
@@ -65,7 +101,8 @@ int main() {
                   pSysInfo->lan_config.nVideocodecmode);
         LOG_TRACE("%s %d StartRecord\n");
         if (StartRecord(nStreamType, nDuration) < 0) {
-            SleepMs(1000);  // a card that cannot be written stays so, and every try forces a key frame
+            RecorderStatusPublish();
+            SleepMs(1000);  // what hindered it may last
         }
     }
 }

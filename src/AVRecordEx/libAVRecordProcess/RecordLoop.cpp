@@ -8,6 +8,7 @@
 #include "Clock.h"
 #include "RecordCard.h"
 #include "RecordState.h"
+#include "RecorderStatus.h"
 #include "libAVRecord.h"
 #include "libAVRecordProcess.h"
 #include "libAVServerAccess.h"
@@ -349,9 +350,17 @@ Look LookForEnd(const Run& run) {
     return Look::GoOn;
 }
 
+void (*g_chore)() = nullptr;
+
 // Returns when the run is over: 0, or -1 when the configuration went away.
 int Watch(const Run& run) {
+    long last_second = run.start_uptime;
     while (true) {
+        if (const long second = KQ_COMMON_GetUptime(); second != last_second && g_chore != nullptr) {
+            last_second = second;
+            g_chore();
+        }
+        RecorderStatusPublish();
         const Look look = LookForEnd(run);
         if (look != Look::GoOn) {
             return look == Look::Over ? 0 : -1;
@@ -453,6 +462,10 @@ int StartRecord(int VideoId, int duration) {
     }
     EndRun(run);
     return 0;
+}
+
+void RecordChoreSet(void (*chore)(void)) {
+    g_chore = chore;
 }
 
 int StopRecord(void) {

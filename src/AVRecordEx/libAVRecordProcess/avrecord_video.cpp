@@ -3,15 +3,27 @@
 #include "libAVRecordProcess.h"
 #include "libGetAVStream.h"
 
+namespace {
+bool g_are_running = false;  // of the control loop's thread
+}
+
 int StartAVStream(int type) {
-    GetAVStreamInit(type, Mp4RecordVideoCallbackFunc, GetMp4RecordVideoTrasformStatue);
+    g_are_running = GetAVStreamInit(type, Mp4RecordVideoCallbackFunc, GetMp4RecordVideoTrasformStatue) == AVSTREAM_OK;
+    if (!g_are_running) {
+        return 0;  // a reader without a ring ends at once, and counts as started from then on
+    }
     for (int stream = 0; stream < 3; ++stream) {
-        AVStreamGetAVData(type, stream);
+        g_are_running = AVStreamGetAVData(type, stream) == AVSTREAM_OK && g_are_running;
     }
     return 0;
 }
 
+int AVStreamsAreRunning(void) {
+    return g_are_running ? 1 : 0;
+}
+
 int StopAVStream(void) {
+    g_are_running = false;
     GetAVStreamCleanup();
     return 0;
 }

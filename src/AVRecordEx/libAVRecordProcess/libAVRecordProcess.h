@@ -50,6 +50,9 @@ int StopRecord(void);
 int StartRecordSet(void);
 int GetRecordStopFlag(void);
 
+/* Has `chore` called about once a second while a run is on, on its thread; null: nothing. */
+void RecordChoreSet(void (*chore)(void));
+
 /* Writes `Message` with the local time to standard error.  Returns 0, -1 without a clock. */
 int PrintTimeMessage(char* Message);
 
@@ -57,8 +60,10 @@ int PrintTimeMessage(char* Message);
 
 typedef void* VideoCallbackParam;
 
-/* Starts the readers of streams 0 to 2 on message channel `type` / ends them.  Return 0. */
+/* Starts the readers of streams 0 to 2 on message channel `type`, those that run are left alone / ends them.  Return
+ * 0, also when a reader could not be started: AVStreamsAreRunning tells (1: all of them, on media server and all). */
 int StartAVStream(int type);
+int AVStreamsAreRunning(void);
 int StopAVStream(void);
 
 /* Hands a frame to the writer and returns its result; a JPEG picture is dropped with 0.  `iAVSource` is
