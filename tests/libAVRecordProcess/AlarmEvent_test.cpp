@@ -23,6 +23,7 @@
 #include "libLog.h"
 #include "libOthers.h"
 #include "support/Card.h"
+#include "support/ReadFault.h"
 #include "support/Stderr.h"
 
 namespace {
@@ -181,9 +182,9 @@ class AlarmThread : public testing::Test {
         for (int source = 0; source < 16; ++source) {
             Clear(source);
         }
-        gRecordHour = 0;
-        g_s32CoverFlag = 0;
-        gRecordStopFlag = 0;
+        g_flags.range = 0;
+        g_flags.file_begun_anew = -1;
+        g_flags.stop_requested = false;
     }
     ~AlarmThread() override {
         End();
@@ -227,7 +228,7 @@ class AlarmThread : public testing::Test {
         AV_RecordInfoHeadGet()->m_u32RecordStartTime = static_cast<uint32_t>(kNoon + section_start);
         AV_RecordInfoHeadGet()->m_u8Frame = 25;
         AVRecordHeadsUnlock();
-        g_s32AlarmEventFlag = 1;
+        g_flags.run_is_on = true;
         ASSERT_EQ(AlarmEventStart(), 0);
     }
     static void Written(uint32_t bytes, uint32_t frames) {
@@ -243,7 +244,7 @@ class AlarmThread : public testing::Test {
         Clear(source);
     }
     void End() {
-        g_s32AlarmEventFlag = 0;
+        g_flags.run_is_on = false;
         g_timeline.RunFreely();
         EXPECT_TRUE(HasLeft());
     }
@@ -425,9 +426,9 @@ TEST_F(AlarmThread, AnOverwrittenFileStartsWithoutEvents) {
         g_timeline.Restart();
     }
     const std::string other = EventFile(2 * 256, 256);
-    g_s32CoverFlag = 1;
+    g_flags.file_begun_anew = 1;
     Begin();
-    EXPECT_EQ(g_s32CoverFlag, 0);
+    EXPECT_EQ(g_flags.file_begun_anew, -1);
     EXPECT_EQ(EventFile(256, 256), std::string(256, '\0'));
     EXPECT_EQ(EventFile(2 * 256, 256), other);
     Run(30);
@@ -589,6 +590,27 @@ TEST_F(AlarmThread, SettingTheClockMovesNoEvent) {
     EXPECT_EQ(EventTimes(), (Times{{10, 24}}));
 }
 
+TEST_F(AlarmThread, EventsThatCannotBeReadForAWhileAreNotWrittenOver) {
+    PreRecordAndDelay(0, 8);
+    Begin();
+    Alarm(ALARM_SOURCE_DEF_MOTION, 1);
+    Run(1);
+    End();
+    g_timeline.Restart();
+    {
+        const support::ReadFault fault(256 * kFile, EIO);
+        Begin();
+        Alarm(ALARM_SOURCE_DEF_MOTION, 1);
+        Run(10);
+    }
+    Run(1);
+    Alarm(ALARM_SOURCE_DEF_MOTION, 1);
+    Run(1);
+    End();
+    EXPECT_EQ(EventTimes(), (Times{{0, 1}, {12, 13}}));
+    EXPECT_EQ(HowOftenLogged(": the events of file 1 cannot be read, tried again\n"), 1);
+}
+
 TEST_F(AlarmThread, AFailureEndsTheThreadAndNothingElse) {
     const long descriptors = Descriptors();
     ASSERT_EQ(unlink("/var/etc/sdcard/event000.bin"), 0);
@@ -605,16 +627,18 @@ TEST_F(AlarmThread, AFailureEndsTheThreadAndNothingElse) {
     EXPECT_TRUE(HasLeft());
     EXPECT_TRUE(Logged(":AlarmEvent end !!!\n"));
     g_timeline.Restart();
-    g_s32CoverFlag = 1;
+    g_flags.file_begun_anew = 1;
     Launch();
     EXPECT_TRUE(HasLeft()) << "the events of an overwritten file could not be cleared";
+    EXPECT_EQ(g_flags.file_begun_anew, 1) << "the next run does it";
+    g_flags.file_begun_anew = -1;
 
     Begin();
     SysconfigExit();
     g_timeline.RunFreely();
     EXPECT_TRUE(HasLeft()) << "no configuration";
     EXPECT_EQ(HowOftenLogged(":AlarmEvent end !!!\n"), 2) << "only failed writes are told";
-    EXPECT_EQ(g_s32AlarmEventFlag, 1);
+    EXPECT_TRUE(g_flags.run_is_on);
     EXPECT_EQ(GetRecordStopFlag(), 0);
     EXPECT_EQ(Descriptors(), descriptors);
 }

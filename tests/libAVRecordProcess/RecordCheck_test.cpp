@@ -27,10 +27,10 @@ class RecordCheck : public support::BoundCamera {
         Config().Record_config.ucLackSpaceModel = 1;
         Today().ucSocpeMode = TIME_SCOPE_ALL;
         wall = kMidnight;
-        g_RecordInitFlag = 0;
-        g_s32CoverFlag = 0;
-        g_u32RecordEndTime = 0;
-        g_run_left_open = false;
+        g_control.heads_loaded = false;
+        g_flags.file_begun_anew = -1;
+        g_control.last_end = 0;
+        g_control.run_left_open = false;
     }
     static Day_Hour_Scope& Today() { return Config().Record_config.weekScope.dayScope[3]; }
     static void SetRange(int number, uint8_t begin_hour, uint8_t end_hour) {
@@ -58,7 +58,7 @@ TEST_F(RecordCheck, FollowsTheRangesOfTheDayToTheMinute) {
     EXPECT_EQ(CheckAt(12 * 3600), -1);
     SetRange(3, 9, 10);
     EXPECT_EQ(CheckAt(9 * 3600 + 1800), 0);
-    EXPECT_EQ(gRecordHour, 3);
+    EXPECT_EQ(g_flags.range, 3);
     SetRange(0, 22, 6);  // ends before it begins
     EXPECT_EQ(CheckAt(23 * 3600), -1);
     EXPECT_EQ(CheckAt(24 * 3600), -1) << "another day";
@@ -116,7 +116,7 @@ TEST_F(RecordCheck, RefusesACardThatIsNoStore) {
 TEST_F(RecordCheck, AFileHeadThatCannotBeReadIsNotAnEmptyFile) {
     const Card card(Store{.files = 5, .current_file = 2, .current_length = 777});
     for (const int error : {EIO, 0}) {  // 0: half of it comes
-        g_RecordInitFlag = 0;
+        g_control.heads_loaded = false;
         {
             const support::ReadFault fault(1024 + 48 * 2, error);
             EXPECT_EQ(CheckRecordStart(), -1) << error;
@@ -171,10 +171,10 @@ TEST_F(RecordCheck, AFullCardStopsOrBeginsItsOldestFileAnew) {
     Config().Record_config.ucLackSpaceModel = 0;
     EXPECT_EQ(CheckRecordStart(), -1);
     EXPECT_EQ(CheckRecordStart(), -1);
-    EXPECT_EQ(g_s32CoverFlag, 0);
+    EXPECT_EQ(g_flags.file_begun_anew, -1);
     Config().Record_config.ucLackSpaceModel = 1;
     EXPECT_EQ(CheckRecordStart(), 0);
-    EXPECT_EQ(g_s32CoverFlag, 1);
+    EXPECT_EQ(g_flags.file_begun_anew, 1);
     EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32FileInfoHeadFlag, 0u);
 }
 
@@ -196,24 +196,24 @@ TEST_F(RecordCheck, ARunJoinsTheOneBeforeWithinThreeSeconds) {
     EXPECT_EQ(section.m_u32RecordStartTime, kNoon);
     EXPECT_EQ(section.m_u16RecordUseNo, 1);
 
-    g_u32RecordEndTime = kNoon - 2;
+    g_control.last_end = kNoon - 2;
     ASSERT_EQ(AV_RecordFileConfigParamGet(&system, &file, &section, 1), 0);
     EXPECT_EQ(section.m_u32RecordStartTime, kNoon - 2);
     EXPECT_EQ(section.m_u16RecordUseNo, 2);
     EXPECT_EQ(section.m_u8SmartEnable, 1);
     EXPECT_EQ(file.m_u32RecordStartTime, kNoon - 2) << "the file begins with its earliest section";
-    EXPECT_EQ(g_u32RecordEndTime, 0u);
+    EXPECT_EQ(g_control.last_end, 0u);
 
-    g_u32RecordEndTime = kNoon - 3;
+    g_control.last_end = kNoon - 3;
     ASSERT_EQ(AV_RecordFileConfigParamGet(&system, &file, &section, 0), 0);
     EXPECT_EQ(section.m_u32RecordStartTime, kNoon);
 
-    g_u32RecordEndTime = kNoon + 9;
+    g_control.last_end = kNoon + 9;
     ASSERT_EQ(AV_RecordFileConfigParamGet(&system, &file, &section, 0), 0);
     EXPECT_EQ(section.m_u32RecordStartTime, kNoon);
-    EXPECT_EQ(g_u32RecordEndTime, kNoon + 9) << "the clock was set back: kept";
+    EXPECT_EQ(g_control.last_end, kNoon + 9) << "the clock was set back: kept";
     wall = kMidnight;
-    g_u32RecordEndTime = kMidnight - 1;
+    g_control.last_end = kMidnight - 1;
     ASSERT_EQ(AV_RecordFileConfigParamGet(&system, &file, &section, 0), 0);
     EXPECT_EQ(section.m_u32RecordStartTime, kMidnight) << "no section spans two days";
     EXPECT_EQ(AV_RecordFileConfigParamGet(nullptr, &file, &section, 0), -1);

@@ -51,16 +51,16 @@ class RecordLoop : public support::BoundCamera {
         Config().Record_config.ucEnable = 1;
         Config().Record_config.ucLackSpaceModel = 1;
         Today().ucSocpeMode = TIME_SCOPE_ALL;
-        g_RecordInitFlag = 0;
-        g_s32CoverFlag = 0;
-        g_u32RecordEndTime = 0;
-        gRecordStopFlag = 0;
-        g_run_left_open = false;
+        g_control.heads_loaded = false;
+        g_flags.file_begun_anew = -1;
+        g_control.last_end = 0;
+        g_flags.stop_requested = false;
+        g_control.run_left_open = false;
         before_pass_ = {};
         AVServerAccessCleanup();
     }
     ~RecordLoop() override {
-        g_s32AlarmEventFlag = 0;
+        g_flags.run_is_on = false;
         KQ_RecordUninit();
         EXPECT_TRUE(support::WaitUntil([this] { return Threads() <= resting_threads_; })) << "an alarm thread stays";
         media_server_.Leave();
@@ -105,7 +105,7 @@ class RecordLoop : public support::BoundCamera {
             ++wall;
         } else if (milliseconds ==
                    kAlarmMs) {  // the alarm thread rests until a run is over: it says what the loop says
-            support::WaitUntil([] { return g_s32AlarmEventFlag == 0; });
+            support::WaitUntil([] { return !g_flags.run_is_on; });
         }
     }
     static constexpr ClockSource kLoopClock{[] {
@@ -157,9 +157,9 @@ TEST_F(RecordLoop, EndsForTheFirstReasonInOrder) {
         }
         EXPECT_NE(log.Text().find("#########Record Over !!!!!!!!!!!!#######\n"), std::string::npos);
         EXPECT_EQ(KQ_RecordStreamFdGet(), -1);
-        EXPECT_EQ(g_s32AlarmEventFlag, 0);
+        EXPECT_FALSE(g_flags.run_is_on);
         Config() = before;
-        gRecordStopFlag = 0;
+        g_flags.stop_requested = false;
     }
     EXPECT_EQ(media_server_.Requests().size(), std::size(kReasons));
     EXPECT_EQ(media_server_.Requests().front()[1], kForceKeyFrame);
@@ -169,7 +169,7 @@ TEST_F(RecordLoop, GoesOnWhenAudioIsSwitched) {
     EXPECT_EQ(Run([] { Config().audio_config.audioenable = 0; }), 0);
     EXPECT_TRUE(Logged("Stop Record\n"));
     EXPECT_FALSE(Logged("Audio Enable Change!"));
-    gRecordStopFlag = 0;
+    g_flags.stop_requested = false;
     EXPECT_EQ(Run([] { Config().audio_config.codectype = 1; }), 0);
     EXPECT_FALSE(Logged("Audio Encoding Change!")) << "audio was off when this run began";
 }
@@ -186,7 +186,7 @@ TEST_F(RecordLoop, EndsWhenTheClockWasSetByMoreThanFiveSeconds) {
                                   std::to_string(100 + step) + "\n") != std::string::npos,
                   step == 6 || step == -6)
             << step;
-        gRecordStopFlag = 0;
+        g_flags.stop_requested = false;
     }
 }
 
@@ -199,7 +199,7 @@ TEST_F(RecordLoop, EndsBeforeMidnightOnceTheSectionHoldsMoreThanASecond) {
               }),
               0);
     EXPECT_FALSE(Logged(": 23:59:59\n")) << "it has just begun";
-    gRecordStopFlag = 0;
+    g_flags.stop_requested = false;
     wall = kNoon + 12 * 3600 - 2;
     EXPECT_EQ(Run([&] {
                   EXPECT_EQ(WriteKeyFrame(), 0);
@@ -207,8 +207,8 @@ TEST_F(RecordLoop, EndsBeforeMidnightOnceTheSectionHoldsMoreThanASecond) {
                   wall += 2;
               }),
               0);
-    EXPECT_EQ(gRecordStopFlag, 0) << "and ends with its day nevertheless";
-    gRecordStopFlag = 0;
+    EXPECT_FALSE(g_flags.stop_requested) << "and ends with its day nevertheless";
+    g_flags.stop_requested = false;
     wall = kNoon + 12 * 3600 - 5;
     EXPECT_EQ(Run([&] {
                   EXPECT_EQ(WriteKeyFrame(), 0);
@@ -218,10 +218,9 @@ TEST_F(RecordLoop, EndsBeforeMidnightOnceTheSectionHoldsMoreThanASecond) {
               0);
     EXPECT_TRUE(Logged(": 23:59:59\n"));
     EXPECT_TRUE(Logged("  m_u32RecordEndTime = " + std::to_string(kNoon + 12 * 3600 - 1) + "  \n"));
-    EXPECT_EQ(gRecordTimeOver, 0);
-    EXPECT_EQ(g_u32RecordEndTime, kNoon + 12 * 3600 - 1);
+    EXPECT_EQ(g_control.last_end, kNoon + 12 * 3600 - 1);
     EXPECT_EQ(wall, kNoon + 12 * 3600) << "the run after it is asked for in the new day";
-    EXPECT_EQ(gRecordStopFlag, 0);
+    EXPECT_FALSE(g_flags.stop_requested);
 }
 
 TEST_F(RecordLoop, LeavesAFullFileForTheNextAndTheCardKnowsIt) {
@@ -266,7 +265,7 @@ TEST_F(RecordLoop, AStartThatFailsCountsNoSectionAndForcesNoKeyFrame) {
     EXPECT_TRUE(media_server_.Requests().empty());
     std::filesystem::rename(file + "x", file);
     EXPECT_EQ(Run([] {}), 0);
-    gRecordStopFlag = 0;
+    g_flags.stop_requested = false;
     EXPECT_EQ(Run([] { EXPECT_EQ(WriteKeyFrame(), 0); }), 0);
     EXPECT_EQ(AV_RecordInfoHeadGet()->m_u16RecordUseNo, 2) << "nor does a run without a frame";
 }
@@ -285,7 +284,7 @@ TEST_F(RecordLoop, WithoutAnAlarmThreadTheSameSectionGoesOnUntilThereIsOne) {
     EXPECT_EQ(media_server_.Requests().size(), 1u);
 
     g_no_more_threads = true;  // such a run ends as any other
-    gRecordStopFlag = 0;
+    g_flags.stop_requested = false;
     EXPECT_EQ(Run([] {}), -1);
     Config().lan_config.nFrameRate1 = 20;
     EXPECT_EQ(Run([] {}), 0);

@@ -8,6 +8,7 @@
 #include "AlarmEvent.h"
 
 #include <pthread.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -112,13 +113,14 @@ class EventFile {
     int fd_;
 };
 
-enum class Outcome { GoOn, WriteFailed, NoConfiguration };
+enum class Outcome { GoOn, ReadFailed, WriteFailed, NoConfiguration };
 
 class Events {
   public:
     Events(int fd, uint32_t file_no) : fd_(fd), file_no_(file_no) {}
 
-    bool Begin();  // false: the head could not be written
+    Outcome Begin();
+    bool ReadHead();
     Outcome LookAtBoard();
     bool Save() const;  // false: the head could not be written
 
@@ -149,21 +151,36 @@ class Events {
     uint32_t frames_ = 0;
 };
 
-bool Events::Begin() {
-    if (AV_AlarmEventInfoRead(fd_, file_no_, &head_) < 0 || head_.m_u32AlarmFileNo != file_no_) {
+// False: the head may be there and cannot be read now.  A fresh one in its place would cost the file its events.
+bool Events::ReadHead() {
+    if (AV_AlarmEventInfoRead(fd_, file_no_, &head_) < 0) {
+        head_ = {};
+        const off64_t end = lseek64(fd_, 0, SEEK_END);
+        return end >= 0 && static_cast<uint64_t>(end) < (uint64_t{file_no_} + 1) * sizeof head_;
+    }
+    if (head_.m_u32AlarmFileNo != file_no_) {
         head_ = {};  // nothing there, or bytes that are no head of this file
     }
     head_.m_u32AlarmEventSum = std::min(head_.m_u32AlarmEventSum, ALARM_EVENT_MAX);
-    if (g_s32CoverFlag.exchange(0) != 0) {
+    return true;
+}
+
+Outcome Events::Begin() {
+    if (!ReadHead()) {
+        return Outcome::ReadFailed;
+    }
+    int own_number = static_cast<int>(file_no_);
+    if (g_flags.file_begun_anew == own_number) {
         head_ = {};
         if (AV_AlarmEventInfoReset(fd_, file_no_, &head_) < 0) {
-            return false;
+            return Outcome::WriteFailed;
         }
+        g_flags.file_begun_anew.compare_exchange_strong(own_number, -1);
     }
     start_time_ = static_cast<uint32_t>(WallSeconds());
     start_uptime_ = KQ_COMMON_GetUptime();
     libAlarmProcessInit();
-    return true;
+    return Outcome::GoOn;
 }
 
 bool Events::Save() const {
@@ -311,25 +328,24 @@ std::atomic<uint32_t> g_run{0};  // number of the newest run
 std::mutex g_turn;               // held by the thread at work; recording never takes it
 
 bool IsOn(const Start& start) {
-    return g_s32AlarmEventFlag == 1 && g_run == start.run;
+    return g_flags.run_is_on && g_run == start.run;
 }
 
 // False when the thread is to end without a word.
 bool FollowRun(Events& events, const Start& start) {
-    if (!events.Begin()) {
-        return true;
+    Outcome outcome = events.Begin();
+    if (outcome == Outcome::ReadFailed) {
+        LOG_ERROR_HERE(": the events of file %u cannot be read, tried again\n", start.file_no);
     }
-    while (true) {
+    while (outcome == Outcome::GoOn || outcome == Outcome::ReadFailed) {
         SleepMs(kLookMs);
         if (!IsOn(start)) {
             events.Save();
             return true;
         }
-        const Outcome outcome = events.LookAtBoard();
-        if (outcome != Outcome::GoOn) {
-            return outcome == Outcome::WriteFailed;
-        }
+        outcome = outcome == Outcome::GoOn ? events.LookAtBoard() : events.Begin();
     }
+    return outcome == Outcome::WriteFailed;
 }
 
 void* AlarmEventThread(void* argument) {

@@ -11,12 +11,6 @@
 #include "libLog.h"
 #include "libOthers.h"
 
-std::atomic<int> gRecordHour{0};
-std::atomic<int> g_RecordInitFlag{0};
-std::atomic<int> g_s32CoverFlag{0};
-std::atomic<uint32_t> g_u32RecordEndTime{0};
-bool g_run_left_open = false;
-
 namespace {
 
 constexpr uint32_t kJoinSeconds = 3;  // a run that begins so soon after the last one begins at its end
@@ -30,7 +24,7 @@ bool SomeRangeHolds(const TIME_DAY_HOUR_SCOPE& day, int now) {
                   scope.endHour.ucHour);
         if (range.Holds(now)) {
             is_due = true;
-            gRecordHour = number;
+            g_flags.range = number;
             LOG_TRACE("%s %d ##########This is Record Time##########\n");
         }
         ++number;
@@ -83,18 +77,18 @@ bool IsSameDay(uint32_t a, uint32_t b) {
 
 // The heads in memory are those of the card that is in, read from it when they were not.
 bool HeadsAreTheCards() {
-    if (g_RecordInitFlag == 1 && !g_run_left_open) {
+    if (g_control.heads_loaded && !g_control.run_left_open) {
         const CardMatch match = CardMatchHeads();
         if (match == CardMatch::Unknown) {
             return false;
         }
-        g_RecordInitFlag = match == CardMatch::Ours ? 1 : 0;
+        g_control.heads_loaded = match == CardMatch::Ours;
     }
-    if (g_RecordInitFlag == 0) {
-        g_run_left_open = false;  // whatever its writer still holds is another card's
-        g_RecordInitFlag = CardLoadHeads() ? 1 : 0;
+    if (!g_control.heads_loaded) {
+        g_control.run_left_open = false;  // whatever its writer still holds is another card's
+        g_control.heads_loaded = CardLoadHeads();
     }
-    return g_RecordInitFlag == 1;
+    return g_control.heads_loaded;
 }
 
 }  // namespace
@@ -118,7 +112,7 @@ int CheckRecordStart(void) {
         return -1;
     }
     if (CheckSDcardMountStatus() == 0) {
-        g_RecordInitFlag = 0;
+        g_control.heads_loaded = false;
         LOG_TRACE("%s %d NO SDCARD MOUNT %s \n", RECORD_STORE_DIRECTORY);
         return -1;
     }
@@ -151,7 +145,7 @@ int AVRecordParamInit(unsigned char ucCoverType) {
     AVRecordHeadsLock();
     *AV_RecordFileInfoHeadGet() = {};
     AVRecordHeadsUnlock();
-    g_s32CoverFlag = 1;
+    g_flags.file_begun_anew = static_cast<int>(heads.system.m_u32RecordFileNo);
     return 0;
 }
 
@@ -161,11 +155,11 @@ int AV_RecordFileConfigParamGet(RecordSystemInfoHead_S* pSystemInfoHead, RecordF
         return -1;
     }
     const uint32_t now = static_cast<uint32_t>(WallSeconds());
-    const uint32_t last_end = g_u32RecordEndTime;
+    const uint32_t last_end = g_control.last_end;
     uint32_t startTime = now;
     if (last_end < now) {
         startTime = now - last_end < kJoinSeconds && IsSameDay(last_end, now) ? last_end : now;
-        g_u32RecordEndTime = 0;
+        g_control.last_end = 0;
     }
     const tm start = LocalTime(static_cast<time_t>(startTime));
     LOG_TRACE("%s %d : ####################################################### \n");

@@ -16,10 +16,6 @@
 #include "libLog.h"
 #include "libOthers.h"
 
-std::atomic<int> gRecordStopFlag{0};
-std::atomic<int> gRecordTimeOver{0};
-std::atomic<int> g_s32AlarmEventFlag{0};
-
 namespace {
 
 constexpr int kStreams = 3;
@@ -167,7 +163,7 @@ bool MidnightComes(const Run&, const Pass& pass) {
     }
     LOG_TRACE("%s %d: %02d:%02d:%02d\n", now.tm_hour, now.tm_min, now.tm_sec);
     LOG_TRACE("%s %d  m_u32RecordEndTime = %d  \n", static_cast<int>(heads.section.m_u32RecordEndTime));
-    gRecordTimeOver = 1;
+    g_control.ended_at_midnight = true;
     return true;
 }
 
@@ -195,7 +191,7 @@ bool FileIsFull(const Run&, const Pass&) {
 }
 
 bool StopRequested(const Run&, const Pass&) {
-    if (gRecordStopFlag != 1) {
+    if (!g_flags.stop_requested) {
         return false;
     }
     LOG_TRACE("%s %d Stop Record\n");
@@ -284,7 +280,7 @@ bool CardIsReady() {
         return false;
     }
     if (CardMatchHeads() != CardMatch::Ours) {
-        g_RecordInitFlag = 0;
+        g_control.heads_loaded = false;
         return false;
     }
     return true;
@@ -296,7 +292,7 @@ bool BeginRun(Run* run, const Settings& settings, const SysInfo& config) {
     if (!CardIsReady()) {
         return false;
     }
-    const uint32_t end_to_join = g_u32RecordEndTime;
+    const uint32_t end_to_join = g_control.last_end;
     RecordFileInfoHead_S* file = AV_RecordFileInfoHeadGet();
     run->file_before = *file;  // no frame is taken: nobody changes it
     if (AV_RecordFileConfigParamGet(AV_RecordSystemInfoHeadGet(), file, AV_RecordInfoHeadGet(),
@@ -307,7 +303,7 @@ bool BeginRun(Run* run, const Settings& settings, const SysInfo& config) {
     ForceKeyFrame(run->VideoId);
     if (KQ_RecordInit(file, run->VideoId) < 0) {
         TakeBackSection(*run);
-        g_u32RecordEndTime = end_to_join;
+        g_control.last_end = end_to_join;
         return false;
     }
     StartClocks(run, config);
@@ -316,12 +312,12 @@ bool BeginRun(Run* run, const Settings& settings, const SysInfo& config) {
 
 // Without the thread the writer stays open: what can be recorded is recorded, and the next start goes on with the run.
 bool StartAlarmThread() {
-    g_s32AlarmEventFlag = 1;
+    g_flags.run_is_on = true;
     const int error = AlarmEventStart();
     if (error != 0) {
         LOG_TRACE("%s %d errno %s\n", std::strerror(error));
     }
-    g_run_left_open = error != 0;
+    g_control.run_left_open = error != 0;
     return error == 0;
 }
 
@@ -387,7 +383,7 @@ void FinishFile() {
     AVRecordHeadsUnlock();
     CardRememberHeads();
     if (is_full && CardMatchHeads() == CardMatch::Other) {
-        g_RecordInitFlag = 0;
+        g_control.heads_loaded = false;
     }
 }
 
@@ -397,7 +393,7 @@ void AwaitNewDay() {
     constexpr unsigned int kStepMs = 50;
     constexpr int kSteps = 2000 / kStepMs;
     SleepMs(500);
-    for (int step = 0; step < kSteps && gRecordStopFlag == 0 && IsLastSecond(LocalTime(WallSeconds())); ++step) {
+    for (int step = 0; step < kSteps && !g_flags.stop_requested && IsLastSecond(LocalTime(WallSeconds())); ++step) {
         SleepMs(kStepMs);
     }
 }
@@ -408,20 +404,20 @@ void EndRun(const Run& run) {
     AVRecordHeadsCopy(&heads);
     LogEndTime(run.RecordStartTime.tv_sec + (KQ_COMMON_GetUptime() - run.start_uptime));
     LogEndTime(static_cast<time_t>(heads.section.m_u32RecordEndTime));
-    g_s32AlarmEventFlag = 0;
-    g_run_left_open = false;
+    g_flags.run_is_on = false;
+    g_control.run_left_open = false;
     KQ_RecordUninit();
     AVRecordHeadsCopy(&heads);  // a frame may have arrived until the writer closed
-    g_u32RecordEndTime = heads.section.m_u32RecordEndTime;
+    g_control.last_end = heads.section.m_u32RecordEndTime;
     SleepMs(100);
     if (heads.section.m_u32RecordSize == 0) {
         TakeBackSection(run);
     } else {
         FinishFile();
     }
-    if (gRecordTimeOver == 1) {
+    if (g_control.ended_at_midnight) {
         AwaitNewDay();
-        gRecordTimeOver = 0;
+        g_control.ended_at_midnight = false;
     }
 }
 
@@ -439,14 +435,14 @@ int StartRecord(int VideoId, int duration) {
         return -1;
     }
     static Run run;  // of the control loop's thread; one that was left open goes on
-    if (g_run_left_open) {
+    if (g_control.run_left_open) {
         if (LookForEnd(run) == Look::Over) {
             EndRun(run);
             return 0;
         }
     } else {
         if (settings.video[VideoId].iEncoding == kMotionJpeg) {
-            g_s32AlarmEventFlag = 0;
+            g_flags.run_is_on = false;
             SleepMs(3000);
             LOG_TRACE("%s %d This is Mjpeg Stream, not support\n");
             return 0;
@@ -470,18 +466,18 @@ void RecordChoreSet(void (*chore)(void)) {
 
 int StopRecord(void) {
     LOG_TRACE("%s %d \n");
-    gRecordStopFlag = 1;
+    g_flags.stop_requested = true;
     return 0;
 }
 
 int StartRecordSet(void) {
     LOG_TRACE("%s %d \n");
-    gRecordStopFlag = 0;
+    g_flags.stop_requested = false;
     return 0;
 }
 
 int GetRecordStopFlag(void) {
-    return gRecordStopFlag;
+    return g_flags.stop_requested ? 1 : 0;
 }
 
 int PrintTimeMessage(char* Message) {

@@ -1,4 +1,4 @@
-// State that crosses the files and threads of this module; each flag has one writer at a time.
+// State that crosses the files and threads of this module, and the schedule's way to count a day.
 #pragma once
 
 #include <atomic>
@@ -7,14 +7,25 @@
 #include "Clock.h"
 #include "SysInfo.h"
 
-extern std::atomic<int> gRecordStopFlag;          // 1: the process is to stop
-extern std::atomic<int> gRecordTimeOver;          // 1: the run ended at midnight
-extern std::atomic<int> gRecordHour;              // range 0..5 of the day that allowed the run
-extern std::atomic<int> g_RecordInitFlag;         // 1: the heads were loaded from the card that is in
-extern bool g_run_left_open;                      // its writer records on without an alarm thread; control loop alone
-extern std::atomic<int> g_s32AlarmEventFlag;      // 1: a run is on and its alarm thread may live
-extern std::atomic<int> g_s32CoverFlag;           // 1: the current file starts anew, its events are void
-extern std::atomic<uint32_t> g_u32RecordEndTime;  // s since 1970 UTC, end of the last run; 0: none to join
+// Of the control loop's thread, which runs the start check and the record loop.
+struct RecordControl {
+    bool heads_loaded = false;       // g_RecordInitFlag: the heads in memory are of the card that is in
+    bool run_left_open = false;      // a run has a writer and no alarm thread; the next start goes on with it
+    bool ended_at_midnight = false;  // gRecordTimeOver: the run that is ending
+    uint32_t last_end = 0;           // g_u32RecordEndTime: end of the last run, s since 1970 UTC; 0: none to join
+};
+
+// Read by several threads; each member has the one writer that is named.
+struct RecordFlags {
+    std::atomic<bool> stop_requested{false};  // gRecordStopFlag: whoever asks for the process's end, signals included
+    std::atomic<bool> run_is_on{false};       // g_s32AlarmEventFlag: the record loop; its alarm thread may live
+    std::atomic<int> range{0};             // gRecordHour: the start check; range 0..5 of the day that allowed the run
+    std::atomic<int> file_begun_anew{-1};  // g_s32CoverFlag: the start check; number of the file whose events are void,
+                                           // -1 again once the alarm thread has voided them
+};
+
+inline constinit RecordControl g_control;
+inline constinit RecordFlags g_flags;
 
 // A range of the day as the schedule counts it: whole minutes, as seconds since midnight.
 struct DayRange {
@@ -39,5 +50,5 @@ inline bool IsLastSecond(const tm& local) {  // of the day
 
 // The configured range that allowed the present run.
 inline Hour_Scope RunRange(const SysInfo& config, const tm& local) {
-    return config.Record_config.weekScope.dayScope[local.tm_wday].hourScope[gRecordHour];
+    return config.Record_config.weekScope.dayScope[local.tm_wday].hourScope[g_flags.range];
 }
