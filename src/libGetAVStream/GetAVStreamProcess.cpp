@@ -16,13 +16,10 @@
 
 namespace {
 
-constexpr int kSoonMs = 100;  // an answer usually comes within it
-constexpr unsigned kSoonPollMs = 1;
-constexpr unsigned kLaterPollMs = 10;
-constexpr int kPatienceMs = 3000;
-// A media server that reads no requests is not asked for ever, or its queue would fill up for everyone.
+constexpr unsigned kPatienceMs = 3000;
+// A media server that does not read its requests is hardly asked any more, lest its queue fill up for everyone.
 constexpr int kCrowd = 64;  // messages
-constexpr int kPatienceInCrowdMs = 60000;
+constexpr unsigned kPatienceInCrowdMs = 60000;
 constexpr int kWaitingMax = 1000;  // replies; a peer that sends faster than we read must not hold us
 
 struct Question {
@@ -95,14 +92,31 @@ void Remove(const Question& question) {
     *link = question.next;
 }
 
-// Returns 0 when the question is on its way, EAGAIN when the queue is full, or what is wrong with the queue.
-int TrySend(Question& question) {
+// Sleeps in short steps at first, for an answer usually comes soon.
+class Polling {
+  public:
+    void Sleep() {
+        const unsigned step = waited_ms_ < 100 ? 1 : 10;
+        SleepMs(step);
+        waited_ms_ += step;
+    }
+    unsigned WaitedMs() const { return waited_ms_; }
+
+  private:
+    unsigned waited_ms_ = 0;
+};
+
+// Returns 0 when the question is on its way, EAGAIN when it must wait, or what is wrong with the queue.
+int TrySend(Question& question, unsigned waited_ms) {
     const std::lock_guard guard(g_lock);
     const int client = question.message.src;
     if (!question.takes_any || g_gave_up[client]) {
         if (const int error = HandOutReplies(question.qid, client); error != 0) {
             return error;
         }
+    }
+    if (!question.takes_any && waited_ms < kPatienceInCrowdMs && IpcMsgCount(question.qid) >= kCrowd) {
+        return EAGAIN;
     }
     if (IpcMsgTrySend(question.qid, &question.message, sizeof question.message) < 0) {
         return errno == EINTR ? EAGAIN : errno;
@@ -118,28 +132,21 @@ int TryReceive(Question& question, int client) {
     return question.state != Question::kOpen ? 0 : error != 0 ? error : EAGAIN;
 }
 
-bool PatienceIsOver(const Question& question, int waited_ms) {
-    return !question.takes_any && waited_ms >= kPatienceMs &&
-           (waited_ms >= kPatienceInCrowdMs || IpcMsgCount(question.qid) < kCrowd);
-}
-
 // Returns 0 when the reply is in the question's message, EAGAIN when it was given up, or what is wrong with the queue.
 int Exchange(Question& question, const KeepAsking& keep_asking) {
     const int client = question.message.src;
     int error;
-    while ((error = TrySend(question)) == EAGAIN && keep_asking()) {
-        SleepMs(kSoonPollMs);
+    for (Polling polling; (error = TrySend(question, polling.WaitedMs())) == EAGAIN && keep_asking();) {
+        polling.Sleep();
     }
     if (error != 0) {
         return error;
     }
-    for (int waited = 0; (error = TryReceive(question, client)) == EAGAIN;) {
-        if (!keep_asking() || PatienceIsOver(question, waited)) {
+    for (Polling polling; (error = TryReceive(question, client)) == EAGAIN && keep_asking();) {
+        if (!question.takes_any && polling.WaitedMs() >= kPatienceMs) {
             break;
         }
-        const unsigned pause = waited < kSoonMs ? kSoonPollMs : kLaterPollMs;
-        SleepMs(pause);
-        waited += static_cast<int>(pause);
+        polling.Sleep();
     }
     const std::lock_guard guard(g_lock);
     Remove(question);
