@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "Clock.h"
-#include "NalTypes.h"
+#include "KeyFrame.h"
 #include "libLog.h"
 
 namespace {
@@ -13,35 +13,14 @@ constexpr int kHeader = sizeof(AVDataInfo);
 constexpr int kBadCheckLimit = 100;  // passes before the place counts as lost
 constexpr int kNotReadyLimit = 50;
 constexpr int kGapLimit = 10;
-constexpr uint32_t kGapAccepted = 30;  // frames
-constexpr unsigned kWriterWaitMs = 2;
-constexpr unsigned kKeyFrameWaitMs = 10;
+constexpr int kRestartLimit = 4;
+constexpr unsigned kAttachWaitMs = 20;
+constexpr unsigned kPauseMs = 50;
+constexpr unsigned kRestartMs = 500;
 
-bool HasStartCode(const uint8_t* nal) {
-    constexpr uint8_t kStartCode[] = {0, 0, 0, 1};
-    return std::memcmp(nal, kStartCode, sizeof kStartCode) == 0;
-}
-h264::NalUnitType H264Type(const uint8_t* nal) {
-    return h264::TypeOf(nal[4]);
-}
-h265::NalUnitType H265Type(const uint8_t* nal) {
-    return h265::TypeOf(nal[4]);
-}
-bool IsJpeg(const uint8_t* payload) {
-    return payload[0] == 0xFF && payload[1] == 0xD8;
-}
-
-// A video parameter set, which opens an H.265 key frame and is no slice or parameter set of H.264.
-bool OpensH265KeyFrame(const uint8_t* nal) {
-    switch (H264Type(nal)) {
-        case h264::kCodedSliceNonIdr:
-        case h264::kCodedSliceIdr:
-        case h264::kSeqParameterSet:
-        case h264::kPicParameterSet:
-            return false;
-        default:
-            return H265Type(nal) == h265::kVpsNut;
-    }
+bool IsSameRecord(const AVDataInfo& a, const AVDataInfo& b) {
+    return a.AVDataCheck == b.AVDataCheck && a.SerialNumber == b.SerialNumber && a.AVDataLen == b.AVDataLen &&
+           a.EndFlag == b.EndFlag;
 }
 
 thread_local const char* t_in_hand = nullptr;  // payload of the frame that this thread's callback has
@@ -58,8 +37,7 @@ int AVStreamFrameIntact(const char* VideoData, const AVDataInfo* pDataInfo) {
     std::atomic_thread_fence(std::memory_order_acquire);  // the payload was read before this point
     AVDataInfo now;
     std::memcpy(&now, VideoData - sizeof now, sizeof now);
-    return now.AVDataCheck == pDataInfo->AVDataCheck && now.SerialNumber == pDataInfo->SerialNumber &&
-           now.AVDataLen == pDataInfo->AVDataLen && now.EndFlag == pDataInfo->EndFlag;
+    return IsSameRecord(now, *pDataInfo) ? 1 : 0;
 }
 
 void FrameReader::Follow() {
@@ -92,7 +70,7 @@ bool FrameReader::ArgumentsInRange() const {
 void FrameReader::Step() {
     if (!ring_.Attached() && !ring_.Attach(RingSegment(index_)) && !ring_.Attach(RenewedRingSegment(index_))) {
         LOG_TRACE("%s %d: pAVData = NULL\n");
-        SleepMs(20);
+        SleepMs(kAttachWaitMs);
         return;
     }
     if (Paused()) {
@@ -105,45 +83,59 @@ void FrameReader::Step() {
     ReadRecord();
 }
 
+int FrameReader::TransformStatus() const {
+    const AVTransformStatus status = StatusCallback(type_);
+    return status == nullptr ? kWanted : status(index_);
+}
+
 bool FrameReader::Paused() {
-    const AVTransformStatus wanted = StatusCallback(type_);
-    const int status = wanted == nullptr ? 1 : wanted(index_);
-    if (status >= 1) {
+    const int status = TransformStatus();
+    if (status >= kWanted) {
         return false;
     }
     if (++pauses_ % 100 == 0) {
         LOG_TRACE("%s %d: gTransFormStatusFunc[%d](%d) == %d\n", type_, index_, status);
     }
-    SleepMs(50);
+    SleepMs(kPauseMs);
     VideoPos_ = -1;
-    oldSerialNumber_ = 0;
+    ring_end_ = -1;
+    oldSerialNumber_.reset();
     return true;
 }
 
-// A media server that was restarted may have made its ring anew; the one attached is then nobody's.
+// A media server that was restarted may have made its ring anew; the one attached is then nobody's.  A new ring is read
+// from its beginning: all that is in it came after the restart.
 bool FrameReader::FollowsNewRing() {
     if (!ring_.Removed()) {
         return false;
     }
     const int id = RenewedRingSegment(index_);
-    return id != ring_.SegmentId() && ring_.Attach(id);
+    if (id == ring_.SegmentId() || !ring_.Attach(id)) {
+        return false;
+    }
+    VideoPos_ = 0;
+    ring_end_ = -1;
+    oldSerialNumber_.reset();
+    delivered_.reset();
+    recount_.Forget();
+    return true;
 }
 
 void FrameReader::AskWritePosition() {
     LOG_TRACE("%s %d: MsgAVType = %d VideoIndex = %d\n", type_, index_);
     const std::optional<int> answer =
-        RequestPosition([this] { return Running(); }, AVSTREAM_CMD_CURRENT_FRAME, type_, index_);
+        RequestPosition([this] { return Wanted(); }, AVSTREAM_CMD_CURRENT_FRAME, type_, index_);
     if (!answer) {
         SleepMs(kWriterWaitMs);
         return;
     }
     FollowsNewRing();
-    int position = *answer;
+    int64_t position = *answer;
     if (index_ == 0) {
-        LOG_TRACE("%s %d: VideoPos = %d\n", position);
+        LOG_TRACE("%s %d: VideoPos = %d\n", static_cast<int>(position));
     }
     if (position < 0) {
-        position = GetLastIFrame(0);
+        GetLastIFrame({}, position);
     }
     if (position >= 0 && !CheckOutOfPos(position)) {
         VideoPos_ = position;
@@ -153,100 +145,17 @@ void FrameReader::AskWritePosition() {
     SleepMs(kWriterWaitMs);
 }
 
-bool FrameReader::CheckOutOfPos(int position) const {
+bool FrameReader::CheckOutOfPos(int64_t position) const {
     if (position < kRingSize[index_]) {
         return false;
     }
-    LOG_TRACE("%s %d iVideoIndex = %d VideoPos = %d\n", index_, position);
+    LOG_TRACE("%s %d iVideoIndex = %d VideoPos = %d\n", index_, static_cast<int>(position));
     return true;
-}
-
-// A stream of few frames a second lets every wait end before its next frame comes.  True when, at the place that was
-// given up behind `old_serial`, what follows it has come.
-bool FrameReader::PlaceIsReadable(uint32_t old_serial) const {
-    const std::optional<AVDataInfo> header = ring_.Header(VideoPos_);
-    if (old_serial == 0 || !header || header->AVDataCheck != AVDATA_CHECK_WORD || header->AVDataLen < 0) {
-        return false;
-    }
-    if (header->EndFlag == AVDATA_END_FRAME) {
-        return header->SerialNumber - old_serial - 1 < kGapAccepted && header->AVDataLen < kRingSize[index_] &&
-               ring_.Bytes(VideoPos_ + kHeader, header->AVDataLen) != nullptr;
-    }
-    return header->EndFlag == AVDATA_END_RING || header->EndFlag == AVDATA_END_RESTART;
-}
-
-// Position of the media server's last key frame, newer than `old_serial` when one is given (not 0), or the place
-// given up when that can be read meanwhile; otherwise the position asked last, -1 if none: the reader is to stop.
-int FrameReader::GetLastIFrame(uint32_t old_serial) {
-    int position = -1;
-    uint32_t refused = 0;
-    while (Running()) {
-        if (PlaceIsReadable(old_serial)) {
-            position = static_cast<int>(VideoPos_);
-            break;
-        }
-        const std::optional<int> answer =
-            RequestPosition([this] { return Running(); }, AVSTREAM_CMD_LAST_I_FRAME, type_, index_);
-        if (!answer) {
-            SleepMs(kKeyFrameWaitMs);
-            continue;
-        }
-        if (FollowsNewRing()) {
-            old_serial = 0;
-        }
-        position = *answer;
-        if (static_cast<int64_t>(position) + kHeader + 4 >= kRingSize[index_]) {
-            continue;
-        }
-        if (TakesKeyFrame(position, old_serial, refused)) {
-            break;
-        }
-        SleepMs(kKeyFrameWaitMs);
-    }
-    const uint8_t* const nal = ring_.NalStart(position);
-    LOG_TRACE("%s %d: VideoPos = %d nalu = 0x%02X\n", position, nal == nullptr ? 0 : nal[4]);
-    return position;
-}
-
-// `refused` keeps the serial number that was too old in an earlier pass, 0 at first.
-bool FrameReader::TakesKeyFrame(int position, uint32_t old_serial, uint32_t& refused) {
-    const std::optional<AVDataInfo> header = ring_.Header(position);
-    const uint8_t* const nal = ring_.NalStart(position);
-    if (!header || nal == nullptr) {
-        return false;
-    }
-    if (IsJpeg(nal)) {
-        return true;
-    }
-    if (old_serial != 0 && header->SerialNumber <= old_serial) {
-        // Another key frame that is too old as well: the media server counts anew, as after its restart.
-        const bool counts_anew = refused != 0 && refused != header->SerialNumber;
-        refused = header->SerialNumber;
-        if (!counts_anew) {
-            LOG_TRACE("%s %d: pDataInfo->SerialNumber %u <= oldsn %u\n", header->SerialNumber, old_serial);
-            return false;
-        }
-    }
-    if (OpensH265KeyFrame(nal)) {
-        LOG_TRACE("%s %d: 3516A nalu = 0x%02X\n", nal[4]);
-        return true;
-    }
-    if (HasStartCode(nal) && H264Type(nal) == h264::kSeqParameterSet) {
-        LOG_TRACE("%s %d: AVType = %d VideoIndex = %d VideoPos = %d\n", header->AVSource, index_, position);
-        return true;
-    }
-    return false;
-}
-
-void FrameReader::Resynchronise() {
-    VideoPos_ = GetLastIFrame(oldSerialNumber_);
-    oldSerialNumber_ = 0;  // the frame found is newer; how much newer does not matter any more
-    counts_ = Counts{};
 }
 
 void FrameReader::ReadRecord() {
     std::optional<AVDataInfo> header = ring_.Header(VideoPos_);
-    if (!header || header->AVDataCheck != AVDATA_CHECK_WORD || header->AVDataLen < 0) {
+    if (!header || header->AVDataCheck != AVDATA_CHECK_WORD) {
         Garbage(header ? header->AVDataCheck : 0);
         return;
     }
@@ -254,13 +163,9 @@ void FrameReader::ReadRecord() {
         RestartRing(*header);
         return;
     }
-    restart_seen_ = false;
+    restarts_ = 0;
     if (header->EndFlag == AVDATA_END_RING) {
-        LOG_TRACE("%s %d: MsgAVType = %d  Index = %d Endflag == %d\n", type_, index_, header->EndFlag);
-        if (VideoPos_ == 0) {
-            SleepMs(kWriterWaitMs);  // a ring that ends where it begins: nothing to read yet
-        }
-        VideoPos_ = 0;
+        EndOfRing(*header);
     } else if (header->EndFlag == AVDATA_END_FRAME) {
         TakeFrame(*header);
     } else {
@@ -287,15 +192,31 @@ void FrameReader::NotReady(int& count, int end_flag) {
     Resynchronise();
 }
 
+void FrameReader::EndOfRing(const AVDataInfo& header) {
+    if (counts_.ring_ends == 0) {
+        LOG_TRACE("%s %d: MsgAVType = %d  Index = %d Endflag == %d\n", type_, index_, header.EndFlag);
+    }
+    if (++counts_.ring_ends > kNotReadyLimit) {
+        Resynchronise();
+        return;
+    }
+    if (counts_.ring_ends > 1) {
+        SleepMs(kWriterWaitMs);  // once around without a frame: there is nothing to read yet
+    }
+    if (VideoPos_ != 0) {
+        ring_end_ = VideoPos_;
+    }
+    VideoPos_ = 0;
+}
+
 void FrameReader::RestartRing(const AVDataInfo& header) {
-    if (!restart_seen_) {
-        restart_seen_ = true;
+    if (++restarts_ > kRestartLimit) {
+        Resynchronise();  // the media server goes on elsewhere
+        return;
+    }
+    if (restarts_ == 1) {
         LOG_TRACE("%s %d: Endflag == %d\n", header.EndFlag);
-        const std::optional<AVDataInfo> first = ring_.Header(0);
-        const bool next_is_there = first && first->AVDataCheck == AVDATA_CHECK_WORD &&
-                                   first->EndFlag == AVDATA_END_FRAME && oldSerialNumber_ != 0 &&
-                                   first->SerialNumber - oldSerialNumber_ - 1 < kGapAccepted;
-        if (!next_is_there) {  // else the media server has begun anew already: its frame is not written over
+        if (!oldSerialNumber_ || !NextFrameIsAt(0)) {  // else it has begun anew already: that frame is not written over
             AVDataInfo restart = header;
             restart.SerialNumber = 0;
             restart.AVDataLen = 0;
@@ -303,80 +224,87 @@ void FrameReader::RestartRing(const AVDataInfo& header) {
             std::memcpy(ring_.Bytes(0, kHeader), &restart, sizeof restart);
         }
     }
-    VideoPos_ = FollowsNewRing() ? -1 : 0;
+    FollowsNewRing();
+    VideoPos_ = 0;
+    ring_end_ = -1;
     counts_.bad_check = 0;
-    oldSerialNumber_ = 0;
-    SleepMs(500);
+    oldSerialNumber_.reset();
+    SleepMs(kRestartMs);
 }
 
 void FrameReader::TakeFrame(AVDataInfo& header) {
+    const uint32_t distance = oldSerialNumber_ ? header.SerialNumber - *oldSerialNumber_ : 1;
     if (header.AVDataLen >= kRingSize[index_]) {
         LOG_TRACE("%s %d: pDataInfo->AVDataLen = %d up to Max %d\n", header.AVDataLen, kRingSize[index_]);
-        SleepMs(kWriterWaitMs);
-        return;
-    }
-    if (ring_.Bytes(VideoPos_ + kHeader, header.AVDataLen) == nullptr) {
-        Garbage(header.AVDataCheck);  // it says that it reaches over the ring's end
-        return;
-    }
-    if (oldSerialNumber_ == 0) {
-        Deliver(header);
-    } else if (header.SerialNumber == oldSerialNumber_) {
+        Garbage(header.AVDataCheck);
+    } else if (ring_.Bytes(VideoPos_ + kHeader, header.AVDataLen) == nullptr) {
+        Garbage(header.AVDataCheck);  // a negative length, or one over the ring's end
+    } else if (distance == 0) {
         Repeated(header);
-    } else if (oldSerialNumber_ > header.SerialNumber) {
-        NotReady(counts_.behind, header.EndFlag);
-    } else if (GapAccepted(header)) {
+    } else if (distance <= kGapAccepted) {
+        if (distance > 1) {
+            LOG_TRACE("%s %d:MsgAVType = %d VideoIndex = %d sub = %u - %u = %u pos = %u \n", type_, index_,
+                      header.SerialNumber, *oldSerialNumber_, distance, static_cast<unsigned>(VideoPos_));
+        }
         Deliver(header);
+    } else if (*oldSerialNumber_ > header.SerialNumber) {
+        NotReady(counts_.behind, header.EndFlag);
+    } else {
+        Gap(header);
     }
 }
 
 void FrameReader::Repeated(const AVDataInfo& header) {
     LOG_TRACE("%s %d: VideoIndex = %d pos = %d pDataInfo->SerialNumber %d oldSerialNumber %d\n", index_,
-              static_cast<int>(VideoPos_), static_cast<int>(header.SerialNumber), static_cast<int>(oldSerialNumber_));
-    const uint8_t* const nal = ring_.NalStart(Next(header));
-    if (nal != nullptr && HasStartCode(nal) &&
-        (H264Type(nal) == h264::kCodedSliceNonIdr || H264Type(nal) == h264::kSeqParameterSet)) {
-        VideoPos_ = Next(header);
+              static_cast<int>(VideoPos_), static_cast<int>(header.SerialNumber), static_cast<int>(*oldSerialNumber_));
+    SleepMs(kWriterWaitMs);
+    if (const int64_t next = Ring::After(VideoPos_, header); RepeatIsFollowed(next)) {
+        VideoPos_ = next;
     } else {
         Resynchronise();
     }
 }
 
-bool FrameReader::GapAccepted(const AVDataInfo& header) {
-    const uint32_t distance = header.SerialNumber - oldSerialNumber_;
-    const auto position = static_cast<unsigned>(VideoPos_);
-    if (distance > kGapAccepted) {
-        if (++counts_.gap > kGapLimit) {
-            LOG_TRACE("%s %d: MsgAVType = %d index = %d sub = %u - %u = %u pos = %u \n", type_, index_,
-                      header.SerialNumber, oldSerialNumber_, distance, position);
-            Resynchronise();
-            LOG_TRACE("%s %d: VideoPos = %d\n", static_cast<int>(VideoPos_));
-            SleepMs(kWriterWaitMs);
-        }
+bool FrameReader::RepeatIsFollowed(int64_t next) const {
+    const std::optional<AVDataInfo> header = ring_.Header(next);
+    const uint8_t* const nal = ring_.NalStart(next);
+    if (!header || header->AVDataCheck != AVDATA_CHECK_WORD || nal == nullptr) {
         return false;
     }
-    if (distance > 1) {
-        LOG_TRACE("%s %d:MsgAVType = %d VideoIndex = %d sub = %u - %u = %u pos = %u \n", type_, index_,
-                  header.SerialNumber, oldSerialNumber_, distance, position);
+    const h264::NalUnitType type = h264::TypeOf(nal[4]);
+    return NextFrameIsAt(next) ||
+           (HasStartCode(nal) && (type == h264::kCodedSliceNonIdr || type == h264::kSeqParameterSet));
+}
+
+void FrameReader::Gap(const AVDataInfo& header) {
+    if (++counts_.gap <= kGapLimit) {
+        return;
     }
-    return true;
+    LOG_TRACE("%s %d: MsgAVType = %d index = %d sub = %u - %u = %u pos = %u \n", type_, index_, header.SerialNumber,
+              *oldSerialNumber_, header.SerialNumber - *oldSerialNumber_, static_cast<unsigned>(VideoPos_));
+    Resynchronise();
+    LOG_TRACE("%s %d: VideoPos = %d\n", static_cast<int>(VideoPos_));
+    SleepMs(kWriterWaitMs);
 }
 
 void FrameReader::Deliver(AVDataInfo& header) {
-    const int64_t next = Next(header);  // before the client gets hold of the header
-    const uint32_t serial = header.SerialNumber;
+    const AVDataInfo frame = header;  // before the client gets hold of it
+    const int64_t place = VideoPos_;
     if (const AVStreamCallback take = FrameCallback(type_); take != nullptr) {
-        auto* const payload = reinterpret_cast<char*>(ring_.Bytes(VideoPos_ + kHeader, header.AVDataLen));
+        auto* const payload = reinterpret_cast<char*>(ring_.Bytes(place + kHeader, frame.AVDataLen));
         t_in_hand = payload;
-        take(header.AVSource, index_, payload, &header);
+        take(frame.AVSource, index_, payload, &header);
         t_in_hand = nullptr;
     }
-    oldSerialNumber_ = serial;
+    delivered_ = oldSerialNumber_ = frame.SerialNumber;
+    VideoPos_ = Ring::After(place, frame);
+    ring_end_ = -1;
     counts_ = Counts{};
     pauses_ = 0;
-    VideoPos_ = next;
-}
-
-int64_t FrameReader::Next(const AVDataInfo& header) const {
-    return VideoPos_ + kHeader + header.AVDataLen;
+    // Written over meanwhile, the reader is a whole ring late.  The oldest frames that are left come next; if the
+    // media server is past those too, waiting here would only cost more.
+    const std::optional<AVDataInfo> now = ring_.Header(place);
+    if ((!now || !IsSameRecord(*now, frame)) && !PlaceGoesOn()) {
+        Resynchronise();
+    }
 }

@@ -1,13 +1,15 @@
 // Follows one ring frame by frame on its own thread; see AVStreamGetAVDataThread.
 //
-// Keeps its place by position and serial number.  What it cannot read as the next frame it waits for,
-// a bounded number of times, and then goes on at the media server's last key frame.
+// Keeps its place by position and serial number.  What it cannot read as the next frame it waits for, a bounded number
+// of times, and then searches: for the media server's last key frame, and for the frame it waited for all the while.
+// Every pass sleeps or hands over a frame newer than the last, or is one of a bounded number in a row.
 #pragma once
 
 #include <atomic>
 #include <optional>
 
 #include "Connection.h"
+#include "Recount.h"
 #include "Ring.h"
 
 class FrameReader {
@@ -20,46 +22,63 @@ class FrameReader {
     void Follow();
 
   private:
-    struct Counts {
+    struct Counts {  // of passes in a row without a frame
         int bad_check = 0;
         int not_ready = 0;
         int behind = 0;
         int gap = 0;
+        int ring_ends = 0;
     };
+    enum class Found { kNothing, kPlace, kKeyFrame };
+    static constexpr int kWanted = 1;  // transform status from which on frames are wanted
+    using Serial = std::optional<uint32_t>;
 
     bool Running() const { return run_.load() != 0; }
+    int TransformStatus() const;
+    bool Wanted() const { return Running() && TransformStatus() >= kWanted; }
     bool ArgumentsInRange() const;
     void Step();
     bool Paused();
     bool FollowsNewRing();
     void AskWritePosition();
-    bool CheckOutOfPos(int position) const;
-    bool PlaceIsReadable(uint32_t old_serial) const;
-    int GetLastIFrame(uint32_t old_serial);
-    bool TakesKeyFrame(int position, uint32_t old_serial, uint32_t& refused);
+    bool CheckOutOfPos(int64_t position) const;
+
+    // The search, in KeyFrameSearch.cpp.
     void Resynchronise();
+    Found GetLastIFrame(Serial newer_than, int64_t& position);
+    bool TakesKeyFrame(int64_t position, Serial newer_than);
+    bool PlaceGoesOn();
+    bool GoesOnAt(int64_t place) const;
+    bool NextFrameIsAt(int64_t place) const;
 
     void ReadRecord();
     void Garbage(int check_word);
     void NotReady(int& count, int end_flag);
+    void EndOfRing(const AVDataInfo& header);
     void RestartRing(const AVDataInfo& header);
     void TakeFrame(AVDataInfo& header);
     void Repeated(const AVDataInfo& header);
-    bool GapAccepted(const AVDataInfo& header);
+    bool RepeatIsFollowed(int64_t next) const;
+    void Gap(const AVDataInfo& header);
     void Deliver(AVDataInfo& header);
-    int64_t Next(const AVDataInfo& header) const;
 
     const int type_;
     const int index_;
     const std::atomic<int>& run_;
     Ring ring_;
-    int64_t VideoPos_ = -1;         // -1: unknown
-    uint32_t oldSerialNumber_ = 0;  // 0: none yet
-    bool restart_seen_ = false;     // the last record read was a ring restart
+    int64_t VideoPos_ = -1;   // -1: unknown
+    Serial oldSerialNumber_;  // of the frame that the next one is compared with
+    Serial delivered_;        // of the last frame handed over from this ring
+    int64_t ring_end_ = -1;   // where the ring's end stood that led here; -1: a frame was read since
+    int restarts_ = 0;        // ring restarts read in a row
     Counts counts_;
+    Recount recount_;
     unsigned pauses_ = 0;
 };
 
 // Callbacks of a client type; null when it has none.
 AVStreamCallback FrameCallback(int type);
 AVTransformStatus StatusCallback(int type);
+
+inline constexpr uint32_t kGapAccepted = 30;  // serial numbers from one frame to the next
+inline constexpr unsigned kWriterWaitMs = 2;

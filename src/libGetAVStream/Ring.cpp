@@ -44,16 +44,22 @@ std::optional<AVDataInfo> Ring::Header(int64_t position) const {
     if (bytes == nullptr) {
         return std::nullopt;
     }
-    AVDataInfo header;
-    std::memcpy(&header, bytes, sizeof header);
-    // What the media server wrote before it set EndFlag is visible only behind this point.
+    AVDataInfo first, header;
+    std::memcpy(&first, bytes, sizeof first);
+    // What the media server wrote before it set EndFlag is visible only after this point.
     std::atomic_thread_fence(std::memory_order_acquire);
-    const int32_t end_flag = header.EndFlag;
     std::memcpy(&header, bytes, sizeof header);
-    if (header.EndFlag != end_flag) {
+    if (std::memcmp(&first, &header, sizeof header) != 0) {
         header.EndFlag = 0;  // being written, or being written over
     }
     return header;
+}
+
+std::optional<AVDataInfo> Ring::Frame(int64_t position) const {
+    std::optional<AVDataInfo> header = Header(position);
+    const bool complete = header && header->AVDataCheck == AVDATA_CHECK_WORD && header->EndFlag == AVDATA_END_FRAME &&
+                          Bytes(position + static_cast<int64_t>(sizeof *header), header->AVDataLen) != nullptr;
+    return complete ? header : std::nullopt;
 }
 
 const uint8_t* Ring::NalStart(int64_t position) const {

@@ -29,6 +29,15 @@ class Ring {
     // that changes meanwhile is not ready (EndFlag 0).
     std::optional<AVDataInfo> Header(int64_t position) const;
 
+    // The header of the complete frame at `position`, all of which lies in the segment; none when there is no such
+    // frame.
+    std::optional<AVDataInfo> Frame(int64_t position) const;
+
+    // Where the record after the frame at `position` begins.
+    static int64_t After(int64_t position, const AVDataInfo& frame) {
+        return position + static_cast<int64_t>(sizeof frame) + frame.AVDataLen;
+    }
+
     // The first five payload bytes of the record at `position` (start code and NAL header), or null.
     const uint8_t* NalStart(int64_t position) const;
 

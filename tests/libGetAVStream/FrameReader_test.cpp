@@ -52,6 +52,23 @@ class FrameReader : public testing::Test {
         return g_received.Until(10);
     }
 
+    // Waits until `count` more key frames were asked for: the reader's search is on.
+    void AwaitSearch(int count = 3) {
+        const int before = peer_.key_requests;
+        for (int i = 0; i < 5000 && peer_.key_requests < before + count; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        EXPECT_GE(peer_.key_requests, before + count);
+    }
+    int CountLines(const std::string& text) const {
+        const std::string log = log_.Text();
+        int count = 0;
+        for (size_t at = 0; (at = log.find(text, at)) != std::string::npos; at += text.size()) {
+            ++count;
+        }
+        return count;
+    }
+
     support::Captured log_;
     MediaPeer peer_;
 };
@@ -169,7 +186,6 @@ TEST_F(FrameReader, StepsOverARepeatedRecordWhenAFrameFollows) {
     peer_.Park(0, peer_.Put(0, position, 2, kDelta));
     Start();
     EXPECT_THAT(g_received.Serials(2), ElementsAre(1, 2));
-    EXPECT_EQ(peer_.key_requests, 0);
 }
 
 TEST_F(FrameReader, TakesTheKeyFramesOfAllCodecsInItsSearch) {
@@ -189,12 +205,17 @@ TEST_F(FrameReader, FollowsAServerThatCountsAnew) {
     peer_.last_key = 0;
     Start();
     EXPECT_THAT(g_received.Serials(1), ElementsAre(5000));
-    while (peer_.key_requests < 3) {  // the search for a key frame above 5000 is on
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    peer_.Put(0, peer_.Put(0, 2000, 1, kKey), 2, kDelta);
+    AwaitSearch();
+    int position = peer_.Put(0, peer_.Put(0, 2000, 1, kKey), 2, kDelta);
     peer_.last_key = 2000;
-    EXPECT_THAT(g_received.Serials(3), ElementsAre(5000, 1, 2));
+    AwaitSearch();
+    position = peer_.Put(0, position, 3, kDelta);
+    EXPECT_THAT(g_received.Serials(4), ElementsAre(5000, 1, 2, 3));
+
+    AwaitSearch();  // and again: nothing more comes for a while after two frames
+    peer_.Put(0, peer_.Put(0, 4000, 1, kKey), 2, kDelta);
+    peer_.last_key = 4000;
+    EXPECT_THAT(g_received.Serials(6), ElementsAre(5000, 1, 2, 3, 1, 2));
 }
 
 TEST_F(FrameReader, LosesNoFrameOfAStreamSlowerThanItsPatience) {
@@ -203,15 +224,10 @@ TEST_F(FrameReader, LosesNoFrameOfAStreamSlowerThanItsPatience) {
     peer_.last_key = 1000;
     Start();
     EXPECT_THAT(g_received.Serials(1), ElementsAre(1));
-    const auto search_is_on = [this] {
-        for (const int before = peer_.key_requests; peer_.key_requests < before + 3;) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        }
-    };
-    search_is_on();
+    AwaitSearch();
     position = peer_.Put(0, position, 2, kDelta);
     EXPECT_THAT(g_received.Serials(2), ElementsAre(1, 2));
-    search_is_on();
+    AwaitSearch();
     peer_.Put(0, 0, 3, kDelta);
     peer_.Put(0, position, 0, "", MediaPeer::Frame(AVDATA_END_RING));
     EXPECT_THAT(g_received.Serials(3), ElementsAre(1, 2, 3));
@@ -242,7 +258,6 @@ TEST_F(FrameReader, CountsFromZero) {
     peer_.Park(0, position);
     Start();
     EXPECT_THAT(g_received.Serials(2), ElementsAre(0, 1));
-    EXPECT_EQ(peer_.key_requests, 0);
 }
 
 // The client holds frame 2 until `meanwhile` has happened to its record; whether it is told that its copy is whole.
@@ -292,6 +307,163 @@ TEST_F(FrameReader, TellsWhetherTheFrameInHandWasWrittenOver) {
         AVStreamGetAVDataStop(kType, 0);
     }
     EXPECT_EQ(AVStreamFrameIntact(kDelta.data(), &longer), 0) << "outside the callback";
+}
+
+TEST_F(FrameReader, CountsOnAfterTheLargestNumber) {
+    int position = peer_.Put(0, 0, 0xFFFFFFFE, kKey);
+    for (const uint32_t serial : {0xFFFFFFFFu, 0u, 1u}) {
+        position = peer_.Put(0, position, serial, kDelta);
+    }
+    Start();
+    EXPECT_THAT(g_received.Serials(4), ElementsAre(0xFFFFFFFE, 0xFFFFFFFF, 0, 1));
+}
+
+// A key frame that is old, named again and again, is not a server that counts anew.
+TEST_F(FrameReader, DeliversNoOldFramesAgain) {
+    const int position = peer_.Put(0, peer_.Put(0, 1000, 48, kKey), 49, kKey);
+    peer_.current = peer_.last_key = position;
+    peer_.Put(0, position, 50, kKey);
+    peer_.Put(0, 3000, 20, kKey);  // of an earlier lap; what followed is written over
+    Start();
+    EXPECT_THAT(g_received.Serials(1), ElementsAre(50));
+    for (const int old_key : {1000, 3000, 1000, 3000}) {
+        peer_.last_key = old_key;
+        AwaitSearch(50);
+    }
+    EXPECT_THAT(g_received.Serials(1), ElementsAre(50));
+    peer_.Put(0, 5000, 90, kKey);
+    peer_.last_key = 5000;
+    EXPECT_THAT(g_received.Serials(2), ElementsAre(50, 90));
+}
+
+TEST_F(FrameReader, DeliversNoLapAgainWhereTheRingEndsWhileItSearches) {
+    peer_.Put(0, peer_.Put(0, 0, 3, kKey), 4, kDelta);  // of the last lap
+    const int end = peer_.Put(0, 1000, 8, kKey);
+    peer_.current = peer_.last_key = 1000;
+    Start();
+    EXPECT_THAT(g_received.Serials(1), ElementsAre(8));
+    AwaitSearch();
+    peer_.Put(0, end, 0, "", MediaPeer::Frame(AVDATA_END_RING));
+    AwaitSearch();
+    peer_.Put(0, 0, 9, kDelta);
+    EXPECT_THAT(g_received.Serials(2), ElementsAre(8, 9));
+}
+
+TEST_F(FrameReader, LosesNoFrameRightInFrontOfTheKeyFrameItSearched) {
+    const int position = peer_.Put(0, 0, 1, kKey);
+    peer_.AnswerWith([&](AVMsgBuf& message) {
+        if (message.cmd == 0x2002) {
+            message.video_pos = static_cast<uint32_t>(peer_.Put(0, position, 2, kDelta));
+            peer_.Put(0, static_cast<int>(message.video_pos), 3, kKey);
+        }
+    });
+    Start();
+    EXPECT_THAT(g_received.Serials(3), ElementsAre(1, 2, 3));
+    AVStreamGetAVDataStop(kType, 0);
+    peer_.AnswerWith(nullptr);
+}
+
+TEST_F(FrameReader, WatchesItsPlaceWhileAQuestionIsOpen) {
+    const int position = peer_.Put(0, 0, 1, kKey);
+    Start();
+    EXPECT_THAT(g_received.Serials(1), ElementsAre(1));
+    peer_.mute_stream = 0;
+    for (int before = peer_.requests; peer_.requests == before;) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    peer_.Put(0, position, 2, kDelta);
+    EXPECT_THAT(g_received.Serials(2, 2), ElementsAre(1, 2)) << "before the question is given up";
+}
+
+// Records that lead around in a ring must not keep the reader busy, and do not hold it for ever.
+TEST_F(FrameReader, RestsWhereRecordsLeadInACircle) {
+    for (const uint32_t serial : {1u, 0u}) {
+        g_received.Clear();
+        peer_.last_key = -1;
+        peer_.Put(0, 0, serial, "");
+        peer_.Put(0, 64, 0, kDelta, MediaPeer::Frame(AVDATA_END_RING));
+        const int before = CountLines("oldSerialNumber") + CountLines("Endflag == 255");
+        Start();  // takes 500 ms
+        EXPECT_LT(CountLines("oldSerialNumber") + CountLines("Endflag == 255") - before, 300);
+        EXPECT_THAT(g_received.Serials(1), ElementsAre(serial));
+        peer_.last_key = 5000;
+        peer_.Put(0, 5000, 9, kKey);
+        EXPECT_THAT(g_received.Serials(2), ElementsAre(serial, 9));
+        AVStreamGetAVDataStop(kType, 0);
+    }
+}
+
+TEST_F(FrameReader, StaysNowhereForEver) {
+    AVDataInfo too_long = MediaPeer::Frame();
+    too_long.AVDataLen = INT32_MAX;
+    for (const AVDataInfo& record :
+         {too_long, MediaPeer::Frame(AVDATA_END_RING), MediaPeer::Frame(AVDATA_END_RESTART)}) {
+        g_received.Clear();
+        peer_.current = 1000;
+        peer_.Put(0, 0, 0, "", MediaPeer::Frame(AVDATA_END_RING));
+        peer_.Put(0, peer_.Put(0, 1000, 1, kKey), 0, "", record);
+        peer_.last_key = -1;
+        Start();
+        EXPECT_THAT(g_received.Serials(1), ElementsAre(1));
+        peer_.Put(0, 5000, 9, kKey);
+        peer_.last_key = 5000;
+        EXPECT_THAT(g_received.Serials(2), ElementsAre(1, 9)) << record.EndFlag;
+        AVStreamGetAVDataStop(kType, 0);
+    }
+}
+
+TEST_F(FrameReader, GoesBackWhereARingEndTurnsOutToBeNone) {
+    const int position = peer_.Put(0, 1000, 7, kKey);
+    peer_.current = 1000;
+    peer_.Put(0, position, 0, "", MediaPeer::Frame(AVDATA_END_RING));
+    Start();
+    EXPECT_THAT(g_received.Serials(1), ElementsAre(7));
+    AwaitSearch();
+    peer_.Put(0, position, 8, kDelta);
+    EXPECT_THAT(g_received.Serials(2), ElementsAre(7, 8));
+}
+
+TEST_F(FrameReader, FollowsARingEndWhateverItsLength) {
+    AVDataInfo end = MediaPeer::Frame(AVDATA_END_RING);
+    end.AVDataLen = -1;
+    const int position = peer_.Put(0, 1000, 7, kKey);
+    peer_.Put(0, position, 0, "", end);
+    peer_.Put(0, 0, 8, kDelta);
+    peer_.current = 1000;
+    Start();
+    EXPECT_THAT(g_received.Serials(2), ElementsAre(7, 8));
+    EXPECT_EQ(CountLines("VideoPos = " + std::to_string(position) + " AVDataCheck =="), 0);
+}
+
+// A whole ring late: what is left of the old lap comes next, and if nothing is, the last key frame.
+TEST_F(FrameReader, GoesOnAfterAFrameThatWasWrittenOver) {
+    ASSERT_EQ(GetAVStreamInit(kType, HoldFrame2, nullptr), 0);
+    for (const bool next_is_left : {true, false}) {
+        g_received.Clear();
+        const int at = peer_.Put(0, 0, 1, kKey);
+        const int next = peer_.Put(0, at, 2, kDelta);
+        peer_.Put(0, next, 3, kDelta);
+        peer_.Put(0, 5000, 9, kKey);
+        peer_.last_key = 5000;
+        g_meanwhile = [&] { peer_.Put(0, at, 502, std::string(next_is_left ? 5 : 200, 'x')); };
+        Start();
+        EXPECT_EQ(g_received.Until(9),
+                  (next_is_left ? std::vector<uint32_t>{1, 2, 3, 9} : std::vector<uint32_t>{1, 2, 9}));
+        EXPECT_EQ(CountLines("VideoPos = " + std::to_string(next) + " AVDataCheck =="), 0) << "it does not wait there";
+        AVStreamGetAVDataStop(kType, 0);
+    }
+}
+
+TEST_F(FrameReader, ReadsANewRingFromItsBeginning) {
+    peer_.Put(0, 0, 5000, kKey);
+    Start();
+    EXPECT_THAT(g_received.Serials(1), ElementsAre(5000));
+    peer_.silent = true;
+    peer_.Restart();
+    peer_.last_key = peer_.Put(0, peer_.Put(0, 0, 1, kKey), 2, kDelta);
+    peer_.Put(0, peer_.last_key, 3, kKey);
+    peer_.silent = false;
+    EXPECT_THAT(g_received.Serials(4), ElementsAre(5000, 1, 2, 3));
 }
 
 // Nothing a ring can say makes the reader touch a byte outside it, or end.
@@ -367,6 +539,20 @@ TEST_F(FrameReader, AStreamThatIsNeverAnsweredHoldsUpNoOtherAndIsAskedAgain) {
     EXPECT_THAT(g_received.Serials(1), ElementsAre(7));
     peer_.mute_stream = -1;
     EXPECT_THAT(g_received.Serials(2), ElementsAre(7, 1));
+}
+
+TEST_F(FrameReader, DoesNotFillUpAQueueThatNobodyReads) {
+    constexpr int kFull = 64, kNobody = 99;
+    peer_.silent = true;
+    for (int i = 0; i < kFull; ++i) {
+        peer_.PutAnswer(kNobody, 0, 0, 0);
+    }
+    peer_.Put(0, 0, 1, kKey);
+    Start();  // takes 500 ms
+    EXPECT_EQ(IpcMsgCount(msgget(0x61766C79, 0)), kFull);
+    peer_.silent = false;
+    EXPECT_EQ(IpcMsgDiscard(msgget(0x61766C79, 0), kNobody), 0);
+    EXPECT_THAT(g_received.Serials(1), ElementsAre(1));
 }
 
 TEST_F(FrameReader, SurvivesPositionsThatCannotBe) {
