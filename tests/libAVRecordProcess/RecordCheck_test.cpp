@@ -4,6 +4,7 @@
 
 #include "RecordCard.h"
 #include "RecordState.h"
+#include "RecorderStatus.h"
 #include "libAVRecord.h"
 #include "libAVRecordProcess.h"
 #include "support/BoundCamera.h"
@@ -93,6 +94,52 @@ TEST_F(RecordCheck, ReadsTheHeadsAgainFromACardThatIsBack) {
     EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32RecordFileSumLenth, 777u);
     unlink(support::kCardDevice);
     EXPECT_EQ(CheckRecordStart(), -1) << "mounted, but the device is gone";
+}
+
+TEST_F(RecordCheck, TellsWhyNot) {
+    const auto why_not = [] {
+        EXPECT_EQ(CheckRecordStart(), -1);
+        return std::string(RecorderStatusGet().activity);
+    };
+    EXPECT_EQ(why_not(), "no card");
+    Card card(Store{.files = 3, .used_files = 3, .current_file = 1, .current_length = kFull});
+    Config().Record_config.ucLackSpaceModel = 0;
+    EXPECT_EQ(why_not(), "card full");
+    unlink("/var/etc/sdcard/index000.bin");
+    EXPECT_EQ(why_not(), "card cannot be written");
+    PutIndex(0, "");
+    g_control.heads_loaded = false;
+    EXPECT_EQ(why_not(), "card cannot be read");
+    card.Prepare({});
+    PutIndex(0, "XXXX");
+    EXPECT_EQ(why_not(), "card not prepared for recording");
+    Today().ucSocpeMode = TIME_SCOPE_SAME;
+    EXPECT_EQ(why_not(), "waiting for schedule");
+    Config().Record_config.ucEnable = 0;
+    EXPECT_EQ(why_not(), "switched off");
+    unlink(support::kCardDevice);
+    EXPECT_EQ(why_not(), "no card device");
+}
+
+TEST_F(RecordCheck, AFullFileThatIsTheNewestIsNotBegunAnew) {
+    struct Case {
+        uint32_t used, end_before;
+        uint32_t want_file;
+    };
+    for (const Case& each : {Case{1, 0, 2}, Case{3, 1000050, 2}, Case{3, 1000070, 1}, Case{3, 0, 1}}) {
+        const Card card(Store{.used_files = each.used, .current_file = 1, .current_length = kFull});
+        if (each.end_before != 0) {  // of file 0; file 1 ends at 1000060
+            std::string head(48, '\0');
+            head.replace(0, 4, "RFHF");
+            head.replace(12, 4, reinterpret_cast<const char*>(&each.end_before), 4);
+            PutIndex(1024, head);
+        }
+        g_control.heads_loaded = false;
+        EXPECT_EQ(CheckRecordStart(), 0);
+        EXPECT_EQ(AV_RecordSystemInfoHeadGet()->m_u32RecordFileNo, each.want_file) << each.used << each.end_before;
+        EXPECT_EQ(static_cast<uint32_t>(Card::Read("/var/etc/sdcard/index000.bin", 28, 1)[0]), each.want_file);
+        EXPECT_EQ(CheckRecordStart(), 0) << "and stays so";
+    }
 }
 
 TEST_F(RecordCheck, RefusesACardThatIsNoStore) {

@@ -284,11 +284,13 @@ TEST_F(RecordLoop, WithoutAnAlarmThreadTheSameSectionGoesOnUntilThereIsOne) {
     EXPECT_EQ(media_server_.Requests().size(), 1u);
 
     g_no_more_threads = true;  // such a run ends as any other
+    card_.Prepare({.files = 3, .used_files = 1, .current_file = 1, .current_length = kFull - 1});
     g_flags.stop_requested = false;
     EXPECT_EQ(Run([] {}), -1);
-    Config().lan_config.nFrameRate1 = 20;
+    EXPECT_EQ(WriteKeyFrame(), 0);
     EXPECT_EQ(Run([] {}), 0);
     EXPECT_EQ(KQ_RecordStreamFdGet(), -1);
+    EXPECT_EQ(SystemHead(28), Le32(2)) << "the full file was finished";
     g_no_more_threads = false;
 }
 

@@ -66,6 +66,8 @@ void StartMissingModules() {
 }
 
 [[noreturn]] void Exit() {
+    RecorderStatusActivity("stopped");
+    RecorderStatusPublish();
     Command_System("sync");
     SleepMs(2000);
     LOG_TRACE("%s %d RecordStop AVRecord exit!!!\n");

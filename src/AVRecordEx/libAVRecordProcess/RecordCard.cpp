@@ -12,6 +12,7 @@
 
 #include "Descriptor.h"
 #include "RecordState.h"
+#include "RecorderStatus.h"
 #include "libAVRecord.h"
 #include "libAVRecordProcess.h"
 #include "libLog.h"
@@ -116,8 +117,36 @@ bool WriteHeads(int fd) {
            AV_SystemInfoHeadWrite(fd, &g_heads.system) >= 0;
 }
 
+// A full file is begun anew, for it is the oldest of the ring.  One that is the newest was not finished: the process
+// ended between its last frame and the system head that names the next file.  False when that cannot be told.
+bool StepOverNewestFile(int fd, AVRecordHeads* heads) {
+    RecordSystemInfoHead_S& system = heads->system;
+    const uint32_t count = system.m_u32RecordFileSum;
+    if (heads->file.m_u32FileInfoHeadFlag != RECORD_FILE_FLAG ||
+        heads->file.m_u32RecordFileSumLenth < RECORD_STREAM_LIMIT || count < 2) {
+        return true;
+    }
+    RecordFileInfoHead_S before{};
+    if (!ReadFileHead(fd, (system.m_u32RecordFileNo + count - 1) % count, &before)) {
+        return false;
+    }
+    const bool is_newest = system.m_u32RecordFileNo >= system.m_u32RecordUsedFileSum ||
+                           (before.m_u32FileInfoHeadFlag == RECORD_FILE_FLAG &&
+                            heads->file.m_u32RecordEndTime > before.m_u32RecordEndTime);
+    if (!is_newest) {
+        return true;
+    }
+    LOG_TRACE("%s %d: file %u is full and the newest, the next one follows\n", system.m_u32RecordFileNo);
+    AV_SystemInfoHeadUsedFileSumFresh(&system, &heads->file);
+    AV_SystemInfoHeadFileNoFresh(&system, &heads->file);
+    const Descriptor index(open64(kIndexPath, O_RDWR | O_CLOEXEC));
+    return AV_SystemInfoHeadWrite(index.Get(), &system) >= 0 &&
+           ReadFileHead(fd, system.m_u32RecordFileNo, &heads->file);
+}
+
 CardMatch Unknown(const char* what) {
     const int error = errno;
+    RecorderStatusActivity("card cannot be written");
     LOG_ERROR("%s %d: %s: %s, errno = %d %s\n", kIndexPath, what, error, std::strerror(error));
     return CardMatch::Unknown;
 }
@@ -146,6 +175,7 @@ bool CardWasPulled() {
 bool CardLoadHeads() {
     AVRecordHeads heads{};
     SetHeads(heads.system, heads.file);
+    RecorderStatusActivity("card cannot be read");
     const Descriptor index(AV_RecordOpen(kIndexPath, AVFILE_READ));
     if (index.Get() < 0 || !Identify(index.Get(), &g_identity)) {
         LOG_TRACE("%s %d: open file fail \n");
@@ -157,9 +187,13 @@ bool CardLoadHeads() {
     }
     if (!IsPrepared(heads.system)) {
         LOG_TRACE("%s %d: chek file Head fail \n");
+        RecorderStatusActivity("card not prepared for recording");
         return false;
     }
     if (!ReadFileHead(index.Get(), heads.system.m_u32RecordFileNo, &heads.file)) {
+        return false;
+    }
+    if (!StepOverNewestFile(index.Get(), &heads)) {
         return false;
     }
     g_heads = heads;

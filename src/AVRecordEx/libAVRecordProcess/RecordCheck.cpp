@@ -5,6 +5,7 @@
 #include "Clock.h"
 #include "RecordCard.h"
 #include "RecordState.h"
+#include "RecorderStatus.h"
 #include "libAVRecord.h"
 #include "libAVRecordProcess.h"
 #include "libCameraAccess.h"
@@ -55,6 +56,7 @@ bool ScheduleIsDue() {
     REGULAR_RECORD_PROPERTY schedule{};
     if (CameraGetRegularRecordProperty(&schedule, &schedule) != 0) {
         LOG_TRACE("%s %d  CameraGetRegularRecordProperty return -1\n");
+        RecorderStatusActivity("schedule unknown");
         return false;
     }
     const tm now = LocalTime(WallSeconds());
@@ -65,9 +67,14 @@ bool ScheduleIsDue() {
               now.tm_hour, now.tm_min, now.tm_sec, now.tm_wday);
     if (schedule.videoRecord.ucEnable != 1) {
         LOG_TRACE("%s %d VideoRecord not enable \n");
+        RecorderStatusActivity("switched off");
         return false;
     }
-    return DayIsDue(day, MinuteOfDay(now));
+    const bool is_due = DayIsDue(day, MinuteOfDay(now));
+    if (!is_due) {
+        RecorderStatusActivity("waiting for schedule");
+    }
+    return is_due;
 }
 
 // A section that joined one of the day before would begin in that day, and none spans two.
@@ -109,15 +116,18 @@ int CheckRecordStart(void) {
     const SysInfo* config = GetSysconfigData();
     if (config == nullptr) {
         LOG_TRACE("%s %d  NULL == pSysInfo \n");
+        RecorderStatusActivity("no configuration");
         return -1;
     }
     if (CheckSDcardMountStatus() == 0) {
         g_control.heads_loaded = false;
         LOG_TRACE("%s %d NO SDCARD MOUNT %s \n", RECORD_STORE_DIRECTORY);
+        RecorderStatusActivity("no card");
         return -1;
     }
     const int storage = FileUtilsGetStorageStatus(RECORD_STORE_DIRECTORY);
     if (storage != 0) {
+        RecorderStatusActivity("no card device");
         return storage;
     }
     if (!ScheduleIsDue()) {
@@ -131,6 +141,9 @@ int AVRecordParamInit(unsigned char ucCoverType) {
         return -1;
     }
     LOG_TRACE("%s %d: ucCoverType = %d  \n", ucCoverType);
+    if (g_control.run_left_open) {
+        return 0;  // its end decides what a full file means
+    }
     AVRecordHeads heads;
     AVRecordHeadsCopy(&heads);
     const bool is_full = heads.file.m_u32FileInfoHeadFlag == RECORD_FILE_FLAG &&
@@ -139,6 +152,7 @@ int AVRecordParamInit(unsigned char ucCoverType) {
         return 0;
     }
     if (heads.system.m_u32RecordUsedFileSum >= heads.system.m_u32RecordFileSum && ucCoverType == 0) {
+        RecorderStatusActivity("card full");
         return -1;
     }
     AVRecordFramesHold();

@@ -279,16 +279,15 @@ bool CardIsReady() {
     if (!CardFileIsWritable(number)) {
         return false;
     }
-    if (CardMatchHeads() != CardMatch::Ours) {
-        g_control.heads_loaded = false;
-        return false;
-    }
-    return true;
+    const CardMatch match = CardMatchHeads();
+    g_control.heads_loaded = match != CardMatch::Other;
+    return match == CardMatch::Ours;
 }
 
 // Opens the section and the writer; false when the run cannot begin, and then nothing was opened or counted.
 bool BeginRun(Run* run, const Settings& settings, const SysInfo& config) {
     AVRecordFramesHold();
+    RecorderStatusActivity("card cannot be written");
     if (!CardIsReady()) {
         return false;
     }
@@ -307,6 +306,10 @@ bool BeginRun(Run* run, const Settings& settings, const SysInfo& config) {
         return false;
     }
     StartClocks(run, config);
+    RecorderStatusActivity("recording");
+    AVRecordHeads heads;
+    AVRecordHeadsCopy(&heads);
+    RecorderStatusPlace(heads.file.m_u32FileInfoHeadNo, heads.section.m_u16RecordUseNo);
     return true;
 }
 
@@ -443,6 +446,8 @@ int StartRecord(int VideoId, int duration) {
     } else {
         if (settings.video[VideoId].iEncoding == kMotionJpeg) {
             g_flags.run_is_on = false;
+            RecorderStatusActivity("motion JPEG is not recorded");
+            RecorderStatusPublish();
             SleepMs(3000);
             LOG_TRACE("%s %d This is Mjpeg Stream, not support\n");
             return 0;
