@@ -103,7 +103,8 @@ int AVStreamGetAVData(int MsgAVType, int VideoIndex) {
     }
     {
         const std::lock_guard guard(slot.lock);
-        if (slot.exists && slot.run.load() != 0) {
+        const bool lacked_ring = slot.detached && RingSegment(VideoIndex) >= 0;  // it ended by itself; now there is one
+        if (slot.exists && slot.run.load() != 0 && !lacked_ring) {
             return AVSTREAM_OK;
         }
         Join(slot);  // one that stopped itself from inside its callback

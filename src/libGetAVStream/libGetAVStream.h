@@ -125,8 +125,10 @@ int GetAVStreamInit(int MsgAVType, AVStreamCallback AVStreamFunc, AVTransformSta
 /* The same for voice talk (stream 3). */
 int GetVoiceTalkAVStreamInit(int MsgAVType, AVStreamCallback AVStreamFunc, AVTransformStatus TransFormStatusFunc);
 
-/* Starts the reader of a stream unless it runs; takes 500 ms when it had to be started.
- * Returns 0; 102 for a stream outside 0..3 or a client type outside 2..16; 101 without a thread. */
+/* Starts the reader of a stream unless it runs; takes 500 ms when it had to be started.  A reader that found no ring
+ * has ended by itself, and is started again by a call after the ring could be had; one of a stream without a ring
+ * (2) is not.  Returns 0; 102 for a stream outside 0..3 or a client type outside 2..16; 101 without a thread: call
+ * again. */
 int AVStreamGetAVData(int MsgAVType, int VideoIndex);
 
 /* Stops the reader and waits for its end, at most for one callback and one sleep of the reader; never

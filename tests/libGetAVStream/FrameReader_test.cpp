@@ -252,6 +252,64 @@ TEST_F(FrameReader, FollowsAServerThatMadeItsRingsAndQueueAnew) {
     EXPECT_THAT(g_received.Serials(4), ElementsAre(5000, 1, 2, 3));
 }
 
+// Whatever part of it a media server makes anew when it is restarted, and in whatever order.
+TEST_F(FrameReader, FollowsEveryPartThatIsMadeAnew) {
+    const auto rings = [this] {
+        peer_.RemoveRings();
+        peer_.MakeRings();
+    };
+    const auto queue = [this] {
+        peer_.RemoveQueue();
+        peer_.MakeQueue();
+    };
+    const struct {
+        const char* name;
+        std::function<void()> go, come;
+        bool new_rings;
+    } kRestarts[] = {
+        {"nothing", [] {}, [] {}, false},
+        {"rings", rings, [] {}, true},
+        {"queue", queue, [] {}, false},
+        {"rings, then queue", rings, queue, true},
+        {"queue, then rings", queue, rings, true},
+        {"rings, gone for a while", [&] { peer_.RemoveRings(); }, [&] { peer_.MakeRings(); }, true},
+        {"queue, gone for a while", [&] { peer_.RemoveQueue(); }, [&] { peer_.MakeQueue(); }, false},
+    };
+    Start();
+    int position = peer_.Put(0, 0, 100, kKey);
+    EXPECT_THAT(g_received.Serials(1), ElementsAre(100));
+    for (const auto& restart : kRestarts) {
+        g_received.Clear();
+        AwaitSearch();
+        peer_.silent = true;
+        restart.go();
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));  // some of the search's passes
+        restart.come();
+        uint32_t serial = restart.new_rings ? 1 : peer_.HeaderAt(0, 0).SerialNumber + 1;
+        peer_.silent = false;
+        if (restart.new_rings) {
+            position = peer_.Put(0, 0, serial++, kKey);
+        } else {
+            position = peer_.Put(0, position, serial++, kDelta);
+        }
+        EXPECT_EQ(g_received.Serials(1).size(), 1u) << restart.name;
+        peer_.Put(0, 0, serial, kKey);  // the number that goes on
+        peer_.last_key = 0;
+        position = 64 + static_cast<int>(kKey.size());
+        EXPECT_THAT(g_received.Serials(2), ElementsAre(serial - 1, serial)) << restart.name;
+    }
+}
+
+TEST_F(FrameReader, ThatFoundNoRingIsStartedAgain) {
+    GetAVControlCleanup();
+    Start();
+    EXPECT_THAT(log_.Text(), HasSubstr("StreamSysInfo->StreamSharememID[0] -1 < 0\n"));
+    ASSERT_EQ(GetAVStreamInit(kType, TakeFrame, nullptr), 0);
+    peer_.Put(0, 0, 1, kKey);
+    Start();
+    EXPECT_THAT(g_received.Serials(1), ElementsAre(1));
+}
+
 TEST_F(FrameReader, CountsFromZero) {
     int position = peer_.Put(0, 0, 0, std::string("\0\0\0\1\x40\1vps", 9));
     position = peer_.Put(0, position, 1, kDelta);

@@ -27,6 +27,26 @@ class MediaPeer {
         Close();
         Open();
     }
+    void RemoveRings() {
+        for (int i = 0; i < 2; ++i) {
+            shmdt(bases_[i]);
+            shmctl(segments_[i], IPC_RMID, nullptr);
+        }
+    }
+    void MakeRings() {
+        constexpr int kSizes[] = {614464, 131136};
+        for (int i = 0; i < 2; ++i) {
+            segments_[i] = shmget(0x61766C79 + i, static_cast<size_t>(kSizes[i]), IPC_CREAT | 0777);
+            EXPECT_GE(segments_[i], 0);
+            bases_[i] = static_cast<char*>(shmat(segments_[i], nullptr, 0));
+            std::memset(bases_[i], 0, static_cast<size_t>(kSizes[i]));
+        }
+    }
+    void RemoveQueue() { msgctl(queue_, IPC_RMID, nullptr); }
+    void MakeQueue() {
+        queue_ = msgget(0x61766C79, IPC_CREAT | 0666);
+        EXPECT_GE(queue_, 0);
+    }
 
     static AVDataInfo Frame(int32_t end_flag = AVDATA_END_FRAME) {
         AVDataInfo header{};
@@ -93,26 +113,16 @@ class MediaPeer {
 
   private:
     void Open() {
-        constexpr int kSizes[] = {614464, 131136};
-        for (int i = 0; i < 2; ++i) {
-            segments_[i] = shmget(0x61766C79 + i, static_cast<size_t>(kSizes[i]), IPC_CREAT | 0777);
-            EXPECT_GE(segments_[i], 0);
-            bases_[i] = static_cast<char*>(shmat(segments_[i], nullptr, 0));
-            std::memset(bases_[i], 0, static_cast<size_t>(kSizes[i]));
-        }
-        queue_ = msgget(0x61766C79, IPC_CREAT | 0666);
-        EXPECT_GE(queue_, 0);
+        MakeRings();
+        MakeQueue();
         done = false;
         thread_ = std::thread([this] { Serve(); });
     }
     void Close() {
         done = true;
         thread_.join();
-        msgctl(queue_, IPC_RMID, nullptr);
-        for (int i = 0; i < 2; ++i) {
-            shmdt(bases_[i]);
-            shmctl(segments_[i], IPC_RMID, nullptr);
-        }
+        RemoveQueue();
+        RemoveRings();
     }
     void Serve() {
         while (!done) {
@@ -143,7 +153,7 @@ class MediaPeer {
     std::function<void(AVMsgBuf&)> answer_;
     int segments_[2];
     char* bases_[2];
-    int queue_;
+    std::atomic<int> queue_;
     std::thread thread_;
 };
 
