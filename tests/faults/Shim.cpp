@@ -38,8 +38,8 @@ namespace {
 
 // clang-format off
 #define CALLS(X) \
-    X(open) X(pread) X(pwrite) X(close) X(access) X(fcntl) X(fstat) X(statfs) X(fsync) X(fopen) X(rename) X(popen) \
-    X(shmget) X(shmat) X(shmctl) X(msgget) X(msgsnd) X(msgrcv) X(msgctl) X(semget) X(semctl) X(mmap) X(malloc) \
+    X(open) X(pread) X(pwrite) X(close) X(access) X(fcntl) X(fstat) X(statfs) X(fsync) X(fopen) X(fread) X(rename) \
+    X(popen) X(shmget) X(shmat) X(shmctl) X(msgget) X(msgsnd) X(msgrcv) X(msgctl) X(semget) X(semctl) X(mmap) X(malloc) \
     X(pthread_create) X(socket) X(bind) X(listen)
 #define PLACES(X) \
     X(elsewhere) X(device) X(index) X(record_file) X(event_file) /* a file as a whole */ \
@@ -267,6 +267,8 @@ FORWARD(int, fsync, fsync, FileAt(fd), -1, (int fd), (fd))
 FORWARD(int, fdatasync, fsync, FileAt(fd), -1, (int fd), (fd))
 FORWARD(FILE*, fopen, fopen, FileAt(path), nullptr, (const char* path, const char* mode), (path, mode))
 FORWARD(FILE*, fopen64, fopen, FileAt(path), nullptr, (const char* path, const char* mode), (path, mode))
+FORWARD(size_t, fread, fread, k_elsewhere, 0, (void* buffer, size_t size, size_t count, FILE* file),
+        (buffer, size, count, file))
 FORWARD(int, rename, rename, FileAt(from), -1, (const char* from, const char* to), (from, to))
 FORWARD(FILE*, popen, popen, k_elsewhere, nullptr, (const char* command, const char* mode), (command, mode))
 FORWARD(int, shmget, shmget, k_elsewhere, -1, (key_t key, size_t size, int flags), (key, size, flags))

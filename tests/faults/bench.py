@@ -2,12 +2,14 @@
 
 import os
 import signal
+import struct
 import subprocess
 import sys
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "end_to_end"))
-from camera import BUILD, DESK_CAMERA, RECORDER, Camera, Process, wait_for  # noqa: E402
+from camera import BUILD, DESK_CAMERA, RECORDER, STORE, Camera, Process, wait_for  # noqa: E402
+from card_reader import STREAM_LIMIT  # noqa: E402
 from judge import Fault, Judge, Journals, rule  # noqa: E402
 from shim import Shim  # noqa: E402
 
@@ -16,7 +18,7 @@ RESUMES_WITHIN = 25  # s after the fault's end; the bound of a loaded machine
 
 class Bench:
     def __init__(self):
-        self.camera = Camera(files=1)
+        self.camera = Camera(files=5)
         self.camera.set(**{"stream_config[0]__width": 320, "stream_config[0]__height": 180,
                            "stream_config[1]__iEnable": 0, "lan_config__nBitrate1": 100000,
                            "codec_advconfig[0]__ipRatio": 25,
@@ -73,19 +75,35 @@ class Bench:
         wait_for("the event on the card", self.judge.events, RESUMES_WITHIN)
         self.wait_until_recording()
 
+    def fill_file(self):
+        """Leaves room for a second or two in the current file: the bytes in front of it are no section's."""
+        self.full = self.camera.card.system().current
+        with open(os.path.join(STORE, "index000.bin"), "r+b") as index:
+            index.seek(1024 + 48 * self.full + 16)
+            index.write(struct.pack("<I", STREAM_LIMIT - 60000))
+
     def is_worn(self):
-        """Section 251 of a file is used again and again: long before that the card is exchanged."""
-        return self.camera.card.file_head(0) is not None and self.camera.card.file_head(0).sections > 200
+        """The last file would be followed by the first, section 251 be used again and again: rightly, but gone is gone."""
+        system = self.camera.card.system()
+        head = self.camera.card.file_head(system.current)
+        return system.current == system.file_count - 1 or (head is not None and head.sections > 200)
 
     def wait_until_recording(self, restart=False):
-        """Five pictures more than now on the card; a recorder that ended by itself is started again, as on a camera."""
+        """Five pictures more than now on the card."""
         begin = self.judge.frame_count()
+        self.wait_for("recording resumes", lambda: self.judge.frame_count() >= begin + 5, restart)
+
+    def wait_for_switch(self, restart=False):
+        self.wait_for("the next file", lambda: self.camera.card.system().current != self.full, restart)
+
+    def wait_for(self, what, condition, restart):
+        """With `restart` a recorder that ended is started again, as on a camera."""
 
         def look():
             status = self.recorder_ended()
             if status is not None:
                 rule(restart, f"stops: the recorder ended with {status}")
                 self.start_recorder()
-            return self.judge.frame_count() >= begin + 5
+            return condition()
 
-        wait_for("recording resumes", look, RESUMES_WITHIN)
+        wait_for(what, look, RESUMES_WITHIN)

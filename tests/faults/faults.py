@@ -1,7 +1,8 @@
 """Makes the recorder's calls fail, one after the other, and judges the card after each.
 
 A case is named PHASE:CALL@PLACE:FAULT:MODE:N.
-  phase   start (the recorder begins), running, change (a run ends, the next begins), alarm (an event is saved), stop
+  phase   start (the recorder begins), running, change (a run ends, the next begins), alarm (an event is saved),
+          switch (a file is full, the next one begins), stop
   call    as the C library calls it; place: what it works on (shim.py)
   fault   an errno, or short, torn (half, then EIO), end (reads nothing), kill (the recorder dies in front of the call)
   mode    once, burst (5 in a row), window (all for 3 s), good (all for 13 s; then the fault is over)
@@ -31,7 +32,7 @@ FAULTS = {
     "open": "EIO EROFS ENODEV EINTR EMFILE ENOMEM", "pread": "EIO ENODEV EINTR short end",
     "pwrite": "EIO ENOSPC EROFS ENODEV EINTR short torn kill", "close": "EIO ENOSPC EINTR",
     "access": "EIO ENOMEM EACCES ENOENT", "fcntl": "EINTR ENOLCK", "fstat": "EIO ENOMEM", "statfs": "EIO EINTR",
-    "fsync": "EIO ENOSPC EINTR", "fopen": "EIO EMFILE ENOMEM", "rename": "EIO ENOSPC EROFS", "popen": "EMFILE ENOMEM",
+    "fsync": "EIO ENOSPC EINTR", "fopen": "EIO EMFILE ENOMEM", "fread": "EIO", "rename": "EIO ENOSPC EROFS", "popen": "EMFILE ENOMEM",
     "shmget": "ENOENT ENOMEM EACCES", "shmat": "ENOMEM EINVAL", "shmctl": "EIDRM EACCES",
     "msgget": "ENOENT ENOMEM ENOSPC", "msgsnd": "EINTR EAGAIN ENOMEM EIDRM", "msgrcv": "EINTR ENOMEM EIDRM",
     "msgctl": "EIDRM EACCES", "semget": "ENOENT ENOSPC", "semctl": "EIDRM EACCES", "mmap": "ENOMEM EACCES",
@@ -40,7 +41,7 @@ FAULTS = {
 }
 MODES = {"once": (1, 0), "burst": (5, 0), "window": (0, 3), "good": (0, 13)}  # how many fail (0: all), for how long
 LASTING = ("burst", "window", "good")
-PHASES = ("start", "running", "change", "alarm", "stop")
+PHASES = ("start", "running", "change", "alarm", "switch", "stop")
 
 # What ./test looks at: the places where a fault decides what is written, and each kind of call.
 SELECTION = """
@@ -72,13 +73,7 @@ class Case:
 
     def run(self, bench):
         """What happened, in words; raises Fault."""
-        if bench.recorder_ended() is not None:
-            bench.start_recorder()
-            bench.wait_until_recording()
-        if not bench.judge.events():
-            bench.make_event()
-        if self.phase == "start":
-            bench.stop_recorder()
+        prepare(bench, self.phase)
         before = bench.judge.snapshot()
         bench.judge.only_published()
         begin = len(bench.journals.records)
@@ -123,6 +118,8 @@ class Case:
         rule(status is None or may_end, f"stops: the recorder ended with {status}: {last_line(bench)}")
         since = time.monotonic()
         try:
+            if self.phase == "switch":
+                bench.wait_for_switch(restart=may_end)
             bench.wait_until_recording(restart=may_end)
         except TimedOut:
             raise Fault(f"does not resume: {last_line(bench)}") from None
@@ -131,11 +128,25 @@ class Case:
         if seconds and injected and self.call in ("open", "pread", "pwrite"):
             rule(says(bench, self.fault), "silent: no line of the log tells of it")
         words = [f"{injected} failed" if injected else "not met"]
-        if self.phase not in ("start", "stop"):
+        if self.phase in ("running", "change", "alarm"):
             words.append(f"{bench.judge.lost(begin)} pictures lost")
         if status is not None:
             words.append(f"recorder ended with {status}, started again")
         return ", ".join(words + [f"records after {took:.1f} s"])
+
+
+def prepare(bench, phase):
+    if bench.recorder_ended() is not None:
+        bench.start_recorder()
+        bench.wait_until_recording()
+    if not bench.judge.events():
+        bench.make_event()
+    if phase in ("start", "switch"):
+        bench.stop_recorder()
+    if phase == "switch":
+        bench.fill_file()
+        bench.start_recorder()
+        bench.wait_until_recording()
 
 
 def says(bench, fault):
@@ -154,13 +165,14 @@ def census(bench):
     """Which calls each phase makes, and how often: what the long mode lets fail."""
     found = {}
     for phase in PHASES:
+        prepare(bench, phase)
         seen = bench.shim.seen()
-        if phase != "start" and bench.recorder_ended() is not None:
-            bench.start_recorder()
         Case(phase, "open", "elsewhere", "EIO", "once", 0).provoke(bench)
+        if phase == "switch":
+            bench.wait_for_switch()
         if phase != "stop":
             bench.wait_until_recording()
-            time.sleep(1)
+            time.sleep(1)  # and what follows a little later
         new = {where: n - seen.get(where, 0) for where, n in bench.shim.seen().items()}
         found[phase] = {where: n for where, n in new.items() if n > 0}
     return found
@@ -182,6 +194,7 @@ def all_cases(seed):
                 cases += [Case(phase, call, place, fault, "once", skip, may_miss=True) for skip in each]
                 if fault != "kill" and phase != "stop":
                     cases += [Case(phase, call, place, fault, mode, 0, may_miss=True) for mode in LASTING]
+    rng.shuffle(cases)  # every kind is seen early, and each on cards of many histories
     return cases
 
 
@@ -193,7 +206,7 @@ class Table:
         if path:
             if os.path.exists(path):
                 with open(path) as file:
-                    self.rows = {row["case"]: row for row in map(json.loads, file)}
+                    self.rows = {row["case"]: row for row in map(json.loads, file) if not row["broken"]}
             self.file = open(path, "a")
 
     def add(self, case, result, broken):
@@ -247,7 +260,7 @@ def main():
     parser.add_argument("--only", metavar="PATTERN", help="the cases that match; a whole name need not be listed")
     parser.add_argument("--long", action="store_true", help="all calls, faults and modes instead of the selection")
     parser.add_argument("--kills", type=int, metavar="N", help="N kills of recorder and desk camera (5; with --long 0)")
-    parser.add_argument("--resume", metavar="FILE", help="keep the rows in FILE, leave out the cases that are there")
+    parser.add_argument("--resume", metavar="FILE", help="keep the rows in FILE, leave out the cases that passed")
     arguments = parser.parse_args()
 
     kills = arguments.kills if arguments.kills is not None else 0 if arguments.long else KILLS
@@ -257,6 +270,8 @@ def main():
         cases = all_cases(arguments.seed) if arguments.long else [Case.named(name) for name in SELECTION]
         cases += [Kill(arguments.seed, number) for number in range(kills)]
         cases = [case for case in cases if not arguments.only or re.search(arguments.only, str(case))]
+    if not cases:
+        parser.error(f"no case matches {arguments.only}")
     print(f"{len(cases)} cases, seed {arguments.seed}")
     table = Table(arguments.resume)
     run_all(cases, table)

@@ -183,7 +183,7 @@ class Judge:
         frames = list(self.card.frames(section))
         keys = {frame.offset: frame for frame in frames if frame.key}
         for i, record in enumerate(self.card.key_frames(section)):
-            head = 40 if i == 0 else 0
+            head = 40 if record.position == 0 else 0
             if record.position + record.length > section.size:
                 continue  # of the frame that was cut off
             key = keys.get(record.position + head)
