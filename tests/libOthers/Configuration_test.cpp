@@ -2,12 +2,15 @@
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
+#include <atomic>
 #include <cstring>
 #include <string>
+#include <thread>
 
 #include "libOthers.h"
 #include "support/Capabilities.h"
 #include "support/Stderr.h"
+#include "support/SteppedClock.h"
 
 namespace {
 
@@ -36,6 +39,8 @@ class Configuration : public testing::Test {
         EXPECT_EQ(shmctl(Id(), IPC_STAT, &status), 0);
         return status;
     }
+
+    support::SteppedClock clock_;
 };
 
 TEST_F(Configuration, IsReadInPlace) {
@@ -94,7 +99,75 @@ TEST_F(Configuration, ThatCannotBeHadIsAFailure) {
         EXPECT_EQ(SysConfigInit(), -1);
     }
     EXPECT_EQ(GetSysconfigData(), nullptr);
+    clock_.uptime += 1;
+    EXPECT_NE(GetSysconfigData(), nullptr) << "tried again each second";
     EXPECT_EQ(SysConfigInit(), 0);
+    SysconfigExit();
+    clock_.uptime += 1;
+    EXPECT_EQ(GetSysconfigData(), nullptr) << "and not once it was given up";
+}
+
+TEST_F(Configuration, MadeAnewIsFoundAtTheSameAddressOnceItIsFilled) {
+    ASSERT_EQ(SysConfigInit(), 0);
+    SysInfo* const config = GetSysconfigData();
+    const auto look = [&] {
+        clock_.uptime += 1;
+        EXPECT_EQ(GetSysconfigData(), config);
+    };
+    config->Record_config.ucEnable = 1;
+    for (const size_t size : {size_t{147456}, size_t{5000}, size_t{200000}, size_t{12000}}) {
+        config->reRes14[5119] = 9;
+        const int old = Id();
+        shmctl(old, IPC_RMID, nullptr);
+        look();
+        look();
+        EXPECT_EQ(config->Record_config.ucEnable, 1) << "the last settings while the server is gone";
+        ASSERT_EQ(Id(), -1) << "and its segment is the server's to create";
+
+        const int id = shmget(12930021, size, IPC_CREAT | 0660);
+        auto* server = static_cast<SysInfo*>(shmat(id, nullptr, 0));
+        look();
+        look();
+        EXPECT_EQ(config->Record_config.ucEnable, 1) << "and while it has not written its settings";
+        server->lan_config.nStreamType = 77;
+        look();
+        EXPECT_NE(config->lan_config.nStreamType, 77) << "nor when it may still be at it";
+        look();
+        EXPECT_EQ(config->lan_config.nStreamType, 77) << size;
+        EXPECT_EQ(config->Record_config.ucEnable, 0);
+        EXPECT_EQ(config->reRes14[5119], 0);
+        server->Record_config.ucEnable = 1;
+        server->lan_config.nStreamType = 0;
+        shmdt(server);
+        EXPECT_EQ(config->Record_config.ucEnable, 1) << "read in place";
+        EXPECT_EQ(Status().shm_nattch, 1u);
+        struct shmid_ds gone {};
+        EXPECT_EQ(shmctl(old, IPC_STAT, &gone), -1) << "nothing keeps the old one";
+    }
+}
+
+TEST_F(Configuration, IsReadableAtEveryMomentWhileItIsMadeAnew) {
+    ASSERT_EQ(SysConfigInit(), 0);
+    const SysInfo* const config = GetSysconfigData();
+    std::atomic<bool> over{false};
+    std::thread reader([&] {
+        for (uint32_t sum = 0; !over; sum += config->relUniqueId + config->relUniqueId2) {
+            EXPECT_LE(config->relUniqueId, 100u);
+        }
+    });
+    for (uint32_t round = 1; round <= 100; ++round) {
+        shmctl(Id(), IPC_RMID, nullptr);
+        auto* server = static_cast<SysInfo*>(shmat(shmget(12930021, 147456, IPC_CREAT | 0660), nullptr, 0));
+        server->relUniqueId = round;
+        shmdt(server);
+        for (int look = 0; look < 2; ++look) {
+            clock_.uptime += 1;
+            GetSysconfigData();
+        }
+        EXPECT_EQ(config->relUniqueId, round);
+    }
+    over = true;
+    reader.join();
 }
 
 }  // namespace

@@ -1,18 +1,17 @@
 #include <sys/ipc.h>
 #include <sys/msg.h>
 
-#include <cstdio>
-
 #include "libIpcUtils.h"
+#include "libLog.h"
 #include "libOthers.h"
 
 int Msg_Init(int key) {
     int qid = msgget(key, 0);
     if (qid < 0) {
         qid = msgget(key, IPC_CREAT | 0666);
-        std::fprintf(stderr, "Creat queue id:%d\n", qid);
+        PrintToStandardError("Creat queue id:%d\n", qid);
     }
-    std::fprintf(stderr, "queue id:%d\n", qid);
+    PrintToStandardError("queue id:%d\n", qid);
     return qid;
 }
 
@@ -30,6 +29,6 @@ int Msg_Send_Rsv(int qid, int type, void* msg, int size) {
 
 int Msg_Kill(int qid) {
     IpcMsgKill(qid);
-    std::fprintf(stderr, "Kill queue id:%d\n", qid);
+    PrintToStandardError("Kill queue id:%d\n", qid);
     return 0;
 }

@@ -6,9 +6,9 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 
 #include "libIpcUtils.h"
+#include "libLog.h"
 #include "libOthers.h"
 
 namespace {
@@ -23,7 +23,11 @@ bool LiesInside(int id, int offset, int length) {
 }  // namespace
 
 int OpenSegment(int key) {
-    std::fprintf(stderr, "shared memory size %d\n", SYS_SEGMENT_SIZE);
+    PrintToStandardError("shared memory size %d\n", SYS_SEGMENT_SIZE);
+    return GetSegment(key);
+}
+
+int GetSegment(int key) {
     const int id = shmget(key, SYS_SEGMENT_SIZE, IPC_CREAT | 0660);
     return id >= 0 ? id : shmget(key, 0, 0);
 }
@@ -42,6 +46,11 @@ int ShareMemInit(int key) {
 int pShareMemInit(int key) {
     const int id = OpenSegment(key);
     return id < 0 ? -1 : id;
+}
+
+bool KeptSegmentIsOf(int key) {
+    const int id = shmget(key, 0, 0);
+    return id >= 0 && id == shm_id.load();
 }
 
 int ShareMemRead(int offset, void* buf, int len) {

@@ -1,87 +1,159 @@
+// The configuration record lies at one address for the life of the process.  A segment is laid over zero pages that
+// are reserved there, and one that the system server makes anew is laid over the same place: the kernel exchanges a
+// mapping in one step, so whoever reads meets the old record or the new one.
+
+#include <sys/ipc.h>
 #include <sys/mman.h>
 #include <sys/shm.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
+#include <mutex>
 
+#include "Clock.h"
 #include "ShareMem.h"
+#include "libLog.h"
 #include "libOthers.h"
 
 namespace {
 
-struct Attachment {
-    int id = -1;
-    void* address = nullptr;
-    void* reserved = nullptr;  // pages around a segment that is shorter than the record
+constexpr size_t kRoom = 1 << 20;  // for segments; seven times the usual one
+
+struct Place {
+    void* reserved = nullptr;  // zero pages; the record begins at the first address in them that shmat takes
+    size_t reserved_size = 0;
+    uint8_t* address = nullptr;
+    size_t room = 0;      // behind address
+    int id = -1;          // of the segment that lies there
+    size_t occupied = 0;  // bytes of it, whole pages
 };
 
-constexpr size_t kReserved = 2 * SYS_SEGMENT_SIZE;  // room to align the segment as shmat wants it
-
 std::atomic<SysInfo*> pSysConfig{nullptr};
-Attachment attachment;  // start and stop only
+std::atomic<bool> wanted{false};  // between start and stop
+std::atomic<long> last_look{0};   // s since boot
+std::mutex place_lock;            // guards the following
+Place place;
+int filled_segment = -1;  // the one that the last look found in place of ours, with something in it
 
-void* OrNull(void* address) {
-    return reinterpret_cast<intptr_t>(address) == -1 ? nullptr : address;
+bool Failed(const void* address) {
+    return reinterpret_cast<intptr_t>(address) == -1;
 }
 
-// Puts a segment that is shorter than the record over reserved zero pages, so that no member of the
-// record lies outside of what may be read.
-Attachment AttachShort(int id) {
-    void* reserved = mmap(nullptr, kReserved, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (OrNull(reserved) == nullptr) {
-        return {};
-    }
+void* ZeroPages(void* at, size_t size, int flags) {
+    return mmap(at, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | flags, -1, 0);
+}
+
+bool Reserve(size_t room) {
     const auto boundary = static_cast<uintptr_t>(SHMLBA);
+    void* const reserved = ZeroPages(nullptr, room + boundary, 0);
+    if (Failed(reserved)) {
+        return false;
+    }
     const uintptr_t aligned = (reinterpret_cast<uintptr_t>(reserved) + boundary - 1) / boundary * boundary;
-    void* address = OrNull(shmat(id, reinterpret_cast<void*>(aligned), SHM_REMAP));
-    if (address == nullptr) {
-        munmap(reserved, kReserved);
-        return {};
-    }
-    return {id, address, reserved};
+    place = {reserved, room + boundary, reinterpret_cast<uint8_t*>(aligned), room};
+    return true;
 }
 
-Attachment Attach(int id) {
-    if (SegmentSize(id) < sizeof(SysInfo)) {
-        return AttachShort(id);
-    }
-    return {id, OrNull(shmat(id, nullptr, 0)), nullptr};
-}
-
-void Detach() {
+void Release() {
     pSysConfig.store(nullptr);
-    if (attachment.reserved != nullptr) {
-        munmap(attachment.reserved, kReserved);  // takes the segment in the middle along
-    } else if (attachment.address != nullptr) {
-        shmdt(attachment.address);
+    if (place.reserved != nullptr) {
+        munmap(place.reserved, place.reserved_size);  // takes the segment along
     }
-    attachment = {};
+    place = {};
+    filled_segment = -1;
+}
+
+// Puts the segment at the record's place, in one step; behind a short one the record reads as zeros.
+bool Lay(int id) {
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    const size_t size = (SegmentSize(id) + page - 1) / page * page;
+    if (place.address == nullptr && !Reserve(std::max(size, kRoom))) {
+        return false;
+    }
+    if (size > place.room || Failed(shmat(id, place.address, SHM_REMAP))) {
+        return false;
+    }
+    if (size < place.occupied) {
+        ZeroPages(place.address + size, place.occupied - size, MAP_FIXED);
+    }
+    place.id = id;
+    place.occupied = size;
+    pSysConfig.store(reinterpret_cast<SysInfo*>(place.address));
+    return true;
+}
+
+bool IsFilled(int id) {
+    const void* const address = shmat(id, nullptr, SHM_RDONLY);
+    if (Failed(address)) {
+        return false;
+    }
+    const auto* const bytes = static_cast<const uint8_t*>(address);
+    const bool filled = std::any_of(bytes, bytes + SegmentSize(id), [](uint8_t byte) { return byte != 0; });
+    shmdt(address);
+    return filled;
+}
+
+// A segment that stands in for ours is taken at the second look that finds something in it: until the server has
+// written its settings they are zeros, which would end the recording.
+bool MayBeTaken(int id) {
+    if (place.id < 0) {
+        return true;
+    }
+    const bool again = id == filled_segment;
+    filled_segment = IsFilled(id) ? id : -1;
+    return again && filled_segment == id;
+}
+
+bool Take(int id) {
+    PrintToStandardError("shared memory id:%d\n", id);
+    if (id < 0) {
+        return false;
+    }
+    const bool taken = id == place.id || Lay(id);
+    PrintToStandardError("pSysConfig:%p\n", static_cast<void*>(pSysConfig.load()));
+    return taken;
+}
+
+// Once a second, for the one thread that comes first.
+void LookForSegment() {
+    const long now = KQ_COMMON_GetUptime();
+    long last = last_look.load();
+    if (now == last || !last_look.compare_exchange_strong(last, now)) {
+        return;
+    }
+    const std::unique_lock alone(place_lock, std::try_to_lock);
+    if (!alone || !wanted) {
+        return;
+    }
+    // While the server is gone its last settings go on to hold; only a first segment is created.
+    const int id = place.id >= 0 ? shmget(SYS_CONFIG_KEY, 0, 0) : GetSegment(SYS_CONFIG_KEY);
+    if (id >= 0 && id != place.id && MayBeTaken(id)) {
+        Take(id);
+    }
 }
 
 }  // namespace
 
 int SysConfigInit(void) {
-    const int id = OpenSegment(SYS_CONFIG_KEY);
-    std::fprintf(stderr, "shared memory id:%d\n", id);
-    if (id < 0) {
-        return -1;
-    }
-    if (attachment.address == nullptr || attachment.id != id) {
-        Detach();
-        attachment = Attach(id);
-        pSysConfig.store(static_cast<SysInfo*>(attachment.address));
-    }
-    std::fprintf(stderr, "pSysConfig:%p\n", attachment.address);
-    return attachment.address == nullptr ? -1 : 0;
+    const std::lock_guard alone(place_lock);
+    wanted = true;
+    last_look = KQ_COMMON_GetUptime();
+    return Take(OpenSegment(SYS_CONFIG_KEY)) ? 0 : -1;
 }
 
 SysInfo* GetSysconfigData(void) {
+    if (wanted.load()) {
+        LookForSegment();
+    }
     return pSysConfig.load();
 }
 
 int SysconfigExit(void) {
-    Detach();
+    const std::lock_guard alone(place_lock);
+    wanted = false;
+    Release();
     return 0;
 }

@@ -24,11 +24,13 @@ extern "C" {
 
 /* Attaches the configuration segment, creating it (147,456 bytes, mode 0660) when missing; one that
  * exists with another size is taken as it is, and reads behind its end give zeros.
- * Returns 0, or -1 when it cannot be had. */
+ * Returns 0, or -1 when it cannot be had; GetSysconfigData then goes on trying, once a second. */
 int SysConfigInit(void);
 
-/* The attached record, valid until SysconfigExit; null before SysConfigInit.  The system server may
- * change it at any time: read members singly and freshly, keep no copy.  Any thread. */
+/* The attached record, valid until SysconfigExit; null before SysConfigInit and while there is none.  The
+ * system server may change it at any time: read members singly and freshly, keep no copy.  Any thread.
+ * When the server has removed the segment and filled a new one, that one is found at the same address,
+ * one or two seconds later; until then the last settings are. */
 SysInfo* GetSysconfigData(void);
 
 /* Detaches the record.  Nobody may be reading it.  Returns 0. */
