@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <map>
+#include <optional>
 #include <set>
 #include <thread>
 #include <vector>
@@ -12,6 +13,7 @@
 #include "libLog.h"
 #include "libOthers.h"
 #include "support/Stderr.h"
+#include "support/SteppedClock.h"
 #include "support/SystemServer.h"
 
 namespace {
@@ -68,9 +70,11 @@ class Client : public testing::Test {
         return SetIRLed(payload.data(), static_cast<unsigned>(payload.size()));
     }
 
+    support::SteppedClock clock_;
     support::Captured stderr_;
     std::atomic<int> verdict_{0};  // added to the payload's length
-    SystemServer server_{[this](const SystemServer::Request& request) { return request.length + verdict_.load(); }};
+    std::optional<SystemServer> server_{
+        std::in_place, [this](const SystemServer::Request& request) { return request.length + verdict_.load(); }};
 };
 
 TEST_F(Client, EverySenderSendsItsCommandAndItsPayload) {
@@ -79,21 +83,21 @@ TEST_F(Client, EverySenderSendsItsCommandAndItsPayload) {
     for (const Row& row : kSenders) {
         ++value;
         ASSERT_EQ(row.send(&value, sizeof value), row.command == 247 ? 0 : 4) << row.name;
-        const auto request = server_.Last();
+        const auto request = server_->Last();
         ASSERT_EQ(request.cmd, row.command) << row.name;
         ASSERT_EQ(request.payload,
                   std::vector<uint8_t>(reinterpret_cast<uint8_t*>(&value), reinterpret_cast<uint8_t*>(&value + 1)))
             << row.name;
     }
-    EXPECT_EQ(server_.Count(), 331u);
+    EXPECT_EQ(server_->Count(), 331u);
     EXPECT_EQ(int{SYS_MSG_MAX}, 369);
 }
 
 TEST_F(Client, RequestHasTwentyBytesBehindItsType) {
     EXPECT_EQ(Send({1, 2, 3}), 3);
     EXPECT_EQ(SendSysQuitCmd(), 0);
-    ASSERT_TRUE(support::WaitUntil([&] { return server_.Queue().Requests().size() == 2; }));
-    const auto requests = server_.Queue().Requests();
+    ASSERT_TRUE(support::WaitUntil([&] { return server_->Queue().Requests().size() == 2; }));
+    const auto requests = server_->Queue().Requests();
     EXPECT_EQ(requests[0], (std::array<int32_t, 5>{271, 5, 0, 3, 3 * 12288}));
     EXPECT_EQ(requests[1], (std::array<int32_t, 5>{251, 0, 0, 0, 0}));
 }
@@ -103,11 +107,11 @@ TEST_F(Client, ResultIsTheServersExceptForALogin) {
     EXPECT_EQ(Send({1, 2, 3}), -1000);
     uint8_t password[8] = "secret";
     EXPECT_EQ(DoSysLogin(password, sizeof password), -1);
-    EXPECT_EQ(server_.Last().cmd, 247);
+    EXPECT_EQ(server_->Last().cmd, 247);
     verdict_ = 0;
     EXPECT_EQ(DoSysLogin(password, sizeof password), 0);
     EXPECT_EQ(SetSysCommon(password, 2, 4711), 2);
-    EXPECT_EQ(server_.Last().cmd, 4711);
+    EXPECT_EQ(server_->Last().cmd, 4711);
     EXPECT_EQ(SetIRLed(nullptr, 0), 0) << "a request without payload";
 }
 
@@ -119,49 +123,49 @@ TEST_F(Client, FieldsSelectTheirSendersAndNothingElseSends) {
     for (const auto& [first, last] : {std::pair{4090u, 4450u}, std::pair{8190u, 8220u}}) {
         for (unsigned field = first; field <= last; ++field) {
             const auto row = fields.find(field);
-            const size_t before = server_.Count();
+            const size_t before = server_->Count();
             const int result = ControlSystemData(field, payload, sizeof payload);
             if (row == fields.end()) {
                 ASSERT_EQ(result, -1) << field;
-                ASSERT_EQ(server_.Count(), before) << field;
+                ASSERT_EQ(server_->Count(), before) << field;
             } else {
-                ASSERT_EQ(server_.Last().cmd, row->second.command) << field << " " << row->second.name;
+                ASSERT_EQ(server_->Last().cmd, row->second.command) << field << " " << row->second.name;
             }
         }
     }
     EXPECT_EQ(output.Text(), " control systemdata SFIELD_SET_DNS");
-    EXPECT_EQ(server_.Count(), 331u);
+    EXPECT_EQ(server_->Count(), 331u);
     for (unsigned field : {0u, 271u, 0x80001000u, ~0u}) {
         EXPECT_EQ(ControlSystemData(field, payload, sizeof payload), -1);
     }
     EXPECT_EQ(ControlSystemData(4096, nullptr, 0), -1);
-    EXPECT_EQ(server_.Count(), 331u);
+    EXPECT_EQ(server_->Count(), 331u);
 }
 
 TEST_F(Client, PayloadStaysInItsOwnSlot) {
-    std::fill_n(server_.Segment(), SystemServer::kSegmentSize, uint8_t{0x77});
+    std::fill_n(server_->Segment(), SystemServer::kSegmentSize, uint8_t{0x77});
     EXPECT_EQ(Send(std::vector<uint8_t>(12288, 1)), 12288);
-    EXPECT_EQ(std::count(server_.Segment(), server_.Segment() + SystemServer::kSegmentSize, 1), 12288);
-    EXPECT_EQ(server_.Segment()[3 * 12288], 1);
-    EXPECT_EQ(server_.Segment()[4 * 12288 - 1], 1);
+    EXPECT_EQ(std::count(server_->Segment(), server_->Segment() + SystemServer::kSegmentSize, 1), 12288);
+    EXPECT_EQ(server_->Segment()[3 * 12288], 1);
+    EXPECT_EQ(server_->Segment()[4 * 12288 - 1], 1);
 
     EXPECT_EQ(Send(std::vector<uint8_t>(12289, 2)), -1);
     EXPECT_EQ(SetIRLed(nullptr, 4), -1);
     uint8_t byte = 3;
     EXPECT_EQ(SetIRLed(&byte, 0xFFFFFFFFu), -1);
-    EXPECT_EQ(server_.Count(), 1u);
+    EXPECT_EQ(server_->Count(), 1u);
 
     SetSysProcId(2);
     EXPECT_EQ(Send({4}), 1);
-    EXPECT_EQ(server_.Segment()[0], 4);
+    EXPECT_EQ(server_->Segment()[0], 4);
     SetSysProcId(13);
     EXPECT_EQ(Send(std::vector<uint8_t>(12288, 5)), 12288);
-    EXPECT_EQ(server_.Segment()[SystemServer::kSegmentSize - 1], 5);
+    EXPECT_EQ(server_->Segment()[SystemServer::kSegmentSize - 1], 5);
     for (int without_slot : {1, 14, 15}) {
         SetSysProcId(without_slot);
         EXPECT_EQ(Send({6}), -1) << without_slot;
     }
-    EXPECT_EQ(server_.Count(), 3u);
+    EXPECT_EQ(server_->Count(), 3u);
 }
 
 TEST_F(Client, ThreadsGetTheirOwnAnswers) {
@@ -179,7 +183,7 @@ TEST_F(Client, ThreadsGetTheirOwnAnswers) {
         thread.join();
     }
     EXPECT_EQ(wrong, 0);
-    const auto requests = server_.Requests();
+    const auto requests = server_->Requests();
     ASSERT_EQ(requests.size(), 400u);
     for (const auto& request : requests) {
         ASSERT_EQ(request.payload,
@@ -198,7 +202,7 @@ TEST_F(Client, StopsAndStartsWhileOthersSend) {
         });
     }
     for (size_t round = 1; round <= 50; ++round) {
-        EXPECT_TRUE(support::WaitUntil([&] { return server_.Count() >= 4 * round; }));
+        EXPECT_TRUE(support::WaitUntil([&] { return server_->Count() >= 4 * round; }));
         EXPECT_EQ(SysDrvExit(), 0);
         EXPECT_EQ(SysDrvInit(5), 0);
     }
@@ -210,41 +214,58 @@ TEST_F(Client, StopsAndStartsWhileOthersSend) {
     EXPECT_EQ(Send({1}), -1) << "process number 1 has no slot";
 }
 
-TEST_F(Client, InterruptedRequestLeavesNoAnswerForTheNext) {
-    server_.Silent(true);
-    EXPECT_EQ(support::InterruptedResult([] { return Send({1, 2, 3}); }, [&] { return server_.Count() == 1; }), 3);
+TEST_F(Client, RequestWithoutAnswerIsGivenUpAndLeavesNoneForTheNext) {
+    server_->Silent(true);
+    const auto unanswered = [] { return Send({1, 2, 3}); };
+    EXPECT_EQ(support::ResultAfter(4, unanswered, [&] { return server_->Count() == 1; }), 3);
     const int32_t late[5] = {271, 5, 0, 99, 0};
-    server_.Queue().Put(5, late, sizeof late);
-    server_.Silent(false);
+    server_->Queue().Put(5, late, sizeof late);
+    server_->Silent(false);
     EXPECT_EQ(Send({1, 2, 3, 4}), 4);
     EXPECT_EQ(Send({1, 2}), 2);
 }
 
 TEST_F(Client, AnswersOfAnyLengthDoNoHarm) {
-    server_.Silent(true);
-    server_.Queue().Put(5, "", 0);
-    EXPECT_EQ(Send({1, 2, 3}), 3) << "what an answer leaves out is the request's";
+    server_->Silent(true);
+    const auto result_of = [&](const void* answer, size_t length) {
+        const size_t count = server_->Count();
+        int result = 0;
+        std::thread caller([&] { result = Send({1, 2, 3}); });
+        EXPECT_TRUE(support::WaitUntil([&] { return server_->Count() == count + 1; }));
+        const int32_t foreign[5] = {270, 5, 0, 99, 0};
+        server_->Queue().Put(5, foreign, sizeof foreign);
+        server_->Queue().Put(5, answer, length);
+        caller.join();
+        return result;
+    };
+    EXPECT_EQ(result_of("", 0), 3) << "what an answer leaves out is the request's";
     const int32_t shorter[4] = {271, 5, 0, -7};
-    server_.Queue().Put(5, shorter, sizeof shorter);
-    EXPECT_EQ(Send({1, 2, 3}), -7);
+    EXPECT_EQ(result_of(shorter, sizeof shorter), -7);
     const uint8_t longer[400] = {};
-    server_.Queue().Put(5, longer, sizeof longer);
-    EXPECT_EQ(Send({1, 2, 3}), 3);
-    EXPECT_TRUE(support::WaitUntil([&] { return server_.Count() == 3; }));
-    server_.Silent(false);
+    EXPECT_EQ(result_of(longer, sizeof longer), 3);
+    server_->Silent(false);
     EXPECT_EQ(Send({1, 2}), 2) << "and the next request has its own";
-    EXPECT_EQ(Send({1, 2, 3, 4}), 4);
 }
 
-TEST_F(Client, RequestEndsWhenTheQueueIsRemoved) {
-    server_.Silent(true);
+TEST_F(Client, RequestReachesAServerThatCameBack) {
+    server_->Silent(true);
     int result = 0;
     std::thread caller([&] { result = Send({1, 2, 3, 4, 5}); });
-    EXPECT_TRUE(support::WaitUntil([&] { return server_.Count() == 1; }));
-    server_.Queue().Leave();
+    EXPECT_TRUE(support::WaitUntil([&] { return server_->Count() == 1; }));
+    server_.reset();  // its queue while the answer is awaited, and its segment
+    server_.emplace([](const SystemServer::Request& request) { return request.length + 10; });
     caller.join();
-    EXPECT_EQ(result, 5);
-    EXPECT_EQ(Send({1, 2}), 2) << "nothing can be sent: the request's length";
+    EXPECT_EQ(result, 15);
+    EXPECT_EQ(server_->Last().payload, (std::vector<uint8_t>{1, 2, 3, 4, 5}));
+
+    server_.reset();
+    server_.emplace([](const SystemServer::Request& request) { return request.length + 20; });
+    EXPECT_EQ(Send({6, 7}), 22) << "removed while nobody was waiting";
+    EXPECT_EQ(server_->Last().payload, (std::vector<uint8_t>{6, 7}));
+    server_.reset();
+    const auto unheard = [] { return Send({8}); };
+    EXPECT_EQ(support::ResultAfter(4, unheard, [] { return true; }), 1);
+    EXPECT_EQ(msgget(14073, 0), -1) << "a new queue is the server's to create";
 }
 
 TEST(Driver, RefusesNumbersOutOfRange) {
@@ -293,6 +314,12 @@ TEST(Driver, FailsInItsWordsWhenTheSystemIsFull) {
     EXPECT_EQ(SysConfigInit(), -1);
     uint8_t byte = 1;
     EXPECT_EQ(SetIRLed(&byte, 1), -1) << "the process number is 1 again";
+    ASSERT_EQ(unshare(CLONE_NEWIPC), 0);
+    {
+        const SystemServer server;
+        EXPECT_EQ(SetIRLed(&byte, 1), 1) << "and the start is tried again with the next request";
+        SysDrvExit();
+    }
     ASSERT_EQ(unshare(CLONE_NEWIPC), 0);
 }
 

@@ -3,8 +3,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <pthread.h>
-#include <signal.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
 
@@ -32,32 +30,6 @@ bool WaitUntil(Condition condition) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return true;
-}
-
-// Runs `call` in a thread of its own and, once `ready` holds, sends that thread signals until it returns.
-// The result of `call`.
-template <class Call, class Ready>
-int InterruptedResult(Call call, Ready ready) {
-    struct sigaction quiet {};
-    quiet.sa_handler = [](int) {};  // without SA_RESTART, as a service's stop signal
-    struct sigaction before {};
-    sigaction(SIGUSR1, &quiet, &before);
-    std::atomic<bool> returned{false};
-    int result = 0;
-    std::thread caller([&] {
-        result = call();
-        returned.store(true);
-    });
-    EXPECT_TRUE(WaitUntil(ready));
-    EXPECT_TRUE(WaitUntil([&] {
-        if (!returned.load()) {
-            pthread_kill(caller.native_handle(), SIGUSR1);
-        }
-        return returned.load();
-    }));
-    caller.join();
-    sigaction(SIGUSR1, &before, nullptr);
-    return result;
 }
 
 // Receives requests (message type 1) of `words` 4-byte words and answers them.

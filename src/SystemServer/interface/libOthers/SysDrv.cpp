@@ -1,9 +1,12 @@
+#include <sys/ipc.h>
+#include <sys/msg.h>
+
 #include <atomic>
-#include <cerrno>
-#include <cstdio>
 #include <mutex>
 
-#include "libIpcUtils.h"
+#include "Clock.h"
+#include "PeerQueue.h"
+#include "ShareMem.h"
 #include "libLog.h"
 #include "libOthers.h"
 
@@ -12,6 +15,8 @@ namespace {
 constexpr int kFirstProcId = 1;
 constexpr int kLastProcId = 15;
 constexpr int kNoProcId = 1;  // not initialised; has no slot
+constexpr long kPatienceSeconds = 3;
+constexpr int kQueuesMax = 10;  // one request's; a queue that is removed again and again
 
 // Held over a request: the driver's lock is not destroyed under it, and a request that finds no lock
 // does not run beside one that does.
@@ -19,12 +24,12 @@ std::mutex one_request;
 
 std::atomic<int> gSysProcId{kNoProcId};
 std::atomic<int> gSysMsgId{-1};
+std::atomic<int> gWantedProcId{kNoProcId};    // of a start that failed for want of a segment, lock or queue
 std::atomic<SemHandl_t> hndlDrvSem{nullptr};  // orders the requests of this process
-int owed_answers = 0;                         // not taken yet, to requests that are over; under one_request
 
 int Fail(const char* text) {
     gSysProcId.store(kNoProcId);
-    std::fputs(text, stderr);
+    PrintToStandardError("%s", text);
     return -1;
 }
 
@@ -51,27 +56,50 @@ int SlotOffset(int proc_id) {
     return (proc_id - 2) * SYS_DRV_SLOT_SIZE;
 }
 
-// The payload into the slot of process number `proc_id`; numbers whose slot would lie outside of the
-// segment have none.
+// The payload into the slot of process number `proc_id`, in the segment that the server has now; numbers whose slot
+// would lie outside of the segment have none.
 bool PutPayload(int proc_id, void* data, unsigned int len) {
-    return len == 0 ||
-           (len <= SYS_DRV_SLOT_SIZE && ShareMemWrite(SlotOffset(proc_id), data, static_cast<int>(len)) == 0);
-}
-
-// An answer that came after its caller had been interrupted would be taken for the next request's; one
-// that is too long would stand in front of every other.
-void DropLateAnswers(int qid, int proc_id) {
-    uint8_t late[sizeof(int32_t) + 8192];  // the kernel's limit of a message
-    while (owed_answers > 0 && IpcMsgTryRecv(qid, proc_id, late, sizeof late) >= 0) {
-        --owed_answers;
+    if (len == 0) {
+        return true;
     }
+    if (!KeptSegmentIsOf(SYS_DRV_KEY)) {
+        ShareMemInit(SYS_DRV_KEY);
+    }
+    return len <= SYS_DRV_SLOT_SIZE && ShareMemWrite(SlotOffset(proc_id), data, static_cast<int>(len)) == 0;
 }
 
-// One request and its answer; the caller holds one_request.
+// An answer without command, or a longer one than the record, is taken for one to any.
+bool IsAnswer(const void* question, const void* answer) {
+    const int command = static_cast<const SYS_MSG_BUF*>(answer)->cmd;
+    return command == static_cast<const SYS_MSG_BUF*>(question)->cmd || command == 0;
+}
+
+bool OpenQueue() {
+    const int qid = Msg_Init(SYS_DRV_KEY);
+    if (qid >= 0) {
+        gSysMsgId.store(qid);
+    }
+    return qid >= 0;
+}
+
+// Waits for the server's new queue in place of the removed one.  It is not created: a request in a queue of ours would
+// meet the new server's segment, in which its payload is not.
+bool FollowQueue(const Patience& patience) {
+    while (msgget(SYS_DRV_KEY, 0) < 0) {
+        if (patience.Over()) {
+            return false;
+        }
+        SleepMs(1);
+    }
+    return OpenQueue();
+}
+
+// One request and its answer; the caller holds one_request.  A request that meets a removed queue is sent again to
+// the new one, its payload into the new segment.
 int Exchange(void* data, unsigned int len, int cmd) {
     const int proc_id = gSysProcId.load();
-    if (!PutPayload(proc_id, data, len)) {
-        return -1;
+    if (proc_id == kNoProcId) {
+        return -1;  // its answers could not be told from everybody's requests
     }
     SYS_MSG_BUF message{};
     message.Des = SYS_MSG_TYPE_SERVER;
@@ -79,11 +107,16 @@ int Exchange(void* data, unsigned int len, int cmd) {
     message.src = proc_id;
     message.length = static_cast<int32_t>(len);
     message.offset = SlotOffset(proc_id);
-    const int qid = gSysMsgId.load();
-    DropLateAnswers(qid, proc_id);
-    if (Msg_Send(qid, &message, sizeof message) >= 0 && Msg_Rsv(qid, proc_id, &message, sizeof message) < 0 &&
-        (errno == EINTR || errno == E2BIG)) {
-        ++owed_answers;
+    const Patience patience(kPatienceSeconds);
+    Reply reply = Reply::kQueueRemoved;
+    for (int i = 0; i < kQueuesMax && reply == Reply::kQueueRemoved; ++i) {
+        if (!PutPayload(proc_id, data, len)) {
+            return -1;
+        }
+        reply = Ask(gSysMsgId.load(), {&message, sizeof message, proc_id, IsAnswer}, patience);
+        if (reply == Reply::kQueueRemoved && !FollowQueue(patience)) {
+            break;
+        }
     }
     return message.length;  // still the request's when there was no answer
 }
@@ -103,23 +136,24 @@ int SysDrvInit(int proc_id) {
         return Fail("Error:Invalid Parameter\n");
     }
     gSysProcId.store(proc_id);
+    gWantedProcId.store(proc_id);
     if (ShareMemInit(SYS_DRV_KEY) < 0) {
         return Fail("Error:Share Memory init fail\n");
     }
     if (!HaveDriverLock()) {
         return Fail("Error:No more memory to create semaphore\n");
     }
-    const int qid = Msg_Init(SYS_DRV_KEY);
-    if (qid < 0) {
+    if (!OpenQueue()) {
         DropDriverLock();
         return Fail("Error:Msg_Init fail\n");
     }
-    gSysMsgId.store(qid);
-    LOG_TRACE("%s %d gSysProcId %d\n", proc_id);
+    gWantedProcId.store(kNoProcId);
+    LOG_TRACE_HERE(" gSysProcId %d\n", proc_id);
     return 0;
 }
 
 int SysDrvExit(void) {
+    gWantedProcId.store(kNoProcId);
     gSysProcId.store(kNoProcId);
     DropDriverLock();
     return 0;
@@ -134,6 +168,9 @@ void SaveSysMsgId(int qid) {
 }
 
 int SetSysCommon(void* data, unsigned int len, int cmd) {
+    if (const int wanted = gWantedProcId.load(); wanted != kNoProcId) {
+        SysDrvInit(wanted);
+    }
     const std::lock_guard alone(one_request);
     SemHandl_t handle = hndlDrvSem.load();
     SemWait(handle);
@@ -146,7 +183,15 @@ int SendSysQuitCmd(void) {
     SYS_MSG_BUF message{};
     message.Des = SYS_MSG_TYPE_SERVER;
     message.cmd = SYS_MSG_QUIT;
-    return Msg_Send(gSysMsgId.load(), &message, sizeof message);
+    const Patience patience(0);
+    Reply reply = Reply::kQueueRemoved;
+    for (int i = 0; i < kQueuesMax && reply == Reply::kQueueRemoved && gSysMsgId.load() >= 0; ++i) {
+        reply = Tell(gSysMsgId.load(), &message, sizeof message, patience);
+        if (reply == Reply::kQueueRemoved && !FollowQueue(patience)) {
+            break;
+        }
+    }
+    return reply == Reply::kTaken ? 0 : -1;
 }
 
 #define SYS_SENDER(function, message, command, field, code)            \

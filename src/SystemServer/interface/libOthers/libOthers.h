@@ -84,7 +84,8 @@ typedef enum SystemMessage {
 } SystemMessage;
 
 /* Opens the transfer segment and the request queue for process number `proc_id`.  Returns 0; -1 for a
- * number outside 1..15 or when either cannot be had, and then the number is 1 again. */
+ * number outside 1..15 or when either cannot be had, and then the number is 1 again.  A start that
+ * failed so is tried again by the next request. */
 int SysDrvInit(int proc_id);
 
 /* Forgets the process number and the driver's lock, once a request under way is answered; queue and
@@ -95,10 +96,11 @@ int SysDrvExit(void);
 void SetSysProcId(int proc_id);
 void SaveSysMsgId(int qid);
 
-/* Puts `len` bytes of `data` into this process's slot, sends command `cmd` and waits, without limit,
- * for the answer.  Returns the server's result; -1, with nothing written or sent, for a payload that
- * is null or does not fit the slot (12288 bytes, numbers 2..13).  A request that cannot be sent or
- * whose answer cannot be received gives `len`. */
+/* Puts `len` bytes of `data` into this process's slot, throws away what waits for this process, sends
+ * command `cmd` and waits for the answer to it, for 4 s at most.  A request that finds the queue removed is
+ * sent again to the new one.  Returns the server's result; -1, with nothing written or sent, before the
+ * start (process number 1) and for a payload that is null or does not fit the slot (12288 bytes, numbers
+ * 2..13).  A request that cannot be sent or has no answer in time gives `len`. */
 int SetSysCommon(void* data, unsigned int len, int cmd);
 
 /* The senders: SetSysCommon with the row's command code.  DoSysLogin differs in its result: 0 when
@@ -108,7 +110,7 @@ SYS_SENDERS(SYS_SENDER_PROTOTYPE)
 #undef SYS_SENDER_PROTOTYPE
 
 /* Tells the system server to quit; carries neither payload nor sender and waits for nothing.
- * Returns the result of the send. */
+ * Returns 0, or -1 when it cannot be sent. */
 int SendSysQuitCmd(void);
 
 /* ---- Shared segments, queues and locks of the driver ---- */
