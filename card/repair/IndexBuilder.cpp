@@ -216,7 +216,7 @@ size_t IndexBuilder::TrustedRuns(const Survey& survey, const Left& left) {
     return std::max(by_time, static_cast<size_t>(behind - survey.runs.begin()));
 }
 
-RebuiltFile IndexBuilder::BuildFrom(const Survey& survey, size_t runs, const Left& left, uint32_t number) {
+RebuiltFile IndexBuilder::BuildRuns(const Survey& survey, size_t runs, const Left& left, uint32_t number) {
     RebuiltFile file;
     file.number = number;
     file.stale_behind = runs < survey.runs.size();
@@ -243,10 +243,13 @@ RebuiltFile IndexBuilder::BuildFrom(const Survey& survey, size_t runs, const Lef
 Rebuilt IndexBuilder::Build(uint32_t number, const SurveyProgress& progress) const {
     const StoreFile record = volume_->OpenFile(Volume::RecordFileName(number));
     const Survey survey = SurveyStream(record, 0, kSurveyLimit, true, progress);
-    const Left left = ReadLeft(record, number);
+    return BuildFrom(survey, ReadLeft(record, number), number);
+}
+
+Rebuilt IndexBuilder::BuildFrom(const Survey& survey, const Left& left, uint32_t number) {
     const size_t runs = TrustedRuns(survey, left);
-    Rebuilt rebuilt{BuildFrom(survey, runs, left, number), std::nullopt};
-    if (runs < survey.runs.size()) rebuilt.whole = BuildFrom(survey, survey.runs.size(), left, number);
+    Rebuilt rebuilt{BuildRuns(survey, runs, left, number), std::nullopt};
+    if (runs < survey.runs.size()) rebuilt.whole = BuildRuns(survey, survey.runs.size(), left, number);
     return rebuilt;
 }
 

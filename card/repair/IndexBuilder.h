@@ -38,24 +38,26 @@ struct Rebuilt {
 
 class IndexBuilder {
   public:
-    // `index` may hold anything.
-    IndexBuilder(const Volume& volume, const StoreFile& index) : volume_(&volume), index_(&index) {}
-
-    Rebuilt Build(uint32_t number, const SurveyProgress& progress = {}) const;
-
-    // Writes key-frame records, section heads and file head, in this order, where they differ from what is there.
-    void Write(const RebuiltFile& file) const;
-
-  private:
     struct Left {  // what is left of a file's heads and records
         RecordFileInfoHead_S head{};
         std::vector<RecordInfoHead_S> sections;      // flagged and of this file
         std::vector<KeyFrameInfoHead_S> key_frames;  // the whole area, up to the last flagged one
     };
 
+    // `index` may hold anything.
+    IndexBuilder(const Volume& volume, const StoreFile& index) : volume_(&volume), index_(&index) {}
+
+    Rebuilt Build(uint32_t number, const SurveyProgress& progress = {}) const;
+    // The same from what is known of file `number` already.
+    static Rebuilt BuildFrom(const Survey& survey, const Left& left, uint32_t number);
+
+    // Writes key-frame records, section heads and file head, in this order, where they differ from what is there.
+    void Write(const RebuiltFile& file) const;
+
+  private:
     Left ReadLeft(const StoreFile& record, uint32_t number) const;
     static size_t TrustedRuns(const Survey& survey, const Left& left);
-    static RebuiltFile BuildFrom(const Survey& survey, size_t runs, const Left& left, uint32_t number);
+    static RebuiltFile BuildRuns(const Survey& survey, size_t runs, const Left& left, uint32_t number);
 
     const Volume* volume_;
     const StoreFile* index_;

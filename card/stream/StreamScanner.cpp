@@ -135,8 +135,8 @@ void StreamScanner::Seek(uint64_t position) {
 const uint8_t* StreamScanner::Bytes(uint64_t offset, size_t length) {
     if (offset > end_ || length > end_ - offset) return nullptr;
     if (offset < buffer_offset_ || offset + length > buffer_offset_ + buffer_length_) {
-        buffer_.resize(kBufferSize);
         const size_t wanted = static_cast<size_t>(std::min<uint64_t>(kBufferSize, end_ - offset));
+        if (buffer_.size() < wanted) buffer_.resize(wanted);
         buffer_offset_ = offset;
         buffer_length_ = read_(offset, buffer_.data(), wanted);
         if (buffer_length_ < wanted) end_ = offset + buffer_length_;  // the source is shorter than the range

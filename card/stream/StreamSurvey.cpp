@@ -109,9 +109,13 @@ bool Survey::IsBorder(uint64_t offset) const {
 }
 
 Survey SurveyStream(const StoreFile& file, uint64_t begin, uint64_t end, bool whole, const SurveyProgress& progress) {
-    const uint64_t limit = std::min(end, file.Reachable());
-    StreamScanner scanner([&file](uint64_t at, void* buffer, size_t length) { return file.ReadAt(at, buffer, length); },
-                          begin, limit);
+    const auto read = [&file](uint64_t at, void* buffer, size_t length) { return file.ReadAt(at, buffer, length); };
+    return SurveyStream(ReadAtFunction(read), begin, std::min(end, file.Reachable()), whole, progress);
+}
+
+Survey SurveyStream(const ReadAtFunction& read, uint64_t begin, uint64_t end, bool whole,
+                    const SurveyProgress& progress) {
+    StreamScanner scanner(read, begin, end);
     Surveyor surveyor;
     uint64_t told = begin;
     for (;;) {

@@ -59,6 +59,9 @@ using SurveyProgress = std::function<void(uint64_t bytes)>;
 // no frame explains.
 Survey SurveyStream(const StoreFile& file, uint64_t begin, uint64_t end, bool whole = true,
                     const SurveyProgress& progress = {});
+// The same over any source of bytes.
+Survey SurveyStream(const ReadAtFunction& read, uint64_t begin, uint64_t end, bool whole = true,
+                    const SurveyProgress& progress = {});
 
 // How many runs, from the first on, are of the present lap by their times: a stale one is older than one
 // in front of it.

@@ -185,10 +185,10 @@ const Fat32::TableWindow& Fat32::Window(uint32_t copy, uint32_t cluster) const {
     TableWindow& window = windows_[copy];
     const uint32_t first = cluster / kWindowEntries * kWindowEntries;
     if (window.first != first) {
-        window.entries.resize(kWindowEntries);
         const uint64_t offset = geometry_.FatOffset(copy) + uint64_t{first} * 4;
         const uint64_t table_end = geometry_.FatOffset(copy + 1);
         const size_t length = std::min<uint64_t>(kWindowEntries * 4, table_end - offset);
+        window.entries.resize(length / 4);
         window.count = static_cast<uint32_t>(device_->ReadAt(offset, window.entries.data(), length) / 4);
         window.first = first;
     }
