@@ -173,7 +173,7 @@ class Restorer {
 
     void RestoreTables() {
         bool changed = false;
-        std::vector<uint32_t> planned(kPiece / 4);
+        std::vector<uint32_t> planned(static_cast<size_t>(std::min<uint64_t>(kPiece, plan_.FatBytes()) / 4));
         std::vector<uint32_t> copies[2] = {planned, planned};
         for (uint64_t at = 0; at < plan_.FatBytes(); at += kPiece) {
             const size_t entries = static_cast<size_t>(std::min<uint64_t>(kPiece, plan_.FatBytes() - at) / 4);
@@ -241,7 +241,7 @@ class Restorer {
 
     static bool Describes(const uint8_t* boot, const std::byte* planned) {
         const uint8_t* wanted = reinterpret_cast<const uint8_t*>(planned);
-        return std::memcmp(boot + 11, wanted + 11, 10) == 0 && std::memcmp(boot + 32, wanted + 32, 20) == 0 &&
+        return std::memcmp(boot + 11, wanted + 11, 13) == 0 && std::memcmp(boot + 32, wanted + 32, 20) == 0 &&
                std::memcmp(boot + 82, wanted + 82, 8) == 0 && std::memcmp(boot + 510, wanted + 510, 2) == 0;
     }
 
@@ -282,7 +282,7 @@ struct Beginnings {
 
 Beginnings FindBeginnings(const Device& device, const CarveProgress& progress) {
     Beginnings found;
-    std::vector<uint8_t> bytes(kPiece);
+    std::vector<uint8_t> bytes(static_cast<size_t>(std::min<uint64_t>(kPiece, device.Size())));
     for (uint64_t at = 0; at < device.Size(); at += kPiece) {
         const size_t got = device.ReadAt(at, bytes.data(), bytes.size());
         for (size_t sector = 0; sector + kSector <= got; sector += kSector) {
