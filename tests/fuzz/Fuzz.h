@@ -1,0 +1,94 @@
+// What every fuzzer is made of: its input, read from the front, the check of what must hold, and files in memory.
+#pragma once
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <span>
+#include <string>
+
+namespace fuzz {
+
+using Bytes = std::span<const uint8_t>;
+
+// What must hold, in every build.
+#define MUST(condition) ((condition) ? void() : fuzz::Broken(#condition, __FILE__, __LINE__))
+
+[[noreturn]] inline void Broken(const char* condition, const char* file, int line) {
+    std::fprintf(stderr, "%s:%d: does not hold: %s\n", file, line, condition);
+    std::abort();
+}
+
+// Values in the order in which they lie in the input; zeros once it is used up.
+class Input {
+  public:
+    Input(const uint8_t* data, size_t size) : left_(data, size) {}
+
+    bool Empty() const { return left_.empty(); }
+    Bytes Take(size_t count) {
+        const Bytes taken = left_.first(std::min(count, left_.size()));
+        left_ = left_.subspan(taken.size());
+        return taken;
+    }
+    Bytes Rest() { return Take(left_.size()); }
+    template <typename Value>
+    Value Get() {
+        Value value{};
+        const Bytes bytes = Take(sizeof value);
+        std::memcpy(&value, bytes.data(), bytes.size());
+        return value;
+    }
+    uint8_t Byte() { return Get<uint8_t>(); }
+    uint16_t Half() { return Get<uint16_t>(); }
+    uint32_t Word() { return Get<uint32_t>(); }
+
+  private:
+    Bytes left_;
+};
+
+// A file that exists in memory alone, with a path by which it can be opened again.
+class MemoryFile {
+  public:
+    MemoryFile() : fd_(memfd_create("fuzz", MFD_CLOEXEC)), path_("/proc/self/fd/" + std::to_string(fd_)) {
+        MUST(fd_ >= 0);
+    }
+    ~MemoryFile() { close(fd_); }
+    MemoryFile(const MemoryFile&) = delete;
+    MemoryFile& operator=(const MemoryFile&) = delete;
+
+    int fd() const { return fd_; }
+    const std::string& Path() const { return path_; }
+
+    // All of it becomes a hole of `size` bytes.
+    void Clear(uint64_t size = 0) {
+        MUST(ftruncate64(fd_, 0) == 0);
+        MUST(size == 0 || ftruncate64(fd_, static_cast<off64_t>(size)) == 0);
+    }
+    void Write(uint64_t offset, const void* bytes, size_t count) {
+        MUST(pwrite64(fd_, bytes, count, static_cast<off64_t>(offset)) == static_cast<ssize_t>(count));
+    }
+    void Write(uint64_t offset, Bytes bytes) { Write(offset, bytes.data(), bytes.size()); }
+    size_t Read(uint64_t offset, void* bytes, size_t count) const {
+        const ssize_t got = pread64(fd_, bytes, count, static_cast<off64_t>(offset));
+        MUST(got >= 0);
+        return static_cast<size_t>(got);
+    }
+    uint64_t Size() const {
+        const off64_t size = lseek64(fd_, 0, SEEK_END);
+        MUST(size >= 0);
+        return static_cast<uint64_t>(size);
+    }
+
+  private:
+    int fd_;
+    std::string path_;
+};
+
+}  // namespace fuzz

@@ -1,0 +1,78 @@
+// The media server of the fuzzers: the real rings and the real queue, served by the reader's own thread whenever it
+// sleeps.  Nothing waits, and one input always gives one course of events.
+#pragma once
+
+#include <sanitizer/asan_interface.h>
+#include <sys/msg.h>
+#include <sys/shm.h>
+#include <sys/syscall.h>
+
+#include <atomic>
+
+#include "Clock.h"
+#include "Fuzz.h"
+#include "libGetAVStream.h"
+#include "libIpcUtils.h"
+
+namespace fuzz {
+
+class Server {
+  public:
+    static constexpr int kType = 5;
+    // The first ring is far smaller than a reader expects, the second just as it should be.
+    static constexpr int kSizes[] = {8192, AVSTREAM_SEGMENT_SIZE(AVSTREAM_SUB_RING_SIZE)};
+
+    Server() {
+        for (int i = 0; i < 2; ++i) {
+            segments_[i] = shmget(AVSTREAM_MAIN_RING_KEY + i, static_cast<size_t>(kSizes[i]), IPC_CREAT | 0777);
+            MUST(segments_[i] >= 0);
+            bases_[i] = static_cast<uint8_t*>(shmat(segments_[i], nullptr, 0));
+        }
+        queue_ = IpcMsgInit(AVSTREAM_QUEUE_KEY);
+        MUST(queue_ >= 0);
+    }
+
+    uint8_t* Base(int stream) const { return bases_[stream]; }
+    int Queue() const { return queue_; }
+
+    void Reset() {
+        for (int i = 0; i < 2; ++i) {
+            std::memset(bases_[i], 0, static_cast<size_t>(kSizes[i]));
+        }
+        uint8_t message[sizeof(long) + 8192];
+        while (msgrcv(queue_, message, 8192, 0, IPC_NOWAIT | MSG_NOERROR) >= 0) {
+        }
+    }
+
+    // The request that waits, if any.
+    bool Next(AVMsgBuf& request) const {
+        return IpcMsgTryRecv(queue_, MSG_AV_TYPE_SERVER, &request, sizeof request) >= 0;
+    }
+
+    // An answer of any length, for any client; one that finds the queue full is lost.
+    void Send(int32_t client, Bytes payload) const {
+        uint8_t message[sizeof client + 512];
+        const Bytes sent = payload.first(std::min<size_t>(payload.size(), 512));
+        std::memcpy(message, &client, sizeof client);
+        std::memcpy(message + sizeof client, sent.data(), sent.size());
+        IpcMsgTrySend(queue_, message, static_cast<int>(sizeof client + sent.size()));
+    }
+    void Answer(AVMsgBuf answer) const {
+        answer.des = answer.src;
+        IpcMsgTrySend(queue_, &answer, sizeof answer);
+    }
+
+  private:
+    int segments_[2];
+    uint8_t* bases_[2];
+    int queue_;
+};
+
+// Makes `sleep` what happens while the process sleeps; the rest of the clock stands still.
+inline void SleepCalls(void (*sleep)(unsigned)) {
+    static ClockSource clock;
+    clock = {[] { return timeval{1772352000, 0}; }, [] { return 1000L; }, sleep};
+    ReplaceClock(&clock);
+}
+
+}  // namespace fuzz

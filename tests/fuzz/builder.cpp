@@ -1,0 +1,118 @@
+// The heads that are rebuilt from a stream of any bytes and from whatever is left of the old ones: what they list lies
+// in the stream, every frame of the lap lies in a section, and counts agree.
+#include "repair/IndexBuilder.h"
+
+#include "Stream.h"
+
+namespace {
+
+using card::RebuiltFile;
+
+card::IndexBuilder::Left TakeLeft(fuzz::Input& in, uint32_t number) {
+    card::IndexBuilder::Left left;
+    left.head = in.Get<RecordFileInfoHead_S>();
+    for (int i = in.Byte() % 8; i > 0; --i) {
+        auto head = in.Get<RecordInfoHead_S>();
+        head.m_u32RecordInfoHeadFlag = RECORD_SECTION_FLAG;
+        head.m_u16RecordFileNo = static_cast<uint16_t>(number);
+        left.sections.push_back(head);
+    }
+    for (int i = in.Byte() % 32; i > 0; --i) {
+        left.key_frames.push_back(in.Get<KeyFrameInfoHead_S>());
+    }
+    return left;
+}
+
+// The video and key frames of a survey's first runs.
+struct Counts {
+    uint64_t video = 0;
+    uint64_t key = 0;
+};
+
+Counts CountFrames(const card::Survey& survey, size_t runs, const RebuiltFile& file) {
+    Counts counts;
+    for (size_t i = 0; i < runs; ++i) {
+        for (const card::SurveyedFrame& frame : survey.runs[i].frames) {
+            counts.video += frame.video ? 1 : 0;
+            counts.key += frame.key ? 1 : 0;
+            const auto holds = [&frame](const RecordInfoHead_S& section) {
+                return frame.offset >= section.m_u32RecordStartPos &&
+                       frame.End() <= uint64_t{section.m_u32RecordStartPos} + section.m_u32RecordSize;
+            };
+            MUST(std::count_if(file.sections.begin(), file.sections.end(), holds) == 1);
+        }
+    }
+    return counts;
+}
+
+void CheckKeyFrames(const RebuiltFile& file, const RecordInfoHead_S& section, const std::vector<uint8_t>& stream) {
+    uint64_t end = 0;  // of the one before, from the section's start
+    const size_t first = section.m_u32StartKeyFramePos / sizeof(KeyFrameInfoHead_S);
+    for (size_t i = first; i < first + section.m_u32KeyFrameSum; ++i) {
+        const KeyFrameInfoHead_S& record = file.key_frames.at(i);
+        MUST(record.m_u32KeyFrameHeadFlag == RECORD_KEY_FRAME_FLAG && record.m_u32KeyFilePos >= end);
+        end = uint64_t{record.m_u32KeyFilePos} + record.m_u32KeyFrameLenth;
+        MUST(record.m_u32KeyFrameLenth >= PS_PACK_HEADER_SIZE && end <= section.m_u32RecordSize);
+        const uint8_t* const at = stream.data() + section.m_u32RecordStartPos + record.m_u32KeyFilePos;
+        const bool first_of_section = record.m_u32KeyFilePos == 0;  // may begin with a stream head, also a lost one
+        MUST(first_of_section || std::memcmp(at, "\0\0\1\xBA", 4) == 0);
+    }
+}
+
+void CheckFile(const RebuiltFile& file, const card::Survey& survey, size_t runs, const std::vector<uint8_t>& stream) {
+    MUST(file.Empty() == (runs == 0) && file.sections.size() == file.head.m_u32RecordSectionSum);
+    MUST(file.sections.size() <= std::min<size_t>(runs, RECORD_SECTION_MAX));
+    MUST(file.head.m_u32RecordFileSumLenth <= stream.size());
+    uint64_t end = 0;
+    uint64_t video = 0;
+    size_t key = 0;
+    for (const RecordInfoHead_S& section : file.sections) {
+        MUST(section.m_u16RecordUseNo == &section - file.sections.data() + 1);
+        MUST(section.m_u32RecordStartPos >= end && section.m_u32RecordStartTime <= section.m_u32RecordEndTime);
+        end = uint64_t{section.m_u32RecordStartPos} + section.m_u32RecordSize;
+        MUST(section.m_u32StartKeyFramePos == key * sizeof(KeyFrameInfoHead_S));
+        CheckKeyFrames(file, section, stream);
+        key += section.m_u32KeyFrameSum;
+        video += section.m_u32FrameSum;
+    }
+    MUST(end == file.head.m_u32RecordFileSumLenth);
+    MUST(key == file.key_frames.size() && key == file.head.m_u32RecordKeyFrameSum);
+    for (const uint64_t offset : file.stream_heads) {
+        MUST(offset + record_file::kStreamHeadSize <= stream.size());
+    }
+    const Counts counts = CountFrames(survey, runs, file);
+    MUST(video == counts.video && key >= counts.key);
+}
+
+void CheckSystem(const std::vector<RebuiltFile>& files, const RecordSystemInfoHead_S& left) {
+    const RecordSystemInfoHead_S head = card::BuildSystemHead(left, uint64_t{2} << 30, files);
+    MUST(AV_SystemInfoHeadCheck(&head) == 0 && head.m_u32RecordFileSum == files.size());
+    MUST(head.m_u32RecordFileNo < files.size() && head.m_u32RecordUsedFileSum <= files.size());
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    fuzz::Input in(data, size);
+    const uint32_t number = in.Byte() % 4;
+    const card::IndexBuilder::Left left = TakeLeft(in, number);
+    const auto system = in.Get<RecordSystemInfoHead_S>();
+    const std::vector<uint8_t>& stream = fuzz::LayStream(in);
+    const auto read = [&stream](uint64_t at, void* to, size_t length) -> size_t {
+        if (at >= stream.size()) return 0;
+        length = std::min(length, stream.size() - static_cast<size_t>(at));
+        std::memcpy(to, stream.data() + at, length);
+        return length;
+    };
+    const card::Survey survey = card::SurveyStream(card::ReadAtFunction(read), 0, stream.size());
+    const card::Rebuilt rebuilt = card::IndexBuilder::BuildFrom(survey, left, number);
+    const size_t present = card::PresentRuns(survey);
+    if (rebuilt.whole) {
+        CheckFile(*rebuilt.whole, survey, survey.runs.size(), stream);
+        MUST(rebuilt.lap.Empty() == (present == 0) && rebuilt.lap.sections.size() <= rebuilt.whole->sections.size());
+    } else {
+        CheckFile(rebuilt.lap, survey, survey.runs.size(), stream);
+    }
+    CheckSystem({rebuilt.lap, rebuilt.whole.value_or(RebuiltFile{})}, system);
+    return 0;
+}

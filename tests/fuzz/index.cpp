@@ -1,0 +1,104 @@
+// A hostile index file under the operations on its heads, and under a run that begins with what it says: numbers and
+// counts come into their bounds, and nothing is written outside the slots of the current file.
+#include <sys/stat.h>
+
+#include <vector>
+
+#include "Clock.h"
+#include "RecordState.h"
+#include "Store.h"
+#include "libAVRecord.h"
+#include "libAVRecordProcess.h"
+
+namespace {
+
+constexpr char kPath[] = RECORD_STORE_DIRECTORY RECORD_INDEX_NAME;
+// The index on the card, in the place where the recorder looks for it.
+class Index {
+  public:
+    Index() : fd_(open(kPath, O_RDWR | O_CREAT | O_CLOEXEC, 0666)) { MUST(fd_ >= 0); }
+
+    int fd() const { return fd_; }
+    std::vector<uint8_t> Bytes() const {
+        std::vector<uint8_t> bytes(fuzz::kStoreHeads);
+        MUST(pread64(fd_, bytes.data(), bytes.size(), 0) >= 0);
+        return bytes;
+    }
+
+  private:
+    int fd_;
+};
+
+void ReadSections(const Index& index, uint32_t file_no) {
+    RecordFileInfoHead_S file{};
+    if (AV_RecordFileInfoHeadAccecsFileNoRead(index.fd(), file_no, &file) != sizeof file &&
+        AV_RecordFileInfoHeadAccecsFileNoRead(index.fd(), file_no, &file) != 0) {
+        return;
+    }
+    std::vector<RecordInfoHead_S> sections(std::min(file.m_u32RecordSectionSum, RECORD_SECTION_MAX));
+    AV_RecordSectionInfoHeadRead(index.fd(), &file, sections.data());
+}
+
+// What lies outside the places that a run of `file_no` may write to is as before.
+void MustKeepOthers(const std::vector<uint8_t>& before, const std::vector<uint8_t>& after, uint32_t file_no) {
+    const auto same = [&](uint64_t begin, uint64_t end) {
+        end = std::min<uint64_t>(end, before.size());
+        return begin >= end || std::memcmp(before.data() + begin, after.data() + begin, end - begin) == 0;
+    };
+    MUST(same(sizeof(RecordSystemInfoHead_S), fuzz::FileHeadAt(file_no)));
+    MUST(same(fuzz::FileHeadAt(file_no + 1), fuzz::SectionHeadAt(file_no, 1)));
+    MUST(same(fuzz::SectionHeadAt(file_no + 1, 0), fuzz::kStoreHeads));
+}
+
+// Begins a run and saves its heads, as the record loop and the writer do.
+void BeginRun(const Index& index, uint8_t cover) {
+    g_control = {};
+    if (AVRecordParamInit(cover) != 0) {
+        return;
+    }
+    AVRecordHeads heads;
+    AVRecordHeadsCopy(&heads);
+    MUST(heads.system.m_u32RecordFileNo < RECORD_FILE_MAX);
+    MUST(heads.system.m_u32RecordFileNo < heads.system.m_u32RecordFileSum);
+    const bool full = heads.file.m_u32RecordFileSumLenth >= RECORD_STREAM_LIMIT;
+    MUST(heads.file.m_u32FileInfoHeadFlag != RECORD_FILE_FLAG || !full);
+    RecordInfoHead_S section{};
+    MUST(AV_RecordFileConfigParamGet(&heads.system, &heads.file, &section, 0) == 0);
+    const uint32_t file_no = heads.system.m_u32RecordFileNo;
+    MUST(section.m_u16RecordFileNo == file_no && heads.file.m_u32FileInfoHeadNo == file_no);
+    MUST(section.m_u16RecordUseNo >= 1 && section.m_u16RecordUseNo <= RECORD_SECTION_MAX);
+    MUST(heads.file.m_u32RecordSectionSum == section.m_u16RecordUseNo);
+    const std::vector<uint8_t> before = index.Bytes();
+    MUST(AV_RecordSectionInfoHeadWrite(index.fd(), &heads.file, &section) >= 0);
+    MUST(AV_RecordFileInfoHeadWrite(index.fd(), &heads.system, &heads.file) >= 0);
+    AV_SystemInfoHeadUsedFileSumFresh(&heads.system, &heads.file);
+    AV_SystemInfoHeadFileNoFresh(&heads.system, &heads.file);
+    MUST(AV_SystemInfoHeadWrite(index.fd(), &heads.system) >= 0);
+    MustKeepOthers(before, index.Bytes(), file_no);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static constexpr ClockSource kClock{[] { return timeval{1772352000, 0}; }, [] { return 1000L; }, [](unsigned) {}};
+    static Index index;
+    ReplaceClock(&kClock);
+    fuzz::Input in(data, size);
+    const uint8_t cover = in.Byte() % 2;
+    const uint32_t file_no = in.Half() % (RECORD_FILE_MAX + 2);
+    fuzz::LayIndex(in, index.fd(), -1, -1);
+    uint32_t space = 0;
+    uint32_t free_space = 0;
+    const bool holds = AV_SystemInfoInitCheck(kPath) == 0;
+    MUST((AV_RecordConfigInfoGet(kPath, &space, &free_space) == 0) == holds);
+    ReadSections(index, file_no);
+    ReadSections(index, file_no % fuzz::kStoreFiles);
+    BeginRun(index, cover);
+    uint32_t files = 0;
+    RecordSystemInfoHead_S system{};
+    const bool small = AV_SystemInfoHeadRead(index.fd(), &system) > 0 && system.m_u32RecordFileSum < 64;
+    if (small && AV_RecordFileConfigClear(kPath, &files) == 0) {
+        MUST(files == system.m_u32RecordFileSum && AV_SystemInfoInitCheck(kPath) != 0);
+    }
+    return 0;
+}

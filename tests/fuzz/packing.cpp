@@ -1,0 +1,127 @@
+// The packer: what is asked for as room is what is written, and the playback reader gets back what went in.
+#include <sanitizer/asan_interface.h>
+
+#include <memory>
+#include <vector>
+
+#include "Fuzz.h"
+#include "libRecordFile.h"
+
+namespace {
+
+constexpr uint32_t kIndexExact = (1u << 24) / 225;  // up to here the clock is exact
+
+// Bytes of an exact size: one read or written in front of them or behind them is seen.
+class Frame {
+  public:
+    Frame(std::vector<uint8_t>& room, size_t length)
+        : size(static_cast<int>(length)), bytes(room.data() + room.size() - length), front_(bytes - kFence) {
+        MUST(length + kFence <= room.size());
+        ASAN_POISON_MEMORY_REGION(front_, kFence);
+    }
+    ~Frame() { ASAN_UNPOISON_MEMORY_REGION(front_, kFence); }
+    Frame(const Frame&) = delete;
+    Frame& operator=(const Frame&) = delete;
+
+    const int size;
+    uint8_t* const bytes;
+
+  private:
+    static constexpr size_t kFence = 64;
+    uint8_t* const front_;
+};
+
+std::vector<uint8_t> g_frame(1u << 20);
+std::vector<uint8_t> g_packed(1u << 20);
+
+// The input's bytes, for a few inputs amid others, up to and over the borders at which frames are cut into packets.
+size_t FrameLength(uint8_t packets, uint8_t more, size_t given) {
+    constexpr uint8_t kLarge = 248;  // and above
+    return packets < kLarge ? given : (packets - kLarge + 1u) * PS_PES_PAYLOAD_MAX + more + given - 128;
+}
+
+void Fill(const Frame& frame, fuzz::Bytes given) {
+    const size_t length = static_cast<size_t>(frame.size);
+    std::memset(frame.bytes, 0x55, length);
+    std::memcpy(frame.bytes + (length - given.size()) / 2, given.data(), given.size());
+}
+
+// What of it is recorded: a key frame from its first start code on.
+fuzz::Bytes Recorded(const Frame& frame, bool key) {
+    static constexpr uint8_t kStartCode[] = {0, 0, 0, 1};
+    const fuzz::Bytes all(frame.bytes, static_cast<size_t>(frame.size));
+    if (!key || all.empty()) {
+        return all;
+    }
+    // A start code that ends the frame has no unit.
+    const void* const first = memmem(all.data(), all.size() - 1, kStartCode, sizeof kStartCode);
+    return first == nullptr ? fuzz::Bytes{}
+                            : all.subspan(static_cast<size_t>(static_cast<const uint8_t*>(first) - all.data()));
+}
+
+struct Said {
+    int kind;
+    uint32_t index;
+    uint32_t time;
+};
+
+void MustReadBack(fuzz::Bytes packed, fuzz::Bytes payload, const Said& said) {
+    static fuzz::MemoryFile file;
+    static const std::unique_ptr<uint8_t[]> buffer(new uint8_t[PLAYBACK_BUFFER_SIZE]);
+    file.Clear(RECORD_FILE_SIZE);
+    file.Write(0, packed);
+    uint32_t offset = 0;
+    int kind = -1;
+    uint32_t length = 0;
+    uint32_t time = 0;
+    uint32_t pts = 0;
+    MUST(libAVRecordPlayBackGetPSFrame(file.fd(), &offset, &kind, buffer.get(), &length, &time, &pts) == 0);
+    MUST(offset == packed.size() && kind == said.kind && length == payload.size());
+    MUST(std::equal(payload.begin(), payload.end(), buffer.get()));
+    MUST(kind == AV_FRAME_TYPE_AUDIO || time == said.time);
+    MUST(payload.empty() || said.index >= kIndexExact || pts == 3600 * said.index);
+}
+
+void PackVideo(const Frame& frame, bool key, const AVStreamParam& parameters, const Said& said) {
+    const int64_t room = PackedVideoSize(key, frame.bytes, frame.size);
+    MUST(room > 0);
+    const Frame out(g_packed, static_cast<size_t>(room));
+    MUST(libAVRecordVideoPsStreamWrite(key ? 1 : 0, frame.bytes, frame.size, out.bytes, said.index, &parameters,
+                                       said.time) == room);
+    const fuzz::Bytes payload = Recorded(frame, key);
+    const bool readable = (key || !payload.empty()) && payload.size() <= PLAYBACK_GATHER_MAX;
+    if (readable) {
+        MustReadBack({out.bytes, static_cast<size_t>(room)}, payload, said);
+    }
+}
+
+void PackSound(const Frame& frame, const Said& said) {
+    const int64_t room = PackedAudioSize(frame.size);
+    MUST((room < 0) == (frame.size > PS_AUDIO_PAYLOAD_MAX));
+    const Frame out(g_packed, static_cast<size_t>(std::max<int64_t>(room, 1)));
+    MUST(libAVRecordAudioPsStreamWrite(frame.bytes, frame.size, out.bytes, said.index) == room);
+    if (room >= 0 && frame.size > 0) {
+        MustReadBack({out.bytes, static_cast<size_t>(room)}, Recorded(frame, false),
+                     {AV_FRAME_TYPE_AUDIO, said.index + 1, 0});
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    fuzz::Input in(data, size);
+    const uint8_t kind = in.Byte();
+    const Said said{AV_FRAME_TYPE_VIDEO, in.Word(), in.Word()};
+    const auto parameters = in.Get<AVStreamParam>();
+    const uint8_t packets = in.Byte();
+    const uint8_t more = in.Byte();
+    const fuzz::Bytes given = in.Take(PS_PES_PAYLOAD_MAX);
+    const Frame frame(g_frame, FrameLength(packets, more, given.size()));
+    Fill(frame, given);
+    if (kind % 4 == 3) {
+        PackSound(frame, said);
+    } else {
+        PackVideo(frame, kind % 4 != 0, parameters, said);
+    }
+    return 0;
+}

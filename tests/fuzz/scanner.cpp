@@ -1,0 +1,94 @@
+// The card tool's scanner over a stream of any bytes: what it finds covers the stream without gap or overlap, and
+// what it calls a frame is one to the playback reader, too, byte by byte.
+#include "stream/StreamScanner.h"
+
+#include <memory>
+
+#include "Stream.h"
+
+namespace {
+
+using card::StreamFrame;
+using card::StreamScanner;
+
+class Check {
+  public:
+    Check(const std::vector<uint8_t>& stream, const fuzz::MemoryFile& file) : stream_(stream), file_(file) {}
+
+    void Scan(uint64_t begin, bool compare) {
+        StreamScanner scanner([this](uint64_t at, void* to, size_t length) { return Read(at, to, length); }, begin,
+                              stream_.size());
+        for (uint64_t at = begin; at < stream_.size();) {
+            const StreamScanner::Found found = scanner.Next();
+            const uint64_t next = scanner.Position();
+            MUST(found != StreamScanner::Found::End && next > at && next <= stream_.size());
+            if (found == StreamScanner::Found::Frame) {
+                MustCover(scanner.Frame(), at, next);
+                if (compare) MustPlayBack(scanner, scanner.Frame());
+            } else if (found == StreamScanner::Found::StreamHead) {
+                MUST(scanner.StreamHeadOffset() == at && next == at + record_file::kStreamHeadSize);
+            } else {
+                const card::Garbage garbage = scanner.GarbageFound();
+                MUST(garbage.offset == at && garbage.offset + garbage.length == next);
+            }
+            at = next;
+        }
+        MUST(scanner.Next() == StreamScanner::Found::End && scanner.Position() == stream_.size());
+    }
+
+  private:
+    size_t Read(uint64_t at, void* to, size_t length) const {
+        if (at >= stream_.size()) return 0;
+        length = std::min(length, stream_.size() - static_cast<size_t>(at));
+        std::memcpy(to, stream_.data() + at, length);
+        return length;
+    }
+
+    static void MustCover(const StreamFrame& frame, uint64_t at, uint64_t next) {
+        MUST(frame.offset == at && frame.End() == next);
+        uint64_t end = at;  // of what is accounted for
+        for (const card::Payload& piece : frame.payload) {
+            MUST(piece.offset >= end + PS_PES_HEADER_SIZE);
+            end = piece.offset + piece.length;
+        }
+        MUST(frame.payload.empty() || end == next);
+        MUST(frame.key == frame.parameters.has_value());
+    }
+
+    void MustPlayBack(const StreamScanner& scanner, const StreamFrame& frame) {
+        const auto no_bytes = [](const card::Payload& piece) { return piece.length == 0; };
+        const bool passed_over = std::any_of(frame.payload.begin(), frame.payload.end(), no_bytes);
+        if (passed_over || frame.PayloadSize() > PLAYBACK_GATHER_MAX) return;  // what the recorder never writes
+        static const std::unique_ptr<uint8_t[]> buffer(new uint8_t[PLAYBACK_BUFFER_SIZE]);
+        uint32_t offset = static_cast<uint32_t>(frame.offset);
+        int kind = -1;
+        uint32_t length = 0;
+        uint32_t time = 0;
+        uint32_t pts = 0;
+        MUST(libAVRecordPlayBackGetPSFrame(file_.fd(), &offset, &kind, buffer.get(), &length, &time, &pts) == 0);
+        const bool video = frame.kind == StreamFrame::Kind::Video;
+        MUST(offset == frame.End() && kind == (video ? AV_FRAME_TYPE_VIDEO : AV_FRAME_TYPE_AUDIO));
+        MUST(pts == static_cast<uint32_t>(frame.pts) && (!video || time == frame.time));
+        MUST(scanner.ReadPayload(frame, payload_) && payload_.size() == length);
+        MUST(std::equal(payload_.begin(), payload_.end(), buffer.get()));
+    }
+
+    const std::vector<uint8_t>& stream_;
+    const fuzz::MemoryFile& file_;
+    std::vector<uint8_t> payload_;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static fuzz::MemoryFile file;
+    fuzz::Input in(data, size);
+    const uint64_t start = in.Byte();
+    const std::vector<uint8_t>& stream = fuzz::LayStream(in);
+    file.Clear(stream.size() + 64);  // a record file goes on
+    file.Write(0, stream);
+    Check check(stream, file);
+    check.Scan(0, true);
+    check.Scan(std::min<uint64_t>(start, stream.size()), false);
+    return 0;
+}
