@@ -39,8 +39,8 @@ namespace {
 // clang-format off
 #define CALLS(X) \
     X(open) X(pread) X(pwrite) X(close) X(access) X(fcntl) X(fstat) X(statfs) X(fsync) X(fopen) X(fread) X(rename) \
-    X(popen) X(shmget) X(shmat) X(shmctl) X(msgget) X(msgsnd) X(msgrcv) X(msgctl) X(semget) X(semctl) X(mmap) X(malloc) \
-    X(pthread_create) X(socket) X(bind) X(listen)
+    X(popen) X(shmget) X(shmat) X(shmctl) X(msgget) X(msgsnd) X(msgrcv) X(msgctl) X(semget) X(semctl) X(mmap) \
+    X(malloc) X(pthread_create) X(socket) X(bind) X(listen)
 #define PLACES(X) \
     X(elsewhere) X(device) X(index) X(record_file) X(event_file) /* a file as a whole */ \
     X(system_head) X(file_head) X(section_head)                  /* in the index       */ \

@@ -8,6 +8,8 @@ A case is named PHASE:CALL@PLACE:FAULT:MODE:N.
   mode    once, burst (5 in a row), window (all for 3 s), good (all for 13 s; then the fault is over)
   n       so many such calls pass first
 
+The cards of card:WHAT are pulled, exchanged or dead; kill:N kills recorder and desk camera.
+
 Of a broken case the folder KEEP, if it is set, gets the card, the logs and the journals.
 """
 
@@ -25,6 +27,7 @@ from dataclasses import dataclass
 sys.path.insert(0, os.path.dirname(__file__))
 from bench import Bench, Fault, rule  # noqa: E402
 from camera import TimedOut, wait_for  # noqa: E402
+from cards import CARD_CASES, CardCase  # noqa: E402
 from card_reader import FormatError  # noqa: E402
 from kills import KILLS, Kill  # noqa: E402
 
@@ -32,7 +35,8 @@ FAULTS = {
     "open": "EIO EROFS ENODEV EINTR EMFILE ENOMEM", "pread": "EIO ENODEV EINTR short end",
     "pwrite": "EIO ENOSPC EROFS ENODEV EINTR short torn kill", "close": "EIO ENOSPC EINTR",
     "access": "EIO ENOMEM EACCES ENOENT", "fcntl": "EINTR ENOLCK", "fstat": "EIO ENOMEM", "statfs": "EIO EINTR",
-    "fsync": "EIO ENOSPC EINTR", "fopen": "EIO EMFILE ENOMEM", "fread": "EIO", "rename": "EIO ENOSPC EROFS", "popen": "EMFILE ENOMEM",
+    "fsync": "EIO ENOSPC EINTR", "fopen": "EIO EMFILE ENOMEM", "fread": "EIO", "rename": "EIO ENOSPC EROFS",
+    "popen": "EMFILE ENOMEM",
     "shmget": "ENOENT ENOMEM EACCES", "shmat": "ENOMEM EINVAL", "shmctl": "EIDRM EACCES",
     "msgget": "ENOENT ENOMEM ENOSPC", "msgsnd": "EINTR EAGAIN ENOMEM EIDRM", "msgrcv": "EINTR ENOMEM EIDRM",
     "msgctl": "EIDRM EACCES", "semget": "ENOENT ENOSPC", "semctl": "EIDRM EACCES", "mmap": "ENOMEM EACCES",
@@ -52,6 +56,7 @@ change:pwrite@stream:kill:once:1 change:msgrcv@elsewhere:EINTR:burst:0
 running:pwrite@stream:torn:once:0 running:pwrite@section_head:ENOSPC:burst:0
 running:access@device:EIO:window:0 switch:pwrite@system_head:EIO:window:0
 alarm:pread@event_head:EIO:once:0 stop:close@record_file:EIO:once:0
+card:pulled card:exchanged
 """.split()
 
 
@@ -64,11 +69,6 @@ class Case:
     mode: str
     n: int
     may_miss: bool = False  # the phase may go without this call
-
-    @classmethod
-    def named(cls, name):
-        phase, call, fault, mode, n = name.split(":")
-        return cls(phase, *call.split("@"), fault, mode, int(n))
 
     def __str__(self):
         return f"{self.phase}:{self.call}@{self.place}:{self.fault}:{self.mode}:{self.n}"
@@ -137,6 +137,13 @@ class Case:
         return ", ".join(words + [f"records after {took:.1f} s"])
 
 
+def case_named(name):
+    if name.startswith("card:"):
+        return CardCase(name[5:])
+    phase, call, fault, mode, n = name.split(":")
+    return Case(phase, *call.split("@"), fault, mode, int(n))
+
+
 def prepare(bench, phase):
     if bench.recorder_ended() is not None:
         bench.start_recorder()
@@ -196,6 +203,7 @@ def all_cases(seed):
                 cases += [Case(phase, call, place, fault, "once", skip, may_miss=True) for skip in each]
                 if fault != "kill" and phase != "stop":
                     cases += [Case(phase, call, place, fault, mode, 0, may_miss=True) for mode in LASTING]
+    cases += map(CardCase, CARD_CASES)
     rng.shuffle(cases)  # every kind is seen early, and each on cards of many histories
     return cases
 
@@ -223,7 +231,7 @@ class Table:
         print("\n| call | when | fault | mode | what happened |\n|---|---|---|---|---|")
         for row in self.rows.values():
             words = row["case"].split(":")
-            phase, call, fault, mode = words[:4] if len(words) == 5 else ("", words[2], "kill -9", "")
+            phase, call, fault, mode = words[:4] if len(words) == 5 else ("", words[-1], "kill -9" if words[0] == "kill" else "card", "")
             result = f"**{row['result']}**" if row["broken"] else row["result"]
             print(f"| {call.replace('@', ' ')} | {phase} | {fault} | {mode} | {result} |")
 
@@ -266,10 +274,10 @@ def main():
     arguments = parser.parse_args()
 
     kills = arguments.kills if arguments.kills is not None else 0 if arguments.long else KILLS
-    if arguments.only and re.fullmatch(r"\w+:\w+@\w+:\w+:\w+:\d+", arguments.only):
-        cases = [Case.named(arguments.only)]
+    if arguments.only and re.fullmatch(r"\w+:\w+@\w+:\w+:\w+:\d+|card:\w+", arguments.only):
+        cases = [case_named(arguments.only)]
     else:
-        cases = all_cases(arguments.seed) if arguments.long else [Case.named(name) for name in SELECTION]
+        cases = all_cases(arguments.seed) if arguments.long else [case_named(name) for name in SELECTION]
         cases += [Kill(arguments.seed, number) for number in range(kills)]
         cases = [case for case in cases if not arguments.only or re.search(arguments.only, str(case))]
     if not cases:

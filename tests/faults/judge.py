@@ -78,8 +78,8 @@ class Piece:
 
 
 class Judge:
-    def __init__(self, camera, journals, shim):
-        self.card, self.image, self.journals, self.shim = camera.card, camera.image, journals, shim
+    def __init__(self, camera, journals, shim, image=None):
+        self.card, self.image, self.journals, self.shim = camera.card, image or camera.image, journals, shim
         self.files = sorted(os.listdir(STORE))
         self.matched = {}  # (file, number) -> (Piece, index behind the section before, its frames' indices)
         self.beneath = "/tmp/beneath"  # what the card's folder holds without the card
@@ -94,11 +94,13 @@ class Judge:
         found = []
         for number in range(self.card.system().file_count):
             head = self.card.file_head(number)
+            if head is None:
+                continue
             sections = [s for s in self.card.sections(number, missing=True) if s.size]
             for i, section in enumerate(sections):
                 end = sections[i + 1].position if i + 1 < len(sections) else head.length
                 found.append(replace(section, size=min(section.size, end - section.position)))
-        return found
+        return [section for section in found if section.size > 0]
 
     def frame_count(self):
         return sum(section.frames for section in self.sections())
@@ -171,8 +173,8 @@ class Judge:
             look() or wait_for("its line in the journal", look, 1)  # written a moment after the frame is published
         except TimedOut:
             if at - 1 not in self.journals.ends:
-                known = self.journals.next(wanted, 0) is not None
-                raise Fault(f"{'twice' if known else 'never published'}: {where}, {frame.kind}, {wanted[2]} bytes") from None
+                what = "never published" if self.journals.next(wanted, 0) is None else "twice"
+                raise Fault(f"{what}: {where}, {frame.kind}, {wanted[2]} bytes") from None
             self.journals.ends.remove(at - 1)  # the desk camera was killed between the two
             return at - 1
         return self.journals.next(wanted, at)
