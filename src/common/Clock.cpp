@@ -1,10 +1,15 @@
+#define _FILE_OFFSET_BITS 64  // a 32-bit stat fails on inode numbers of 64 bits
 #include "Clock.h"
 
+#include <sys/stat.h>
 #include <sys/sysinfo.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
 
 namespace {
 
@@ -28,18 +33,109 @@ void RealSleepMs(unsigned int milliseconds) {
 constexpr ClockSource kRealClock{RealWall, RealUptime, RealSleepMs};
 std::atomic<const ClockSource*> g_clock{&kRealClock};
 
+// What tells a changed file from the one before; zeros where there is none.
+struct FileIdentity {
+    explicit FileIdentity(const char* path) {
+        struct stat status {};
+        if (stat(path, &status) == 0) {
+            device = status.st_dev;
+            inode = status.st_ino;
+            size = status.st_size;
+            modified = status.st_mtim;
+            changed = status.st_ctim;
+        }
+    }
+    friend bool operator==(const FileIdentity& a, const FileIdentity& b) {
+        const auto same = [](const timespec& x, const timespec& y) {
+            return x.tv_sec == y.tv_sec && x.tv_nsec == y.tv_nsec;
+        };
+        return a.device == b.device && a.inode == b.inode && a.size == b.size && same(a.modified, b.modified) &&
+               same(a.changed, b.changed);
+    }
+
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    timespec modified{};
+    timespec changed{};
+};
+
+// Local time by the zone as it is now.  The C library reads the zone's file once; here it is looked at once a second.
+class LocalZone {
+  public:
+    tm Time(time_t seconds) {
+        const std::lock_guard alone(lock_);
+        if (const long now = KQ_COMMON_GetUptime(); now != last_look_) {
+            last_look_ = now;
+            if (const Files files; !(files.zone == files_.zone && files.rule == files_.rule) && ReadAgain()) {
+                files_ = files;
+            }
+        }
+        tm local{};
+        localtime_r(&seconds, &local);
+        return local;
+    }
+
+  private:
+    struct Files {
+        FileIdentity zone{ZonePath()};
+        FileIdentity rule{"/etc/TZ"};  // where small C libraries keep it
+    };
+
+    // The file that TZ names, ":/path", or the system's.  A TZ that is a rule or a name does not change.
+    static const char* ZonePath() {
+        const char* const tz = getenv("TZ");
+        if (tz == nullptr) {
+            return "/etc/localtime";
+        }
+        return *tz == ':' ? tz + 1 : tz;
+    }
+
+    // The C library takes a file for the same by its name, inode and time of writing, and a copy that keeps the time
+    // of writing has all three.  So it is given another zone for a moment, in which nobody asks: all do it through
+    // here.
+    static bool ReadAgain() {
+        const char* const tz = getenv("TZ");
+        char* const kept = tz != nullptr ? strdup(tz) : nullptr;
+        if (tz != nullptr && kept == nullptr) {
+            return false;
+        }
+        setenv("TZ", "UTC0", 1);
+        tzset();
+        if (kept != nullptr) {
+            setenv("TZ", kept, 1);
+        } else {
+            unsetenv("TZ");
+        }
+        tzset();
+        free(kept);
+        return true;
+    }
+
+    std::mutex lock_;
+    long last_look_ = KQ_COMMON_GetUptime();
+    Files files_;
+};
+
 }  // namespace
 
-long KQ_COMMON_GetUptime(void) { return g_clock.load()->Uptime(); }
+long KQ_COMMON_GetUptime(void) {
+    return g_clock.load()->Uptime();
+}
 
-timeval WallTime() { return g_clock.load()->Wall(); }
-time_t WallSeconds() { return WallTime().tv_sec; }
-void SleepMs(unsigned int milliseconds) { g_clock.load()->SleepMs(milliseconds); }
+timeval WallTime() {
+    return g_clock.load()->Wall();
+}
+time_t WallSeconds() {
+    return WallTime().tv_sec;
+}
+void SleepMs(unsigned int milliseconds) {
+    g_clock.load()->SleepMs(milliseconds);
+}
 
 tm LocalTime(time_t seconds) {
-    tm local{};
-    localtime_r(&seconds, &local);
-    return local;
+    static LocalZone zone;
+    return zone.Time(seconds);
 }
 
 tm UtcTime(time_t seconds) {
@@ -48,4 +144,6 @@ tm UtcTime(time_t seconds) {
     return utc;
 }
 
-void ReplaceClock(const ClockSource* source) { g_clock.store(source != nullptr ? source : &kRealClock); }
+void ReplaceClock(const ClockSource* source) {
+    g_clock.store(source != nullptr ? source : &kRealClock);
+}

@@ -1,0 +1,105 @@
+#include "Clock.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include "support/SteppedClock.h"
+
+namespace {
+
+constexpr char kZone[] = "/tmp/zone";
+
+// A zone of one offset east of UTC, written in place as a copy that keeps the time of writing: its inode, size and time
+// are those of the zone before.
+void Put(const std::string& path, int hours) {
+    std::string bytes(44, '\0');
+    bytes.replace(0, 4, "TZif");
+    bytes[39] = 1;  // one kind of time
+    bytes[43] = 4;  // bytes of abbreviations
+    const int offset = hours * 3600;
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        bytes += static_cast<char>(offset >> shift);
+    }
+    bytes += std::string("\0\0LMT\0", 6);
+    std::ofstream(path, std::ios::binary) << bytes;
+    const timespec long_ago[2] = {{1000000000, 0}, {1000000000, 0}};
+    EXPECT_EQ(utimensat(AT_FDCWD, path.c_str(), long_ago, 0), 0);
+}
+
+class Zone : public testing::Test {
+  protected:
+    ~Zone() override {
+        unsetenv("TZ");
+        unlink(kZone);
+    }
+    // The local hour of 1970-01-01 00:00 UTC a second later.
+    int NextHour() {
+        clock_.uptime += 1;
+        return LocalTime(0).tm_hour;
+    }
+
+    support::SteppedClock clock_;
+};
+
+TEST_F(Zone, ThatTheEnvironmentNamesIsReadAgainWhenItsFileChanges) {
+    Put(kZone, 2);
+    setenv("TZ", ":/tmp/zone", 1);
+    EXPECT_EQ(NextHour(), 2);
+    Put(kZone, 5);
+    EXPECT_EQ(LocalTime(0).tm_hour, 2) << "looked at once a second";
+    EXPECT_EQ(NextHour(), 5);
+    EXPECT_STREQ(getenv("TZ"), ":/tmp/zone");
+
+    Put("/tmp/other", 7);
+    unlink(kZone);
+    ASSERT_EQ(symlink("/tmp/other", kZone), 0);
+    EXPECT_EQ(NextHour(), 7) << "another link";
+    Put("/tmp/other", 8);
+    EXPECT_EQ(NextHour(), 8) << "what it leads to";
+    unlink("/tmp/other");
+    EXPECT_EQ(NextHour(), 0) << "none is UTC";
+    Put("/tmp/other", 9);
+    EXPECT_EQ(NextHour(), 9);
+}
+
+TEST_F(Zone, OfTheSystemIsReadAgainWhenItChanges) {
+    ASSERT_EQ(unshare(CLONE_NEWNS), 0);
+    ASSERT_EQ(mount("none", "/etc", "tmpfs", 0, nullptr), 0);
+    Put("/etc/localtime", 3);
+    EXPECT_EQ(NextHour(), 3);
+    Put("/etc/localtime", 4);
+    EXPECT_EQ(NextHour(), 4);
+    EXPECT_EQ(getenv("TZ"), nullptr);
+    EXPECT_EQ(umount2("/etc", MNT_DETACH), 0);
+}
+
+TEST_F(Zone, IsWholeForEveryThreadWhileItChanges) {
+    Put(kZone, 1);
+    setenv("TZ", ":/tmp/zone", 1);
+    EXPECT_EQ(NextHour(), 1);
+    std::atomic<bool> over{false};
+    std::thread reader([&] {
+        while (!over) {
+            EXPECT_GE(LocalTime(0).tm_hour, 1) << "never UTC";
+        }
+    });
+    for (int round = 0; round < 100; ++round) {
+        Put("/tmp/next", 1 + round % 9);
+        rename("/tmp/next", kZone);
+        clock_.uptime += 1;
+        std::this_thread::yield();
+    }
+    over = true;
+    reader.join();
+}
+
+}  // namespace
