@@ -8,7 +8,7 @@ namespace {
 constexpr std::string_view kFlags = "-+ #0'";
 constexpr std::string_view kDigits = "0123456789";
 constexpr std::string_view kLengths = "hlqjztL";
-constexpr std::string_view kIntegers = "diouxX";
+constexpr std::string_view kIntegers = "diouxXc";
 constexpr size_t kDirectiveMax = 24;  // longer ones are no print format of anyone's
 
 size_t Skip(std::string_view text, size_t at, std::string_view among) {

@@ -13,8 +13,8 @@ class IniText {
 
     IniText& operator<<(std::string_view text);
 
-    // Adds `format` as a print with the one argument `argument` would: "%%" and integer conversions are
-    // interpreted, everything else, other conversions included, is copied.
+    // Adds `format` as a print with the one argument `argument` would: "%%" and the conversions of an int ("%c"
+    // too, whose zero byte would end the text) are interpreted, everything else, other conversions included, is copied.
     void Print(std::string_view format, int argument);
 
   private:

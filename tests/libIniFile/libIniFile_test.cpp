@@ -137,8 +137,9 @@ TEST_F(Ini, ANewKeyPassesTheTextBehindItThroughAPrint) {
         {"a=%5d|%-4lx|\n", "a=   13|d   |\n"},
         {"a=%08.3hhi\n", "a=     011\n"},
         {"a=%lld%zX\n", "a=10A\n"},
+        {"a=%c|%-3c|%lc\n", "a=\x0e|\x0e  |\x0e\n"},
         // Everything that would read or write memory, or a second argument, stays as it is.
-        {"a=%s%n%p%f%c%*d\n", "a=%s%n%p%f%c%*d\n"},
+        {"a=%s%n%p%f%*d\n", "a=%s%n%p%f%*d\n"},
         {"a=5%", "a=5%"},
         {"a=5%-3", "a=5%-3"},
         {"a=%%%%d%\n", "a=%%d%\n"},
