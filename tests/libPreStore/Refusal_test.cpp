@@ -64,9 +64,9 @@ TEST(Refusal, OfSizesAndSharesSaysWhy) {
         {10 * 512, 100, "too small: 0 MiB, a recording card has at least 1280 MiB"},
         {1280 * kMiB - 512, 100, "too small: 1279 MiB"},
         {1280 * kMiB, 99, "this share of video leaves no room for a record file of 256 MiB"},
-        {2 * kGiB, 0, "a video percent of 0 is not within 1 to 100"},
-        {2 * kGiB, 101, "a video percent of 101 is not within 1 to 100"},
-        {2 * kGiB, -1, "a video percent of -1 is not within 1 to 100"},
+        {2 * kGiB, 0, "this share of video leaves no room for a record file of 256 MiB"},
+        {2 * kGiB, 101, "a video percent of 101 is not within 0 to 100"},
+        {2 * kGiB, -1, "a video percent of -1 is not within 0 to 100"},
         {2048 * kGiB, 1, "too large: FAT32 counts at most 4294967295 sectors, this device has 4294967296"},
         {1024 * kGiB, 100, "the index has room for 2709 record files, not 4092; use a video percent of at most 66"},
     };

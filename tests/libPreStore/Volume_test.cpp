@@ -163,6 +163,8 @@ TEST_P(FormattedCard, IsWhatIndependentReadersExpect) {
 
 INSTANTIATE_TEST_SUITE_P(Sizes, FormattedCard,
                          testing::Values(Case{1280 * kMiB, 100, 1, 0, 8},        // the smallest there is
+                                         Case{1280 * kMiB, 99, 0, 0, 8},         // no file of either kind
+                                         Case{2 * kGiB, 0, 0, 4, 8},             // pictures alone
                                          Case{2 * kGiB, 50, 2, 2, 8},            //
                                          Case{3'965'190'144, 90, 9, 1, 8},       // a "4 GB" card
                                          Case{8 * kGiB - 512, 100, 27, 0, 8},    //

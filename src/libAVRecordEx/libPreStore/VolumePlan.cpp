@@ -87,9 +87,6 @@ void SizeStore(uint64_t bytes, uint64_t video_percent, ConfigStoreInfo_S& store)
 }
 
 std::string CheckStore(uint64_t bytes, const ConfigStoreInfo_S& store) {
-    if (store.vedio_num == 0) {
-        return "this share of video leaves no room for a record file of 256 MiB";
-    }
     if (store.vedio_num > RECORD_FILE_MAX) {
         // Largest percent whose rounded-down file count still fits the index.
         const uint64_t percent = (100ull * RECORD_FILE_SIZE * (RECORD_FILE_MAX + 1) - 1) / (bytes - kLeftOutside);
@@ -164,8 +161,8 @@ Extent VolumePlan::IndexHeads() const {
 std::string PlanVolume(const DeviceShape& device, int video_percent, VolumePlan& plan) {
     plan = {};
     plan.device = device;
-    if (video_percent < 1 || video_percent > 100) {
-        return FormatText("a video percent of %d is not within 1 to 100", video_percent);
+    if (video_percent < 0 || video_percent > 100) {
+        return FormatText("a video percent of %d is not within 0 to 100", video_percent);
     }
     if (device.bytes / device.sector_bytes < 10) {
         return "the image is too small for FAT32";

@@ -40,6 +40,16 @@ FormatResult Prepare(const char* path, int video_percent, FileDevice& device, Vo
     return result;
 }
 
+// Prepare for those who want to record on the card.
+FormatResult PrepareToRecord(const char* path, int video_percent, FileDevice& device, VolumePlan& plan) {
+    FormatResult result = Prepare(path, video_percent, device, plan);
+    if (result.Ok() && plan.store.vedio_num == 0) {
+        result.error = FormatError::kRefused;
+        result.message = std::string(path) + ": this share of video leaves no room for a record file of 256 MiB";
+    }
+    return result;
+}
+
 void WritePlanned(const char* path, FileDevice& device, const VolumePlan& plan, timeval now,
                   const FormatOptions& options, FormatResult& result) {
     const std::string failure = WriteVolume(device, plan, now, options, result.bytes_written);
@@ -85,14 +95,14 @@ int Report(const FormatResult& result) {
 FormatResult CheckFormat(const char* path, const FormatOptions& options) {
     FileDevice device;
     VolumePlan plan;
-    return Prepare(path, options.video_percent, device, plan);
+    return PrepareToRecord(path, options.video_percent, device, plan);
 }
 
 FormatResult Format(const char* path, const FormatOptions& options) {
     const timeval begin = WallTime();
     FileDevice device;
     VolumePlan plan;
-    FormatResult result = Prepare(path, options.video_percent, device, plan);
+    FormatResult result = PrepareToRecord(path, options.video_percent, device, plan);
     if (result.Ok()) {
         WritePlanned(path, device, plan, begin, options, result);
     }

@@ -20,8 +20,9 @@ extern "C" {
 /* Formats the card's partition "/dev/mmcblk0p1" with mkfs_vfat; same result. */
 int AV_RecordSDCardFormat(ConfigStoreInfo_S* store, int video_percent);
 
-/* Formats the block device or image file `device_name`.  `video_percent` (1 to 100) of the space beyond
- * 1 GiB becomes record files, the rest picture files, 256 MiB each.  The sizes chosen go to `store`, from
+/* Formats the block device or image file `device_name`.  `video_percent` (0 to 100) of the space beyond
+ * 1 GiB becomes record files, the rest picture files, 256 MiB each; a card without record files is made
+ * when the share says so.  The sizes chosen go to `store`, from
  * which AV_RecordFileConfigSet writes the index's system head once the card is mounted; until then all
  * heads are zero.
  * Returns 0.  Returns -1, nothing written, with a line on standard error when an argument or the device
@@ -42,7 +43,7 @@ int AssciToUnicode(const char* input, unsigned char* output);
 namespace prestore {
 
 struct FormatOptions {
-    int video_percent = 100;   // 1 to 100, see mkfs_vfat
+    int video_percent = 100;   // see mkfs_vfat; a share without a record file is refused
     bool system_head = false;  // also write the index's fresh system head: a recording card at once
     // Called on the formatting thread after each write; both in bytes, `done` ends equal to `total`.
     std::function<void(uint64_t done, uint64_t total)> progress = {};
