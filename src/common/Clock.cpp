@@ -30,7 +30,7 @@ void RealSleepMs(unsigned int milliseconds) {
     }
 }
 
-constexpr ClockSource kRealClock{RealWall, RealUptime, RealSleepMs};
+constexpr ClockSource kRealClock{RealWall, RealUptime, RealSleepMs, SystemSteadyMs};
 std::atomic<const ClockSource*> g_clock{&kRealClock};
 
 // What tells a changed file from the one before; zeros where there is none.
@@ -123,11 +123,20 @@ long KQ_COMMON_GetUptime(void) {
     return g_clock.load()->Uptime();
 }
 
+int64_t SystemSteadyMs() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
 timeval WallTime() {
     return g_clock.load()->Wall();
 }
 time_t WallSeconds() {
     return WallTime().tv_sec;
+}
+int64_t SteadyMs() {
+    return g_clock.load()->SteadyMs();
 }
 void SleepMs(unsigned int milliseconds) {
     g_clock.load()->SleepMs(milliseconds);

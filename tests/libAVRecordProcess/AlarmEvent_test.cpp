@@ -1,10 +1,12 @@
 #include "AlarmEvent.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
@@ -15,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "CardFile.h"
 #include "Clock.h"
 #include "RecordState.h"
 #include "libAVRecord.h"
@@ -620,7 +623,14 @@ TEST_F(AlarmThread, AFailureEndsTheThreadAndNothingElse) {
     EXPECT_FALSE(Logged("AlarmEvent end")) << "a file that cannot be opened is no news";
 
     ASSERT_EQ(rmdir("/var/etc/sdcard/event000.bin"), 0);
-    ASSERT_EQ(symlink("/dev/full", "/var/etc/sdcard/event000.bin"), 0);  // every write fails
+    close(creat("/var/etc/sdcard/event000.bin", 0600));
+    std::filesystem::resize_file("/var/etc/sdcard/event000.bin", 64 << 20);
+    card::Calls full = card::CardCalls();
+    full.WriteAt = [](int, const void*, size_t, off64_t) {
+        errno = ENOSPC;
+        return ssize_t{-1};
+    };
+    card::ReplaceCardCalls(&full);
     Begin();
     Alarm(ALARM_SOURCE_DEF_MOTION, 1);
     g_timeline.RunFreely();
@@ -638,6 +648,7 @@ TEST_F(AlarmThread, AFailureEndsTheThreadAndNothingElse) {
     g_timeline.RunFreely();
     EXPECT_TRUE(HasLeft()) << "no configuration";
     EXPECT_EQ(HowOftenLogged(":AlarmEvent end !!!\n"), 2) << "only failed writes are told";
+    card::ReplaceCardCalls(nullptr);
     EXPECT_TRUE(g_flags.run_is_on);
     EXPECT_EQ(GetRecordStopFlag(), 0);
     EXPECT_EQ(Descriptors(), descriptors);

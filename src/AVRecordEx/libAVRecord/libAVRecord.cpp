@@ -7,6 +7,7 @@
 #include <mutex>
 #include <span>
 
+#include "CardHealth.h"
 #include "Clock.h"
 #include "FrameClass.h"
 #include "libCameraAccess.h"
@@ -108,6 +109,7 @@ int Writer::Open(const RecordFileInfoHead_S* file, int channel) {
         CloseFiles();
         return -1;
     }
+    card::Pardon();
     LOG_TRACE("%s %d : g_u32Offset = %d \n", static_cast<int>(g_u32Offset));
     g_stAVStreamParam = {};
     m_AudioCodec = CODE_AUDIO_NULL;

@@ -69,11 +69,18 @@ int KQ_RecordStreamFdGet(void);
 /* 0 when the card carries a prepared store, else -1. */
 int KQ_RecordConfigGet(void);
 
-/* 1 when the store's directory holds an index file, else 0.  To be asked before a file of the store is opened
- * for writing: opening creates what is missing, and once the card is gone that is the camera's own flash. */
+/* 1 when the store's directory holds an index file, else 0. */
 int AVRecordStoreIsThere(void);
 
-/* Writes the in-memory system head into the index file.  Returns 0, or -1, also when the store is gone. */
+/* 0 when the index and record file `file_no` are there and can be opened for writing, else -1 with errno; what
+ * fails is logged by the door to the card.  To be asked before a run changes a count or forces a key frame. */
+int AVRecordStoreIsWritable(uint32_t file_no);
+
+/* 1 when the card has turned read-only, is gone, or has refused every write for 10 s: a reason to end a run.
+ * Ends with a write that works, or with the next KQ_RecordInit, which tries anew. */
+int AVRecordCardFailing(void);
+
+/* Writes the in-memory system head into the index file, which must be there.  Returns 0, or -1. */
 int AVRecordSystemHeadSave(void);
 
 /* ---- Frames ------------------------------------------------------------------------------------- */

@@ -1,13 +1,16 @@
-// Plain descriptors: open, close, seek, whole transfers.
+// The C interface's files: open, close, seek, whole transfers.
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
 
-#include "Positioned.h"
+#include "CardFile.h"
 #include "libLog.h"
 #include "libRecordFile.h"
+
+using card::CardCalls;
+using card::Kind;
 
 namespace {
 
@@ -26,18 +29,15 @@ int OpenFlags(int mode) {
     }
 }
 
-}  // namespace
-
-int AVFileOpen(const char* path, int mode) {
+int OpenKind(Kind kind, const char* path, int mode) {
     if (path == nullptr) {
         return -1;
     }
     const int flags = OpenFlags(mode);
     errno = EINVAL;
-    // Close-on-exec from the start: a child that another thread forks meanwhile must not keep the card busy.
-    const int fd = flags < 0 ? -1 : open64(path, flags | O_CLOEXEC, 0666);
+    const int fd = flags < 0 ? -1 : card::OpenAs(kind, path, flags);
     if (fd < 0) {
-        LOG_TRACE("%s %d :open %s fail %d\n", path, errno);
+        LogTrace("%s %d :open %s fail %d\n", "AVFileOpen", __LINE__, path, errno);
         return -1;
     }
     if (fcntl(fd, F_SETFD, FD_CLOEXEC) < 0) {
@@ -46,8 +46,36 @@ int AVFileOpen(const char* path, int mode) {
     return fd;
 }
 
+}  // namespace
+
+int AVFileOpen(const char* path, int mode) {
+    return OpenKind(Kind::kOther, path, mode);
+}
 int AVFileClose(int fd) {
-    return fd < 0 ? -1 : close(fd);
+    return card::CloseAs(Kind::kOther, fd);
+}
+
+int AV_RecordOpen(const char* path, int mode) {
+    return OpenKind(Kind::kIndex, path, mode);
+}
+int AV_RecordClose(int fd) {
+    return card::CloseAs(Kind::kIndex, fd);
+}
+
+int AV_RecordStreamFileOpen(const char* path, int mode) {
+    return OpenKind(Kind::kRecord, path, mode);
+}
+int AV_RecordStreamFileClose(int fd) {
+    const int result = card::CloseAs(Kind::kRecord, fd);
+    LOG_TRACE("%s %d : AVFileClose ret= %d fd = %d \n", result, fd);
+    return result;
+}
+
+int AV_AlarmEvnetOpen(const char* path, int mode) {
+    return OpenKind(Kind::kEvents, path, mode);
+}
+int AV_AlarmEvnetClose(int fd) {
+    return card::CloseAs(Kind::kEvents, fd);
 }
 
 int AVFileSeek(int fd, int offset, int whence) {
@@ -69,30 +97,12 @@ int AVFileWrtie(int fd, const void* buffer, int length) {
     if (fd < 0 || buffer == nullptr || length < 0) {
         return -1;
     }
-    return write(fd, buffer, static_cast<size_t>(length)) == length ? length : -1;
+    return CardCalls().Write(fd, buffer, static_cast<size_t>(length)) == length ? length : -1;
 }
 
 int AVFileRead(int fd, void* buffer, int length) {
     if (fd < 0 || buffer == nullptr || length < 0) {
         return -1;
     }
-    return read(fd, buffer, static_cast<size_t>(length)) == length ? length : -1;
+    return CardCalls().Read(fd, buffer, static_cast<size_t>(length)) == length ? length : -1;
 }
-
-namespace record_file {
-
-int WriteAt(int fd, uint64_t offset, const void* buffer, int64_t length) {
-    if (fd < 0 || buffer == nullptr || length < 0) {
-        return -1;
-    }
-    return pwrite64(fd, buffer, static_cast<size_t>(length), static_cast<off64_t>(offset)) == length ? 0 : -1;
-}
-
-int ReadAt(int fd, uint64_t offset, void* buffer, int64_t length) {
-    if (fd < 0 || buffer == nullptr || length < 0) {
-        return -1;
-    }
-    return pread64(fd, buffer, static_cast<size_t>(length), static_cast<off64_t>(offset)) == length ? 0 : -1;
-}
-
-}  // namespace record_file

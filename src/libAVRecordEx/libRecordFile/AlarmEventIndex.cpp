@@ -1,14 +1,13 @@
 // Alarm events of every record file: a head and up to 1024 records in the event file.
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
-#include "Positioned.h"
+#include "CardFile.h"
 #include "libRecordFile.h"
 
-using record_file::OpenFile;
-using record_file::ReadAt;
-using record_file::ReadRecord;
-using record_file::WriteRecord;
+using card::AsInt;
+using card::Kind;
 
 namespace {
 
@@ -25,13 +24,6 @@ static_assert(HeadOffset(ALARM_EVENT_FILE_MAX) == RecordOffset(0, 1), "heads end
 static_assert(RecordOffset(0, ALARM_EVENT_MAX + 1) <= RecordOffset(1, 1), "a file's records stay in its block");
 
 }  // namespace
-
-int AV_AlarmEvnetOpen(const char* path, int mode) {
-    return AVFileOpen(path, mode);
-}
-int AV_AlarmEvnetClose(int fd) {
-    return AVFileClose(fd);
-}
 
 // ---- heads
 
@@ -85,7 +77,7 @@ int AV_AlarmEventInfoEventTypeFresh(AlarmEventHead_S* head, uint8_t type_bits) {
 }
 
 int AV_AlarmEventInfoWrite(int fd, uint32_t file_no, const AlarmEventHead_S* head) {
-    return file_no < ALARM_EVENT_FILE_MAX ? WriteRecord(fd, HeadOffset(file_no), head) : -1;
+    return file_no < ALARM_EVENT_FILE_MAX ? AsInt(card::WriteRecord(Kind::kEvents, fd, HeadOffset(file_no), head)) : -1;
 }
 
 int AV_AlarmEventInfoReset(int fd, uint32_t file_no, const AlarmEventHead_S* head) {
@@ -93,19 +85,27 @@ int AV_AlarmEventInfoReset(int fd, uint32_t file_no, const AlarmEventHead_S* hea
 }
 
 int AV_AlarmEventInfoRead(int fd, uint32_t file_no, AlarmEventHead_S* head) {
-    return file_no < ALARM_EVENT_FILE_MAX ? ReadRecord(fd, HeadOffset(file_no), head) : -1;
+    return AVAlarmEventHeadLoad(fd, file_no, head) == AV_HEAD_LOADED ? 0 : -1;
+}
+
+AVHeadLoad AVAlarmEventHeadLoad(int fd, uint32_t file_no, AlarmEventHead_S* head) {
+    if (file_no >= ALARM_EVENT_FILE_MAX) {
+        errno = EINVAL;
+        return AV_HEAD_FAILED;
+    }
+    return card::AsHeadLoad(card::ReadRecord(Kind::kEvents, fd, HeadOffset(file_no), head));
 }
 
 int AV_AlarmEventInfoClear(const char* path, uint32_t file_count) {
-    OpenFile events(path, AVFILE_READ_WRITE);
-    if (events.fd() < 0) {
+    Descriptor events(AV_AlarmEvnetOpen(path, AVFILE_READ_WRITE), AV_AlarmEvnetClose);
+    if (!events.IsOpen()) {
         return -1;
     }
     int result = 0;
     const AlarmEventHead_S no_events{};
     const uint32_t heads = std::min(file_count, ALARM_EVENT_FILE_MAX);
     for (uint32_t n = 0; n < heads; ++n) {
-        result |= AV_AlarmEventInfoWrite(events.fd(), n, &no_events);
+        result |= AV_AlarmEventInfoWrite(events.Get(), n, &no_events);
     }
     return events.Close() == 0 ? result : -1;
 }
@@ -163,7 +163,8 @@ int AV_AlarmEventFileInfoWrite(int fd, const AlarmEventHead_S* head, const Alarm
         head->m_u32AlarmEventSum > ALARM_EVENT_MAX) {
         return -1;
     }
-    return WriteRecord(fd, RecordOffset(head->m_u32AlarmFileNo, head->m_u32AlarmEventSum), record);
+    const uint64_t offset = RecordOffset(head->m_u32AlarmFileNo, head->m_u32AlarmEventSum);
+    return AsInt(card::WriteRecord(Kind::kEvents, fd, offset, record));
 }
 
 int AV_AlarmEventFileInfoRead(int fd, AlarmEventHead_S* head, AlarmFileInfoHead_S* records) {
@@ -172,6 +173,6 @@ int AV_AlarmEventFileInfoRead(int fd, AlarmEventHead_S* head, AlarmFileInfoHead_
         return -1;
     }
     head->m_u32AlarmEventSum = std::min(head->m_u32AlarmEventSum, ALARM_EVENT_READ_MAX);
-    return ReadAt(fd, RecordOffset(head->m_u32AlarmFileNo, 1), records,
-                  int64_t{sizeof *records} * head->m_u32AlarmEventSum);
+    return AsInt(card::ReadAt(Kind::kEvents, fd, RecordOffset(head->m_u32AlarmFileNo, 1), records,
+                              int64_t{sizeof *records} * head->m_u32AlarmEventSum));
 }

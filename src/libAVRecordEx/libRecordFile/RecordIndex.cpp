@@ -1,15 +1,16 @@
 // Heads of the index file: the system head, a head per record file, a head per section.
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
-#include "Positioned.h"
+#include "CardFile.h"
 #include "RecordFormat.h"
 
+using card::AsInt;
+using card::Kind;
+using card::Result;
 using record_file::FileHeadOffset;
-using record_file::ReadAt;
-using record_file::ReadRecord;
 using record_file::SectionHeadOffset;
-using record_file::WriteRecord;
 
 namespace {
 
@@ -19,21 +20,18 @@ bool IsFull(const RecordFileInfoHead_S& file) {
 
 }  // namespace
 
-int AV_RecordOpen(const char* path, int mode) {
-    return AVFileOpen(path, mode);
-}
-int AV_RecordClose(int fd) {
-    return AVFileClose(fd);
-}
-
 // ---- system head
 
 int AV_SystemInfoHeadWrite(int fd, const RecordSystemInfoHead_S* system) {
-    return WriteRecord(fd, 0, system) == 0 ? static_cast<int>(sizeof *system) : -1;
+    return card::WriteRecord(Kind::kIndex, fd, 0, system) == Result::kDone ? static_cast<int>(sizeof *system) : -1;
 }
 
 int AV_SystemInfoHeadRead(int fd, RecordSystemInfoHead_S* system) {
-    return ReadRecord(fd, 0, system) == 0 ? static_cast<int>(sizeof *system) : -1;
+    return AVRecordSystemHeadLoad(fd, system) == AV_HEAD_LOADED ? static_cast<int>(sizeof *system) : -1;
+}
+
+AVHeadLoad AVRecordSystemHeadLoad(int fd, RecordSystemInfoHead_S* system) {
+    return card::AsHeadLoad(card::ReadRecord(Kind::kIndex, fd, 0, system));
 }
 
 int AV_SystemInfoHeadCheck(const RecordSystemInfoHead_S* system) {
@@ -89,11 +87,19 @@ int AV_RecordFileInfoHeadRead(int fd, const RecordSystemInfoHead_S* system, Reco
 }
 
 int AV_RecordFileInfoHeadAccecsFileNoWrite(int fd, uint32_t file_no, const RecordFileInfoHead_S* file) {
-    return file_no < RECORD_FILE_MAX ? WriteRecord(fd, FileHeadOffset(file_no), file) : -1;
+    return file_no < RECORD_FILE_MAX ? AsInt(card::WriteRecord(Kind::kIndex, fd, FileHeadOffset(file_no), file)) : -1;
 }
 
 int AV_RecordFileInfoHeadAccecsFileNoRead(int fd, uint32_t file_no, RecordFileInfoHead_S* file) {
-    return file_no < RECORD_FILE_MAX ? ReadRecord(fd, FileHeadOffset(file_no), file) : -1;
+    return AVRecordFileHeadLoad(fd, file_no, file) == AV_HEAD_LOADED ? 0 : -1;
+}
+
+AVHeadLoad AVRecordFileHeadLoad(int fd, uint32_t file_no, RecordFileInfoHead_S* file) {
+    if (file_no >= RECORD_FILE_MAX) {
+        errno = EINVAL;
+        return AV_HEAD_FAILED;
+    }
+    return card::AsHeadLoad(card::ReadRecord(Kind::kIndex, fd, FileHeadOffset(file_no), file));
 }
 
 int AV_RecordFileInfoHeadAdd(const RecordSystemInfoHead_S* system, RecordFileInfoHead_S* file, uint32_t start_time,
@@ -238,7 +244,8 @@ int AV_RecordSectionInfoHeadWrite(int fd, const RecordFileInfoHead_S* file, cons
         section->m_u16RecordUseNo < 1 || section->m_u16RecordUseNo > RECORD_SECTION_MAX) {
         return -1;
     }
-    return WriteRecord(fd, SectionHeadOffset(file->m_u32FileInfoHeadNo, section->m_u16RecordUseNo), section);
+    const uint64_t offset = SectionHeadOffset(file->m_u32FileInfoHeadNo, section->m_u16RecordUseNo);
+    return AsInt(card::WriteRecord(Kind::kIndex, fd, offset, section));
 }
 
 int AV_RecordSectionInfoHeadRead(int fd, const RecordFileInfoHead_S* file, RecordInfoHead_S* sections) {
@@ -246,5 +253,6 @@ int AV_RecordSectionInfoHeadRead(int fd, const RecordFileInfoHead_S* file, Recor
         return -1;
     }
     const uint32_t count = std::min(file->m_u32RecordSectionSum, RECORD_SECTION_MAX);
-    return ReadAt(fd, SectionHeadOffset(file->m_u32FileInfoHeadNo, 1), sections, int64_t{sizeof *sections} * count);
+    const uint64_t offset = SectionHeadOffset(file->m_u32FileInfoHeadNo, 1);
+    return AsInt(card::ReadAt(Kind::kIndex, fd, offset, sections, int64_t{sizeof *sections} * count));
 }

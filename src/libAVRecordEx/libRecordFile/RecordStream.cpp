@@ -3,32 +3,26 @@
 
 #include <cerrno>
 
-#include "Positioned.h"
+#include "CardFile.h"
 #include "libLog.h"
 #include "libRecordFile.h"
 
-using record_file::ReadAt;
-using record_file::WriteAt;
+using card::Kind;
+using card::Result;
 
 namespace {
 
 constexpr uint64_t kSlotSize = 524288;         // a slot of the key-frame data operations
 constexpr int64_t kSlotWriteEnd = 0x20000000;  // a write may end here, not beyond
 
+int LengthOf(Result result, int length) {
+    return result == Result::kDone ? length : -1;
+}
+
 }  // namespace
 
-int AV_RecordStreamFileOpen(const char* path, int mode) {
-    return AVFileOpen(path, mode);
-}
-
-int AV_RecordStreamFileClose(int fd) {
-    const int result = AVFileClose(fd);
-    LOG_TRACE("%s %d : AVFileClose ret= %d fd = %d \n", result, fd);
-    return result;
-}
-
 int AV_RecordStreamInfoWrite(int fd, uint32_t offset, const void* buffer, int length) {
-    return WriteAt(fd, offset, buffer, length) == 0 ? length : -1;
+    return LengthOf(card::WriteAt(Kind::kRecord, fd, offset, buffer, length), length);
 }
 
 int AV_RecordStreamInfoRead(int fd, uint32_t offset, void* buffer, int length) {
@@ -36,7 +30,7 @@ int AV_RecordStreamInfoRead(int fd, uint32_t offset, void* buffer, int length) {
         return -1;
     }
     const bool reachable = offset <= INT32_MAX;
-    if (reachable && ReadAt(fd, offset, buffer, length) == 0) {
+    if (reachable && card::ReadAt(Kind::kRecord, fd, offset, buffer, length) == Result::kDone) {
         return static_cast<int>(offset);
     }
     if (!reachable || lseek64(fd, 0, SEEK_CUR) < 0) {
@@ -50,11 +44,11 @@ int AV_RecordStreamInfoRead(int fd, uint32_t offset, void* buffer, int length) {
 }
 
 int AV_RecordKeyFrameWrite(int fd, uint32_t offset, const void* buffer, int length) {
-    return WriteAt(fd, uint64_t{RECORD_KEY_FRAME_BASE} + offset, buffer, length) == 0 ? length : -1;
+    return LengthOf(card::WriteAt(Kind::kRecord, fd, uint64_t{RECORD_KEY_FRAME_BASE} + offset, buffer, length), length);
 }
 
 int AV_RecordKeyFrameRead(int fd, uint32_t offset, void* buffer, int length) {
-    return ReadAt(fd, uint64_t{RECORD_KEY_FRAME_BASE} + offset, buffer, length) == 0 ? length : -1;
+    return LengthOf(card::ReadAt(Kind::kRecord, fd, uint64_t{RECORD_KEY_FRAME_BASE} + offset, buffer, length), length);
 }
 
 int AV_RecordKeyFrameInfoUpdate(KeyFrameInfoHead_S* record, uint32_t time, uint32_t length, uint32_t position,
@@ -70,12 +64,14 @@ int AV_RecordKeyFrameDataWrite(int fd, int index, uint32_t offset, const void* b
     if (index < 0 || int64_t{offset} + length > kSlotWriteEnd) {
         return -1;
     }
-    return WriteAt(fd, static_cast<uint64_t>(index) * kSlotSize + offset, buffer, length) == 0 ? length : -1;
+    return LengthOf(card::WriteAt(Kind::kRecord, fd, static_cast<uint64_t>(index) * kSlotSize + offset, buffer, length),
+                    length);
 }
 
 int AV_RecordKeyFrameDataRead(int fd, int index, uint32_t offset, void* buffer, int length) {
     if (index < 0) {
         return -1;
     }
-    return ReadAt(fd, static_cast<uint64_t>(index) * kSlotSize + offset, buffer, length) == 0 ? length : -1;
+    return LengthOf(card::ReadAt(Kind::kRecord, fd, static_cast<uint64_t>(index) * kSlotSize + offset, buffer, length),
+                    length);
 }

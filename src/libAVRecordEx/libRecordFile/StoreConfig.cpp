@@ -1,23 +1,25 @@
 // Operations on a whole index file, by path: prepare it, clear it, ask what it holds.
 #include <algorithm>
 
-#include "Positioned.h"
+#include "Descriptor.h"
 #include "libLog.h"
 #include "libRecordFile.h"
 
-using record_file::OpenFile;
-
 namespace {
 
+Descriptor OpenIndex(const char* path, int mode) {
+    return Descriptor(AV_RecordOpen(path, mode), AV_RecordClose);
+}
+
 // Reads the system head and checks it.
-int ReadChecked(const OpenFile& index, RecordSystemInfoHead_S* system) {
-    return AV_SystemInfoHeadRead(index.fd(), system) < 0 ? -1 : AV_SystemInfoHeadCheck(system);
+int ReadChecked(const Descriptor& index, RecordSystemInfoHead_S* system) {
+    return AV_SystemInfoHeadRead(index.Get(), system) < 0 ? -1 : AV_SystemInfoHeadCheck(system);
 }
 
 }  // namespace
 
 int AV_SystemInfoInitCheck(const char* path) {
-    const OpenFile index(path, AVFILE_READ);
+    const Descriptor index = OpenIndex(path, AVFILE_READ);
     RecordSystemInfoHead_S system{};
     return ReadChecked(index, &system);
 }
@@ -26,8 +28,8 @@ int AV_SystemInfoHeadParamSave(const char* path, const RecordSystemInfoHead_S* s
     if (system == nullptr) {
         return -1;
     }
-    OpenFile index(path, AVFILE_READ_WRITE);
-    const bool written = AV_SystemInfoHeadWrite(index.fd(), system) >= 0;
+    Descriptor index = OpenIndex(path, AVFILE_READ_WRITE);
+    const bool written = AV_SystemInfoHeadWrite(index.Get(), system) >= 0;
     return index.Close() == 0 && written ? 0 : -1;
 }
 
@@ -49,7 +51,7 @@ int AV_RecordFileConfigClear(const char* path, uint32_t* file_count) {
     if (file_count == nullptr) {
         return -1;
     }
-    OpenFile index(path, AVFILE_READ_WRITE);
+    Descriptor index = OpenIndex(path, AVFILE_READ_WRITE);
     RecordSystemInfoHead_S system{};
     if (ReadChecked(index, &system) < 0) {
         return -1;
@@ -59,10 +61,10 @@ int AV_RecordFileConfigClear(const char* path, uint32_t* file_count) {
     const RecordFileInfoHead_S no_file{};
     const uint32_t heads = std::min(system.m_u32RecordFileSum, RECORD_FILE_MAX);
     for (uint32_t n = 0; n < heads; ++n) {
-        result |= AV_RecordFileInfoHeadAccecsFileNoWrite(index.fd(), n, &no_file);
+        result |= AV_RecordFileInfoHeadAccecsFileNoWrite(index.Get(), n, &no_file);
     }
     system = {};
-    result |= AV_SystemInfoHeadWrite(index.fd(), &system) < 0 ? -1 : 0;
+    result |= AV_SystemInfoHeadWrite(index.Get(), &system) < 0 ? -1 : 0;
     return index.Close() == 0 ? result : -1;
 }
 
@@ -70,7 +72,7 @@ int AV_RecordConfigInfoGet(const char* path, uint32_t* record_space, uint32_t* f
     if (record_space == nullptr || free_mib == nullptr) {
         return -1;
     }
-    const OpenFile index(path, AVFILE_READ);
+    const Descriptor index = OpenIndex(path, AVFILE_READ);
     RecordSystemInfoHead_S system{};
     const int result = ReadChecked(index, &system);
     if (result == 0) {

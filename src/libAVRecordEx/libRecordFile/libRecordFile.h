@@ -186,6 +186,16 @@ int AV_RecordKeyFrameDataRead(int fd, int index, uint32_t offset, void* buffer, 
 int AV_RecordOpen(const char* path, int mode); /* as AVFileOpen */
 int AV_RecordClose(int fd);
 
+/* What reading a head came to, where "no head" and "not readable" must not be confused: what a card holds is
+ * written over only when it was read. */
+typedef enum AVHeadLoad {
+    AV_HEAD_LOADED = 0,
+    AV_HEAD_ABSENT = 1,  /* the file ends before the head's last byte                               */
+    AV_HEAD_FAILED = -1  /* errno says why; the head may be there                                   */
+} AVHeadLoad;
+AVHeadLoad AVRecordSystemHeadLoad(int fd, RecordSystemInfoHead_S* system);
+AVHeadLoad AVRecordFileHeadLoad(int fd, uint32_t file_no, RecordFileInfoHead_S* file);
+
 /* System head.  Write and Read return 236, or -1. */
 int AV_SystemInfoHeadWrite(int fd, const RecordSystemInfoHead_S* system);
 int AV_SystemInfoHeadRead(int fd, RecordSystemInfoHead_S* system);
@@ -294,6 +304,7 @@ int AV_AlarmEventInfoEventTypeFresh(AlarmEventHead_S* head, uint8_t type_bits);
 int AV_AlarmEventInfoWrite(int fd, uint32_t file_no, const AlarmEventHead_S* head);
 int AV_AlarmEventInfoReset(int fd, uint32_t file_no, const AlarmEventHead_S* head); /* as Write */
 int AV_AlarmEventInfoRead(int fd, uint32_t file_no, AlarmEventHead_S* head);
+AVHeadLoad AVAlarmEventHeadLoad(int fd, uint32_t file_no, AlarmEventHead_S* head);
 int AV_AlarmEventInfoClear(const char* path, uint32_t file_count); /* zeroes the heads of files 0 to count - 1 */
 
 /* Event records.  Order: raise the head's count, make the record, write it into the count's slot. */

@@ -1,0 +1,181 @@
+#include "CardHealth.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+
+#include "Clock.h"
+#include "RecorderStatus.h"
+#include "libLog.h"
+
+namespace card {
+namespace {
+
+constexpr long kNever = -1;
+constexpr long kRepeatSeconds = 60;
+constexpr long kWritesFailSeconds = 10;
+constexpr long kGoneSeconds = 3;  // nothing at all has worked for so long
+constexpr int kOperations = 4;
+constexpr int kKinds = 3;  // kOther is not kept
+
+constexpr const char* kOperationNames[kOperations] = {"opening", "closing", "reading", "writing"};
+constexpr const char* kKindNames[kKinds] = {"the index", "record files", "the event file"};
+
+struct Trouble {  // of one operation on one kind of file; times are s since boot
+    long began = kNever;
+    long logged = kNever;       // the last line about it
+    unsigned int failures = 0;  // since it began
+    bool is_announced = false;  // and its end is to be told
+};
+
+struct Health {
+    std::mutex mutex;
+    Trouble troubles[kOperations][kKinds];
+    long writes_fail_since = kNever;
+    long all_fails_since = kNever;
+    std::atomic<bool> has_trouble{false};  // anything above is not as it was at the start
+    std::atomic<bool> is_failing{false};
+};
+constinit Health g_health;
+
+Trouble& TroubleOf(Operation operation, Kind kind) {
+    return g_health.troubles[static_cast<int>(operation)][static_cast<int>(kind)];
+}
+
+// The path of a descriptor, for a line of the log.
+void NameOf(const Place& place, char* name, size_t room) {
+    if (place.path != nullptr) {
+        std::snprintf(name, room, "%s", place.path);
+        return;
+    }
+    char link[32];
+    std::snprintf(link, sizeof link, "/proc/self/fd/%d", place.fd);
+    const ssize_t length = readlink(link, name, room - 1);
+    if (length < 0) {
+        std::snprintf(name, room, "descriptor %d", place.fd);
+    } else {
+        name[length] = '\0';
+    }
+}
+
+void LogFailure(Operation operation, const Place& place, int error, const Trouble& trouble) {
+    char name[128];
+    NameOf(place, name, sizeof name);
+    char where[64] = "";
+    if (operation == Operation::kRead || operation == Operation::kWrite) {
+        std::snprintf(where, sizeof where, ", %lld bytes at %llu", static_cast<long long>(place.length),
+                      static_cast<unsigned long long>(place.offset));
+    }
+    LOG_ERROR("%s %d : %s %s%s failed: errno %d %s (failure %u in %ld s)\n",
+              kOperationNames[static_cast<int>(operation)], name, where, error, std::strerror(error), trouble.failures,
+              trouble.logged - trouble.began);
+}
+
+// What one more failure says of the card as a whole.
+void Judge(Operation operation, int error, long now) {
+    Health& health = g_health;
+    if (health.all_fails_since == kNever) {
+        health.all_fails_since = now;
+    }
+    const bool is_away = error == ENODEV || error == ENXIO || error == EIO;
+    bool is_failing = error == EROFS || (is_away && now - health.all_fails_since >= kGoneSeconds);
+    if (operation == Operation::kWrite) {
+        if (health.writes_fail_since == kNever) {
+            health.writes_fail_since = now;
+        }
+        is_failing = is_failing || now - health.writes_fail_since >= kWritesFailSeconds;
+    }
+    if (is_failing) {
+        health.is_failing = true;
+    }
+}
+
+// Counts it and says whether a line is due.
+bool Count(Trouble& trouble, long now) {
+    if (trouble.failures++ == 0) {
+        trouble.began = now;
+    }
+    if (trouble.logged != kNever && now - trouble.logged < kRepeatSeconds) {
+        return false;
+    }
+    trouble.logged = now;
+    trouble.is_announced = true;
+    return true;
+}
+
+}  // namespace
+
+void TellFailure(Operation operation, Kind kind, const Place& place, int error) {
+    if (kind == Kind::kOther) {
+        return;
+    }
+    if (operation == Operation::kWrite) {
+        RecorderStatusWriteFailed();
+    }
+    const long now = KQ_COMMON_GetUptime();
+    Trouble line;
+    {
+        const std::lock_guard lock(g_health.mutex);
+        g_health.has_trouble = true;
+        Judge(operation, error, now);
+        Trouble& trouble = TroubleOf(operation, kind);
+        if (!Count(trouble, now)) {
+            return;
+        }
+        line = trouble;
+    }
+    LogFailure(operation, place, error, line);
+}
+
+void TellSuccess(Operation operation, Kind kind) {
+    if (kind == Kind::kOther || !g_health.has_trouble.load(std::memory_order_relaxed)) {
+        return;
+    }
+    const long now = KQ_COMMON_GetUptime();
+    Trouble ended;
+    {
+        const std::lock_guard lock(g_health.mutex);
+        g_health.all_fails_since = kNever;
+        if (operation == Operation::kWrite) {
+            g_health.writes_fail_since = kNever;
+            g_health.is_failing = false;
+        }
+        Trouble& trouble = TroubleOf(operation, kind);
+        ended = trouble;
+        trouble.failures = 0;
+        trouble.is_announced = false;
+    }
+    if (ended.is_announced) {
+        LOG_WARN("%s %d : %s %s works again, after %u failures in %ld s\n",
+                 kOperationNames[static_cast<int>(operation)], kKindNames[static_cast<int>(kind)], ended.failures,
+                 now - ended.began);
+    }
+}
+
+bool IsFailing() {
+    return g_health.is_failing;
+}
+
+void Pardon() {
+    const std::lock_guard lock(g_health.mutex);
+    g_health.writes_fail_since = kNever;
+    g_health.all_fails_since = kNever;
+    g_health.is_failing = false;
+}
+
+void ForgetFailures() {
+    Pardon();
+    const std::lock_guard lock(g_health.mutex);
+    for (auto& kinds : g_health.troubles) {
+        for (Trouble& trouble : kinds) {
+            trouble = {};
+        }
+    }
+    g_health.has_trouble = false;
+}
+
+}  // namespace card

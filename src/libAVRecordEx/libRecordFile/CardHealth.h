@@ -1,0 +1,36 @@
+// What works and what does not at the door to the card: says it once in the log, and judges the card.
+//
+// For every operation on every kind of file the first failure is logged with file, place and errno, then once a
+// minute with a count while it lasts, and its end.  A card that fails now and then costs two lines a minute.
+// Threads: any.  While all works a success costs one load.
+#pragma once
+
+#include <cstdint>
+
+#include "CardFile.h"
+
+namespace card {
+
+enum class Operation : uint8_t { kOpen, kClose, kRead, kWrite };
+
+struct Place {
+    const char* path;  // null: the descriptor's
+    int fd;
+    uint64_t offset;
+    int64_t length;
+};
+
+// `error` is the errno.  Files of kind kOther are nobody's business here.
+void TellFailure(Operation operation, Kind kind, const Place& place, int error);
+void TellSuccess(Operation operation, Kind kind);
+
+// The card turned read-only, or is gone, or every write has failed for 10 s.  Ends with the next write that works.
+bool IsFailing();
+
+// A new run tries its luck: what was held against the card until now does not count.
+void Pardon();
+
+// All is as at the start of the process.
+void ForgetFailures();
+
+}  // namespace card
