@@ -27,9 +27,9 @@ thread_local const char* t_in_hand = nullptr;  // payload of the frame that this
 
 }  // namespace
 
-// The media server writes along the ring, so what writes over a frame writes over its header first: a record that
-// began in front of this one passes the header before it reaches the payload, and one that begins in the same place
-// says first that it is not ready.  A header unchanged after the payload was read means that the payload was whole.
+// The media server writes along the ring, and a record's header, or its mark "not ready", before the payload.  So what
+// writes over a frame has passed the frame's header before it reaches the payload, wherever in front it began.  A header
+// unchanged after the payload was read means that the payload was whole.
 int AVStreamFrameIntact(const char* VideoData, const AVDataInfo* pDataInfo) {
     if (VideoData == nullptr || VideoData != t_in_hand || pDataInfo == nullptr) {
         return 0;

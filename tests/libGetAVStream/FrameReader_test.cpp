@@ -524,6 +524,64 @@ TEST_F(FrameReader, ReadsANewRingFromItsBeginning) {
     EXPECT_THAT(g_received.Serials(4), ElementsAre(5000, 1, 2, 3));
 }
 
+// A client that is too slow for its ring: what it is told to be whole is whole, and nothing comes twice.
+std::atomic<uint32_t> g_whole, g_torn, g_wrong;
+
+int TakeSlowly(int, int, char* data, AVDataInfo* header) {
+    static thread_local uint32_t last = 0;
+    const auto length = static_cast<size_t>(header->AVDataLen);
+    std::string copy(data, length / 2);
+    std::this_thread::sleep_for(std::chrono::microseconds(header->SerialNumber % 700));
+    copy.append(data + length / 2, length - length / 2);
+    if (AVStreamFrameIntact(data, header) == 0) {
+        ++g_torn;
+        return 0;
+    }
+    ++g_whole;
+    const std::string wanted(length - 5, static_cast<char>(header->SerialNumber));
+    g_wrong += copy.substr(5) != wanted || header->SerialNumber <= last;
+    last = header->SerialNumber;
+    return 0;
+}
+
+TEST_F(FrameReader, GivesALateClientWholeFramesInOrder) {
+    constexpr int kRing = 131072, kSub = 1;
+    g_whole = g_torn = g_wrong = 0;
+    ASSERT_EQ(GetAVStreamInit(kType, TakeSlowly, nullptr), 0);
+    std::atomic<bool> over{false};
+    std::thread writer([&] {
+        uint32_t random = 4711;
+        int position = 0;
+        for (uint32_t serial = 1; !over; ++serial) {
+            random = random * 1103515245 + 12345;
+            const bool key = serial % 25 == 0;
+            const std::string payload =
+                (key ? kKey : kDelta).substr(0, 5) +
+                std::string(100 + (random >> 16) % (key ? 30000 : 6000), static_cast<char>(serial));
+            if (position + 3 * 64 + static_cast<int>(payload.size()) > kRing) {
+                peer_.Put(kSub, position, serial, "", MediaPeer::Frame(AVDATA_END_RING));
+                position = 0;
+            }
+            if (key) {
+                peer_.last_key = position;
+            }
+            position = peer_.Put(kSub, position, serial, payload);
+            peer_.current = position;
+            std::this_thread::sleep_for(std::chrono::microseconds(100 + (random >> 8) % 300));
+        }
+    });
+    Start(kSub);
+    for (int i = 0; i < 10000 && (g_whole < 500 || g_torn < 5); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    AVStreamGetAVDataStop(kType, kSub);
+    over = true;
+    writer.join();
+    EXPECT_EQ(g_wrong, 0u);
+    EXPECT_GE(g_torn, 5u) << "it was late enough to meet what this is about";
+    EXPECT_GE(g_whole, 100u);
+}
+
 // Nothing a ring can say makes the reader touch a byte outside it, or end.
 TEST_F(FrameReader, SurvivesLengthsThatCannotBe) {
     for (const int length : {-1, INT32_MIN, 614400 - 1}) {

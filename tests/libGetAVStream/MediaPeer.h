@@ -64,10 +64,9 @@ class MediaPeer {
         char* const at = bases_[stream] + position;
         const int32_t end_flag = header.EndFlag;
         header.EndFlag = 0;  // not ready before it is complete
-        std::memcpy(at + offsetof(AVDataInfo, EndFlag), &header.EndFlag, sizeof header.EndFlag);
+        std::memcpy(at, &header, sizeof header);
         std::atomic_thread_fence(std::memory_order_release);
         std::memcpy(at + sizeof header, payload.data(), payload.size());
-        std::memcpy(at, &header, sizeof header);
         std::atomic_thread_fence(std::memory_order_release);
         std::memcpy(at + offsetof(AVDataInfo, EndFlag), &end_flag, sizeof end_flag);
         return position + static_cast<int>(sizeof header + payload.size());
