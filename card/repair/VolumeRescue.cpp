@@ -320,6 +320,7 @@ std::optional<FoundLayout> FindLayout(const Device& device) {
             const prestore::DeviceShape shape{.bytes = place.bytes,
                                               .hidden_sectors = static_cast<uint32_t>(place.base / kSector)};
             if (!prestore::PlanVolume(shape, percent, layout.plan).empty()) continue;
+            if (layout.plan.store.vedio_num == 0) continue;  // no recording card
             if (!tried.emplace(layout.plan.store.picture_num, layout.plan.store.vedio_num).second) continue;
             layout.evidence = witness.Weigh(layout.plan);
             if (layout.evidence >= kEvidenceMin && (!best || layout.evidence > best->evidence)) best = layout;
