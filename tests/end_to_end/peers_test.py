@@ -80,6 +80,21 @@ class Watchdog(PeersTest):
         return subprocess.run([DESK_CAMERA, "status"], check=True, capture_output=True, text=True).stdout
 
 
+class Restart(PeersTest):
+    def test_peers_that_restart_in_order_are_followed(self):
+        camera = self.camera
+        camera.start()
+        camera.recorder.expect(r"KeyFrameTime", 10)
+        camera.desk.stop()  # which removes its segments and queues
+        camera.start_desk()
+        camera.recorder.expect(r"KeyFrameTime", 20)
+        wait_for("a beat in the new table", lambda: "heartbeat 0 s ago" in Watchdog.ask(), 10)
+        camera.set(lan_config__nFrameRate1=24)
+        camera.recorder.expect(r"Video FrameRate Change! .* change to 24")
+        camera.recorder.expect(r"KeyFrameTime", 10)
+        self.assertEqual(camera.stop(), 0)
+
+
 class Endurance(PeersTest):
     def resources(self):
         process = f"/proc/{self.camera.recorder.child.pid}"
