@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "RecorderStatus.h"
 #include "support/BoundCamera.h"
 
 namespace {
@@ -166,7 +167,6 @@ TEST_F(Writer, DropsAFrameThatDoesNotFitWhole) {
     EXPECT_EQ(FileHead().m_u32RecordFileSumLenth, before);
     EXPECT_EQ(Write("\0\0\0\2\x67"s + std::string(614400, 'x') + kH264Key), -1)
         << "its length decides, not bytes that may change while they are read";
-    EXPECT_EQ(Write(""), 0);
     EXPECT_EQ(Write(kH264Delta + std::string(600000, 'x')), 0);
     EXPECT_EQ(libAVRecordWriteFrame(0, AV_FRAME_TYPE_VIDEO, nullptr, nullptr), -1);
 }
@@ -179,21 +179,72 @@ TEST_F(Writer, NeverReachesTheKeyFrameArea) {
     EXPECT_EQ(Write(kH264Key), 0);
 }
 
-TEST_F(Writer, FramesBehindTheLimitCountNowhere) {
+TEST_F(Writer, AtTheLimitTheLengthsStopAndNothingElse) {
     RecordFileInfoHead_S* const file = AV_RecordFileInfoHeadGet();
     file->m_u32RecordFileSumLenth = 0x0F900000 - 10;
     AV_RecordSectionInfoHeadAdd(file, AV_RecordInfoHeadGet(), kStart, RECORD_TYPE_SCHEDULE, 0);
     Open();
-    EXPECT_EQ(Write(kH264Key), 0) << "the last one of the file";
+    EXPECT_EQ(Write(kH264Key), 0) << "the one that passes the limit";
+    const uint32_t size = Section().m_u32RecordSize;
+    wall += 1;
+    uptime += 1;
+    EXPECT_EQ(Write(kH264Key), 0);
+    EXPECT_EQ(WriteSound(), 0);
+    EXPECT_EQ(Write(kH264Delta), 0);
+    EXPECT_EQ(Section().m_u32RecordSize, size);
+    EXPECT_EQ(FileHead().m_u32RecordFileSumLenth, 0x0F900000 - 10 + size);
+    EXPECT_EQ(Section().m_u32FrameSum, 3u);
+    EXPECT_EQ(Section().m_u32KeyFrameSum, 2u);
+    EXPECT_EQ(Section().m_u32RecordEndTime, 1700000001u);
+    EXPECT_EQ(FileHead().m_u32RecordKeyFrameSum, 2u);
+    EXPECT_EQ(FileHead().m_u32RecordEndTime, 1700000001u);
+    EXPECT_EQ(KeyFrame(1).m_u32KeyFilePos, size);
+    const std::string second = Packed(kH264Key, 2, true, 1700000001);
+    EXPECT_EQ(KeyFrame(1).m_u32KeyFrameLenth, second.size());
+    EXPECT_EQ(Stream(0x0F900000 - 10 + size, second.size()), second) << "it follows the frames that count";
+}
+
+TEST_F(Writer, WhatHasNothingToPlayIsNotRecorded) {
+    Open();
+    EXPECT_EQ(Write(kH264Key), 0);
+    const RecordInfoHead_S before = Section();
+    const uint32_t dropped = RecorderStatusGet().dropped_frames;
+    EXPECT_EQ(Write(""), -1);
+    EXPECT_EQ(Write("\0\0\0\1"s), -1);
+    EXPECT_EQ(Write("", AV_FRAME_TYPE_AUDIO), -1);
+    EXPECT_EQ(RecorderStatusGet().dropped_frames, dropped + 3);
+    EXPECT_EQ(std::memcmp(AV_RecordInfoHeadGet(), &before, sizeof before), 0);
+    EXPECT_EQ(Stream(before.m_u32RecordSize, 4), std::string(4, '\0'));
+    EXPECT_EQ(Write("\0\0\0\1\x41"s), 0);
+    EXPECT_EQ(Write("s", AV_FRAME_TYPE_AUDIO), 0);
+    EXPECT_EQ(Section().m_u32FrameSum, 2u);
+}
+
+TEST_F(Writer, AFrameThatIsOverwrittenWhileItIsPackedLeavesOnlyItsNumberOut) {
+    static std::string ring;  // as the media server has it when the frame is packed
+    static const auto is_intact = [](const char* data, const AVDataInfoOpt* info) {
+        return static_cast<int>(std::string(data, static_cast<size_t>(info->AVDataLen)) == ring);
+    };
+    AVRecordFrameCheckSet(is_intact);
+    Open();
+    const uint32_t torn = RecorderStatusGet().torn_frames;
+    for (const std::string& first : {std::string("overwritten"), kH264Key}) {
+        ring = first;
+        EXPECT_EQ(Write(kH264Key), first == kH264Key ? 0 : -1) << "a run begins with a whole key frame";
+    }
     const RecordInfoHead_S before = Section();
     EXPECT_EQ(before.m_u32FrameSum, 1u);
-    EXPECT_EQ(FileHead().m_u32RecordFileSumLenth, 0x0F900000 - 10 + before.m_u32RecordSize);
-    EXPECT_EQ(Write(kH264Key), 0);
-    const RecordInfoHead_S after = Section();
-    EXPECT_EQ(std::memcmp(&after, &before, sizeof before), 0);
+    EXPECT_EQ(before.m_u32RecordStartPos, 0u);
+    EXPECT_EQ(Write(kH264Delta), -1);
+    EXPECT_EQ(WriteSound(), -1);
+    EXPECT_EQ(RecorderStatusGet().torn_frames, torn + 3);
     EXPECT_EQ(std::memcmp(AV_RecordInfoHeadGet(), &before, sizeof before), 0);
-    EXPECT_EQ(FileHead().m_u32RecordKeyFrameSum, 1u);
-    EXPECT_EQ(KeyFrame(1).m_u32KeyFrameHeadFlag, 0u);
+    EXPECT_EQ(Stream(before.m_u32RecordSize, 4), std::string(4, '\0'));
+    ring = kH264Delta;
+    EXPECT_EQ(Write(kH264Delta), 0);
+    const std::string packed = Packed(kH264Delta, 4, false, 1700000000);
+    EXPECT_EQ(Stream(before.m_u32RecordSize, packed.size()), packed);
+    AVRecordFrameCheckSet(nullptr);
 }
 
 TEST_F(Writer, AFailedWriteIsNoFootage) {

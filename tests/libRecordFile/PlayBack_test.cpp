@@ -190,15 +190,20 @@ std::string LongFrame(bool is_key, int packets, int last) {
 }
 
 TEST(PlayBack, NeverGathersMoreThanTheBuffer) {
-    for (const bool is_key : {true, false}) {
-        for (const auto& [packets, last, fits] :
-             {std::tuple{6, 65470, true}, {6, 65527, true}, {7, 1, false}, {7, 65470, false}, {400, 1, false}}) {
+    struct Case {
+        int packets, last;
+        bool key_fits, other_fits;
+    };
+    for (const Case& c : {Case{6, 65470, true, true}, Case{6, 65527, true, true}, Case{7, 1, false, true},
+                          Case{7, 2444, false, true}, Case{7, 2445, false, false}, Case{400, 1, false, false}}) {
+        for (const bool is_key : {true, false}) {
             Player player;
-            player.Append(LongFrame(is_key, packets, last));
+            player.Append(LongFrame(is_key, c.packets, c.last));
             const auto played = player.Next();
-            EXPECT_EQ(played.has_value(), fits) << packets << ' ' << last;
+            EXPECT_EQ(played.has_value(), is_key ? c.key_fits : c.other_fits) << c.packets << ' ' << c.last;
             if (played) {
-                EXPECT_EQ(played->payload.size(), 65470u * 6 + static_cast<size_t>(last));
+                EXPECT_EQ(played->payload.size(),
+                          65470u * static_cast<size_t>(c.packets) + static_cast<size_t>(c.last));
             }
         }
     }

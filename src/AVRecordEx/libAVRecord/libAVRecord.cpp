@@ -10,6 +10,7 @@
 #include "CardHealth.h"
 #include "Clock.h"
 #include "FrameClass.h"
+#include "RecorderStatus.h"
 #include "libCameraAccess.h"
 #include "libLog.h"
 
@@ -17,6 +18,7 @@ namespace {
 
 constexpr char kIndexPath[] = RECORD_STORE_DIRECTORY RECORD_INDEX_NAME;
 constexpr int kStreams = 3;
+constexpr int kShortestPicture = 5;             // a start code and a byte that says what follows
 constexpr uint32_t kVirtualKeyPixels = 345600;  // 720 x 480; below, a virtual key frame is not indexed
 constexpr uint32_t kKeyFrameRecords = (RECORD_FILE_SIZE - RECORD_KEY_FRAME_BASE) / sizeof(KeyFrameInfoHead_S);
 
@@ -25,6 +27,8 @@ constexpr uint8_t PSHead[RECORD_STREAM_HEAD_SIZE] = {0x49, 0x4D, 0x4B, 0x48, 0x0
                                                      0x02, 0x00, 0x00, 0x01, 0x01, 0x20, 0x01, 0x10,
                                                      0x80, 0xBB, 0x00, 0x00, 0x00, 0xFA, 0x00, 0x00};
 uint8_t PsVedioBuf[RECORD_PACK_BUFFER_SIZE];
+
+constinit std::atomic<AVRecordFrameCheck> g_frame_check{nullptr};
 
 struct AVRecordInfoEx {      // counts of the run
     uint32_t m_u32FileSize;  // bytes written
@@ -35,6 +39,7 @@ struct AVRecordInfoEx {      // counts of the run
 struct Frame {
     int kind;  // AVFrameType
     std::span<const uint8_t> data;
+    const AVDataInfoOpt& info;  // the reader's copy of its header
     bool is_virtual_key;
 
     int Length() const { return static_cast<int>(data.size()); }
@@ -208,14 +213,17 @@ int Writer::Write(int channel, int kind, const char* data, const AVDataInfoOpt* 
         return 0;
     }
     const auto* bytes = reinterpret_cast<const uint8_t*>(data);
-    return WriteFrame({kind, {bytes, static_cast<size_t>(info->AVDataLen)}, info->iVirtualIFrame == 1});
+    return WriteFrame({kind, {bytes, static_cast<size_t>(info->AVDataLen)}, *info, info->iVirtualIFrame == 1});
 }
 
-// Behind the limit the heads count no bytes any more.  The few frames that still arrive until the run ends must
-// then count nowhere: a head that names more frames than its bytes hold is a damaged one to every reader.
-bool FileIsOver() {
-    const HeadsGuard heads;
-    return AV_RecordFileInfoHeadGet()->m_u32RecordFileSumLenth > RECORD_STREAM_LIMIT;
+// A frame lies in the media server's ring while it is packed and may have been overwritten meanwhile.
+bool IsIntact(const Frame& frame) {
+    const AVRecordFrameCheck is_intact = g_frame_check.load(std::memory_order_relaxed);
+    if (is_intact == nullptr) {
+        return true;
+    }
+    std::atomic_thread_fence(std::memory_order_acquire);  // the frame's bytes were read before its header is read again
+    return is_intact(reinterpret_cast<const char*>(frame.data.data()), &frame.info) != 0;
 }
 
 int Writer::WriteFrame(const Frame& frame) {
@@ -235,8 +243,13 @@ int Writer::WriteFrame(const Frame& frame) {
     if (length < 0) {
         return -1;
     }
+    if (!IsIntact(frame)) {
+        RecorderStatusFrameTorn();
+        return -1;
+    }
     const int written = Append(length);
     if (written <= 0) {
+        RecorderStatusFrameDropped();
         return written;
     }
     if (g_s32KeyFrameMark) {
@@ -247,11 +260,9 @@ int Writer::WriteFrame(const Frame& frame) {
     }
     g_stRecordInfoEx.m_u32FileSize += static_cast<uint32_t>(length);
     g_u32Offset += static_cast<uint32_t>(length);
-    if (FileIsOver()) {
-        return 0;
-    }
     const bool is_indexed = IndexKeyFrame(frame, found.is_key, length, time);
     UpdateHeads(frame, is_indexed, length, time);
+    RecorderStatusFrame(time);
     return 0;
 }
 
@@ -336,8 +347,9 @@ int Writer::Pack(const Frame& frame, bool is_key, uint32_t time) {
     ++g_stRecordInfoEx.m_u32FrameNum;
     const int head = g_s32KeyFrameMark ? RECORD_STREAM_HEAD_SIZE : 0;
     const int64_t room = VideoRoom(frame, is_key);
-    if (room < 0 || room + head > RECORD_PACK_BUFFER_SIZE) {
-        LOG_ERROR("%s %d : a frame of %d bytes does not fit, dropped\n", frame.Length());
+    if (frame.Length() < kShortestPicture || room < 0 || room + head > RECORD_PACK_BUFFER_SIZE) {
+        LOG_ERROR("%s %d : a frame of %d bytes is none or does not fit, dropped\n", frame.Length());
+        RecorderStatusFrameDropped();
         return -1;
     }
     std::memcpy(PsVedioBuf, PSHead, static_cast<size_t>(head));
@@ -352,8 +364,9 @@ int Writer::PackAudio(const Frame& frame) {
         return -1;
     }
     const int64_t size = PackedAudioSize(frame.Length());
-    if (size < 0 || size > RECORD_PACK_BUFFER_SIZE) {
-        LOG_ERROR("%s %d : audio of %d bytes does not fit, dropped\n", frame.Length());
+    if (frame.data.empty() || size < 0 || size > RECORD_PACK_BUFFER_SIZE) {
+        LOG_ERROR("%s %d : audio of %d bytes is none or does not fit, dropped\n", frame.Length());
+        RecorderStatusFrameDropped();
         return -1;
     }
     return libAVRecordAudioPsStreamWrite(frame.data.data(), frame.Length(), PsVedioBuf,
@@ -436,6 +449,10 @@ int KQ_RecordClose(void) {
 }
 int KQ_RecordStreamFdGet(void) {
     return g_writer.StreamDescriptor();
+}
+
+void AVRecordFrameCheckSet(AVRecordFrameCheck is_intact) {
+    g_frame_check = is_intact;
 }
 
 int libAVRecordWriteFrame(int channel, int kind, const char* data, const AVDataInfoOpt* info) {

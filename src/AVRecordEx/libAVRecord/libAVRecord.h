@@ -6,8 +6,7 @@
  * Threads: every function may be called from any thread.  Opening, closing and writing exclude each
  * other, so a close waits for the frame in flight; frames of other channels never wait.  The heads have
  * a lock of their own that is never held across an access to the card.
- * Invariants: stream bytes reach the card before the heads that name them; the heads count a frame exactly
- * when they count its bytes; a run begins with a key frame; stream data stays below RECORD_KEY_FRAME_BASE
+ * Invariants: stream bytes reach the card before the heads that name them; a run begins with a key frame; stream data stays below RECORD_KEY_FRAME_BASE
  * and key-frame records below RECORD_FILE_SIZE.
  */
 #ifndef LIB_AV_RECORD_H
@@ -88,8 +87,16 @@ int AVRecordSystemHeadSave(void);
 /* Writes one frame.  `kind` is AVFrameType; `data` holds info->AVDataLen bytes and, for video, begins
  * with a four-byte start code (ISO/IEC 14496-10 and 23008-2, Annex B).  Keeps neither pointer.
  * Returns 0 (written; also: closed, another channel, the card took nothing) or -1: waiting for the first
- * key frame, a frame that cannot be packed or does not fit, a failed write. */
+ * key frame, a video frame of less than 5 bytes, sound of none, a frame that cannot be packed or does not fit, one that
+ * was overwritten while it was packed, a failed write. */
 int libAVRecordWriteFrame(int channel, int kind, const char* data, const AVDataInfoOpt* info);
+
+/* Asked once more between packing a frame and writing it: 0 when `data` or the header in front of it is not any more
+ * what `info` was copied with.  Such a frame is dropped whole and counted as torn; nothing of it is written. */
+typedef int (*AVRecordFrameCheck)(const char* data, const AVDataInfoOpt* info);
+
+/* Sets the check for all frames from now on; null: none. */
+void AVRecordFrameCheckSet(AVRecordFrameCheck is_intact);
 
 /* ---- Helpers ------------------------------------------------------------------------------------ */
 

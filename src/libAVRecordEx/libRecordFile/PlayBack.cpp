@@ -25,6 +25,7 @@ struct Frame {
     uint32_t next;        // offset of the next unread byte of the file
     uint32_t length = 0;  // payload bytes in `buffer`
     uint32_t pts = 0;
+    uint32_t gather_max = PLAYBACK_BUFFER_SIZE;  // payload bytes that further packets may follow
 };
 
 struct Packet {
@@ -49,7 +50,7 @@ Packet ParsePacket(const uint8_t* raw) {
 
 // Appends the packet whose header lies at `frame.next`.
 int TakePacket(int fd, const Packet& packet, Frame& frame) {
-    if (packet.payload < 0 || frame.length > PLAYBACK_GATHER_MAX ||
+    if (packet.payload < 0 || frame.length > frame.gather_max ||
         packet.payload > static_cast<int>(PLAYBACK_BUFFER_SIZE - frame.length)) {
         LOG_ERROR("%s %d : lenth %d error!\n", packet.payload < 0 ? packet.payload : static_cast<int>(frame.length));
         return -1;
@@ -89,6 +90,9 @@ int ReadVideo(int fd, uint32_t offset, Frame& frame) {
         return -1;
     }
     const bool is_key = frame.next == offset + PS_KEY_FRAME_HEADERS;
+    if (is_key) {
+        frame.gather_max = PLAYBACK_GATHER_MAX;
+    }
     uint8_t raw[PS_PES_HEADER_SIZE];
     // The file's end ends a frame like any other bytes that are no packet of it.
     while (AV_RecordStreamInfoRead(fd, frame.next, raw, sizeof raw) >= 0) {

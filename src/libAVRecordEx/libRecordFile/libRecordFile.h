@@ -466,7 +466,7 @@ int libAVRecordAudioPsStreamWrite(const void* payload, int length, void* out, ui
 
 /* ---- Playback ----------------------------------------------------------------------------------- */
 
-#define PLAYBACK_GATHER_MAX 0x60800               /* a video frame that gathered more gets no packet */
+#define PLAYBACK_GATHER_MAX 0x60800               /* a key frame that gathered more gets no packet */
 #define PLAYBACK_BUFFER_SIZE (PLAYBACK_GATHER_MAX + PS_PES_PAYLOAD_MAX) /* what `buffer` must hold   */
 
 /* Reads the frame that starts at `*offset` of a record file: payload bytes joined, kind (AVFrameType),
