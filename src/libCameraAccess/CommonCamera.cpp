@@ -32,13 +32,13 @@ constexpr ProcessRow kProcesses[] = {
 };
 constexpr int kNumberOfOthers = 12;
 
-int NumberAtSystemServer(int process, const char* function, int line) {
+int NumberAtSystemServer(int process, const char* operation) {
     const auto* row = std::find_if(std::begin(kProcesses), std::end(kProcesses),
                                    [process](const ProcessRow& each) { return each.process == process; });
     if (row == std::end(kProcesses)) {
         return kNumberOfOthers;
     }
-    LogTrace("%s %d %s\n", function, line, row->name);
+    LOG_TRACE_AS(operation, " %s\n", row->name);
     return row->number;
 }
 
@@ -60,13 +60,11 @@ int Common_Init(int* pProcess, void*) {
         return -1;
     }
     ForgetCallbacks();
-    LOG_TRACE("%s %d #####################value %d\n", *pProcess);
-    if (SysCtrlInit(NumberAtSystemServer(*pProcess, __func__, __LINE__)) != 0) {
-        SysCtrlExit();
-        return -1;
-    }
-    if (SysConfigInit() != 0) {
-        SysconfigExit();
+    LOG_TRACE_HERE(" #####################value %d\n", *pProcess);
+    // Neither is given up when it fails: the next request tries the one again, the next look at the settings the other.
+    const bool has_channel = SysCtrlInit(NumberAtSystemServer(*pProcess, __func__)) == 0;
+    const bool has_configuration = SysConfigInit() == 0;
+    if (!has_channel || !has_configuration) {
         return -1;
     }
     if (gSemQid.load() < 0) {
@@ -81,9 +79,9 @@ int Common_Set_Video_Force_IFrame(void* inData, void*) {
         return -1;
     }
     for (int mark = 0; mark < 4; ++mark) {
-        LOG_TRACE("%s %d:################\n");
+        LOG_TRACE_HERE(":################\n");
     }
-    LOG_TRACE("%s %d:index = %d value = %d\n", param->index, param->value);
+    LOG_TRACE_HERE(":index = %d value = %d\n", param->index, param->value);
     ControlSystemData(SFIELD_SET_Video_Force_IFrame, param, sizeof param->index);
     return 0;
 }

@@ -6,6 +6,7 @@
 
 #include "Camera.h"
 #include "CameraBinding.h"
+#include "support/SteppedClock.h"
 
 namespace {
 
@@ -189,18 +190,25 @@ TEST(CameraWithoutServer, StartsAndCreatesWhatItNeeds) {
     LogCleanup();
 }
 
-TEST(CameraWithoutServer, StaysBoundWhenTheStartFails) {
+TEST(CameraWithoutServer, StaysBoundWhenTheStartFailsAndHeals) {
     ASSERT_EQ(unshare(CLONE_NEWIPC), 0);
+    const support::SteppedClock clock;
     const support::Captured log;
-    int segments = 0;
-    while (segments < 100000 && shmget(IPC_PRIVATE, 1, 0600) >= 0) {
-        ++segments;
+    std::vector<int> segments;
+    for (int id; segments.size() < 100000 && (id = shmget(IPC_PRIVATE, 1, 0600)) >= 0;) {
+        segments.push_back(id);
     }
     EXPECT_EQ(CameraDeviceInit(CAMERA_DEV_COMMON, PROCESS_AVRECORD), -1);
     EXPECT_EQ(CameraDeviceInit(CAMERA_DEV_COMMON, PROCESS_AVRECORD), -2);
     Camera_AudioConfig audio{};
     EXPECT_EQ(CameraGetAudioConfig(&audio), -1);
+    shmctl(segments.back(), IPC_RMID, nullptr);
+    EXPECT_EQ(CameraGetAudioConfig(&audio), -1) << "tried once a second";
+    support::SteppedClock::uptime += 1;
+    EXPECT_EQ(CameraGetAudioConfig(&audio), 0);
     CameraDeviceCleanup();
+    SysCtrlExit();
+    SysconfigExit();
     LogCleanup();
     ASSERT_EQ(unshare(CLONE_NEWIPC), 0);
 }
