@@ -59,7 +59,6 @@ constexpr const char* kPlaceName[] = {PLACES(NAME)};
 constexpr int32_t kShort = -1;  // half of the transfer, at least a byte
 constexpr int32_t kTorn = -2;   // half of the transfer, then EIO
 constexpr int32_t kKill = -3;   // the process dies in front of the call
-constexpr int32_t kEnd = -4;    // nothing is read, as behind a file's end
 
 struct Control {
     std::atomic<uint32_t> armed;   //   0: 1 while calls are to fail
@@ -171,7 +170,6 @@ bool Fails(Call call, Place place = k_elsewhere) {
 template <class Transfer>
 ssize_t TransferOr(int32_t fault, size_t length, Transfer transfer) {
     if (fault == 0) return transfer(length);
-    if (fault == kEnd) return 0;
     if (fault == kShort) return transfer(std::max<size_t>(length / 2, 1));
     if (fault == kTorn) transfer(length / 2);
     errno = fault > 0 ? fault : EIO;

@@ -48,7 +48,10 @@ class Bench:
         return self.camera.recorder.child.poll() if self.camera.recorder else 0
 
     def stop_recorder(self):
-        status = self.camera.recorder.stop(seconds=RESUMES_WITHIN)
+        try:
+            status = self.camera.recorder.stop(seconds=RESUMES_WITHIN)
+        except subprocess.TimeoutExpired:
+            raise Fault("stops: SIGTERM is not obeyed") from None
         self.camera.recorder = None
         return status
 

@@ -9,7 +9,7 @@ CALLS = ("open pread pwrite close access fcntl fstat statfs fsync fopen fread re
          "msgget msgsnd msgrcv msgctl semget semctl mmap malloc pthread_create socket bind listen").split()
 PLACES = ("elsewhere device index record_file event_file system_head file_head section_head stream key_frame "
           "event_head event").split()
-SPECIAL = {"short": -1, "torn": -2, "kill": -3, "end": -4}
+SPECIAL = {"short": -1, "torn": -2, "kill": -3}
 SIZE = 36 + 4 * len(CALLS) * len(PLACES)
 
 
