@@ -210,7 +210,7 @@ void FrameReader::EndOfRing(const AVDataInfo& header) {
 }
 
 void FrameReader::RestartRing(const AVDataInfo& header) {
-    if (++restarts_ > kRestartLimit) {
+    if (++restarts_ > kRestartLimit && VideoPos_ == 0) {
         Resynchronise();  // the media server goes on elsewhere
         return;
     }

@@ -6,7 +6,6 @@
 #include <cstring>
 
 bool Ring::Attach(int segment_id) {
-    Detach();
     struct shmid_ds status {};
     if (shmctl(segment_id, IPC_STAT, &status) < 0) {
         return false;
@@ -15,6 +14,7 @@ bool Ring::Attach(int segment_id) {
     if (address == reinterpret_cast<void*>(-1)) {
         return false;
     }
+    Detach();
     id_ = segment_id;
     base_ = static_cast<uint8_t*>(address);
     size_ = static_cast<int64_t>(status.shm_segsz);

@@ -14,6 +14,7 @@ class Ring {
     Ring(const Ring&) = delete;
     Ring& operator=(const Ring&) = delete;
 
+    // In place of what was attached, which stays when this fails.
     bool Attach(int segment_id);
     void Detach();
     bool Attached() const { return base_ != nullptr; }
