@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "CardFile.h"
 #include "RecordState.h"
 #include "libAVRecord.h"
 #include "libAVRecordProcess.h"
@@ -324,6 +325,33 @@ TEST_F(RecordLoop, HeadsThatTheCardRefusedAtTheEndAreThereBeforeTheNextRun) {
     ASSERT_NE(Index(1024, 48), after);
     EXPECT_EQ(CheckRecordStart(), 0);
     EXPECT_EQ(Index(1024, 48), after) << "what they count would be written over";
+}
+
+TEST_F(RecordLoop, ACardThatTakesNoDataEndsTheRunAndIsRecordedOnOnceItDoes) {
+    static const card::Calls real = card::CardCalls();
+    card::Calls refusing = real;
+    refusing.WriteAt = [](int, const void*, size_t, off64_t) {
+        errno = EIO;
+        return ssize_t{-1};
+    };
+    EXPECT_EQ(Run([&] {
+                  EXPECT_EQ(WriteKeyFrame(), 0);
+                  card::ReplaceCardCalls(&refusing);
+                  for (int second = 0; second <= 10; ++second, ++uptime, ++wall) {
+                      WriteKeyFrame();
+                  }
+              }),
+              0);
+    EXPECT_TRUE(Logged(": the card takes no data\n"));
+    EXPECT_EQ(GetRecordStopFlag(), 0) << "the process stays";
+    const size_t key_frames_forced = media_server_.Requests().size();
+    for (int second = 0; second < 3; ++second) {
+        EXPECT_EQ(CheckRecordStart(), -1);
+    }
+    EXPECT_EQ(media_server_.Requests().size(), key_frames_forced);
+    card::ReplaceCardCalls(nullptr);
+    EXPECT_EQ(Run([] { EXPECT_EQ(WriteKeyFrame(), 0); }), 0);
+    EXPECT_EQ(AV_RecordInfoHeadGet()->m_u16RecordUseNo, 2);
 }
 
 TEST_F(RecordLoop, ALostConfigurationLeavesTheWriterToTheNextRun) {

@@ -1,11 +1,10 @@
-// Makes reads at one place of any file fail, beneath the code under test.  For one source file of a test program.
+// Makes reads at one place of the card fail, at the recorder's door to it.
 #pragma once
-
-#include <dlfcn.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+
+#include "CardFile.h"
 
 namespace support {
 
@@ -13,28 +12,34 @@ class ReadFault {
   public:
     // `error` 0: only half of what was asked for comes.
     ReadFault(off64_t offset, int error) {
-        error_ = error;
+        card::ReplaceCardCalls(nullptr);
+        real_ = card::CardCalls();
         offset_ = offset;
+        error_ = error;
+        static card::Calls faulty;
+        faulty = real_;
+        faulty.ReadAt = Read;
+        card::ReplaceCardCalls(&faulty);
     }
-    ~ReadFault() { offset_ = -1; }
+    ~ReadFault() { card::ReplaceCardCalls(nullptr); }
     ReadFault(const ReadFault&) = delete;
     ReadFault& operator=(const ReadFault&) = delete;
 
-    static inline std::atomic<off64_t> offset_{-1};
-    static inline std::atomic<int> error_{0};
+  private:
+    static ssize_t Read(int fd, void* buffer, size_t length, off64_t offset) {
+        if (offset != offset_) {
+            return real_.ReadAt(fd, buffer, length, offset);
+        }
+        if (error_ == 0) {
+            return real_.ReadAt(fd, buffer, length / 2, offset);
+        }
+        errno = error_;
+        return -1;
+    }
+
+    static inline card::Calls real_;
+    static inline off64_t offset_;
+    static inline int error_;
 };
 
 }  // namespace support
-
-extern "C" ssize_t pread64(int fd, void* buffer, size_t length, off64_t offset) {
-    using Read = ssize_t (*)(int, void*, size_t, off64_t);
-    static const auto real = reinterpret_cast<Read>(dlsym(RTLD_NEXT, "pread64"));
-    if (offset != support::ReadFault::offset_) {
-        return real(fd, buffer, length, offset);
-    }
-    if (support::ReadFault::error_ == 0) {
-        return real(fd, buffer, length / 2, offset);
-    }
-    errno = support::ReadFault::error_;
-    return -1;
-}

@@ -8,7 +8,6 @@
 #include "AlarmEvent.h"
 
 #include <pthread.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -18,6 +17,7 @@
 #include <mutex>
 #include <new>
 
+#include "CardFile.h"
 #include "Clock.h"
 #include "RecordCard.h"
 #include "RecordState.h"
@@ -30,7 +30,6 @@
 
 namespace {
 
-constexpr char kEventPath[] = RECORD_STORE_DIRECTORY RECORD_EVENT_NAME;
 constexpr unsigned int kLookMs = 80;
 constexpr uint32_t kSaveSeconds = 20;        // an event that waits for its end is saved no more often
 constexpr uint8_t kReachBackToSection = 10;  // ucpreRecordTime: from the section's start
@@ -97,22 +96,6 @@ bool TakeRecordTimeType(const SysInfo& config, uint8_t* type) {
 
 // ---- The events of one record file ----
 
-class EventFile {
-  public:
-    EventFile() : fd_(AVRecordStoreIsThere() != 0 ? AV_AlarmEvnetOpen(kEventPath, AVFILE_READ_WRITE) : -1) {}
-    ~EventFile() {
-        if (fd_ >= 0) {
-            AV_AlarmEvnetClose(fd_);
-        }
-    }
-    EventFile(const EventFile&) = delete;
-    EventFile& operator=(const EventFile&) = delete;
-    int Descriptor() const { return fd_; }
-
-  private:
-    int fd_;
-};
-
 enum class Outcome { GoOn, ReadFailed, WriteFailed, NoConfiguration };
 
 class Events {
@@ -153,16 +136,12 @@ class Events {
 
 // False: the head may be there and cannot be read now.  A fresh one in its place would cost the file its events.
 bool Events::ReadHead() {
-    if (AV_AlarmEventInfoRead(fd_, file_no_, &head_) < 0) {
-        head_ = {};
-        const off64_t end = lseek64(fd_, 0, SEEK_END);
-        return end >= 0 && static_cast<uint64_t>(end) < (uint64_t{file_no_} + 1) * sizeof head_;
-    }
-    if (head_.m_u32AlarmFileNo != file_no_) {
+    const AVHeadLoad load = AVAlarmEventHeadLoad(fd_, file_no_, &head_);
+    if (load != AV_HEAD_LOADED || head_.m_u32AlarmFileNo != file_no_) {
         head_ = {};  // nothing there, or bytes that are no head of this file
     }
     head_.m_u32AlarmEventSum = std::min(head_.m_u32AlarmEventSum, ALARM_EVENT_MAX);
-    return true;
+    return load != AV_HEAD_FAILED;
 }
 
 Outcome Events::Begin() {
@@ -354,11 +333,11 @@ void* AlarmEventThread(void* argument) {
     if (!IsOn(*start)) {
         return nullptr;
     }
-    const EventFile file;
-    if (file.Descriptor() < 0) {
+    const Descriptor file = card::OpenEvents(AVFILE_READ_WRITE);
+    if (!file.IsOpen()) {
         return nullptr;
     }
-    Events events(file.Descriptor(), start->file_no);
+    Events events(file.Get(), start->file_no);
     if (FollowRun(events, *start)) {
         LOG_TRACE("%s %d :AlarmEvent end !!!\n");
     }

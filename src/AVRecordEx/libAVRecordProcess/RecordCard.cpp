@@ -1,6 +1,5 @@
 #include "RecordCard.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
 #include <unistd.h>
@@ -10,7 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "Descriptor.h"
+#include "CardFile.h"
 #include "RecordState.h"
 #include "RecorderStatus.h"
 #include "libAVRecord.h"
@@ -20,7 +19,6 @@
 namespace {
 
 constexpr char kDeviceNode[] = "/dev/mmcblk0p1";
-constexpr char kIndexPath[] = RECORD_STORE_DIRECTORY RECORD_INDEX_NAME;
 
 // 0 when the card's device node is there, else why not.
 int DeviceNodeError() {
@@ -38,6 +36,7 @@ bool Identify(int fd, Identity* found) {
     struct stat64 file {};
     struct statfs64 volume {};
     if (fstat64(fd, &file) != 0 || fstatfs64(fd, &volume) != 0) {
+        LOG_ERROR_HERE(": the card cannot be identified, errno = %d\n", errno);
         return false;
     }
     *found = {.device = file.st_dev, .index = static_cast<ino_t>(file.st_ino)};
@@ -68,18 +67,13 @@ void KeepToItsPlace(RecordFileInfoHead_S* file, uint32_t number) {
 // An index that ends before the head means an empty file.  Any other failure tells nothing about the file: to take it
 // for empty would be to overwrite the newest footage of the card.
 bool ReadFileHead(int fd, uint32_t number, RecordFileInfoHead_S* file) {
-    if (AV_RecordFileInfoHeadAccecsFileNoRead(fd, number, file) == 0) {
+    const AVHeadLoad load = AVRecordFileHeadLoad(fd, number, file);
+    if (load == AV_HEAD_LOADED) {
         KeepToItsPlace(file, number);
-        return true;
+    } else {
+        *file = {};
     }
-    const int error = errno;
-    *file = {};
-    const off64_t end = lseek64(fd, 0, SEEK_END);
-    if (end >= 0 && static_cast<uint64_t>(end) < RECORD_FILE_HEAD_BASE + (uint64_t{number} + 1) * sizeof *file) {
-        return true;
-    }
-    LOG_ERROR("%s %d: head of file %u cannot be read, errno = %d %s\n", number, error, std::strerror(error));
-    return false;
+    return load != AV_HEAD_FAILED;
 }
 
 // A number that the ring does not hold would make a file where no reader looks.
@@ -139,15 +133,19 @@ bool StepOverNewestFile(int fd, AVRecordHeads* heads) {
     LOG_TRACE("%s %d: file %u is full and the newest, the next one follows\n", system.m_u32RecordFileNo);
     AV_SystemInfoHeadUsedFileSumFresh(&system, &heads->file);
     AV_SystemInfoHeadFileNoFresh(&system, &heads->file);
-    const Descriptor index(open64(kIndexPath, O_RDWR | O_CLOEXEC));
+    const Descriptor index = card::OpenIndex(AVFILE_READ_WRITE);
     return AV_SystemInfoHeadWrite(index.Get(), &system) >= 0 &&
            ReadFileHead(fd, system.m_u32RecordFileNo, &heads->file);
 }
 
-CardMatch Unknown(const char* what) {
-    const int error = errno;
+// A card that refused every write is tried with one that changes nothing, instead of with a run.
+bool TakesData(int fd) {
+    return AVRecordCardFailing() == 0 || AV_SystemInfoHeadWrite(fd, &g_heads.system) >= 0;
+}
+
+// The door to the card has logged what failed.
+CardMatch Unknown() {
     RecorderStatusActivity("card cannot be written");
-    LOG_ERROR("%s %d: %s: %s, errno = %d %s\n", kIndexPath, what, error, std::strerror(error));
     return CardMatch::Unknown;
 }
 
@@ -176,8 +174,8 @@ bool CardLoadHeads() {
     AVRecordHeads heads{};
     SetHeads(heads.system, heads.file);
     RecorderStatusActivity("card cannot be read");
-    const Descriptor index(AV_RecordOpen(kIndexPath, AVFILE_READ));
-    if (index.Get() < 0 || !Identify(index.Get(), &g_identity)) {
+    const Descriptor index = card::OpenIndex(AVFILE_READ);
+    if (!index.IsOpen() || !Identify(index.Get(), &g_identity)) {
         LOG_TRACE("%s %d: open file fail \n");
         return false;
     }
@@ -206,14 +204,14 @@ void CardRememberHeads() {
 }
 
 CardMatch CardMatchHeads() {
-    const Descriptor index(open64(kIndexPath, O_RDWR | O_CLOEXEC));
+    const Descriptor index = card::OpenIndex(AVFILE_READ_WRITE);
     Identity identity;
-    if (index.Get() < 0 || !Identify(index.Get(), &identity)) {
-        return Unknown("cannot be opened");
+    if (!index.IsOpen() || !Identify(index.Get(), &identity)) {
+        return Unknown();
     }
     RecordSystemInfoHead_S system{};
     if (AV_SystemInfoHeadRead(index.Get(), &system) < 0) {
-        return Unknown("cannot be read");
+        return Unknown();
     }
     const bool is_in_use = g_heads.file.m_u32FileInfoHeadFlag == RECORD_FILE_FLAG;
     const uint32_t number = is_in_use ? g_heads.file.m_u32FileInfoHeadNo : g_heads.system.m_u32RecordFileNo;
@@ -223,19 +221,11 @@ CardMatch CardMatchHeads() {
     }
     const bool is_same_card = identity == g_identity;
     if (is_same_card && AreSame(system, g_heads.system) && AreSame(file, g_heads.file)) {
-        return CardMatch::Ours;
+        return TakesData(index.Get()) ? CardMatch::Ours : Unknown();
     }
     if (is_same_card && IsBehind(system, file)) {
-        return WriteHeads(index.Get()) ? CardMatch::Ours : Unknown("takes no heads");
+        return WriteHeads(index.Get()) ? CardMatch::Ours : Unknown();
     }
     LOG_TRACE("%s %d: the card is another one or was changed, its heads are read anew\n");
     return CardMatch::Other;
-}
-
-bool CardFileIsWritable(uint32_t number) {
-    char path[64];
-    snprintf(path, sizeof path, RECORD_STORE_DIRECTORY RECORD_FILE_NAME, static_cast<int>(number));
-    const Descriptor index(open64(kIndexPath, O_RDWR | O_CLOEXEC));
-    const Descriptor file(open64(path, O_RDWR | O_CLOEXEC));
-    return index.Get() >= 0 && file.Get() >= 0;
 }

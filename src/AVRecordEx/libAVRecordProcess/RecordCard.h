@@ -7,8 +7,6 @@
 // Invariant: nothing here creates a file.
 #pragma once
 
-#include <cstdint>
-
 // Whether the card's device node is gone.  Whatever else keeps one from looking at it is no pulled card.
 bool CardWasPulled();
 
@@ -27,6 +25,3 @@ enum class CardMatch {
 // Compares the card with what is remembered of it.  Of our own card, heads that it refused when they were last
 // written are written again.
 CardMatch CardMatchHeads();
-
-// Whether index and record file `number` are there and can be written.
-bool CardFileIsWritable(uint32_t number);

@@ -211,11 +211,20 @@ bool DayChanged(const Run&, const Pass& pass) {
     return true;
 }
 
+// A card that turned read-only or takes nothing any more.  Other than a pulled one it may recover where it is.
+bool CardFails(const Run&, const Pass&) {
+    if (AVRecordCardFailing() == 0) {
+        return false;
+    }
+    LOG_ERROR_HERE(": the card takes no data\n");
+    return true;
+}
+
 using EndReason = bool (*)(const Run&, const Pass&);
 constexpr EndReason kEndReasons[] = {
     IsMotionJpeg,      AudioSwitched,     AudioEncodingChanged, VideoEncodingChanged, FrameRateChanged, StreamChanged,
     ResolutionChanged, RecordSwitchedOff, CodecModeChanged,     RotationChanged,      ScheduleEnded,    MidnightComes,
-    ClockWasSet,       FileIsFull,        StopRequested,        DayChanged,
+    ClockWasSet,       FileIsFull,        StopRequested,        DayChanged,           CardFails,
 };
 
 // ---- The run ----
@@ -276,7 +285,7 @@ bool CardIsReady() {
     AVRecordHeadsCopy(&heads);
     const bool is_in_use = heads.file.m_u32FileInfoHeadFlag == RECORD_FILE_FLAG;
     const uint32_t number = is_in_use ? heads.file.m_u32FileInfoHeadNo : heads.system.m_u32RecordFileNo;
-    if (!CardFileIsWritable(number)) {
+    if (AVRecordStoreIsWritable(number) < 0) {
         return false;
     }
     const CardMatch match = CardMatchHeads();
