@@ -15,6 +15,7 @@
 #include "libAVRecord.h"
 #include "libAVRecordProcess.h"
 #include "libAVServerAccess.h"
+#include "libGetAVStream.h"
 #include "support/BoundCamera.h"
 #include "support/QueuePeer.h"
 
@@ -352,6 +353,17 @@ TEST_F(RecordLoop, ACardThatTakesNoDataEndsTheRunAndIsRecordedOnOnceItDoes) {
     card::ReplaceCardCalls(nullptr);
     EXPECT_EQ(Run([] { EXPECT_EQ(WriteKeyFrame(), 0); }), 0);
     EXPECT_EQ(AV_RecordInfoHeadGet()->m_u16RecordUseNo, 2);
+}
+
+TEST_F(RecordLoop, AFrameThatIsNotInTheRingAnyMoreIsNotWritten) {
+    g_no_more_threads = true;
+    EXPECT_EQ(StartAVStream(MSG_AV_TYPE_MSG5), 0);
+    EXPECT_EQ(AVStreamsAreRunning(), 0) << "is to be tried again";
+    g_no_more_threads = false;
+    EXPECT_EQ(Run([] { EXPECT_EQ(WriteKeyFrame(), -1) << "no reader has it in hand"; }), 0);
+    EXPECT_EQ(AV_RecordInfoHeadGet()->m_u32RecordSize, 0u);
+    AVRecordFrameCheckSet(nullptr);
+    StopAVStream();
 }
 
 TEST_F(RecordLoop, ALostConfigurationLeavesTheWriterToTheNextRun) {

@@ -8,6 +8,7 @@ bool g_are_running = false;  // of the control loop's thread
 }
 
 int StartAVStream(int type) {
+    AVRecordFrameCheckSet(AVStreamFrameIntact);
     g_are_running = GetAVStreamInit(type, Mp4RecordVideoCallbackFunc, GetMp4RecordVideoTrasformStatue) == AVSTREAM_OK;
     if (!g_are_running) {
         return 0;  // a reader without a ring ends at once, and counts as started from then on
