@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "CardFile.h"
 #include "RecorderStatus.h"
 #include "support/BoundCamera.h"
 
@@ -305,21 +306,56 @@ TEST_F(Writer, TellsWhetherTheStoreIsThere) {
     EXPECT_EQ(AVRecordSystemHeadSave(), 0);
 }
 
-TEST_F(Writer, OpensItsFilesAndCreatesWhatIsMissing) {
+TEST_F(Writer, OpensTheFilesThatAreThereAndCreatesNone) {
+    EXPECT_EQ(AVRecordStoreIsWritable(0), 0);
     card_.Pull();  // leaves an empty directory
-    EXPECT_EQ(KQ_RecordInit(AV_RecordFileInfoHeadGet(), 0), 0);
-    EXPECT_EQ(Write(kH264Key), 0);
-    EXPECT_EQ(std::filesystem::file_size(Card::RecordFile(0)), 0x0FC00000u + 20) << "up to its key-frame record";
+    EXPECT_EQ(AVRecordStoreIsWritable(0), -1);
+    EXPECT_EQ(KQ_RecordInit(AV_RecordFileInfoHeadGet(), 0), -1);
+    EXPECT_TRUE(std::filesystem::is_empty(support::kCardDirectory));
+    card_.Plug();
     EXPECT_EQ(KQ_RecordInit(nullptr, 0), -1);
     EXPECT_EQ(KQ_RecordInit(AV_RecordFileInfoHeadGet(), 3), -1);
-    std::filesystem::remove(kIndex);
-    std::filesystem::remove(Card::RecordFile(0));
-    card_.Plug();
-    AV_RecordFileInfoHeadGet()->m_u32FileInfoHeadNo = 7;
     std::filesystem::create_directory(Card::RecordFile(7));
-    EXPECT_EQ(KQ_RecordInit(AV_RecordFileInfoHeadGet(), 0), -1);
-    EXPECT_TRUE(Logged(" : open /var/etc/sdcard/hi000007.mp4 file fail\n"));
-    EXPECT_EQ(KQ_RecordStreamFdGet(), -1);
+    for (const uint32_t number : {7u, 8u}) {
+        AV_RecordFileInfoHeadGet()->m_u32FileInfoHeadNo = number;
+        EXPECT_EQ(AVRecordStoreIsWritable(number), -1);
+        EXPECT_EQ(KQ_RecordInit(AV_RecordFileInfoHeadGet(), 0), -1);
+        EXPECT_TRUE(Logged(" : open " + Card::RecordFile(number) + " file fail\n"));
+        EXPECT_EQ(KQ_RecordStreamFdGet(), -1);
+    }
+    EXPECT_FALSE(std::filesystem::exists(Card::RecordFile(8)));
+    EXPECT_EQ(AVRecordStoreIsWritable(RECORD_FILE_MAX), -1);
+    EXPECT_EQ(KQ_RecordOpen("/tmp/created.mp4"), 0) << "the C interface keeps its mode";
+    EXPECT_EQ(KQ_RecordClose(), 0);
+    EXPECT_TRUE(std::filesystem::remove("/tmp/created.mp4"));
+}
+
+TEST_F(Writer, ACardThatRefusesWritesIsToldUntilTheWriterIsOpenedAgain) {
+    static card::Calls calls;
+    calls = card::CardCalls();
+    calls.WriteAt = [](int, const void*, size_t, off64_t) {
+        errno = EIO;
+        return ssize_t{-1};
+    };
+    Open();
+    EXPECT_EQ(Write(kH264Key), 0);
+    card::ReplaceCardCalls(&calls);
+    const RecorderStatus before = RecorderStatusGet();
+    for (int second = 0; second <= 10; ++second) {
+        EXPECT_EQ(AVRecordCardFailing(), second > 3) << "EIO, and nothing else works";
+        EXPECT_EQ(Write(kH264Delta), -1);
+        ++uptime;
+        ++wall;
+    }
+    EXPECT_EQ(RecorderStatusGet().failed_writes, before.failed_writes + 11);
+    EXPECT_EQ(RecorderStatusGet().dropped_frames, before.dropped_frames + 11);
+    EXPECT_EQ(RecorderStatusGet().last_frame, before.last_frame);
+    EXPECT_TRUE(Logged(" : writing /var/etc/sdcard/hi000000.mp4, ")) << "said in the log";
+    Open();
+    EXPECT_EQ(AVRecordCardFailing(), 0);
+    card::ReplaceCardCalls(nullptr);
+    EXPECT_EQ(Write(kH264Key), 0);
+    EXPECT_EQ(RecorderStatusGet().last_frame, kStart);
 }
 
 TEST_F(Writer, MayBeClosedWhileFramesArrive) {

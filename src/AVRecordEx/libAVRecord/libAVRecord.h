@@ -47,9 +47,9 @@ void AVRecordHeadsCopy(AVRecordHeads* heads);
 
 /* ---- Opening and closing ------------------------------------------------------------------------ */
 
-/* Opens the index file and the record file that `file` names, creating what is missing, and takes frames of
- * stream `channel` (0..2) from `file`'s length on.  A writer that is open is closed first.  Returns 0, or -1
- * (nothing stays open). */
+/* Opens the index file and the record file that `file` names, which must be there, and takes frames of stream
+ * `channel` (0..2) from `file`'s length on.  A writer that is open is closed first.  Returns 0, or -1 (nothing
+ * stays open). */
 int KQ_RecordInit(const RecordFileInfoHead_S* file, int channel);
 
 /* Closes both files after the frame in flight; frames are ignored from now on.  Returns 0. */
@@ -59,7 +59,7 @@ int KQ_RecordUninit(void);
  * the heads are set up for another section.  Returns 0. */
 int AVRecordFramesHold(void);
 
-/* The current record file alone: open `path` read/write, close it, tell its descriptor (-1: none).
+/* The current record file alone: open `path` read/write (created when missing), close it, tell its descriptor (-1: none).
  * Open returns 0 or -1; close the result of closing, -1 when none is open. */
 int KQ_RecordOpen(const char* path);
 int KQ_RecordClose(void);
