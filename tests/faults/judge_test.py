@@ -1,0 +1,69 @@
+"""The judge sees what it is there for: a card that was tampered with does not pass."""
+
+import os
+import sys
+import unittest
+
+sys.path.insert(0, os.path.dirname(__file__))
+from bench import STORE, Bench, Fault  # noqa: E402
+
+
+class JudgeTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.bench = Bench()
+        cls.addClassCleanup(cls.bench.close)
+        cls.bench.start_recorder()
+        cls.bench.wait_until_recording()
+        cls.bench.make_event()
+        cls.bench.stop_recorder()
+        cls.judge = cls.bench.judge
+        cls.before = cls.judge.snapshot()
+        cls.judge.check(cls.before)
+
+    def assert_found(self, what, undo):
+        self.judge.matched.clear()
+        with self.assertRaisesRegex(Fault, what):
+            self.judge.check(self.before)
+        undo()
+        self.judge.check(self.before)
+
+    def write(self, name, offset, data):
+        """Overwrites bytes of the store; returns what puts them back."""
+        with open(os.path.join(STORE, name), "r+b") as file:
+            file.seek(offset)
+            old = file.read(len(data))
+            file.seek(offset)
+            file.write(data)
+        return lambda: self.write(name, offset, old)
+
+    def test_a_changed_byte_of_footage_is_gone_and_was_never_published(self):
+        undo = self.write("hi000000.mp4", 400, b"\x5a\xa5")
+        with self.assertRaisesRegex(Fault, "never published|torn"):
+            self.judge.matched.clear()
+            self.judge.check(({}, {}))
+        self.assert_found("gone: the bytes", undo)
+
+    def test_a_lost_section_and_a_lost_event_are_gone(self):
+        self.assert_found("gone: section", self.write("index000.bin", 1024 + 24, b"\x01"))
+        self.assert_found("gone: event", self.write("event000.bin", 16, b"\x00"))
+
+    def test_an_index_entry_that_does_not_fit_is_torn(self):
+        self.assert_found("torn: .* key frame 1", self.write("hi000000.mp4", 0x0FC00000 + 20 + 12, b"\x01"))
+
+    def test_a_frame_that_comes_again_is_told(self):
+        records, places = self.judge.journals.records, self.judge.journals.places
+        first = next(iter(self.judge.matched.values()))[2]
+        video = [i for i in first if records[i].kind == "video"]
+        frame = (records[video[3]].kind, records[video[3]].crc, records[video[3]].length)
+        places[frame] = [0]  # as if it had been published long before the section began
+        self.assert_found("twice", lambda: places.update({frame: [video[3]]}))
+
+    def test_a_file_beneath_the_card_is_beside_it(self):
+        path = self.judge.beneath + "/sdcard/hi000009.mp4"
+        open(path, "w").close()
+        self.assert_found("beside", lambda: os.unlink(path))
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
