@@ -14,7 +14,7 @@ constexpr int kBadCheckLimit = 100;  // passes before the place counts as lost
 constexpr int kNotReadyLimit = 50;
 constexpr int kGapLimit = 10;
 constexpr int kRestartLimit = 4;
-constexpr unsigned kAttachWaitMs = 20;
+constexpr unsigned kAttachWaitMs = 20;  // for a ring, or a queue
 constexpr unsigned kPauseMs = 50;
 constexpr unsigned kRestartMs = 500;
 
@@ -28,8 +28,8 @@ thread_local const char* t_in_hand = nullptr;  // payload of the frame that this
 }  // namespace
 
 // The media server writes along the ring, and a record's header, or its mark "not ready", before the payload.  So what
-// writes over a frame has passed the frame's header before it reaches the payload, wherever in front it began.  A header
-// unchanged after the payload was read means that the payload was whole.
+// writes over a frame has passed the frame's header before it reaches the payload, wherever in front it began.  A
+// header unchanged after the payload was read means that the payload was whole.
 int AVStreamFrameIntact(const char* VideoData, const AVDataInfo* pDataInfo) {
     if (VideoData == nullptr || VideoData != t_in_hand || pDataInfo == nullptr) {
         return 0;
@@ -126,7 +126,7 @@ void FrameReader::AskWritePosition() {
     const std::optional<int> answer =
         RequestPosition([this] { return Wanted(); }, AVSTREAM_CMD_CURRENT_FRAME, type_, index_);
     if (!answer) {
-        SleepMs(kWriterWaitMs);
+        SleepMs(kAttachWaitMs);  // there may be no queue at all
         return;
     }
     FollowsNewRing();
