@@ -1,19 +1,9 @@
-// The store as the writer finds it: there or not, prepared or not, writable or not.
-#include <unistd.h>
-
+// The store as the writer finds it: prepared or not, writable or not.
 #include <cerrno>
 
 #include "CardFile.h"
 #include "CardHealth.h"
 #include "libAVRecord.h"
-
-namespace {
-constexpr char kIndexPath[] = RECORD_STORE_DIRECTORY RECORD_INDEX_NAME;
-}  // namespace
-
-int AVRecordStoreIsThere(void) {
-    return access(kIndexPath, F_OK) == 0 ? 1 : 0;
-}
 
 int AVRecordStoreIsWritable(uint32_t file_no) {
     if (file_no >= RECORD_FILE_MAX) {
@@ -33,13 +23,5 @@ int AVRecordCardFailing(void) {
 }
 
 int KQ_RecordConfigGet(void) {
-    return AV_SystemInfoInitCheck(kIndexPath);
-}
-
-int AVRecordSystemHeadSave(void) {
-    AVRecordHeads heads;
-    AVRecordHeadsCopy(&heads);
-    Descriptor index = card::OpenIndex(AVFILE_READ_WRITE);
-    const bool is_written = AV_SystemInfoHeadWrite(index.Get(), &heads.system) >= 0;
-    return index.Close() == 0 && is_written ? 0 : -1;
+    return AV_SystemInfoInitCheck(card::kIndexPath);
 }

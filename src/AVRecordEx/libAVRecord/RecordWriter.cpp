@@ -1,6 +1,7 @@
 // The writer itself: opening, closing, and the way of one frame to the card.
 #include <atomic>
 #include <cassert>
+#include <cerrno>
 #include <cstdio>
 #include <mutex>
 
@@ -119,6 +120,7 @@ int Writer::Open(const RecordFileInfoHead_S* file, int channel) {
 bool Writer::OpenFiles(uint32_t file_no) {
     index_ = card::OpenIndex(AVFILE_READ_WRITE);
     if (!index_.IsOpen()) {
+        LOG_TRACE("%s %d :open %s fail %d\n", card::kIndexPath, errno);
         return false;
     }
     char path[64];
@@ -126,6 +128,7 @@ bool Writer::OpenFiles(uint32_t file_no) {
     LOG_TRACE("%s %d :################## FileName = %s \n", path);
     stream_ = card::OpenRecordFile(file_no, AVFILE_READ_WRITE);
     if (!stream_.IsOpen()) {
+        LOG_TRACE("%s %d :open %s fail %d\n", path, errno);
         LOG_TRACE("%s %d : open %s file fail\n", path);
     }
     return stream_.IsOpen();

@@ -68,9 +68,6 @@ int KQ_RecordStreamFdGet(void);
 /* 0 when the card carries a prepared store, else -1. */
 int KQ_RecordConfigGet(void);
 
-/* 1 when the store's directory holds an index file, else 0. */
-int AVRecordStoreIsThere(void);
-
 /* 0 when the index and record file `file_no` are there and can be opened for writing, else -1 with errno; what
  * fails is logged by the door to the card.  To be asked before a run changes a count or forces a key frame. */
 int AVRecordStoreIsWritable(uint32_t file_no);
@@ -78,9 +75,6 @@ int AVRecordStoreIsWritable(uint32_t file_no);
 /* 1 when the card has turned read-only, is gone, or has refused every write for 10 s: a reason to end a run.
  * Ends with a write that works, or with the next KQ_RecordInit, which tries anew. */
 int AVRecordCardFailing(void);
-
-/* Writes the in-memory system head into the index file, which must be there.  Returns 0, or -1. */
-int AVRecordSystemHeadSave(void);
 
 /* ---- Frames ------------------------------------------------------------------------------------- */
 

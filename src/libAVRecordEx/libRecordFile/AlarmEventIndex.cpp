@@ -4,26 +4,12 @@
 #include <cstring>
 
 #include "CardFile.h"
-#include "libRecordFile.h"
+#include "RecordFormat.h"
 
 using card::AsInt;
 using card::Kind;
-
-namespace {
-
-constexpr uint64_t HeadOffset(uint32_t file_no) {
-    return uint64_t{sizeof(AlarmEventHead_S)} * file_no;
-}
-
-// Record k of a file, from 1.
-constexpr uint64_t RecordOffset(uint32_t file_no, uint32_t k) {
-    return (uint64_t{file_no} + 8) * ALARM_EVENT_BLOCK + sizeof(AlarmFileInfoHead_S) * (k - 1);
-}
-
-static_assert(HeadOffset(ALARM_EVENT_FILE_MAX) == RecordOffset(0, 1), "heads end where the blocks begin");
-static_assert(RecordOffset(0, ALARM_EVENT_MAX + 1) <= RecordOffset(1, 1), "a file's records stay in its block");
-
-}  // namespace
+using record_file::EventHeadOffset;
+using record_file::EventOffset;
 
 // ---- heads
 
@@ -77,7 +63,7 @@ int AV_AlarmEventInfoEventTypeFresh(AlarmEventHead_S* head, uint8_t type_bits) {
 }
 
 int AV_AlarmEventInfoWrite(int fd, uint32_t file_no, const AlarmEventHead_S* head) {
-    return file_no < ALARM_EVENT_FILE_MAX ? AsInt(card::WriteRecord(Kind::kEvents, fd, HeadOffset(file_no), head)) : -1;
+    return file_no < ALARM_EVENT_FILE_MAX ? AsInt(card::WriteRecord(Kind::kEvents, fd, EventHeadOffset(file_no), head)) : -1;
 }
 
 int AV_AlarmEventInfoReset(int fd, uint32_t file_no, const AlarmEventHead_S* head) {
@@ -93,7 +79,7 @@ AVHeadLoad AVAlarmEventHeadLoad(int fd, uint32_t file_no, AlarmEventHead_S* head
         errno = EINVAL;
         return AV_HEAD_FAILED;
     }
-    return card::AsHeadLoad(card::ReadRecord(Kind::kEvents, fd, HeadOffset(file_no), head));
+    return card::AsHeadLoad(card::ReadRecord(Kind::kEvents, fd, EventHeadOffset(file_no), head));
 }
 
 int AV_AlarmEventInfoClear(const char* path, uint32_t file_count) {
@@ -163,7 +149,7 @@ int AV_AlarmEventFileInfoWrite(int fd, const AlarmEventHead_S* head, const Alarm
         head->m_u32AlarmEventSum > ALARM_EVENT_MAX) {
         return -1;
     }
-    const uint64_t offset = RecordOffset(head->m_u32AlarmFileNo, head->m_u32AlarmEventSum);
+    const uint64_t offset = EventOffset(head->m_u32AlarmFileNo, head->m_u32AlarmEventSum);
     return AsInt(card::WriteRecord(Kind::kEvents, fd, offset, record));
 }
 
@@ -173,6 +159,6 @@ int AV_AlarmEventFileInfoRead(int fd, AlarmEventHead_S* head, AlarmFileInfoHead_
         return -1;
     }
     head->m_u32AlarmEventSum = std::min(head->m_u32AlarmEventSum, ALARM_EVENT_READ_MAX);
-    return AsInt(card::ReadAt(Kind::kEvents, fd, RecordOffset(head->m_u32AlarmFileNo, 1), records,
+    return AsInt(card::ReadAt(Kind::kEvents, fd, EventOffset(head->m_u32AlarmFileNo, 1), records,
                               int64_t{sizeof *records} * head->m_u32AlarmEventSum));
 }

@@ -14,9 +14,6 @@
 namespace card {
 namespace {
 
-constexpr char kIndexPath[] = RECORD_STORE_DIRECTORY RECORD_INDEX_NAME;
-constexpr char kEventsPath[] = RECORD_STORE_DIRECTORY RECORD_EVENT_NAME;
-
 int RealOpen(const char* path, int flags, mode_t mode) {
     return open64(path, flags, mode);
 }

@@ -17,6 +17,9 @@
 
 namespace card {
 
+inline constexpr char kIndexPath[] = RECORD_STORE_DIRECTORY RECORD_INDEX_NAME;
+inline constexpr char kEventsPath[] = RECORD_STORE_DIRECTORY RECORD_EVENT_NAME;
+
 // What a file holds; failures are told apart by it.
 enum class Kind : uint8_t {
     kIndex,   // "index000.bin"
