@@ -1,6 +1,6 @@
 # Debian packages, one a component:  cmake --preset release && cmake --build --preset release && cd build/release && cpack
 #
-# `cpack` needs dpkg-dev.  A cross build names the C library's packages itself: dpkg-shlibdeps knows its own machine's.
+# `cpack` needs dpkg-dev.  A cross build names the C library's package itself: dpkg-shlibdeps knows its own machine's.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME avrecordaccess)
 set(CPACK_PACKAGE_VENDOR ${PROJECT_NAME})
@@ -36,7 +36,7 @@ else()
   string(REGEX REPLACE ".*gnueabihf$" armhf CPACK_DEBIAN_PACKAGE_ARCHITECTURE "${ARM_TRIPLE}")
   string(REGEX REPLACE ".*gnueabi$" armel CPACK_DEBIAN_PACKAGE_ARCHITECTURE "${CPACK_DEBIAN_PACKAGE_ARCHITECTURE}")
   if(NOT RECORDER_STATIC)
-    set(CPACK_DEBIAN_RECORDER_PACKAGE_DEPENDS "libc6, libgcc-s1, libstdc++6")
+    set(CPACK_DEBIAN_RECORDER_PACKAGE_DEPENDS libc6)
   endif()
 endif()
 include(CPack)
