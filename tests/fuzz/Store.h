@@ -44,7 +44,7 @@ inline void LayIndex(Input& in, int index, int events, int record) {
         system.m_u32RecordFileSum %= 8;
     }
     write(index, 0, system);
-    for (int i = 0; i < kRecordsMax && !in.Empty(); ++i) {
+    for (int left = in.Byte() % kRecordsMax; left > 0 && !in.Empty(); --left) {
         const uint8_t kind = in.Byte();
         const bool plain = kind < 224;
         const uint32_t file = in.Byte() % kStoreFiles;

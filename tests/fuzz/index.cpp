@@ -77,6 +77,20 @@ void BeginRun(const Index& index, uint8_t cover) {
     MustKeepOthers(before, index.Bytes(), file_no);
 }
 
+// Another card, or the same with another content, between two looks: what is held in memory is then the card's.
+void ExchangeCard(const Index& index, fuzz::Input& in) {
+    fuzz::LayIndex(in, index.fd(), -1, -1);
+    if (AVRecordParamInit(1) != 0) {
+        return;
+    }
+    AVRecordHeads heads;
+    AVRecordHeadsCopy(&heads);
+    RecordSystemInfoHead_S system{};
+    MUST(AV_SystemInfoHeadRead(index.fd(), &system) >= 0);
+    MUST(std::memcmp(&system, &heads.system, sizeof system) == 0);
+    MUST(system.m_u32RecordFileNo < system.m_u32RecordFileSum);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -94,6 +108,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ReadSections(index, file_no);
     ReadSections(index, file_no % fuzz::kStoreFiles);
     BeginRun(index, cover);
+    if (!in.Empty()) {
+        ExchangeCard(index, in);
+    }
     uint32_t files = 0;
     RecordSystemInfoHead_S system{};
     const bool small = AV_SystemInfoHeadRead(index.fd(), &system) > 0 && system.m_u32RecordFileSum < 64;

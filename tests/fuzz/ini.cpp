@@ -55,7 +55,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint8_t repeat = in.Byte();  // brings a text near the largest that a file may have
     const fuzz::Bytes rest = in.Rest();
     std::string text(rest.begin(), rest.end());
-    for (int i = 0; i < repeat % 64 && repeat >= 192 && !rest.empty(); ++i) {
+    for (int i = 0; i < repeat % 64 && repeat >= 248 && !rest.empty(); ++i) {
         text.append(rest.begin(), rest.end());
     }
     text.resize(std::min<size_t>(text.size(), INI_FILE_MAX - 1));

@@ -144,7 +144,7 @@ void SaveFrames(const fs::path& to, const Recording& card, const std::string& na
 
 void SaveHeads(const fs::path& to, const Recording& card) {
     Seed heads;
-    heads.Byte(1).Text(card.Index(0, sizeof(RecordSystemInfoHead_S))).Byte(1);
+    heads.Byte(1).Text(card.Index(0, sizeof(RecordSystemInfoHead_S))).Byte(1).Byte(16);
     heads.Byte(0).Byte(0).Byte(0).Text(card.Index(record_file::FileHeadOffset(0), sizeof(RecordFileInfoHead_S)));
     for (int u = 1; u <= 2; ++u) {
         const auto at = record_file::SectionHeadOffset(0, static_cast<uint32_t>(u));
@@ -180,6 +180,10 @@ void SaveOthers(const fs::path& to) {
     replies.Byte(3).Byte(0);
     for (int i = 0; i < 16; ++i) replies.Byte(i).Put(uint32_t{100}).Byte(0);
     replies.Save(to / "replies", "answers");
+    Seed layout;
+    layout.Byte(129).Byte(0);
+    for (int file = 0; file < 6; ++file) layout.Byte(130).Byte(file).Byte(131).Byte(file).Byte(132).Byte(file);
+    layout.Byte(135).Byte(1).Save(to / "layout", "formatted");
     Seed().Byte(1).Save(to / "fat", "whole");
     Seed().Byte(1).Byte(1).Save(to / "rescue", "whole");
 }
