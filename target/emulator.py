@@ -41,6 +41,9 @@ def run(*arguments, **options):
 
 
 def build():
+    if not (ROOT / "build/release/build.ninja").exists():
+        run("cmake", "--preset", "release", "-DRECORDER_TESTS=OFF", cwd=ROOT)
+    run("cmake", "--build", ROOT / "build/release", "--target", "recordcard", cwd=ROOT)
     run("cmake", "--preset", "arm", cwd=ROOT)
     run("cmake", "--build", ARM, "--target", "recorder", "guestcamera", cwd=ROOT)
 

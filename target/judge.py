@@ -112,7 +112,7 @@ def partition(image, copy):
 
 # What a mounted volume that was cut always shows: the dirty mark (byte 65 of the boot sector), and our format's free count.
 HARMLESS = re.compile(r"fsck\.fat|Free cluster summary|There are differences between boot sector|This is mostly harmless|^\s*65:01/00|"
-                      r"Dirty bit is set|Fs was not properly|utomatically|Leaving|: \d+ files, \d+/\d+ clusters|^$")
+                      r"Dirty bit is set|Fs was not properly|uto-correcting|utomatically|Leaving|: \d+ files, \d+/\d+ clusters|^$")
 
 
 def file_system_faults(image, scratch):

@@ -121,27 +121,6 @@ TEST_F(RecordCheck, TellsWhyNot) {
     EXPECT_EQ(why_not(), "no card device");
 }
 
-TEST_F(RecordCheck, AFullFileThatIsTheNewestIsNotBegunAnew) {
-    struct Case {
-        uint32_t used, end_before;
-        uint32_t want_file;
-    };
-    for (const Case& each : {Case{1, 0, 2}, Case{3, 1000050, 2}, Case{3, 1000070, 1}, Case{3, 0, 1}}) {
-        const Card card(Store{.used_files = each.used, .current_file = 1, .current_length = kFull});
-        if (each.end_before != 0) {  // of file 0; file 1 ends at 1000060
-            std::string head(48, '\0');
-            head.replace(0, 4, "RFHF");
-            head.replace(12, 4, reinterpret_cast<const char*>(&each.end_before), 4);
-            PutIndex(1024, head);
-        }
-        g_control.heads_loaded = false;
-        EXPECT_EQ(CheckRecordStart(), 0);
-        EXPECT_EQ(AV_RecordSystemInfoHeadGet()->m_u32RecordFileNo, each.want_file) << each.used << each.end_before;
-        EXPECT_EQ(static_cast<uint32_t>(Card::Read("/var/etc/sdcard/index000.bin", 28, 1)[0]), each.want_file);
-        EXPECT_EQ(CheckRecordStart(), 0) << "and stays so";
-    }
-}
-
 TEST_F(RecordCheck, RefusesACardThatIsNoStore) {
     const Card card(Store{});
     for (const char number : {'\x03', '\x7F'}) {

@@ -31,7 +31,7 @@ int Command_System(const char* cmd);
 
 /* The local tuning values, or their defaults where the file has none: record stream 0..2 (1) and length of
  * a run in seconds, 0..1200 (600).  Both are carried along only: the configuration names the stream, and a
- * run has no length. */
+ * run has no length.  "HandOver", 200..60000 ms (1000), is set at once: what a power cut costs. */
 void ReadCustomSettings(int* nStreamType, int* nDuration);
 
 #ifdef __cplusplus

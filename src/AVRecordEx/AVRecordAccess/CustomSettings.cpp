@@ -2,6 +2,7 @@
 #include <cstdlib>
 
 #include "AVRecordAccess.h"
+#include "libAVRecord.h"
 #include "libIniFile.h"
 #include "libLog.h"
 
@@ -32,4 +33,10 @@ void ReadCustomSettings(int* nStreamType, int* nDuration) {
         LOG_TRACE("%s %d Param error, nDuration = %d\n", *nDuration);
         *nDuration = 600;
     }
+    int nHandOver = ReadNumber("HandOver", "1000");
+    if (nHandOver < RECORD_HAND_OVER_MIN_MS || nHandOver > RECORD_HAND_OVER_MAX_MS) {
+        LOG_TRACE("%s %d Param error, nHandOver = %d\n", nHandOver);
+        nHandOver = RECORD_HAND_OVER_MS;
+    }
+    AVRecordHandOverSet(nHandOver);
 }

@@ -13,7 +13,7 @@ namespace {
 constexpr int kStreams = 3;
 constexpr int kShortestPicture = 5;  // a start code and a byte that says what follows
 
-uint8_t PsVedioBuf[RECORD_PACK_BUFFER_SIZE];
+uint8_t PsVedioBuf[RECORD_PACK_BUFFER_SIZE + kCardSector];
 
 static_assert(RECORD_STREAM_HEAD_SIZE == record_file::kStreamHeadSize);
 static_assert(RECORD_PACK_BUFFER_SIZE == record_file::kPackedFrameMax);
@@ -73,7 +73,9 @@ void FramePacker::ReadParameters(int channel, AVCodeType video_codec) {
 
 std::span<const uint8_t> FramePacker::Pack(const Frame& frame, bool is_first, uint32_t time) {
     const int length = frame.IsVideo() ? PackVideo(frame, is_first, time) : PackAudio(frame);
-    return {PsVedioBuf, length < 0 ? 0 : static_cast<size_t>(length)};
+    const size_t packed = length < 0 ? 0 : static_cast<size_t>(length);
+    std::memset(PsVedioBuf + packed, 0, kCardSector);
+    return {PsVedioBuf, packed};
 }
 
 int FramePacker::PackVideo(const Frame& frame, bool is_first, uint32_t time) {

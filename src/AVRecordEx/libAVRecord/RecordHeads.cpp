@@ -20,6 +20,17 @@ RecordInfoHead_S* AV_RecordInfoHeadGet(void) {
     return &g_heads.section;
 }
 
+int AVRecordNameNextFile(void) {
+    RecordSystemInfoHead_S& system = g_heads.system;
+    const RecordFileInfoHead_S& file = g_heads.file;
+    if (file.m_u32RecordFileSumLenth < RECORD_STREAM_LIMIT || system.m_u32RecordFileNo != file.m_u32FileInfoHeadNo) {
+        return 0;
+    }
+    AV_SystemInfoHeadUsedFileSumFresh(&system, &file);
+    AV_SystemInfoHeadFileNoFresh(&system, &file);
+    return 1;
+}
+
 void AVRecordHeadsLock(void) {
     g_heads_mutex.lock();
 }

@@ -9,6 +9,7 @@
 #include "CardHealth.h"
 #include "Clock.h"
 #include "FramePacker.h"
+#include "HandOver.h"
 #include "RecorderStatus.h"
 #include "RunIndex.h"
 #include "libAVRecord.h"
@@ -61,6 +62,7 @@ class Writer {
 
   private:
     bool OpenFiles(uint32_t file_no);
+    void BeginHandOver();
     void CloseFiles();
     int WriteFrame(const Frame& frame);
     int Append(std::span<const uint8_t> packed);
@@ -76,6 +78,7 @@ class Writer {
     bool has_begun_ = false;            // m_FirstIFrameMark: the run's first key frame is on the card
     FramePacker packer_;
     RunClock clock_;
+    HandOver hand_over_;
 };
 
 // Never destroyed: readers may still deliver frames while the process exits.
@@ -113,7 +116,19 @@ int Writer::Open(const RecordFileInfoHead_S* file, int channel) {
     takes_frames_ = true;
     channel_ = channel;
     is_open_ = true;
+    BeginHandOver();
     return 0;
+}
+
+void Writer::BeginHandOver() {
+    AVRecordHeads heads;
+    AVRecordHeadsCopy(&heads);
+    const uint32_t next = heads.file.m_u32FileInfoHeadNo + 1;
+    hand_over_.Start({.index_fd = index_.Get(),
+                      .stream_fd = stream_.Get(),
+                      .next_file_no = next < heads.system.m_u32RecordFileSum ? next : 0,
+                      .stream_end = offset_,
+                      .key_records = heads.file.m_u32RecordKeyFrameSum});
 }
 
 // Recording fills the files that are there and creates none: without a card their folder is the camera's flash.
@@ -143,6 +158,7 @@ int Writer::Close() {
 void Writer::CloseFiles() {
     is_open_ = false;
     channel_ = -1;
+    hand_over_.Stop();
     // A close that fails is told by the door; nothing could be done here that the next run does not do.
     index_.Close();
     stream_.Close();
@@ -232,7 +248,8 @@ int Writer::WriteFrame(const Frame& frame) {
     const WrittenFrame written{frame, static_cast<uint32_t>(packed.size()), time};
     offset_ += written.length;
     const bool is_indexed = IndexKeyFrame(stream_.Get(), written, packer_.Parameters());
-    UpdateHeads(index_.Get(), written, is_indexed);
+    const uint32_t key_records = UpdateHeads(index_.Get(), written, is_indexed);
+    hand_over_.Written(offset_, key_records);
     RecorderStatusFrame(time);
     return 0;
 }
@@ -244,12 +261,22 @@ bool Writer::OffsetIsTheFilesLength() const {
     return length == offset_ || length > RECORD_STREAM_LIMIT;
 }
 
+// The zeros that complete the last sector of a write up to `end`.  Of a sector that is written in part the system would
+// first read the rest from the card, in the frame's way; the next frame is written over the zeros.
+int SectorFill(uint32_t end) {
+    return static_cast<int>((kCardSector - end % kCardSector) % kCardSector);
+}
+static_assert(RECORD_KEY_FRAME_BASE % kCardSector == 0, "no fill reaches the key-frame area");
+
 int Writer::Append(std::span<const uint8_t> packed) {
     if (offset_ > RECORD_KEY_FRAME_BASE || packed.size() > RECORD_KEY_FRAME_BASE - offset_) {
         LOG_ERROR("%s %d : %zu bytes at %u would reach the key-frame area, dropped\n", packed.size(), offset_);
         return -1;
     }
-    return AV_RecordStreamInfoWrite(stream_.Get(), offset_, packed.data(), static_cast<int>(packed.size()));
+    const auto length = static_cast<int>(packed.size());
+    const int whole = length + SectorFill(offset_ + static_cast<uint32_t>(length));
+    const int written = AV_RecordStreamInfoWrite(stream_.Get(), offset_, packed.data(), whole);
+    return written == whole ? length : written;
 }
 
 }  // namespace

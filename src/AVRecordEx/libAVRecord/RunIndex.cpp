@@ -2,6 +2,7 @@
 
 #include <cassert>
 
+#include "CardFile.h"
 #include "Clock.h"
 #include "RecordFormat.h"
 #include "libAVRecord.h"
@@ -14,6 +15,13 @@ constexpr uint32_t kVirtualKeyPixels = 345600;  // 720 x 480; below, a virtual k
 bool GetsARecord(const Frame& frame, const AVStreamParam& parameters) {
     const uint32_t pixels = uint32_t{parameters.m_u16VedioWidth} * parameters.m_u16VedioHeight;
     return frame.found.is_key || (frame.IsVirtualKey() && pixels >= kVirtualKeyPixels);
+}
+
+// Before any head says that its file is full, the card names the next one: after a power cut in between, the newest
+// file would count as the oldest, the one to begin anew.
+void NameNextFile(int index, const RecordSystemInfoHead_S& system) {
+    AV_SystemInfoHeadWrite(index, &system);
+    card::SyncRange(card::Kind::kIndex, index, 0, sizeof system);
 }
 
 }  // namespace
@@ -56,8 +64,9 @@ bool IndexKeyFrame(int fd, const WrittenFrame& written, const AVStreamParam& par
     return AV_RecordKeyFrameWrite(fd, offset, &record, sizeof record) == static_cast<int>(sizeof record);
 }
 
-void UpdateHeads(int index, const WrittenFrame& written, bool is_indexed) {
+uint32_t UpdateHeads(int index, const WrittenFrame& written, bool is_indexed) {
     AVRecordHeads heads;
+    bool is_switch = false;
     {
         const HeadsGuard guard;
         RecordFileInfoHead_S* const file = AV_RecordFileInfoHeadGet();
@@ -70,12 +79,17 @@ void UpdateHeads(int index, const WrittenFrame& written, bool is_indexed) {
             AV_RecordFileInfoHeadEndTimeFresh(file, written.time);
         }
         AV_RecodrFileInfoHeadKeyFrameFresh(file, is_indexed ? 1 : 0);
+        is_switch = AVRecordNameNextFile() == 1;
         heads = {*AV_RecordSystemInfoHeadGet(), *file, *section};
     }
     assert(uint64_t{heads.section.m_u32RecordStartPos} + heads.section.m_u32RecordSize <=
                heads.file.m_u32RecordFileSumLenth &&
            "a section lies inside its file");
+    if (is_switch) {
+        NameNextFile(index, heads.system);
+    }
     AV_RecordSectionInfoHeadWrite(index, &heads.file, &heads.section);
-    AV_RecordFileInfoHeadWrite(index, &heads.system, &heads.file);
+    AV_RecordFileInfoHeadAccecsFileNoWrite(index, heads.file.m_u32FileInfoHeadNo, &heads.file);
     AV_SystemInfoHeadWrite(index, &heads.system);
+    return heads.file.m_u32RecordKeyFrameSum;
 }

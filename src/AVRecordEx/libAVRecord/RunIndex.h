@@ -27,5 +27,5 @@ void TellSectionItsStream(const AVStreamParam& parameters);
 bool IndexKeyFrame(int fd, const WrittenFrame& written, const AVStreamParam& parameters);
 
 // Counts the frame in the heads and writes them: section, file, system.  A failed write is told by the door to the
-// card; the next frame writes them again.
-void UpdateHeads(int index, const WrittenFrame& written, bool is_indexed);
+// card; the next frame writes them again.  Returns the file's key-frame records.
+uint32_t UpdateHeads(int index, const WrittenFrame& written, bool is_indexed);

@@ -42,6 +42,10 @@ typedef struct AVRecordHeads {
     RecordInfoHead_S section;
 } AVRecordHeads;
 
+/* When the current file is full and still the system head's current one: counts it as used and names the next file.
+ * Returns 1 then, else 0.  To be called under the heads' lock. */
+int AVRecordNameNextFile(void);
+
 /* Copies all three as of one moment. */
 void AVRecordHeadsCopy(AVRecordHeads* heads);
 
@@ -58,6 +62,17 @@ int KQ_RecordUninit(void);
 /* Takes no further frame until the next KQ_RecordInit, although the files stay open.  To be called before
  * the heads are set up for another section.  Returns 0. */
 int AVRecordFramesHold(void);
+
+/* How often what was recorded is handed to the card, in milliseconds, from the next KQ_RecordInit on: what a power cut
+ * costs.  A value out of range is brought into it.  Returns 0. */
+#define RECORD_HAND_OVER_MS 1000
+#define RECORD_HAND_OVER_MIN_MS 200
+#define RECORD_HAND_OVER_MAX_MS 60000
+int AVRecordHandOverSet(int milliseconds);
+
+/* Reads those places of the index and of `file`'s record file that a run beginning there will write into in part, so that
+ * its first frames do not wait for them.  Waits for the card.  Returns 0, or -1 when they cannot be opened. */
+int AVRecordReadAhead(const RecordFileInfoHead_S* file);
 
 /* The current record file alone: open `path` read/write (created when missing), close it, tell its descriptor (-1: none).
  * Open returns 0 or -1; close the result of closing, -1 when none is open. */

@@ -111,33 +111,6 @@ bool WriteHeads(int fd) {
            AV_SystemInfoHeadWrite(fd, &g_heads.system) >= 0;
 }
 
-// A full file is begun anew, for it is the oldest of the ring.  One that is the newest was not finished: the process
-// ended between its last frame and the system head that names the next file.  False when that cannot be told.
-bool StepOverNewestFile(int fd, AVRecordHeads* heads) {
-    RecordSystemInfoHead_S& system = heads->system;
-    const uint32_t count = system.m_u32RecordFileSum;
-    if (heads->file.m_u32FileInfoHeadFlag != RECORD_FILE_FLAG ||
-        heads->file.m_u32RecordFileSumLenth < RECORD_STREAM_LIMIT || count < 2) {
-        return true;
-    }
-    RecordFileInfoHead_S before{};
-    if (!ReadFileHead(fd, (system.m_u32RecordFileNo + count - 1) % count, &before)) {
-        return false;
-    }
-    const bool is_newest = system.m_u32RecordFileNo >= system.m_u32RecordUsedFileSum ||
-                           (before.m_u32FileInfoHeadFlag == RECORD_FILE_FLAG &&
-                            heads->file.m_u32RecordEndTime > before.m_u32RecordEndTime);
-    if (!is_newest) {
-        return true;
-    }
-    LOG_TRACE("%s %d: file %u is full and the newest, the next one follows\n", system.m_u32RecordFileNo);
-    AV_SystemInfoHeadUsedFileSumFresh(&system, &heads->file);
-    AV_SystemInfoHeadFileNoFresh(&system, &heads->file);
-    const Descriptor index = card::OpenIndex(AVFILE_READ_WRITE);
-    return AV_SystemInfoHeadWrite(index.Get(), &system) >= 0 &&
-           ReadFileHead(fd, system.m_u32RecordFileNo, &heads->file);
-}
-
 // A card that refused every write is tried with one that changes nothing, instead of with a run.
 bool TakesData(int fd) {
     return AVRecordCardFailing() == 0 || AV_SystemInfoHeadWrite(fd, &g_heads.system) >= 0;
@@ -189,9 +162,6 @@ bool CardLoadHeads() {
         return false;
     }
     if (!ReadFileHead(index.Get(), heads.system.m_u32RecordFileNo, &heads.file)) {
-        return false;
-    }
-    if (!StepOverNewestFile(index.Get(), &heads)) {
         return false;
     }
     g_heads = heads;

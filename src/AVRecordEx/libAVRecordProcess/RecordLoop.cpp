@@ -308,6 +308,7 @@ bool BeginRun(Run* run, const Settings& settings, const SysInfo& config) {
         return false;
     }
     Capture(run, settings);
+    AVRecordReadAhead(file);
     ForceKeyFrame(run->VideoId);
     if (KQ_RecordInit(file, run->VideoId) < 0) {
         TakeBackSection(*run);
@@ -383,15 +384,11 @@ void LogEndTime(time_t seconds) {
              end.tm_mon + 1, end.tm_mday, end.tm_hour, end.tm_min, end.tm_sec);
 }
 
-// Goes on to the next file when this one is full.  The card learns it at once: were it left to the next
-// run's first frame, a power cut in between would let the newest file count as the one to overwrite.
+// Goes on to the next file when this one is full; the writer has named it on the card already, unless that was refused.
 void FinishFile() {
     AVRecordHeadsLock();
-    RecordSystemInfoHead_S* system = AV_RecordSystemInfoHeadGet();
-    const RecordFileInfoHead_S* file = AV_RecordFileInfoHeadGet();
-    AV_SystemInfoHeadUsedFileSumFresh(system, file);
-    AV_SystemInfoHeadFileNoFresh(system, file);
-    const bool is_full = file->m_u32RecordFileSumLenth >= RECORD_STREAM_LIMIT;
+    AVRecordNameNextFile();
+    const bool is_full = AV_RecordFileInfoHeadGet()->m_u32RecordFileSumLenth >= RECORD_STREAM_LIMIT;
     AVRecordHeadsUnlock();
     CardRememberHeads();
     if (is_full && CardMatchHeads() == CardMatch::Other) {

@@ -18,7 +18,22 @@ int RealOpen(const char* path, int flags, mode_t mode) {
     return open64(path, flags, mode);
 }
 
-constexpr Calls kRealCalls{RealOpen, close, pread64, pwrite64, read, write, fstat64};
+// A file's own range where the system knows that: its size and place never change, so nothing else need reach the card.
+int RealSyncRange(int fd, off64_t offset, off64_t length) {
+#ifdef SYNC_FILE_RANGE_WRITE
+    constexpr unsigned kWriteAndWait =
+        SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
+    if (sync_file_range(fd, offset, length, kWriteAndWait) == 0) {
+        return 0;
+    }
+    if (errno != ENOSYS) {
+        return -1;
+    }
+#endif
+    return fdatasync(fd);
+}
+
+constexpr Calls kRealCalls{RealOpen, close, pread64, pwrite64, read, write, fstat64, RealSyncRange};
 constinit std::atomic<const Calls*> g_calls{&kRealCalls};
 
 // Repeats `call` while a signal interrupts it before anything was done.
@@ -162,6 +177,18 @@ Result WriteAt(Kind kind, int fd, uint64_t offset, const void* buffer, int64_t l
         return Result::kDone;
     }
     Fail(Operation::kWrite, kind, {nullptr, fd, offset, length}, error);
+    return Result::kFailed;
+}
+
+Result SyncRange(Kind kind, int fd, uint64_t offset, uint64_t length) {
+    const int done = Uninterrupted([&] {
+        return CardCalls().SyncRange(fd, static_cast<off64_t>(offset), static_cast<off64_t>(length));
+    });
+    if (done == 0) {
+        TellSuccess(Operation::kSync, kind);
+        return Result::kDone;
+    }
+    Fail(Operation::kSync, kind, {nullptr, fd, offset, static_cast<int64_t>(length)}, errno);
     return Result::kFailed;
 }
 

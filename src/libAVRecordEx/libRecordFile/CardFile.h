@@ -51,6 +51,11 @@ int CloseAs(Kind kind, int fd);
 Result ReadAt(Kind kind, int fd, uint64_t offset, void* buffer, int64_t length);
 Result WriteAt(Kind kind, int fd, uint64_t offset, const void* buffer, int64_t length);
 
+// Makes the system write what was written into `length` bytes at `offset` (kToTheEnd: and into all that follows), and
+// waits until the card has it.  Descriptors of the same file may go on writing meanwhile.
+inline constexpr uint64_t kToTheEnd = 0;
+Result SyncRange(Kind kind, int fd, uint64_t offset, uint64_t length);
+
 // One whole record.
 template <class Record>
 Result ReadRecord(Kind kind, int fd, uint64_t offset, Record* record) {
@@ -80,6 +85,7 @@ struct Calls {
     ssize_t (*Read)(int fd, void* buffer, size_t length);  // at the descriptor's position
     ssize_t (*Write)(int fd, const void* buffer, size_t length);
     int (*Status)(int fd, struct stat64* status);
+    int (*SyncRange)(int fd, off64_t offset, off64_t length);
 };
 
 // The calls in force: the system's own, or those of a test.

@@ -19,10 +19,10 @@ constexpr long kNever = -1;
 constexpr long kRepeatSeconds = 60;
 constexpr long kWritesFailSeconds = 10;
 constexpr long kGoneSeconds = 3;  // nothing at all has worked for so long
-constexpr int kOperations = 4;
+constexpr int kOperations = 5;
 constexpr int kKinds = 3;  // kOther is not kept
 
-constexpr const char* kOperationNames[kOperations] = {"opening", "closing", "reading", "writing"};
+constexpr const char* kOperationNames[kOperations] = {"opening", "closing", "reading", "writing", "handing over"};
 constexpr const char* kKindNames[kKinds] = {"the index", "record files", "the event file"};
 
 struct Trouble {  // of one operation on one kind of file; times are s since boot
@@ -36,6 +36,7 @@ struct Health {
     std::mutex mutex;
     Trouble troubles[kOperations][kKinds];
     long writes_fail_since = kNever;
+    long syncs_fail_since = kNever;  // then a write that works only reached the system's cache
     long all_fails_since = kNever;
     std::atomic<bool> has_trouble{false};  // anything above is not as it was at the start
     std::atomic<bool> is_failing{false};
@@ -66,7 +67,7 @@ void LogFailure(Operation operation, const Place& place, int error, const Troubl
     char name[128];
     NameOf(place, name, sizeof name);
     char where[64] = "";
-    if (operation == Operation::kRead || operation == Operation::kWrite) {
+    if (operation == Operation::kRead || operation == Operation::kWrite || operation == Operation::kSync) {
         std::snprintf(where, sizeof where, ", %lld bytes at %llu", static_cast<long long>(place.length),
                       static_cast<unsigned long long>(place.offset));
     }
@@ -83,11 +84,12 @@ void Judge(Operation operation, int error, long now) {
     }
     const bool is_away = error == ENODEV || error == ENXIO || error == EIO;
     bool is_failing = error == EROFS || (is_away && now - health.all_fails_since >= kGoneSeconds);
-    if (operation == Operation::kWrite) {
-        if (health.writes_fail_since == kNever) {
-            health.writes_fail_since = now;
+    if (operation == Operation::kWrite || operation == Operation::kSync) {
+        long& since = operation == Operation::kWrite ? health.writes_fail_since : health.syncs_fail_since;
+        if (since == kNever) {
+            since = now;
         }
-        is_failing = is_failing || now - health.writes_fail_since >= kWritesFailSeconds;
+        is_failing = is_failing || now - since >= kWritesFailSeconds;
     }
     if (is_failing) {
         health.is_failing = true;
@@ -140,9 +142,11 @@ void TellSuccess(Operation operation, Kind kind) {
     {
         const std::lock_guard lock(g_health.mutex);
         g_health.all_fails_since = kNever;
-        if (operation == Operation::kWrite) {
-            g_health.writes_fail_since = kNever;
-            g_health.is_failing = false;
+        long& since = operation == Operation::kSync ? g_health.syncs_fail_since : g_health.writes_fail_since;
+        if (operation == Operation::kWrite || (operation == Operation::kSync && since != kNever)) {
+            since = kNever;
+            const bool all_work = g_health.writes_fail_since == kNever && g_health.syncs_fail_since == kNever;
+            g_health.is_failing = g_health.is_failing && !all_work;
         }
         Trouble& trouble = TroubleOf(operation, kind);
         ended = trouble;
@@ -163,6 +167,7 @@ bool IsFailing() {
 void Pardon() {
     const std::lock_guard lock(g_health.mutex);
     g_health.writes_fail_since = kNever;
+    g_health.syncs_fail_since = kNever;
     g_health.all_fails_since = kNever;
     g_health.is_failing = false;
 }

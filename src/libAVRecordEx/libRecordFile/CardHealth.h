@@ -11,7 +11,7 @@
 
 namespace card {
 
-enum class Operation : uint8_t { kOpen, kClose, kRead, kWrite };
+enum class Operation : uint8_t { kOpen, kClose, kRead, kWrite, kSync };
 
 struct Place {
     const char* path;  // null: the descriptor's

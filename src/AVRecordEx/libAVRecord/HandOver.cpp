@@ -1,0 +1,222 @@
+#include "HandOver.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+
+#include "CardFile.h"
+#include "RecordFormat.h"
+#include "Signal.h"
+#include "libAVRecord.h"
+#include "libLog.h"
+
+using record_file::FileHeadOffset;
+using record_file::KeyFrameRecordOffset;
+using record_file::SectionHeadOffset;
+
+namespace {
+
+constexpr size_t kStackBytes = 64 * 1024;
+constexpr uint64_t kPage = 4096;                      // what the system reads at least
+constexpr uint32_t kNextFileAhead = 16 * 1024 * 1024;  // bytes of stream data before the limit
+
+constexpr int kLastHandOverMs = 2000;  // a busy card is waited for, one that hangs is not
+
+std::atomic<int> g_interval_ms{RECORD_HAND_OVER_MS};
+
+// Whether a place could be read changes nothing: the write there would only wait a little longer.
+void Touch(card::Kind kind, int fd, uint64_t offset) {
+    char byte;
+    card::ReadAt(kind, fd, offset, &byte, 1);
+}
+
+void TouchKeyRecords(int stream_fd, uint32_t key_records) {
+    const uint64_t place = KeyFrameRecordOffset(key_records);
+    Touch(card::Kind::kRecord, stream_fd, place);
+    if (place + kPage < RECORD_FILE_SIZE) {
+        Touch(card::Kind::kRecord, stream_fd, place + kPage);
+    }
+}
+
+// Reads the places of the index and the file that a run beginning there will write into in part.
+void ReadAhead(int index_fd, int stream_fd, uint32_t file_no, uint32_t stream_end, uint32_t key_records) {
+    Touch(card::Kind::kIndex, index_fd, 0);
+    Touch(card::Kind::kIndex, index_fd, FileHeadOffset(file_no));
+    for (uint64_t slots = 0; slots < RECORD_SECTION_BLOCK; slots += kPage) {
+        Touch(card::Kind::kIndex, index_fd, SectionHeadOffset(file_no, 0) + slots);
+    }
+    Touch(card::Kind::kRecord, stream_fd, stream_end);
+    TouchKeyRecords(stream_fd, key_records);
+}
+
+}  // namespace
+
+int AVRecordHandOverSet(int milliseconds) {
+    g_interval_ms = std::clamp(milliseconds, RECORD_HAND_OVER_MIN_MS, RECORD_HAND_OVER_MAX_MS);
+    return 0;
+}
+
+int AVRecordReadAhead(const RecordFileInfoHead_S* file) {
+    if (file == nullptr) {
+        return -1;
+    }
+    const Descriptor index = card::OpenIndex(AVFILE_READ);
+    const Descriptor stream = card::OpenRecordFile(file->m_u32FileInfoHeadNo, AVFILE_READ);
+    if (!index.IsOpen() || !stream.IsOpen()) {
+        return -1;
+    }
+    ReadAhead(index.Get(), stream.Get(), file->m_u32FileInfoHeadNo, file->m_u32RecordFileSumLenth,
+              file->m_u32RecordKeyFrameSum);
+    return 0;
+}
+
+// What the thread of one run works on.  `busy` is set by the one that starts it and cleared by the thread at its end.
+struct HandOver::Job {
+    std::atomic<bool> busy{false};
+    std::atomic<uint32_t> stream_end{0};
+    std::atomic<uint32_t> key_records{0};
+    Begin begin{};
+    Descriptor index;
+    Descriptor stream;
+    Signal over;    // the run is
+    Signal handed;  // all of it is, and the files are closed
+    int interval_ms = RECORD_HAND_OVER_MS;
+
+    // The thread's own.
+    uint32_t stream_handed = 0;
+    uint32_t key_records_handed = 0;
+    bool next_file_is_read = false;
+
+    bool Prepare(const Begin& begin_now);
+    void HandOverOnce();
+    void ReadNext();
+    void Close();
+};
+
+// A run's thread may still wait for a card that hangs when the next one begins; a third one would wait for the same.
+constinit HandOver::Job HandOver::g_jobs[2];
+
+bool HandOver::Job::Prepare(const Begin& begin_now) {
+    begin = begin_now;
+    stream_end = stream_handed = begin.stream_end;
+    key_records = key_records_handed = begin.key_records;
+    next_file_is_read = false;
+    interval_ms = g_interval_ms;
+    index = Descriptor(fcntl(begin.index_fd, F_DUPFD_CLOEXEC, 0));
+    stream = Descriptor(fcntl(begin.stream_fd, F_DUPFD_CLOEXEC, 0));
+    over.Clear();
+    handed.Clear();
+    return index.IsOpen() && stream.IsOpen();
+}
+
+void HandOver::Job::Close() {
+    index.Close();
+    stream.Close();
+}
+
+// Stream data, the key-frame records that point into it, and the heads that count both, in this order.  Heads written
+// meanwhile go with them and may name a few frames that follow a moment later.
+void HandOver::Job::HandOverOnce() {
+    const uint32_t end = stream_end.load(std::memory_order_acquire);
+    const uint32_t records = key_records.load(std::memory_order_acquire);
+    if (end == stream_handed && records == key_records_handed) {
+        return;
+    }
+    using card::Kind;
+    card::Result result = card::Result::kDone;
+    if (end > stream_handed) {
+        result = card::SyncRange(Kind::kRecord, stream.Get(), stream_handed, end - stream_handed);
+    }
+    if (result == card::Result::kDone && records > key_records_handed) {
+        const uint64_t first = KeyFrameRecordOffset(key_records_handed);
+        result = card::SyncRange(Kind::kRecord, stream.Get(), first, KeyFrameRecordOffset(records) - first);
+    }
+    if (result == card::Result::kDone) {
+        result = card::SyncRange(Kind::kIndex, index.Get(), 0, card::kToTheEnd);
+    }
+    if (result == card::Result::kDone) {  // else the same stretches are tried again
+        stream_handed = end;
+        key_records_handed = records;
+    }
+}
+
+void HandOver::Job::ReadNext() {
+    TouchKeyRecords(stream.Get(), key_records);
+    if (next_file_is_read || stream_handed + kNextFileAhead < RECORD_STREAM_LIMIT) {
+        return;
+    }
+    next_file_is_read = true;
+    const Descriptor next = card::OpenRecordFile(begin.next_file_no, AVFILE_READ);
+    if (next.IsOpen()) {
+        ReadAhead(index.Get(), next.Get(), begin.next_file_no, 0, 0);
+    }
+}
+
+void* HandOver::Thread(void* argument) {
+    prctl(PR_SET_NAME, "HandOverThread");
+    Job& job = *static_cast<Job*>(argument);
+    for (bool is_over = false; !is_over;) {
+        is_over = job.over.WaitFor(job.interval_ms);
+        job.HandOverOnce();
+        if (!is_over) {
+            job.ReadNext();
+        }
+    }
+    job.Close();
+    job.handed.Set();
+    job.busy.store(false, std::memory_order_release);
+    return nullptr;
+}
+
+bool HandOver::Start(const Begin& begin) {
+    Job* const job = std::find_if(std::begin(g_jobs), std::end(g_jobs), [](const Job& candidate) {
+        return !candidate.busy.load(std::memory_order_acquire);
+    });
+    if (job == std::end(g_jobs)) {
+        LOG_ERROR("%s %d : the card hangs, what is recorded is handed to it without haste\n");
+        return false;
+    }
+    int error = job->Prepare(begin) ? 0 : errno;
+    if (error == 0) {
+        pthread_attr_t attributes;
+        pthread_attr_init(&attributes);
+        pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+        pthread_attr_setstacksize(&attributes, kStackBytes);
+        pthread_t thread;
+        job->busy = true;
+        error = pthread_create(&thread, &attributes, Thread, job);
+        pthread_attr_destroy(&attributes);
+    }
+    if (error != 0) {
+        job->Close();
+        job->busy = false;
+        LOG_ERROR("%s %d : no steady hand-over to the card in this run: %s\n", std::strerror(error));
+        return false;
+    }
+    job_ = job;
+    return true;
+}
+
+void HandOver::Written(uint32_t stream_end, uint32_t key_records) {
+    if (job_ != nullptr) {
+        job_->stream_end.store(stream_end, std::memory_order_release);
+        job_->key_records.store(key_records, std::memory_order_release);
+    }
+}
+
+void HandOver::Stop() {
+    if (job_ == nullptr) {
+        return;
+    }
+    job_->over.Set();
+    if (!job_->handed.WaitFor(kLastHandOverMs)) {
+        LOG_ERROR("%s %d : the card takes its time; what is left of this run follows\n");
+    }
+    job_ = nullptr;
+}

@@ -1,0 +1,44 @@
+// Hands what was recorded to the card steadily: a power cut then costs what one interval holds, not half a minute.
+//
+// A thread a run, beside the writer and never in a frame's way: the writer leaves two figures, the thread makes the
+// system write what they name and waits for that, on descriptors of its own.  Stream data goes before the heads that
+// name it.  It also reads in advance what the writer is about to write into in part, since such a write would wait until
+// the card was read: the next key-frame records, and the next file before this one is full.
+// Owns its descriptors.  Never writes a byte itself, never keeps a run from beginning or ending: when a card hangs, the
+// thread is left to it.
+// Threads: Start and Stop by the one that opens and closes the writer, Written by the one that writes a frame; the
+// writer's lock keeps them apart.
+#pragma once
+
+#include <cstdint>
+
+#include "Descriptor.h"
+
+class HandOver {
+  public:
+    struct Begin {  // of a run
+        int index_fd;
+        int stream_fd;
+        uint32_t next_file_no;
+        uint32_t stream_end;   // bytes in the file: the first one that is not written
+        uint32_t key_records;  // in the file
+    };
+
+    // False when there can be no thread for this run (logged): it is recorded all the same, and reaches the card when
+    // the system writes it back.
+    bool Start(const Begin& begin);
+
+    // What is written by now.  Two atomic stores.
+    void Written(uint32_t stream_end, uint32_t key_records);
+
+    // Hands over the rest and ends the thread, so that nothing of the run keeps the card busy afterwards; a card that does
+    // not take it within two seconds is left to the thread.
+    void Stop();
+
+  private:
+    struct Job;
+    static Job g_jobs[];
+    static void* Thread(void* job);
+
+    Job* job_ = nullptr;  // of the run; null: none
+};

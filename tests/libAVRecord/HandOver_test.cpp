@@ -1,0 +1,174 @@
+// What reaches the card when: the steady hand-over, the switch to the next file, and writes in whole sectors.
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <thread>
+
+#include "CardFile.h"
+#include "libAVRecord.h"
+#include "support/BoundCamera.h"
+
+namespace {
+
+using std::string_literals::operator""s;
+using support::Card;
+
+struct CardCall {
+    char what;  // 'w': written, 's': handed over
+    std::string file;
+    uint64_t offset;
+    uint64_t length;
+};
+
+// Notes every write and hand-over that passes the door, in order.
+class Tape {
+  public:
+    Tape() {
+        real = card::CardCalls();
+        calls = real;
+        calls.WriteAt = [](int fd, const void* buffer, size_t length, off64_t offset) {
+            const ssize_t put = real.WriteAt(fd, buffer, length, offset);
+            Note('w', fd, static_cast<uint64_t>(offset), length);
+            return put;
+        };
+        calls.SyncRange = [](int fd, off64_t offset, off64_t length) {
+            const int done = real.SyncRange(fd, offset, length);
+            Note('s', fd, static_cast<uint64_t>(offset), static_cast<uint64_t>(length));
+            return done;
+        };
+        tape.clear();
+        card::ReplaceCardCalls(&calls);
+    }
+    ~Tape() { card::ReplaceCardCalls(nullptr); }
+
+    static std::vector<CardCall> All() {
+        const std::lock_guard guard(lock);
+        return tape;
+    }
+    static std::vector<CardCall> Only(char what) {
+        std::vector<CardCall> found = All();
+        std::erase_if(found, [&](const CardCall& call) { return call.what != what; });
+        return found;
+    }
+    // Until so many hand-overs were made, 10 s at most.
+    static std::vector<CardCall> AwaitHandOvers(size_t count) {
+        for (int i = 0; i < 10000 && Only('s').size() < count; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return Only('s');
+    }
+
+  private:
+    static void Note(char what, int fd, uint64_t offset, uint64_t length) {
+        const std::string path = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd));
+        const std::lock_guard guard(lock);
+        tape.push_back({what, std::filesystem::path(path).filename(), offset, length});
+    }
+    static inline card::Calls real, calls;
+    static inline std::mutex lock;
+    static inline std::vector<CardCall> tape;
+};
+
+class HandOverTest : public support::BoundCamera {
+  protected:
+    explicit HandOverTest(uint32_t length = 0) : card_(support::Store{.current_length = length}) {
+        RecordSystemInfoHead_S* const system = AV_RecordSystemInfoHeadGet();
+        RecordFileInfoHead_S* const file = AV_RecordFileInfoHeadGet();
+        *system = {};
+        AV_SystemInfoHeadParamInit(system, 2048, 3);
+        *file = {};
+        AV_RecordFileInfoHeadAdd(system, file, 1700000000, RECORD_TYPE_SCHEDULE);
+        file->m_u32RecordFileSumLenth = length;
+        AV_RecordSectionInfoHeadAdd(file, AV_RecordInfoHeadGet(), 1700000000, RECORD_TYPE_SCHEDULE, 0);
+        AVRecordHandOverSet(RECORD_HAND_OVER_MIN_MS);
+    }
+    ~HandOverTest() override {
+        KQ_RecordUninit();
+        AVRecordHandOverSet(RECORD_HAND_OVER_MS);
+    }
+
+    static void Open() { ASSERT_EQ(KQ_RecordInit(AV_RecordFileInfoHeadGet(), 0), 0); }
+    static void Write(const std::string& frame) {
+        AVDataInfoOpt info{};
+        info.AVDataLen = static_cast<int32_t>(frame.size());
+        ASSERT_EQ(libAVRecordWriteFrame(0, AV_FRAME_TYPE_VIDEO, frame.data(), &info), 0);
+    }
+    static inline const std::string kKey = "\0\0\0\1\x67sps\0\0\0\1\x68pps\0\0\0\1\x65 a key frame"s;
+    static inline const std::string kDelta = "\0\0\0\1\x41 a frame between key frames"s;
+
+    Card card_;
+    Tape tape_;
+};
+
+TEST_F(HandOverTest, GivesTheCardStreamThenKeyRecordsThenHeads) {
+    Open();
+    Write(kKey);
+    Write(kDelta);
+    const uint64_t end = AV_RecordFileInfoHeadGet()->m_u32RecordFileSumLenth;
+    const auto given = Tape::AwaitHandOvers(3);
+    ASSERT_GE(given.size(), 3u);
+    EXPECT_EQ(given[0].file, "hi000000.mp4");
+    EXPECT_EQ(given[0].offset, 0u);
+    EXPECT_LE(given[0].length, end);
+    EXPECT_EQ(given[1].offset, 0x0FC00000u);
+    EXPECT_EQ(given[1].length, 20u);
+    EXPECT_EQ(given[2].file, "index000.bin");
+
+    Write(kDelta);
+    KQ_RecordUninit();  // hands over the rest before it returns, and keeps no file open
+    const auto all = Tape::Only('s');
+    EXPECT_EQ(all.back().file, "index000.bin");
+    const auto last_stream = std::find_if(all.rbegin(), all.rend(), [](auto& call) { return call.file[0] == 'h'; });
+    EXPECT_EQ(last_stream->offset + last_stream->length, AV_RecordFileInfoHeadGet()->m_u32RecordFileSumLenth);
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;
+        EXPECT_EQ(std::filesystem::read_symlink(entry, gone).string().find("sdcard"), std::string::npos);
+    }
+}
+
+TEST_F(HandOverTest, WritesWholeSectorsAndNothingElse) {
+    Open();
+    Write(kKey);
+    Write(kDelta);
+    uint64_t end = 0;
+    for (const CardCall& call : Tape::Only('w')) {
+        if (call.file == "hi000000.mp4" && call.offset < 0x0FC00000) {
+            EXPECT_GE(call.offset, end) << "each frame begins at the end of the one before, not of its zeros";
+            EXPECT_EQ((call.offset + call.length) % 512, 0u);
+            EXPECT_LT(call.offset + call.length - end, 2048u);
+            end = call.offset;
+        }
+    }
+    EXPECT_EQ(std::filesystem::file_size(Card::RecordFile(0)), 0x10000000u);
+}
+
+class HandOverAtTheLimit : public HandOverTest {
+  protected:
+    HandOverAtTheLimit() : HandOverTest(0x0F900000 - 100) {}
+};
+
+TEST_F(HandOverAtTheLimit, NamesTheNextFileBeforeAHeadSaysThatThisOneIsFull) {
+    Open();
+    Write(kKey);
+    const auto all = Tape::All();
+    const auto is_at = [](char what, uint64_t offset) {
+        return [=](const CardCall& call) { return call.what == what && call.file == "index000.bin" && call.offset == offset; };
+    };
+    const auto named = std::find_if(all.begin(), all.end(), is_at('w', 0));
+    const auto given = std::find_if(named, all.end(), is_at('s', 0));
+    const auto full = std::find_if(all.begin(), all.end(), is_at('w', 1024));
+    ASSERT_NE(given, all.end());
+    EXPECT_LT(given, full);
+    RecordSystemInfoHead_S system;
+    const std::string bytes = Card::Read(support::kCardDirectory + "index000.bin"s, 0, sizeof system);
+    std::memcpy(&system, bytes.data(), sizeof system);
+    EXPECT_EQ(system.m_u32RecordFileNo, 1u);
+    EXPECT_EQ(system.m_u32RecordUsedFileSum, 1u);
+
+    Write(kDelta);  // after the limit, until the run ends: the same file, and no further step
+    EXPECT_EQ(AV_RecordSystemInfoHeadGet()->m_u32RecordFileNo, 1u);
+    EXPECT_EQ(AV_RecordSystemInfoHeadGet()->m_u32RecordUsedFileSum, 1u);
+}
+
+}  // namespace
