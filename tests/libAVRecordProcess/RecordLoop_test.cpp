@@ -328,6 +328,34 @@ TEST_F(RecordLoop, HeadsThatTheCardRefusedAtTheEndAreThereBeforeTheNextRun) {
     EXPECT_EQ(Index(1024, 48), after) << "what they count would be written over";
 }
 
+TEST_F(RecordLoop, ASectionHeadThatTheCardRefusedIsWrittenDuringTheNextRun) {
+    static const card::Calls real = card::CardCalls();
+    card::Calls refusing = real;
+    refusing.WriteAt = [](int fd, const void* bytes, size_t length, off64_t offset) {
+        errno = EIO;
+        return length == 64 ? ssize_t{-1} : real.WriteAt(fd, bytes, length, offset);
+    };
+    card_.Prepare({.files = 3, .current_length = 777});
+    EXPECT_EQ(Run([&] {
+                  EXPECT_EQ(WriteKeyFrame(), 0);
+                  card::ReplaceCardCalls(&refusing);
+                  EXPECT_EQ(WriteKeyFrame(), 0);
+              }),
+              0);
+    const RecordInfoHead_S section = *AV_RecordInfoHeadGet();
+    const auto on_card = [&] { return Index(131072 + 64 * 2, 64); };
+    const std::string held(reinterpret_cast<const char*>(&section), sizeof section);
+    EXPECT_NE(on_card(), held);
+    g_flags.stop_requested = false;
+    EXPECT_EQ(Run([&] {
+                  EXPECT_EQ(WriteKeyFrame(), 0) << "recording goes on meanwhile";
+                  card::ReplaceCardCalls(nullptr);
+                  ++uptime, ++wall;
+              }),
+              0);
+    EXPECT_EQ(on_card(), held);
+}
+
 TEST_F(RecordLoop, ACardThatTakesNoDataEndsTheRunAndIsRecordedOnOnceItDoes) {
     static const card::Calls real = card::CardCalls();
     card::Calls refusing = real;

@@ -48,6 +48,9 @@ bool Identify(int fd, Identity* found) {
 Identity g_identity;      // of the card that g_heads are of
 AVRecordHeads g_heads{};  // as the card has them, or ought to
 
+AVRecordHeads g_refused{};  // of a section whose head the card refused
+bool g_has_refused = false;
+
 void SetHeads(const RecordSystemInfoHead_S& system, const RecordFileInfoHead_S& file) {
     AVRecordFramesHold();
     AVRecordHeadsLock();
@@ -98,17 +101,39 @@ bool IsBehind(const RecordSystemInfoHead_S& system, const RecordFileInfoHead_S& 
            system.m_u32RecordFileSum == g_heads.system.m_u32RecordFileSum &&
            system.m_u32SDCardSpaceSize == g_heads.system.m_u32SDCardSpaceSize &&
            system.m_u32RecordUsedFileSum <= g_heads.system.m_u32RecordUsedFileSum &&
-           system.m_u32RecordFileNo == ours.m_u32FileInfoHeadNo &&
+           (system.m_u32RecordFileNo == ours.m_u32FileInfoHeadNo ||
+            system.m_u32RecordFileNo == g_heads.system.m_u32RecordFileNo) &&
            file.m_u32RecordStartTime >= ours.m_u32RecordStartTime &&
            file.m_u32RecordFileSumLenth <= ours.m_u32RecordFileSumLenth &&
            file.m_u32RecordKeyFrameSum <= ours.m_u32RecordKeyFrameSum &&
            file.m_u32RecordSectionSum <= ours.m_u32RecordSectionSum;
 }
 
-bool WriteHeads(int fd) {
-    return AV_RecordSectionInfoHeadWrite(fd, &g_heads.file, &g_heads.section) == 0 &&
-           AV_RecordFileInfoHeadAccecsFileNoWrite(fd, g_heads.file.m_u32FileInfoHeadNo, &g_heads.file) == 0 &&
-           AV_SystemInfoHeadWrite(fd, &g_heads.system) >= 0;
+// The newest section's head on the card is ours, or there is none to compare.
+bool SectionIsSame(int fd) {
+    const RecordInfoHead_S& section = g_heads.section;
+    const uint32_t count = g_heads.file.m_u32RecordSectionSum;
+    if (section.m_u32RecordSize == 0 || section.m_u16RecordUseNo < 1 || section.m_u16RecordUseNo > count ||
+        section.m_u16RecordFileNo != g_heads.file.m_u32FileInfoHeadNo || count > RECORD_SECTION_MAX) {
+        return true;
+    }
+    RecordInfoHead_S sections[RECORD_SECTION_MAX];
+    return AV_RecordSectionInfoHeadRead(fd, &g_heads.file, sections) == 0 &&
+           AreSame(sections[section.m_u16RecordUseNo - 1], section);
+}
+
+// A place that takes no section head costs that section its index and must not keep the next from being recorded.
+void WriteSection(int fd) {
+    if (AV_RecordSectionInfoHeadWrite(fd, &g_heads.file, &g_heads.section) != 0) {
+        g_refused = g_heads;
+        g_has_refused = true;
+    }
+}
+
+void WriteHeads(int fd) {
+    WriteSection(fd);
+    AV_RecordFileInfoHeadAccecsFileNoWrite(fd, g_heads.file.m_u32FileInfoHeadNo, &g_heads.file);
+    AV_SystemInfoHeadWrite(fd, &g_heads.system);
 }
 
 // A card that refused every write is tried with one that changes nothing, instead of with a run.
@@ -191,11 +216,34 @@ CardMatch CardMatchHeads() {
     }
     const bool is_same_card = identity == g_identity;
     if (is_same_card && AreSame(system, g_heads.system) && AreSame(file, g_heads.file)) {
+        if (!SectionIsSame(index.Get())) {
+            WriteSection(index.Get());
+        }
         return TakesData(index.Get()) ? CardMatch::Ours : Unknown();
     }
     if (is_same_card && IsBehind(system, file)) {
-        return WriteHeads(index.Get()) ? CardMatch::Ours : Unknown();
+        WriteHeads(index.Get());  // what it refuses again is written with the next frame
+        return TakesData(index.Get()) ? CardMatch::Ours : Unknown();
     }
     LOG_TRACE("%s %d: the card is another one or was changed, its heads are read anew\n");
     return CardMatch::Other;
+}
+
+void CardRetryRefused() {
+    AVRecordHeads now;
+    AVRecordHeadsCopy(&now);
+    const RecordInfoHead_S& section = g_refused.section;
+    const bool slot_is_another = now.section.m_u16RecordFileNo == section.m_u16RecordFileNo &&
+                                 now.section.m_u16RecordUseNo <= section.m_u16RecordUseNo;
+    g_has_refused = g_has_refused && !slot_is_another;
+    if (!g_has_refused) {
+        return;
+    }
+    const Descriptor index = card::OpenIndex(AVFILE_READ_WRITE);
+    Identity identity;
+    if (!index.IsOpen() || !Identify(index.Get(), &identity)) {
+        return;
+    }
+    g_has_refused =
+        identity == g_identity && AV_RecordSectionInfoHeadWrite(index.Get(), &g_refused.file, &g_refused.section) != 0;
 }

@@ -25,3 +25,6 @@ enum class CardMatch {
 // Compares the card with what is remembered of it.  Of our own card, heads that it refused when they were last
 // written are written again.
 CardMatch CardMatchHeads();
+
+// Tries the section head again that the card refused at the end of a run; to be called now and then.
+void CardRetryRefused();

@@ -365,9 +365,12 @@ void (*g_chore)() = nullptr;
 int Watch(const Run& run) {
     long last_second = run.start_uptime;
     while (true) {
-        if (const long second = KQ_COMMON_GetUptime(); second != last_second && g_chore != nullptr) {
+        if (const long second = KQ_COMMON_GetUptime(); second != last_second) {
             last_second = second;
-            g_chore();
+            CardRetryRefused();
+            if (g_chore != nullptr) {
+                g_chore();
+            }
         }
         RecorderStatusPublish();
         const Look look = LookForEnd(run);
@@ -388,10 +391,9 @@ void LogEndTime(time_t seconds) {
 void FinishFile() {
     AVRecordHeadsLock();
     AVRecordNameNextFile();
-    const bool is_full = AV_RecordFileInfoHeadGet()->m_u32RecordFileSumLenth >= RECORD_STREAM_LIMIT;
     AVRecordHeadsUnlock();
     CardRememberHeads();
-    if (is_full && CardMatchHeads() == CardMatch::Other) {
+    if (CardMatchHeads() == CardMatch::Other) {
         g_control.heads_loaded = false;
     }
 }
