@@ -85,6 +85,7 @@ class HandOverTest : public support::BoundCamera {
     }
     ~HandOverTest() override {
         KQ_RecordUninit();
+        AwaitNoOpenFile();  // the tape and the card go with the test
         AVRecordHandOverSet(RECORD_HAND_OVER_MS);
     }
 
@@ -93,6 +94,21 @@ class HandOverTest : public support::BoundCamera {
         AVDataInfoOpt info{};
         info.AVDataLen = static_cast<int32_t>(frame.size());
         ASSERT_EQ(libAVRecordWriteFrame(0, AV_FRAME_TYPE_VIDEO, frame.data(), &info), 0);
+    }
+    static bool HasOpenFile() {
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+            std::error_code gone;
+            if (std::filesystem::read_symlink(entry, gone).string().find("sdcard") != std::string::npos) {
+                return true;
+            }
+        }
+        return false;
+    }
+    static bool AwaitNoOpenFile() {
+        for (int i = 0; i < 10000 && HasOpenFile(); ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return !HasOpenFile();
     }
     static inline const std::string kKey = "\0\0\0\1\x67sps\0\0\0\1\x68pps\0\0\0\1\x65 a key frame"s;
     static inline const std::string kDelta = "\0\0\0\1\x41 a frame between key frames"s;
@@ -116,15 +132,12 @@ TEST_F(HandOverTest, GivesTheCardStreamThenKeyRecordsThenHeads) {
     EXPECT_EQ(given[2].file, "index000.bin");
 
     Write(kDelta);
-    KQ_RecordUninit();  // hands over the rest before it returns, and keeps no file open
+    KQ_RecordUninit();  // the thread hands over the rest, and keeps no file open
+    EXPECT_TRUE(AwaitNoOpenFile());
     const auto all = Tape::Only('s');
     EXPECT_EQ(all.back().file, "index000.bin");
     const auto last_stream = std::find_if(all.rbegin(), all.rend(), [](auto& call) { return call.file[0] == 'h'; });
     EXPECT_EQ(last_stream->offset + last_stream->length, AV_RecordFileInfoHeadGet()->m_u32RecordFileSumLenth);
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        std::error_code gone;
-        EXPECT_EQ(std::filesystem::read_symlink(entry, gone).string().find("sdcard"), std::string::npos);
-    }
 }
 
 TEST_F(HandOverTest, WritesWholeSectorsAndNothingElse) {

@@ -288,6 +288,9 @@ TEST_F(Writer, OpensAnewWithoutLeavingADescriptorBehind) {
     EXPECT_EQ(Write(kH264Delta), -1) << "it waits for a key frame again";
     EXPECT_EQ(Write(kH264Key), 0);
     KQ_RecordUninit();
+    for (int i = 0; i < 10000 && descriptors() != before; ++i) {  // the last of it is handed over beside us
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     EXPECT_EQ(descriptors(), before);
     EXPECT_EQ(KQ_RecordClose(), -1);
     EXPECT_EQ(KQ_RecordStreamFdGet(), -1);

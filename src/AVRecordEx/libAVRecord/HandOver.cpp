@@ -26,8 +26,6 @@ constexpr size_t kStackBytes = 64 * 1024;
 constexpr uint64_t kPage = 4096;                      // what the system reads at least
 constexpr uint32_t kNextFileAhead = 16 * 1024 * 1024;  // bytes of stream data before the limit
 
-constexpr int kLastHandOverMs = 2000;  // a busy card is waited for, one that hangs is not
-
 std::atomic<int> g_interval_ms{RECORD_HAND_OVER_MS};
 
 // Whether a place could be read changes nothing: the write there would only wait a little longer.
@@ -84,8 +82,7 @@ struct HandOver::Job {
     Begin begin{};
     Descriptor index;
     Descriptor stream;
-    Signal over;    // the run is
-    Signal handed;  // all of it is, and the files are closed
+    Signal over;  // the run is
     int interval_ms = RECORD_HAND_OVER_MS;
 
     // The thread's own.
@@ -111,7 +108,6 @@ bool HandOver::Job::Prepare(const Begin& begin_now) {
     index = Descriptor(fcntl(begin.index_fd, F_DUPFD_CLOEXEC, 0));
     stream = Descriptor(fcntl(begin.stream_fd, F_DUPFD_CLOEXEC, 0));
     over.Clear();
-    handed.Clear();
     return index.IsOpen() && stream.IsOpen();
 }
 
@@ -169,7 +165,6 @@ void* HandOver::Thread(void* argument) {
         }
     }
     job.Close();
-    job.handed.Set();
     job.busy.store(false, std::memory_order_release);
     return nullptr;
 }
@@ -215,8 +210,5 @@ void HandOver::Stop() {
         return;
     }
     job_->over.Set();
-    if (!job_->handed.WaitFor(kLastHandOverMs)) {
-        LOG_ERROR("%s %d : the card takes its time; what is left of this run follows\n");
-    }
     job_ = nullptr;
 }

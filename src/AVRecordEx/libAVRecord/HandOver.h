@@ -31,8 +31,8 @@ class HandOver {
     // What is written by now.  Two atomic stores.
     void Written(uint32_t stream_end, uint32_t key_records);
 
-    // Hands over the rest and ends the thread, so that nothing of the run keeps the card busy afterwards; a card that does
-    // not take it within two seconds is left to the thread.
+    // Lets the thread hand over the rest, close its descriptors and end.  Not waited for: the next run begins meanwhile,
+    // and a frame that comes in between is lost.
     void Stop();
 
   private:
