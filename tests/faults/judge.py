@@ -209,7 +209,8 @@ class Judge:
             done = subprocess.run([RECORDCARD, "check", self.image], capture_output=True, text=True)
             if done.returncode == 0:
                 return
-        raise Fault("check: " + " / ".join(done.stdout.splitlines()[:3]) + done.stderr[-300:])
+        errors = [line for line in done.stdout.splitlines() if line.startswith("error")]
+        raise Fault("check: " + " / ".join(errors[:3]) + done.stderr[-300:])
 
     def lost(self, begin):
         """Pictures published from index `begin` on that are not on the card, up to the last that is."""

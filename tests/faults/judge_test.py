@@ -49,7 +49,7 @@ class JudgeTest(unittest.TestCase):
         self.assert_found("gone: event", self.write("event000.bin", 16, b"\x00"))
 
     def test_an_index_entry_that_does_not_fit_is_torn(self):
-        self.assert_found("torn: .* key frame 1", self.write("hi000000.mp4", 0x0FC00000 + 20 + 12, b"\x01"))
+        self.assert_found("torn: .* key frame", self.write("hi000000.mp4", 0x0FC00000 + 20 + 12, b"\x01"))
 
     def test_a_frame_that_comes_again_is_told(self):
         records, places = self.judge.journals.records, self.judge.journals.places
