@@ -166,7 +166,9 @@ TEST_F(HandOverAtTheLimit, NamesTheNextFileBeforeAHeadSaysThatThisOneIsFull) {
     Write(kKey);
     const auto all = Tape::All();
     const auto is_at = [](char what, uint64_t offset) {
-        return [=](const CardCall& call) { return call.what == what && call.file == "index000.bin" && call.offset == offset; };
+        return [=](const CardCall& call) {
+            return call.what == what && call.file == "index000.bin" && call.offset == offset;
+        };
     };
     const auto named = std::find_if(all.begin(), all.end(), is_at('w', 0));
     const auto given = std::find_if(named, all.end(), is_at('s', 0));

@@ -276,6 +276,36 @@ TEST_F(Writer, FollowsSmallStepsOfTheClockAndNoLargeOnes) {
     EXPECT_EQ(FileHead().m_u32RecordEndTime, 1700000069u) << "the file's end never goes back";
 }
 
+// A record that the card refused once is there with the next frame, in the order of the frames.
+TEST_F(Writer, AKeyFrameRecordThatTheCardRefusedFollows) {
+    static const card::Calls real = card::CardCalls();
+    static bool refuses;
+    card::Calls calls = real;
+    calls.WriteAt = [](int fd, const void* buffer, size_t length, off64_t offset) {
+        if (refuses && length == sizeof(KeyFrameInfoHead_S)) {
+            errno = EIO;
+            return ssize_t{-1};
+        }
+        return real.WriteAt(fd, buffer, length, offset);
+    };
+    refuses = true;
+    card::ReplaceCardCalls(&calls);
+    Open();
+    EXPECT_EQ(Write(kH264Key), 0);
+    const uint32_t second_key = Section().m_u32RecordSize;
+    EXPECT_EQ(Write(kH264Key), 0);
+    EXPECT_EQ(FileHead().m_u32RecordKeyFrameSum, 0u) << "the counts rise with the record";
+    EXPECT_EQ(Section().m_u32FrameSum, 2u);
+    refuses = false;
+    EXPECT_EQ(Write(kH264Delta), 0);
+    EXPECT_EQ(FileHead().m_u32RecordKeyFrameSum, 2u);
+    EXPECT_EQ(Section().m_u32KeyFrameSum, 2u);
+    EXPECT_EQ(Section().m_u32FrameSum, 3u);
+    EXPECT_EQ(KeyFrame(0).m_u32KeyFilePos, 0u);
+    EXPECT_EQ(KeyFrame(1).m_u32KeyFilePos, second_key);
+    card::ReplaceCardCalls(nullptr);
+}
+
 TEST_F(Writer, OpensAnewWithoutLeavingADescriptorBehind) {
     const auto descriptors = [] {
         const std::filesystem::directory_iterator all("/proc/self/fd");

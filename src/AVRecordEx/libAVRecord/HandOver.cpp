@@ -23,7 +23,7 @@ using record_file::SectionHeadOffset;
 namespace {
 
 constexpr size_t kStackBytes = 64 * 1024;
-constexpr uint64_t kPage = 4096;                      // what the system reads at least
+constexpr uint64_t kPage = 4096;                       // what the system reads at least
 constexpr uint32_t kNextFileAhead = 16 * 1024 * 1024;  // bytes of stream data before the limit
 
 std::atomic<int> g_interval_ms{RECORD_HAND_OVER_MS};
@@ -170,9 +170,8 @@ void* HandOver::Thread(void* argument) {
 }
 
 bool HandOver::Start(const Begin& begin) {
-    Job* const job = std::find_if(std::begin(g_jobs), std::end(g_jobs), [](const Job& candidate) {
-        return !candidate.busy.load(std::memory_order_acquire);
-    });
+    Job* const job = std::find_if(std::begin(g_jobs), std::end(g_jobs),
+                                  [](const Job& candidate) { return !candidate.busy.load(std::memory_order_acquire); });
     if (job == std::end(g_jobs)) {
         LOG_ERROR("%s %d : the card hangs, what is recorded is handed to it without haste\n");
         return false;

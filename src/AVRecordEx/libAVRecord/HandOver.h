@@ -2,10 +2,9 @@
 //
 // A thread a run, beside the writer and never in a frame's way: the writer leaves two figures, the thread makes the
 // system write what they name and waits for that, on descriptors of its own.  Stream data goes before the heads that
-// name it.  It also reads in advance what the writer is about to write into in part, since such a write would wait until
-// the card was read: the next key-frame records, and the next file before this one is full.
-// Owns its descriptors.  Never writes a byte itself, never keeps a run from beginning or ending: when a card hangs, the
-// thread is left to it.
+// name it.  It also reads in advance what the writer is about to write into in part, since such a write would wait
+// until the card was read: the next key-frame records, and the next file before this one is full. Owns its descriptors.
+// Never writes a byte itself, never keeps a run from beginning or ending: when a card hangs, the thread is left to it.
 // Threads: Start and Stop by the one that opens and closes the writer, Written by the one that writes a frame; the
 // writer's lock keeps them apart.
 #pragma once
@@ -31,8 +30,8 @@ class HandOver {
     // What is written by now.  Two atomic stores.
     void Written(uint32_t stream_end, uint32_t key_records);
 
-    // Lets the thread hand over the rest, close its descriptors and end.  Not waited for: the next run begins meanwhile,
-    // and a frame that comes in between is lost.
+    // Lets the thread hand over the rest, close its descriptors and end.  Not waited for: the next run begins
+    // meanwhile, and a frame that comes in between is lost.
     void Stop();
 
   private:

@@ -77,6 +77,7 @@ class Writer {
     bool takes_frames_ = false;         // m_IFrameGet
     bool has_begun_ = false;            // m_FirstIFrameMark: the run's first key frame is on the card
     FramePacker packer_;
+    RunIndex run_index_;
     RunClock clock_;
     HandOver hand_over_;
 };
@@ -166,6 +167,7 @@ void Writer::CloseFiles() {
     has_begun_ = false;
     offset_ = 0;
     packer_.Reset();
+    run_index_.Reset();
 }
 
 int Writer::Hold() {
@@ -223,7 +225,7 @@ int Writer::WriteFrame(const Frame& frame) {
     }
     if (is_first) {
         packer_.ReadParameters(channel_, frame.found.codec);
-        TellSectionItsStream(packer_.Parameters());
+        RunIndex::Begin(packer_.Parameters());
         clock_.Begin();
     }
     uint32_t time = clock_.FrameTime();
@@ -247,8 +249,7 @@ int Writer::WriteFrame(const Frame& frame) {
     }
     const WrittenFrame written{frame, static_cast<uint32_t>(packed.size()), time};
     offset_ += written.length;
-    const bool is_indexed = IndexKeyFrame(stream_.Get(), written, packer_.Parameters());
-    const uint32_t key_records = UpdateHeads(index_.Get(), written, is_indexed);
+    const uint32_t key_records = run_index_.Add(index_.Get(), stream_.Get(), written, packer_.Parameters());
     hand_over_.Written(offset_, key_records);
     RecorderStatusFrame(time);
     return 0;

@@ -1,5 +1,6 @@
 #include "RunIndex.h"
 
+#include <algorithm>
 #include <cassert>
 
 #include "CardFile.h"
@@ -33,7 +34,7 @@ HeadsGuard::~HeadsGuard() {
     AVRecordHeadsUnlock();
 }
 
-void TellSectionItsStream(const AVStreamParam& parameters) {
+void RunIndex::Begin(const AVStreamParam& parameters) {
     RecordVedioInfo_S info{};
     info.m_u16Width = parameters.m_u16VedioWidth;
     info.m_u16Height = parameters.m_u16VedioHeight;
@@ -44,27 +45,50 @@ void TellSectionItsStream(const AVStreamParam& parameters) {
     AV_RecordSectionInfoHeadVedioParamFresh(AV_RecordInfoHeadGet(), &info);
 }
 
-bool IndexKeyFrame(int fd, const WrittenFrame& written, const AVStreamParam& parameters) {
-    if (!GetsARecord(written.frame, parameters)) {
-        return false;
+// Makes the frame's record and puts it behind those that the card has not taken yet: the counts rise only with a record
+// that is there, and records stand in the order of their frames.
+void RunIndex::Wait(const WrittenFrame& written) {
+    if (waiting_count_ == kWaitingMax) {
+        return;  // a card that refuses for so long ends the run; this frame is found from the key frame before it
     }
-    AVRecordHeads heads;
-    AVRecordHeadsCopy(&heads);
-    const uint32_t number = heads.file.m_u32RecordKeyFrameSum;
-    if (number >= record_file::kKeyFramesMax) {
-        return false;
+    uint32_t position = 0;
+    {
+        const HeadsGuard guard;
+        position = AV_RecordInfoHeadGet()->m_u32RecordSize;
     }
     const uint8_t type = written.frame.IsVirtualKey() ? RECORD_KEY_FRAME_VIRTUAL : RECORD_KEY_FRAME_REAL;
-    KeyFrameInfoHead_S record;
-    AV_RecordKeyFrameInfoUpdate(&record, written.time, written.length, heads.section.m_u32RecordSize, type);
+    AV_RecordKeyFrameInfoUpdate(&waiting_[waiting_count_++], written.time, written.length, position, type);
     const tm when = LocalTime(static_cast<time_t>(written.time));
     LOG_TRACE("%s %d: ##keyType = %d  KeyFrameTime. %04d-%02d-%02d %02d:%02d:%02d ##\n", type, when.tm_year + 1900,
               when.tm_mon + 1, when.tm_mday, when.tm_hour, when.tm_min, when.tm_sec);
-    const uint32_t offset = number * static_cast<uint32_t>(sizeof record);
-    return AV_RecordKeyFrameWrite(fd, offset, &record, sizeof record) == static_cast<int>(sizeof record);
 }
 
-uint32_t UpdateHeads(int index, const WrittenFrame& written, bool is_indexed) {
+// Returns how many the card took.
+uint32_t RunIndex::WriteWaiting(int stream_fd) {
+    if (waiting_count_ == 0) {
+        return 0;
+    }
+    uint32_t number = 0;
+    {
+        const HeadsGuard guard;
+        number = AV_RecordFileInfoHeadGet()->m_u32RecordKeyFrameSum;
+    }
+    constexpr int kSize = sizeof(KeyFrameInfoHead_S);
+    uint32_t written = 0;
+    while (written < waiting_count_ && number + written < record_file::kKeyFramesMax &&
+           AV_RecordKeyFrameWrite(stream_fd, (number + written) * kSize, &waiting_[written], kSize) == kSize) {
+        ++written;
+    }
+    std::copy(waiting_ + written, waiting_ + waiting_count_, waiting_);
+    waiting_count_ -= written;
+    return written;
+}
+
+uint32_t RunIndex::Add(int index_fd, int stream_fd, const WrittenFrame& written, const AVStreamParam& parameters) {
+    if (GetsARecord(written.frame, parameters)) {
+        Wait(written);
+    }
+    const uint32_t records = WriteWaiting(stream_fd);
     AVRecordHeads heads;
     bool is_switch = false;
     {
@@ -73,12 +97,15 @@ uint32_t UpdateHeads(int index, const WrittenFrame& written, bool is_indexed) {
         RecordInfoHead_S* const section = AV_RecordInfoHeadGet();
         AV_RecordSectionInfoHeadEndTimeFresh(section, written.time);
         AV_RecordSectionInfoHeadFileSizeFresh(section, written.length);
-        AV_RecordSecitonInfoHeadKeyFrameFresh(section, is_indexed ? 1 : 0, written.frame.kind);
+        AV_RecordSecitonInfoHeadKeyFrameFresh(section, 0, written.frame.kind);
         AV_RecordFileInfoHeadFileLenthFresh(file, written.length);
         if (written.time >= file->m_u32RecordEndTime) {
             AV_RecordFileInfoHeadEndTimeFresh(file, written.time);
         }
-        AV_RecodrFileInfoHeadKeyFrameFresh(file, is_indexed ? 1 : 0);
+        for (uint32_t i = 0; i < records; ++i) {
+            AV_RecordSecitonInfoHeadKeyFrameFresh(section, 1, AV_FRAME_TYPE_END);
+            AV_RecodrFileInfoHeadKeyFrameFresh(file, 1);
+        }
         is_switch = AVRecordNameNextFile() == 1;
         heads = {*AV_RecordSystemInfoHeadGet(), *file, *section};
     }
@@ -86,10 +113,10 @@ uint32_t UpdateHeads(int index, const WrittenFrame& written, bool is_indexed) {
                heads.file.m_u32RecordFileSumLenth &&
            "a section lies inside its file");
     if (is_switch) {
-        NameNextFile(index, heads.system);
+        NameNextFile(index_fd, heads.system);
     }
-    AV_RecordSectionInfoHeadWrite(index, &heads.file, &heads.section);
-    AV_RecordFileInfoHeadAccecsFileNoWrite(index, heads.file.m_u32FileInfoHeadNo, &heads.file);
-    AV_SystemInfoHeadWrite(index, &heads.system);
+    AV_RecordSectionInfoHeadWrite(index_fd, &heads.file, &heads.section);
+    AV_RecordFileInfoHeadAccecsFileNoWrite(index_fd, heads.file.m_u32FileInfoHeadNo, &heads.file);
+    AV_SystemInfoHeadWrite(index_fd, &heads.system);
     return heads.file.m_u32RecordKeyFrameSum;
 }

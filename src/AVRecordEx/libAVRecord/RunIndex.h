@@ -1,6 +1,7 @@
-// What a written frame leaves in the index: its key-frame record and the three heads, in memory and on the card.
+// What a run's frames leave in the index: their key-frame records and the three heads, in memory and on the card.
 //
-// Every function is called by the writer, under its lock, after the frame's bytes are on the card.
+// Owns the key-frame records that the card has refused so far.  Every function is called by the writer, under its lock;
+// a frame is added after its bytes are on the card.
 #pragma once
 
 #include "Frame.h"
@@ -20,12 +21,24 @@ struct WrittenFrame {
     uint32_t time;    // s since 1970 UTC
 };
 
-// Puts the stream's parameters into the section head.
-void TellSectionItsStream(const AVStreamParam& parameters);
+class RunIndex {
+  public:
+    // A writer was opened, or closed.
+    void Reset() { waiting_count_ = 0; }
 
-// Adds the frame's key-frame record if it gets one; whether it did.  The counts rise exactly when a record was written.
-bool IndexKeyFrame(int fd, const WrittenFrame& written, const AVStreamParam& parameters);
+    // The run begins: puts the stream's parameters into the section head.
+    static void Begin(const AVStreamParam& parameters);
 
-// Counts the frame in the heads and writes them: section, file, system.  A failed write is told by the door to the
-// card; the next frame writes them again.  Returns the file's key-frame records.
-uint32_t UpdateHeads(int index, const WrittenFrame& written, bool is_indexed);
+    // Adds the frame's key-frame record, if it gets one, counts the frame in the heads and writes them: section, file,
+    // system.  A write that fails is told by the door to the card; the next frame tries it again, heads and records.
+    // Returns the file's key-frame records.
+    uint32_t Add(int index_fd, int stream_fd, const WrittenFrame& written, const AVStreamParam& parameters);
+
+  private:
+    void Wait(const WrittenFrame& written);
+    uint32_t WriteWaiting(int stream_fd);
+
+    static constexpr uint32_t kWaitingMax = 32;
+    KeyFrameInfoHead_S waiting_[kWaitingMax]{};
+    uint32_t waiting_count_ = 0;
+};

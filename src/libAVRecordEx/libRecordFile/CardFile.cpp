@@ -21,8 +21,7 @@ int RealOpen(const char* path, int flags, mode_t mode) {
 // A file's own range where the system knows that: its size and place never change, so nothing else need reach the card.
 int RealSyncRange(int fd, off64_t offset, off64_t length) {
 #ifdef SYNC_FILE_RANGE_WRITE
-    constexpr unsigned kWriteAndWait =
-        SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
+    constexpr unsigned kWriteAndWait = SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
     if (sync_file_range(fd, offset, length, kWriteAndWait) == 0) {
         return 0;
     }
@@ -181,9 +180,8 @@ Result WriteAt(Kind kind, int fd, uint64_t offset, const void* buffer, int64_t l
 }
 
 Result SyncRange(Kind kind, int fd, uint64_t offset, uint64_t length) {
-    const int done = Uninterrupted([&] {
-        return CardCalls().SyncRange(fd, static_cast<off64_t>(offset), static_cast<off64_t>(length));
-    });
+    const int done = Uninterrupted(
+        [&] { return CardCalls().SyncRange(fd, static_cast<off64_t>(offset), static_cast<off64_t>(length)); });
     if (done == 0) {
         TellSuccess(Operation::kSync, kind);
         return Result::kDone;

@@ -28,6 +28,7 @@ constexpr const char* kKindNames[kKinds] = {"the index", "record files", "the ev
 struct Trouble {  // of one operation on one kind of file; times are s since boot
     long began = kNever;
     long logged = kNever;       // the last line about it
+    int error = 0;              // errno of the last line
     unsigned int failures = 0;  // since it began
     bool is_announced = false;  // and its end is to be told
 };
@@ -96,15 +97,17 @@ void Judge(Operation operation, int error, long now) {
     }
 }
 
-// Counts it and says whether a line is due.
-bool Count(Trouble& trouble, long now) {
+// Counts it and says whether a line is due: the first, another errno (but no more than one a second), once a minute.
+bool Count(Trouble& trouble, int error, long now) {
     if (trouble.failures++ == 0) {
         trouble.began = now;
     }
-    if (trouble.logged != kNever && now - trouble.logged < kRepeatSeconds) {
+    const bool is_news = error != trouble.error && now != trouble.logged;
+    if (trouble.logged != kNever && now - trouble.logged < kRepeatSeconds && !is_news) {
         return false;
     }
     trouble.logged = now;
+    trouble.error = error;
     trouble.is_announced = true;
     return true;
 }
@@ -125,7 +128,7 @@ void TellFailure(Operation operation, Kind kind, const Place& place, int error) 
         g_health.has_trouble = true;
         Judge(operation, error, now);
         Trouble& trouble = TroubleOf(operation, kind);
-        if (!Count(trouble, now)) {
+        if (!Count(trouble, error, now)) {
             return;
         }
         line = trouble;
