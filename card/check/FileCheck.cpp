@@ -19,8 +19,10 @@ using record_file::SectionHeadOffset;
 using Level = Finding::Level;
 using Mend = Finding::Mend;
 
-constexpr uint32_t kFullFileSlack = 3;  // frames that are still counted when a file has become full
+// Frames that a full file's last section counts though its lengths have stopped: those that arrive while the run ends.
+constexpr uint32_t kFullFileSlack = 250;
 constexpr uint32_t kStartSlack = 60;    // s a section may begin in front of its first frame
+constexpr uint32_t kFullEndSlack = 30;  // s a run may take to end when its file is full
 constexpr uint32_t kEndSlack = 2;       // s its last sound may lie behind its last picture
 
 // Stretch of a record file.
@@ -35,11 +37,20 @@ class FileCheck {
     FileCheck(const CardIndex& index, const FileState& file, Findings& findings)
         : index_(index), file_(file), name_(Volume::RecordFileName(file.number)), findings_(findings) {}
 
-    void Run(const StoreFile& record, const SurveyProgress& progress) {
-        survey_ = SurveyStream(record, 0, file_.Length(), true, progress);
+    void Run(const StoreFile& record, const SurveyProgress& progress, const SurveyVisitor& visit) {
+        Surveyor surveyor(record, progress);
+        surveyor.GoTo(file_.Length());
+        if (!file_.Full()) surveyor.GoToHole();
+        survey_ = surveyor.Result();
         for (const Section& section : index_.AllSections()) {
             if (section.file == file_.number) sections_.push_back(&section);
         }
+        LapHints hints{.counted = file_.Length(), .begins = {}};
+        for (const Section* section : sections_) {
+            if (section->Usable()) hints.begins.push_back(section->Begin());
+        }
+        recordings_ = RecordingsOf(survey_, hints).recordings;
+        const size_t before = findings_.size();
         CheckLap();
         for (const Section* section : sections_) {
             if (section->Usable()) CheckSection(*section);
@@ -47,16 +58,21 @@ class FileCheck {
         CheckCovered();
         CheckSlots();
         CheckSums();
-        if (!file_.Full()) CheckBehind(record);
+        if (!file_.Full()) CheckBehind();
+        const bool mendable = std::any_of(findings_.begin() + static_cast<ptrdiff_t>(before), findings_.end(),
+                                          [](const Finding& finding) { return finding.mend == Mend::File; });
+        if (!visit) return;
+        if (mendable) surveyor.GoToEnd();
+        visit(file_.number, mendable ? surveyor.Result() : survey_, mendable);
     }
 
   private:
     void Add(Level level, const char* kind, uint64_t offset, std::string what, const char* consequence, Mend mend) {
-        findings_.push_back({level, kind, name_, offset, std::move(what), consequence, mend, file_.number});
+        findings_.push_back({level, kind, name_, offset, std::move(what), consequence, mend, file_.number, true});
     }
     void AddHead(Level level, const char* kind, uint64_t offset, std::string what, const char* consequence) {
         findings_.push_back(
-            {level, kind, RECORD_INDEX_NAME, offset, std::move(what), consequence, Mend::File, file_.number});
+            {level, kind, RECORD_INDEX_NAME, offset, std::move(what), consequence, Mend::File, file_.number, true});
     }
     std::string NameOf(const Section& section) const {
         return FormatText("section %u:%u", section.file, section.number);
@@ -79,31 +95,30 @@ class FileCheck {
                     "none: power was cut between two heads");
         }
         if (section.head.m_u32RecordSize == 0) return;
-        const StreamRun* first = RunAt(section.Begin());
-        if (first == nullptr || !first->headed) CheckBegin(section, first);
-        frames_.clear();
-        for (const StreamRun& run : survey_.runs) CheckRun(section, run);
+        const Recording* recording = RecordingAt(section.Begin());
+        CheckBegin(section, recording);
+        frames_ = FramesOf(survey_, card::SpanOf(section));
+        CheckJoined(section);
+        CheckForeign(section);
         CheckHoles(section);
         CheckCounts(section, place);
         CheckKeyFrames(section);
         CheckTimes(section, place);
-        if (first != nullptr) CheckParameters(section, *first, place);
+        if (recording != nullptr) CheckParameters(section, survey_.runs[recording->run], place);
     }
 
-    const StreamRun* RunAt(uint64_t begin) const {
-        for (const StreamRun& run : survey_.runs) {
-            if (run.begin == begin ||
-                (!run.headed && run.first_clock == kClockPerFrame && run.begin == begin + kStreamHeadSize))
-                return &run;
-        }
-        return nullptr;
+    const Recording* RecordingAt(uint64_t begin) const {
+        const auto found = std::find_if(recordings_.begin(), recordings_.end(),
+                                        [begin](const Recording& recording) { return recording.begin == begin; });
+        return found == recordings_.end() ? nullptr : &*found;
     }
 
-    // A section that begins in damage: its stream head can stand again, or its head move to the first sound frame.
-    void CheckBegin(const Section& section, const StreamRun* first) {
-        const bool settled = first != nullptr && first->begin == section.Begin();
-        const bool footage = std::any_of(survey_.runs.begin(), survey_.runs.end(), [&](const StreamRun& run) {
-            return run.end > section.Begin() && run.begin < section.Limit();
+    // A section that begins in damage: its stream head can stand again, or it begins with its first key frame.
+    void CheckBegin(const Section& section, const Recording* recording) {
+        if (recording != nullptr && survey_.runs[recording->run].headed) return;
+        const bool settled = recording != nullptr && !recording->lost_head;
+        const bool footage = std::any_of(recordings_.begin(), recordings_.end(), [&](const Recording& other) {
+            return other.end > section.Begin() && other.begin < section.Limit();
         });
         Add(settled ? Level::Remark : Level::Error, "section-begin", section.Begin(),
             NameOf(section) +
@@ -112,22 +127,44 @@ class FileCheck {
             footage && !settled ? Mend::File : Mend::Nothing);
     }
 
-    void CheckRun(const Section& section, const StreamRun& run) {
-        if (run.end <= section.Begin() || run.begin >= section.Limit()) return;
-        const bool inside = run.begin > section.Begin() + kStreamHeadSize;
-        if (inside && section.number != RECORD_SECTION_MAX) {
-            Add(Level::Error, "section-joined", run.begin,
-                NameOf(section) + (run.headed ? " runs into another recording" : " goes on with another clock or time"),
+    void CheckJoined(const Section& section) {
+        for (const Recording& recording : recordings_) {
+            const bool inside =
+                recording.begin > section.Begin() + kStreamHeadSize && recording.begin < section.Limit();
+            if (!inside || section.number == RECORD_SECTION_MAX) continue;
+            Add(Level::Error, "section-joined", recording.begin, NameOf(section) + " runs into another recording",
                 "times inside the section are wrong", Mend::File);
         }
-        for (const SurveyedFrame& frame : run.frames) {
-            if (frame.offset >= section.Begin() && frame.End() <= section.Limit()) {
-                frames_.push_back(&frame);
-            } else if (frame.offset < section.Limit() && frame.End() > section.Limit() && section.cut_bytes == 0) {
-                Add(Level::Error, "section-end", section.Limit(), NameOf(section) + " ends inside a frame",
-                    "that frame is not played", Mend::File);
+    }
+
+    // Pictures in a section that are none of it: what an earlier lap left where later writes were lost.
+    void CheckForeign(const Section& section) {
+        size_t foreign = 0;
+        uint64_t first = 0;
+        for (const StreamRun& run : survey_.runs) {
+            for (const SurveyedFrame& frame : run.frames) {
+                if (frame.offset < section.Limit() && frame.offset >= section.Begin() &&
+                    frame.End() > section.Limit() && section.cut_bytes == 0) {
+                    Add(Level::Error, "section-end", section.Limit(), NameOf(section) + " ends inside a frame",
+                        "that frame is not played", Mend::File);
+                }
+                const bool inside = frame.offset >= section.Begin() && frame.End() <= section.Limit();
+                if (!inside || !frame.video || IsTaken(frame)) continue;
+                if (foreign++ == 0) first = frame.offset;
             }
         }
+        if (foreign == 0) return;
+        Add(Level::Error, "stream-foreign", first,
+            FormatText("%zu pictures in section %u:%u are none of it, or lack their key frame", foreign, section.file,
+                       section.number),
+            "what was recorded there is lost; the rest plays", Mend::Nothing);
+    }
+
+    bool IsTaken(const SurveyedFrame& frame) const {
+        const auto at =
+            std::lower_bound(frames_.begin(), frames_.end(), &frame,
+                             [](const SurveyedFrame* a, const SurveyedFrame* b) { return a->offset < b->offset; });
+        return at != frames_.end() && *at == &frame;
     }
 
     void CheckHoles(const Section& section) {
@@ -198,8 +235,8 @@ class FileCheck {
         const uint64_t begin = first ? section.Begin() : frame.offset;
         const uint32_t time = first ? section.Start() : frame.time;
         const bool kind = frame.video && (frame.key || key.record.m_u8KeyFrameType == RECORD_KEY_FRAME_VIRTUAL);
-        return kind && key.offset == begin && frame.End() - begin == key.record.m_u32KeyFrameLenth &&
-               key.record.m_u32KeyFrameTime == time;
+        const bool timed = key.record.m_u32KeyFrameTime == time || (frame.corrected && !first);
+        return kind && key.offset == begin && frame.End() - begin == key.record.m_u32KeyFrameLenth && timed;
     }
 
     void CheckTimes(const Section& section, uint64_t place) {
@@ -207,10 +244,12 @@ class FileCheck {
         const uint64_t first = frames_.front()->time;
         const uint64_t last = frames_.back()->time;
         const bool starts = section.Start() <= first && first <= uint64_t{section.Start()} + kStartSlack;
-        const bool ends = section.head.m_u32RecordEndTime <= last + kEndSlack + (section.cut_bytes != 0 ? 1 : 0) &&
+        const bool filled = file_.Full() && &section == sections_.back();  // the end goes on while the run ends
+        const uint32_t slack = filled ? kFullEndSlack : kEndSlack + (section.cut_bytes != 0 ? 1 : 0);
+        const bool ends = section.head.m_u32RecordEndTime <= last + slack &&
                           last <= std::max(uint64_t{section.head.m_u32RecordEndTime},
                                            uint64_t{section.Start()} + (frames_.size() == 1 ? kStartSlack : 0));
-        if (starts && (ends || Ahead(section, section.head.m_u32FrameSum, frames_.size()))) return;
+        if (starts && ends) return;
         AddHead(Level::Error, "section-times", place, NameOf(section) + " has other times than its stream",
                 "footage is listed at a wrong time");
     }
@@ -241,9 +280,9 @@ class FileCheck {
         if (file_.Length() > covered) open.push_back({covered, file_.Length()});
         for (const Part& part : open) {
             size_t frames = 0;
-            for (const StreamRun& run : survey_.runs) {
-                for (const SurveyedFrame& f : run.frames)
-                    frames += f.offset >= part.begin && f.offset < part.end ? 1 : 0;
+            for (const Recording& recording : recordings_) {
+                for (const SurveyedFrame* f : FramesOf(survey_, SpanOf(recording)))
+                    frames += f->offset >= part.begin && f->offset < part.end ? 1 : 0;
             }
             const bool behind_last = file_.head.m_u32RecordSectionSum == RECORD_SECTION_MAX;
             if (frames != 0) {
@@ -302,19 +341,27 @@ class FileCheck {
     }
 
     // What a power cut left behind the heads.
-    void CheckBehind(const StoreFile& record) {
-        const Survey behind = SurveyStream(record, file_.Length(), kSurveyLimit, false);
-        if (behind.runs.empty() || behind.runs.front().begin != file_.Length()) return;
-        const StreamRun& run = behind.runs.front();
-        const bool newer = uint64_t{run.first_time} + kClockStepBack >= file_.head.m_u32RecordEndTime;
-        const StreamRun* last = survey_.runs.empty() ? nullptr : &survey_.runs.back();
-        const bool goes_on = last != nullptr && run.first_clock > last->last_clock &&
-                             run.first_clock - last->last_clock <= 10 * kClockPerFrame;
-        if (!newer || !(run.headed || goes_on)) return;
-        Add(Level::Remark, "footage-uncounted", run.begin,
-            FormatText("%u pictures (%s) lie behind what the heads count, as after a power cut", run.video_frames,
-                       Duration(run.last_time - run.first_time).c_str()),
+    void CheckBehind() {
+        std::vector<const SurveyedFrame*> behind;
+        for (const Recording& recording : recordings_) {
+            for (const SurveyedFrame* frame : FramesOf(survey_, SpanOf(recording))) {
+                if (frame->offset >= file_.Length() && frame->video) behind.push_back(frame);
+            }
+        }
+        if (behind.empty()) return;
+        const SurveyedFrame& first = *behind.front();
+        if (first.offset - (first.headed ? kStreamHeadSize : 0) != file_.Length()) return;
+        if (uint64_t{first.time} + kClockStepBack < file_.head.m_u32RecordEndTime) return;
+        Add(Level::Remark, "footage-uncounted", file_.Length(),
+            FormatText("%zu pictures (%s) lie behind what the heads count, as after a power cut", behind.size(),
+                       Duration(behind.back()->time - std::min(first.time, behind.back()->time)).c_str()),
             "they are not listed, and are written over when recording goes on", Mend::File);
+    }
+
+    SectionSpan SpanOf(const Recording& recording) const {
+        const size_t next = static_cast<size_t>(&recording - recordings_.data()) + 1;
+        return {recording.begin, next < recordings_.size() ? recordings_[next].begin : recording.end,
+                recording.first_time, UINT32_MAX};
     }
 
     const CardIndex& index_;
@@ -323,14 +370,19 @@ class FileCheck {
     Findings& findings_;
     Survey survey_;
     std::vector<const Section*> sections_;
+    std::vector<Recording> recordings_;
     std::vector<const SurveyedFrame*> frames_;  // of the section at hand
 };
 
 }  // namespace
 
-void CheckRecordFile(const CardIndex& index, const FileState& file, Findings& findings,
-                     const SurveyProgress& progress) {
-    FileCheck(index, file, findings).Run(index.OpenRecordFile(file.number), progress);
+void CheckRecordFile(const CardIndex& index, const FileState& file, Findings& findings, const SurveyProgress& progress,
+                     const SurveyVisitor& visit) {
+    FileCheck(index, file, findings).Run(index.OpenRecordFile(file.number), progress, visit);
+}
+
+SectionSpan SpanOf(const Section& section) {
+    return {section.Begin(), section.Limit(), section.Start(), section.End()};
 }
 
 }  // namespace card

@@ -7,7 +7,13 @@
 
 namespace card {
 
+// Gets the survey of a file: of what its head counts, or of the whole file when its heads need mending.
+using SurveyVisitor = std::function<void(uint32_t file, const Survey& survey, bool mend)>;
+
 // Adds what it finds.  Throws CardError when the file cannot be read.
-void CheckRecordFile(const CardIndex& index, const FileState& file, Findings& findings, const SurveyProgress& progress);
+void CheckRecordFile(const CardIndex& index, const FileState& file, Findings& findings, const SurveyProgress& progress,
+                     const SurveyVisitor& visit = {});
+
+SectionSpan SpanOf(const Section& section);
 
 }  // namespace card

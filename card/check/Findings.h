@@ -29,7 +29,8 @@ struct Finding {
     std::string what;
     std::string consequence;  // for the owner
     Mend mend = Mend::Nothing;
-    uint32_t file = 0;  // record file of Mend::File and Mend::Events
+    uint32_t file = 0;         // record file of Mend::File and Mend::Events
+    bool from_stream = false;  // found by reading all of `file`
 };
 
 using Findings = std::vector<Finding>;

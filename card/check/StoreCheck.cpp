@@ -17,28 +17,33 @@ using Mend = Finding::Mend;
 // The store as a whole.
 class StoreCheck {
   public:
-    StoreCheck(const Volume& volume, const CheckProgress& progress)
-        : volume_(volume), index_(volume), progress_(progress) {}
+    StoreCheck(const Volume& volume, const CheckProgress& progress, const CheckScope& scope)
+        : volume_(volume), index_(volume), progress_(progress), scope_(scope) {}
 
     Findings Run() {
         CheckFiles();
         CheckSystem();
         CheckRing();
         uint64_t total = 0;
-        for (const FileState& file : index_.Files()) total += file.Usable() ? file.Length() : 0;
+        for (const FileState& file : index_.Files()) total += Wanted(file) ? file.Length() : 0;
         uint64_t done = 0;
+        const SurveyProgress progress = [&](uint64_t bytes) {
+            done += bytes;
+            if (progress_) progress_(done, total);
+        };
         for (const FileState& file : index_.Files()) {
-            if (!file.Usable() || !volume_.Has(Volume::RecordFileName(file.number))) continue;
-            CheckRecordFile(index_, file, findings_, [&](uint64_t bytes) {
-                done += bytes;
-                if (progress_) progress_(done, total);
-            });
+            if (Wanted(file)) CheckRecordFile(index_, file, findings_, progress, scope_.visit);
         }
         CheckEvents();
         return std::move(findings_);
     }
 
   private:
+    bool Wanted(const FileState& file) const {
+        const bool in_scope = !scope_.files || scope_.files->count(file.number) != 0;
+        return in_scope && file.Usable() && volume_.Has(Volume::RecordFileName(file.number));
+    }
+
     void Add(Level level, const char* kind, std::string place, uint64_t offset, std::string what,
              const char* consequence, Mend mend, uint32_t file = 0) {
         findings_.push_back({level, kind, std::move(place), offset, std::move(what), consequence, mend, file});
@@ -144,11 +149,13 @@ class StoreCheck {
     void CheckFresh(uint32_t number, uint64_t place) {
         const std::string name = Volume::RecordFileName(number);
         if (!volume_.Has(name)) return;
-        const Survey survey = SurveyStream(volume_.OpenFile(name), 0, kSurveyLimit, false);
-        if (survey.runs.empty() || survey.runs.front().begin != 0 || !survey.runs.front().headed) return;
-        const size_t present = PresentRuns(survey);
-        const uint32_t first = survey.runs.front().first_time;
-        const uint32_t last = survey.runs[present - 1].last_time;
+        Surveyor surveyor(volume_.OpenFile(name));
+        surveyor.GoToHole();
+        const Survey survey = surveyor.Result();
+        const std::vector<Recording> recordings = RecordingsOf(survey, {}).recordings;
+        if (recordings.empty() || recordings.front().begin != 0) return;
+        const uint32_t first = recordings.front().first_time;
+        const uint32_t last = survey.runs[recordings.back().run].last_time;
         const std::optional<uint32_t> newest = index_.Newest();
         if (newest && uint64_t{first} + kClockStepBack < *newest) return;
         if (!newest && volume_.Fat() != nullptr && number == 0) return;  // what lay there before the card was formatted
@@ -192,14 +199,15 @@ class StoreCheck {
 
     const Volume& volume_;
     CardIndex index_;
-    CheckProgress progress_;
+    const CheckProgress& progress_;
+    const CheckScope& scope_;
     Findings findings_;
 };
 
 }  // namespace
 
-Findings CheckStore(const Volume& volume, const CheckProgress& progress) {
-    return StoreCheck(volume, progress).Run();
+Findings CheckStore(const Volume& volume, const CheckProgress& progress, const CheckScope& scope) {
+    return StoreCheck(volume, progress, scope).Run();
 }
 
 }  // namespace card

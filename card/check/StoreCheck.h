@@ -6,7 +6,10 @@
 #pragma once
 
 #include <functional>
+#include <optional>
+#include <set>
 
+#include "check/FileCheck.h"
 #include "check/Findings.h"
 #include "volume/Volume.h"
 
@@ -14,7 +17,12 @@ namespace card {
 
 using CheckProgress = std::function<void(uint64_t done, uint64_t total)>;
 
+struct CheckScope {
+    std::optional<std::set<uint32_t>> files;  // whose streams are read; nothing: all
+    SurveyVisitor visit;                      // gets what was read
+};
+
 // Findings in the order of the card.  Throws CardError when the card cannot be read.
-Findings CheckStore(const Volume& volume, const CheckProgress& progress = {});
+Findings CheckStore(const Volume& volume, const CheckProgress& progress = {}, const CheckScope& scope = {});
 
 }  // namespace card

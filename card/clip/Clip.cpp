@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
+#include <utility>
 
 #include "text/Error.h"
 
@@ -10,43 +10,37 @@ namespace card {
 
 namespace {
 
-using record_file::kClockBits;
-using record_file::kClockPerFrame;
-
-constexpr int64_t kClockStep = 60;       // s the camera's clock may have been set back or forth in a run
-constexpr uint64_t kLostMax = 1u << 20;  // pictures that may be missing between two
-constexpr uint64_t kSoundLead = 2;       // frames by which a sound's clock runs ahead of the picture's
-constexpr uint64_t kClockMask = (uint64_t{1} << kClockBits) - 1;
-
-// Number of the frame in its run; `near` is a number close to it, since the clock wraps after a day.
-uint64_t IndexOf(uint64_t pts, uint64_t near) {
-    const uint64_t near_clock = near * kClockPerFrame;
-    uint64_t clock = (near_clock & ~kClockMask) + pts;
-    if (clock + (kClockMask >> 1) < near_clock) clock += kClockMask + 1;
-    return (clock + kClockPerFrame / 2) / kClockPerFrame;  // the clock is kept in single precision
-}
+constexpr uint64_t kSoundLead = 2;  // frames by which a sound's clock runs ahead of the picture's
 
 // Takes frames as they are found and keeps those of the run.
 class Lister {
   public:
-    Lister(const Section& section, ClipStretch& result) : section_(section), result_(result) {}
+    Lister(const Section& section, ClipStretch& result)
+        : section_(section), result_(result), filter_(section.Start(), section.End()) {}
 
-    void StreamHead() {
-        run_base_ = last_index_;  // the writer began to count again
-        last_in_run_ = 0;
-    }
+    void StreamHead() { restarted_ = true; }
 
     void Take(const StreamFrame& frame) {
         if (frame.payload.empty()) return;
-        if (frame.kind == StreamFrame::Kind::Audio) {
-            TakeSound(frame);
-        } else {
-            TakePicture(frame);
-        }
+        if (frame.key) parameters_.push_back(*frame.parameters);
+        frames_.push_back({.offset = static_cast<uint32_t>(frame.offset),
+                           .size = static_cast<uint32_t>(frame.size),
+                           .time = frame.time,
+                           .video = frame.kind == StreamFrame::Kind::Video,
+                           .key = frame.key,
+                           .restarted = std::exchange(restarted_, false),
+                           .clock = frame.pts});
     }
 
     // Times every frame, and lets go of those before the key frame that the first picture of `from` needs.
     void Finish(uint32_t from) {
+        SettleTimes(frames_);
+        size_t key = 0;
+        for (const SurveyedFrame& frame : frames_) {
+            if (frame.restarted) filter_.StreamHead();
+            frame.video ? TakePicture(frame, key) : TakeSound(frame);
+            key += frame.key ? 1 : 0;
+        }
         const FrameTimes times = TimeFrames(marks_, Rate());
         result_.frame_duration = times.frame_duration;
         result_.steady_rate = times.steady_rate;
@@ -73,37 +67,26 @@ class Lister {
         result_.frames.erase(result_.frames.begin(), result_.frames.begin() + static_cast<ptrdiff_t>(begin));
     }
 
-    // Pictures of another lap carry its times, and numbers that do not go on from here.
-    bool Foreign(const StreamFrame& frame, uint64_t in_run) const {
-        if (frame.time + kClockStep < section_.Start() || frame.time > section_.End() + kClockStep) return true;
-        return last_in_run_ != 0 && (in_run <= last_in_run_ || in_run > last_in_run_ + kLostMax);
-    }
-
-    void TakePicture(const StreamFrame& frame) {
-        const uint64_t in_run = IndexOf(frame.pts, last_in_run_);
-        behind_foreign_ = Foreign(frame, in_run);
-        if (behind_foreign_) {
-            ++result_.foreign_frames;
+    // `key`: key frames in front of it, this one not counted.
+    void TakePicture(const SurveyedFrame& frame, size_t key) {
+        const bool first = !filter_.Begun();
+        if (!filter_.Take(frame)) {
+            result_.foreign_frames += filter_.AfterForeign() ? 1 : 0;
             return;
         }
-        if (marks_.empty()) {
-            if (!frame.key) return;
-            result_.parameters = *frame.parameters;
-        }
-        last_in_run_ = in_run;
-        last_index_ = run_base_ + in_run;
-        marks_.push_back({last_index_, frame.time});
+        if (first) result_.parameters = parameters_[key];
+        marks_.push_back({filter_.Number(), frame.time});
         result_.frames.push_back({.offset = frame.offset, .size = frame.size, .key = frame.key});
     }
 
-    void TakeSound(const StreamFrame& frame) {
-        if (marks_.empty() || last_in_run_ == 0) return;
-        if (behind_foreign_) {
+    void TakeSound(const SurveyedFrame& frame) {
+        if (!filter_.Begun() || filter_.NumberInRun() == 0) return;
+        if (filter_.AfterForeign()) {
             ++result_.foreign_frames;
             return;
         }
-        const uint64_t index = IndexOf(frame.pts, last_in_run_);
-        const uint64_t beside = last_in_run_ + kSoundLead;
+        const uint64_t index = FrameNumber(frame.clock, filter_.NumberInRun());
+        const uint64_t beside = filter_.NumberInRun() + kSoundLead;
         const uint64_t ahead = index > beside ? index - beside : 0;  // pictures lost in between
         result_.frames.push_back({.offset = frame.offset,
                                   .size = frame.size,
@@ -117,11 +100,11 @@ class Lister {
 
     const Section& section_;
     ClipStretch& result_;
+    SectionFilter filter_;
+    std::vector<SurveyedFrame> frames_;         // as found
+    std::vector<StreamParameters> parameters_;  // of each key frame found
     std::vector<FrameMark> marks_;
-    uint64_t run_base_ = 0;
-    uint64_t last_index_ = 0;
-    uint64_t last_in_run_ = 0;  // frames are numbered from 1; 0: none yet
-    bool behind_foreign_ = false;
+    bool restarted_ = false;  // a stream head was found since the last frame
 };
 
 // Where an event that was never closed may reach to: nothing later is in its file.

@@ -12,6 +12,7 @@
 
 #include "clip/FrameClock.h"
 #include "index/CardIndex.h"
+#include "stream/Continuity.h"
 #include "stream/StreamScanner.h"
 
 namespace card {

@@ -15,7 +15,7 @@ using Run = std::function<int()>;
 
 struct Command {
     const char* name;
-    const char* summary;          // one line of `recordcard --help`
+    const char* summary;                // one line of `recordcard --help`
     Run (*prepare)(CLI::App& command);  // adds the command's options; what it returns is called when it is chosen
 };
 

@@ -18,6 +18,7 @@
 #include "index/CardIndex.h"
 #include "text/Error.h"
 #include "text/TimeText.h"
+#include "volume/Apart.h"
 #include "volume/Volume.h"
 
 namespace card {
@@ -91,9 +92,8 @@ Selection Select(const CardIndex& index, const ExportArguments& arguments) {
     return SelectSection(index, file, number);
 }
 
-// Nothing is written onto the card itself, and nothing begun that cannot end well.
-void CheckPlace(const Volume& volume, const std::string& out, uint64_t bytes) {
-    RequireOutside(volume, out);
+// Nothing is begun that cannot end well.
+void CheckSpace(const std::string& out, uint64_t bytes) {
     const std::string folder = FolderOf(out);
     struct statvfs space {};
     if (statvfs(folder.c_str(), &space) == 0 && uint64_t{space.f_bavail} * space.f_frsize < bytes) {
@@ -126,12 +126,13 @@ ExportReport RunExport(const CardIndex& index, const ExportArguments& arguments,
 }
 
 int Export(const ExportArguments& arguments) {
+    RequireApart(arguments.path, arguments.out);
     const Volume volume = Volume::Open(arguments.path);
     const CardIndex index(volume);
     const Selection selection = Select(index, arguments);
     if (selection.stretches.empty())
         throw CardError("Nothing was recorded then; \"recordcard list\" tells what is there.", kFindings);
-    CheckPlace(volume, arguments.out, selection.StreamBytes());
+    CheckSpace(arguments.out, selection.StreamBytes());
     const ExportReport report = RunExport(index, arguments, selection);
     for (const ExportPart& part : report.parts) PrintPart(part, arguments.times);
     if (report.damaged_bytes != 0 || report.foreign_frames != 0) {

@@ -13,6 +13,7 @@
 #include "index/CardIndex.h"
 #include "text/Error.h"
 #include "timeline/TimelinePage.h"
+#include "volume/Apart.h"
 #include "volume/Volume.h"
 
 namespace card {
@@ -33,9 +34,9 @@ void WriteFile(const std::string& path, const std::string& text) {
 }
 
 int Timeline(const TimelineArguments& arguments) {
+    RequireApart(arguments.options.path, arguments.out);
     const Volume volume = Volume::Open(arguments.options.path);
     const CardIndex index(volume);
-    RequireOutside(volume, arguments.out);
     OutputFiles files(arguments.out, arguments.force);
     av_log_set_level(AV_LOG_FATAL);  // a damaged picture is left out in silence
     Progress progress("Pictures");

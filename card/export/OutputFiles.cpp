@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "text/Error.h"
-#include "volume/Volume.h"
 
 namespace card {
 
@@ -17,15 +16,6 @@ std::string FolderOf(const std::string& path) {
     const size_t slash = path.rfind('/');
     if (slash == std::string::npos) return ".";
     return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-void RequireOutside(const Volume& volume, const std::string& path) {
-    struct stat folder {
-    }, card{};
-    const std::string name = FolderOf(path);
-    if (stat(name.c_str(), &folder) != 0 || stat(volume.Path().c_str(), &card) != 0) return;
-    if (folder.st_dev != card.st_dev || folder.st_ino != card.st_ino) return;
-    throw CardError(name + " is the card itself, which is only read; choose another folder", kUsage);
 }
 
 OutputFiles::OutputFiles(std::string path, bool overwrite) : path_(std::move(path)), overwrite_(overwrite) {

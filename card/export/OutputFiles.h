@@ -9,10 +9,6 @@
 
 namespace card {
 
-class Volume;
-
-// Throws CardError (kUsage) when `path` lies in the card's own folder: cards are only read.
-void RequireOutside(const Volume& volume, const std::string& path);
 std::string FolderOf(const std::string& path);
 
 class OutputFiles {

@@ -67,52 +67,70 @@ class RecordsByFrame {
     std::multimap<std::tuple<uint32_t, uint32_t>, KeyFrameInfoHead_S> records_;
 };
 
-const RecordInfoHead_S* HeadAt(const std::vector<RecordInfoHead_S>& heads, uint64_t start, const StreamRun& run) {
-    for (const RecordInfoHead_S& head : heads) {
-        const bool agrees = head.m_u32RecordStartPos == start && head.m_u32RecordStartTime <= run.first_time &&
-                            uint64_t{head.m_u32RecordStartTime} + kStartSlack >= run.first_time;
-        if (agrees) return &head;
-    }
-    return nullptr;
+// Whether a section head that is left speaks of the recording that begins here.
+bool SpeaksOf(const RecordInfoHead_S& head, uint64_t begin, uint32_t first_time) {
+    return head.m_u32RecordStartPos == begin && head.m_u32RecordStartTime <= first_time &&
+           uint64_t{head.m_u32RecordStartTime} + kStartSlack >= first_time;
 }
 
-// One section after the other, from the file's runs.
+// What one section is going to cover.
+struct Cover {
+    const Recording* recording;  // its first
+    SectionSpan span;
+};
+
+// Sections lie without a gap: what is damaged behind a section's last frame may still hold sound.  When there are
+// more recordings than sections can be counted, the last section takes the rest.
+std::vector<Cover> Covers(const std::vector<Recording>& recordings) {
+    std::vector<Cover> covers;
+    for (const Recording& recording : recordings) {
+        if (covers.size() < RECORD_SECTION_MAX) {
+            if (!covers.empty()) covers.back().span.end = recording.begin;
+            covers.push_back({&recording, {recording.begin, recording.end, recording.first_time, 0}});
+        }
+        SectionSpan& span = covers.back().span;
+        span.end = recording.end;
+        span.start = std::min(span.start, recording.first_time);
+        span.last = std::max(span.last, recording.last_time);
+    }
+    return covers;
+}
+
+// One section after the other.
 class FileBuilder {
   public:
     FileBuilder(RebuiltFile& file, const std::vector<RecordInfoHead_S>& heads, const RecordsByFrame& records)
         : file_(file), heads_(heads), records_(records) {}
 
-    void Add(const StreamRun& run) {
-        const RecordInfoHead_S* left = HeadAt(heads_, StartOf(run), run);
-        // More runs than sections can be counted: the last section takes the rest.
-        const bool new_section = file_.sections.size() < RECORD_SECTION_MAX;
-        if (new_section) {
-            if (!file_.sections.empty()) CloseUp(file_.sections.back(), StartOf(run));
-            file_.sections.push_back(NewSection(run, left));
-            if (HeadFits(run)) file_.stream_heads.push_back(StartOf(run));
-        }
-        RecordInfoHead_S& section = file_.sections.back();
-        for (const SurveyedFrame& frame : run.frames) {
-            if (!frame.video) continue;
+    void Add(const Survey& survey, const Cover& cover) {
+        const SectionSpan& span = cover.span;
+        const StreamRun& run = survey.runs[cover.recording->run];
+        const auto left = std::find_if(heads_.begin(), heads_.end(), [&](const RecordInfoHead_S& head) {
+            return SpeaksOf(head, span.begin, cover.recording->first_time);
+        });
+        const RecordInfoHead_S* head = left == heads_.end() ? nullptr : &*left;
+        const std::vector<const SurveyedFrame*> frames = FramesOf(survey, span);
+        if (cover.recording->lost_head) file_.stream_heads.push_back(span.begin);
+        RecordInfoHead_S section = NewSection(span, run, head);
+        section.m_u32RecordStartTime = head != nullptr ? head->m_u32RecordStartTime : StartTime(*frames.front(), span);
+        for (const SurveyedFrame* frame : frames) {
+            if (!frame->video) continue;
             ++section.m_u32FrameSum;
-            Index(section, run, frame, new_section);
+            Index(section, *frame, frame == frames.front());
         }
-        section.m_u32RecordSize = static_cast<uint32_t>(run.end - section.m_u32RecordStartPos);
-        section.m_u32RecordEndTime = std::max(EndOf(run, left), section.m_u32RecordStartTime);
-        end_ = std::max(end_, run.end);
+        section.m_u32RecordEndTime = std::max(EndOf(span, head), section.m_u32RecordStartTime);
+        file_.sections.push_back(section);
     }
 
-    uint64_t End() const { return end_; }
-
   private:
-    RecordInfoHead_S NewSection(const StreamRun& run, const RecordInfoHead_S* left) const {
+    RecordInfoHead_S NewSection(const SectionSpan& span, const StreamRun& run, const RecordInfoHead_S* left) const {
         RecordInfoHead_S head{};
         head.m_u32RecordInfoHeadFlag = RECORD_SECTION_FLAG;
         head.m_u16RecordFileNo = static_cast<uint16_t>(file_.number);
         head.m_u16RecordUseNo = static_cast<uint16_t>(file_.sections.size() + 1);
-        head.m_u32RecordStartPos = static_cast<uint32_t>(StartOf(run));
+        head.m_u32RecordStartPos = static_cast<uint32_t>(span.begin);
+        head.m_u32RecordSize = static_cast<uint32_t>(span.end - span.begin);
         head.m_u32StartKeyFramePos = static_cast<uint32_t>(file_.key_frames.size()) * kRecordSize;
-        head.m_u32RecordStartTime = left != nullptr ? left->m_u32RecordStartTime : StartTime(run);
         head.m_u8RecordType = left != nullptr ? left->m_u8RecordType : RECORD_TYPE_SCHEDULE;
         head.m_u8SmartEnable = left != nullptr ? left->m_u8SmartEnable : 0;
         if (run.parameters) {
@@ -125,37 +143,21 @@ class FileBuilder {
         return head;
     }
 
-    // Sections lie without a gap: what is damaged behind a section's last frame may still hold sound.
-    static void CloseUp(RecordInfoHead_S& section, uint64_t next) {
-        section.m_u32RecordSize = static_cast<uint32_t>(next - section.m_u32RecordStartPos);
-    }
-
-    // The bytes in front of a first frame, when nothing else can stand there, are its lost stream head.
-    bool HeadFits(const StreamRun& run) const {
-        return !run.headed && run.BeginsWithKey() && run.first_clock == kClockPerFrame &&
-               run.begin >= end_ + kStreamHeadSize;
-    }
-    uint64_t StartOf(const StreamRun& run) const { return HeadFits(run) ? run.begin - kStreamHeadSize : run.begin; }
-
     // A section's first record keeps its start, which may lie before its first frame.
-    uint32_t StartTime(const StreamRun& run) const {
-        if (!run.BeginsWithKey()) return run.first_time;
-        const SurveyedFrame& first = run.frames.front();
-        const KeyFrameInfoHead_S* record =
-            records_.Find(0, static_cast<uint32_t>(first.End() - StartOf(run)),
-                          run.first_time > kStartSlack ? run.first_time - kStartSlack : 0, run.first_time);
-        return record != nullptr ? record->m_u32KeyFrameTime : run.first_time;
+    uint32_t StartTime(const SurveyedFrame& first, const SectionSpan& span) const {
+        const KeyFrameInfoHead_S* record = records_.Find(0, static_cast<uint32_t>(first.End() - span.begin),
+                                                         std::max(first.time, kStartSlack) - kStartSlack, first.time);
+        return record != nullptr ? record->m_u32KeyFrameTime : first.time;
     }
 
-    static uint32_t EndOf(const StreamRun& run, const RecordInfoHead_S* left) {
-        const bool whole = left != nullptr && uint64_t{left->m_u32RecordStartPos} + left->m_u32RecordSize == run.end;
-        const bool near =
-            whole && left->m_u32RecordEndTime >= run.last_time && left->m_u32RecordEndTime <= run.last_time + kEndSlack;
-        return near ? left->m_u32RecordEndTime : run.last_time;
+    static uint32_t EndOf(const SectionSpan& span, const RecordInfoHead_S* left) {
+        const bool whole = left != nullptr && uint64_t{left->m_u32RecordStartPos} + left->m_u32RecordSize == span.end;
+        const bool near = whole && left->m_u32RecordEndTime >= span.last &&
+                          left->m_u32RecordEndTime <= uint64_t{span.last} + kEndSlack;
+        return near ? left->m_u32RecordEndTime : span.last;
     }
 
-    void Index(RecordInfoHead_S& section, const StreamRun& run, const SurveyedFrame& frame, bool may_be_first) {
-        const bool first = may_be_first && &frame == &run.frames.front();
+    void Index(RecordInfoHead_S& section, const SurveyedFrame& frame, bool first) {
         const uint64_t begin = first ? section.m_u32RecordStartPos : frame.offset;
         KeyFrameInfoHead_S made{};
         made.m_u32KeyFrameHeadFlag = RECORD_KEY_FRAME_FLAG;
@@ -163,10 +165,12 @@ class FileBuilder {
         made.m_u32KeyFrameLenth = static_cast<uint32_t>(frame.End() - begin);
         made.m_u32KeyFilePos = static_cast<uint32_t>(begin - section.m_u32RecordStartPos);
         made.m_u8KeyFrameType = RECORD_KEY_FRAME_REAL;
-        const KeyFrameInfoHead_S* record = records_.Find(made.m_u32KeyFilePos, made.m_u32KeyFrameLenth,
-                                                         made.m_u32KeyFrameTime, made.m_u32KeyFrameTime);
-        const bool is_virtual = record != nullptr && record->m_u8KeyFrameType == RECORD_KEY_FRAME_VIRTUAL;
-        if (is_virtual) made.m_u8KeyFrameType = RECORD_KEY_FRAME_VIRTUAL;
+        const uint32_t slack = frame.corrected ? kStartSlack : 0;  // then the record knows the time better
+        const KeyFrameInfoHead_S* record =
+            records_.Find(made.m_u32KeyFilePos, made.m_u32KeyFrameLenth,
+                          std::max(made.m_u32KeyFrameTime, slack) - slack, made.m_u32KeyFrameTime + slack);
+        if (record != nullptr) made = *record;
+        const bool is_virtual = made.m_u8KeyFrameType == RECORD_KEY_FRAME_VIRTUAL;
         if ((!frame.key && !is_virtual) || file_.key_frames.size() >= kKeyFramesMax) return;
         file_.key_frames.push_back(made);
         ++section.m_u32KeyFrameSum;
@@ -175,17 +179,18 @@ class FileBuilder {
     RebuiltFile& file_;
     const std::vector<RecordInfoHead_S>& heads_;
     const RecordsByFrame& records_;
-    uint64_t end_ = 0;
 };
 
-// Writes `length` bytes unless they stand there already.
-void WriteWhereDifferent(const StoreFile& file, uint64_t offset, const void* bytes, size_t length) {
-    std::vector<uint8_t> present(length);
-    const size_t got = file.ReadAt(offset, present.data(), length);
-    if (got != length || std::memcmp(present.data(), bytes, length) != 0) file.WriteAt(offset, bytes, length);
-}
-
 }  // namespace
+
+std::vector<SectionSpan> RebuiltFile::Spans() const {
+    std::vector<SectionSpan> spans;
+    for (const RecordInfoHead_S& head : sections) {
+        spans.push_back({head.m_u32RecordStartPos, uint64_t{head.m_u32RecordStartPos} + head.m_u32RecordSize,
+                         head.m_u32RecordStartTime, head.m_u32RecordEndTime});
+    }
+    return spans;
+}
 
 IndexBuilder::Left IndexBuilder::ReadLeft(const StoreFile& record, uint32_t number) const {
     Left left;
@@ -202,29 +207,36 @@ IndexBuilder::Left IndexBuilder::ReadLeft(const StoreFile& record, uint32_t numb
     return left;
 }
 
-// Up to where the file head counts, if what it says agrees with the stream; else by the times alone.
-size_t IndexBuilder::TrustedRuns(const Survey& survey, const Left& left) {
-    const size_t by_time = PresentRuns(survey);
+// What the heads count, if it agrees with the stream.
+LapHints IndexBuilder::Hints(const Survey& survey, const Left& left) {
+    LapHints hints;
+    for (const StreamRun& run : survey.runs) {
+        for (const RecordInfoHead_S& head : left.sections) {
+            const bool lost_head = !run.headed && head.m_u32RecordStartPos + kStreamHeadSize == run.begin;
+            if (SpeaksOf(head, lost_head ? run.begin - kStreamHeadSize : run.begin, run.first_time))
+                hints.begins.push_back(head.m_u32RecordStartPos);
+        }
+    }
     const RecordFileInfoHead_S& head = left.head;
-    if (survey.runs.empty() || head.m_u32FileInfoHeadFlag != RECORD_FILE_FLAG) return by_time;
+    if (survey.runs.empty() || head.m_u32FileInfoHeadFlag != RECORD_FILE_FLAG) return hints;
     const uint32_t first = survey.runs.front().first_time;
     const bool same_lap = uint64_t{first} + kStartSlack >= head.m_u32RecordStartTime &&
                           first <= uint64_t{head.m_u32RecordEndTime} + kStartSlack;
-    if (!same_lap || !survey.IsBorder(head.m_u32RecordFileSumLenth)) return by_time;
-    const auto behind = std::find_if(survey.runs.begin(), survey.runs.end(),
-                                     [&](const StreamRun& run) { return run.begin >= head.m_u32RecordFileSumLenth; });
-    return std::max(by_time, static_cast<size_t>(behind - survey.runs.begin()));
+    if (same_lap && survey.IsBorder(head.m_u32RecordFileSumLenth)) hints.counted = head.m_u32RecordFileSumLenth;
+    return hints;
 }
 
-RebuiltFile IndexBuilder::BuildRuns(const Survey& survey, size_t runs, const Left& left, uint32_t number) {
+RebuiltFile IndexBuilder::BuildLap(const Survey& survey, const LapHints& hints, const Left& left, uint32_t number) {
     RebuiltFile file;
     file.number = number;
-    file.stale_behind = runs < survey.runs.size();
-    if (runs == 0) return file;
+    const Recordings found = RecordingsOf(survey, hints);
+    file.stale_behind = found.stale_behind;
+    if (found.recordings.empty()) return file;
     const RecordsByFrame records(left.key_frames);
     FileBuilder builder(file, left.sections, records);
-    for (size_t i = 0; i < runs; ++i) builder.Add(survey.runs[i]);
-    file.first_time = survey.runs.front().first_time;
+    const std::vector<Cover> covers = Covers(found.recordings);
+    for (const Cover& cover : covers) builder.Add(survey, cover);
+    file.first_time = found.recordings.front().first_time;
     RecordFileInfoHead_S& head = file.head;
     head.m_u32FileInfoHeadFlag = RECORD_FILE_FLAG;
     head.m_u32FileInfoHeadNo = number;
@@ -234,37 +246,45 @@ RebuiltFile IndexBuilder::BuildRuns(const Survey& survey, size_t runs, const Lef
         head.m_u32RecordEndTime = std::max(head.m_u32RecordEndTime, section.m_u32RecordEndTime);
         head.m_u32RecordFileSumType |= section.m_u8RecordType;
     }
-    head.m_u32RecordFileSumLenth = static_cast<uint32_t>(builder.End());
+    head.m_u32RecordFileSumLenth = static_cast<uint32_t>(covers.back().span.end);
     head.m_u32RecordSectionSum = static_cast<uint32_t>(file.sections.size());
     head.m_u32RecordKeyFrameSum = static_cast<uint32_t>(file.key_frames.size());
+    file.pictures = CountPictures(survey, file.Spans());
     return file;
 }
 
 Rebuilt IndexBuilder::Build(uint32_t number, const SurveyProgress& progress) const {
-    const StoreFile record = volume_->OpenFile(Volume::RecordFileName(number));
-    const Survey survey = SurveyStream(record, 0, kSurveyLimit, true, progress);
-    return BuildFrom(survey, ReadLeft(record, number), number);
+    Surveyor surveyor(volume_->OpenFile(Volume::RecordFileName(number)), progress);
+    surveyor.GoToEnd();
+    return Build(number, surveyor.Result());
+}
+
+Rebuilt IndexBuilder::Build(uint32_t number, const Survey& survey) const {
+    return BuildFrom(survey, ReadLeft(volume_->OpenFile(Volume::RecordFileName(number)), number), number);
 }
 
 Rebuilt IndexBuilder::BuildFrom(const Survey& survey, const Left& left, uint32_t number) {
-    const size_t runs = TrustedRuns(survey, left);
-    Rebuilt rebuilt{BuildRuns(survey, runs, left, number), std::nullopt};
-    if (runs < survey.runs.size()) rebuilt.whole = BuildRuns(survey, survey.runs.size(), left, number);
+    LapHints hints = Hints(survey, left);
+    Rebuilt rebuilt{BuildLap(survey, hints, left, number), std::nullopt};
+    if (!rebuilt.lap.stale_behind) return rebuilt;
+    hints.counted = UINT64_MAX;
+    rebuilt.whole = BuildLap(survey, hints, left, number);
     return rebuilt;
 }
 
-void IndexBuilder::Write(const RebuiltFile& file) const {
+void IndexBuilder::Write(const RebuiltFile& file, WriteJournal& journal) const {
     const StoreFile record = volume_->OpenFile(Volume::RecordFileName(file.number));
-    for (const uint64_t offset : file.stream_heads) record.WriteAt(offset, record_file::kStreamHead, kStreamHeadSize);
+    for (const uint64_t offset : file.stream_heads)
+        journal.Write(record, offset, record_file::kStreamHead, kStreamHeadSize);
     const size_t length = file.key_frames.size() * kRecordSize;
     const bool room = record.Reachable() >= RECORD_KEY_FRAME_BASE + length;  // not in a file that was cut
-    if (length != 0 && room) WriteWhereDifferent(record, RECORD_KEY_FRAME_BASE, file.key_frames.data(), length);
+    if (length != 0 && room) journal.Write(record, RECORD_KEY_FRAME_BASE, file.key_frames.data(), length);
     record.Sync();
     if (!file.Empty()) {
-        WriteWhereDifferent(*index_, SectionHeadOffset(file.number, 1), file.sections.data(),
-                            file.sections.size() * sizeof(RecordInfoHead_S));
+        journal.Write(*index_, SectionHeadOffset(file.number, 1), file.sections.data(),
+                      file.sections.size() * sizeof(RecordInfoHead_S));
     }
-    WriteWhereDifferent(*index_, FileHeadOffset(file.number), &file.head, sizeof file.head);
+    journal.Write(*index_, FileHeadOffset(file.number), &file.head, sizeof file.head);
     index_->Sync();
 }
 

@@ -13,6 +13,7 @@
 #include "libRecordFile.h"
 #include "stream/StreamSurvey.h"
 #include "volume/Volume.h"
+#include "volume/WriteJournal.h"
 
 namespace card {
 
@@ -24,8 +25,10 @@ struct RebuiltFile {
     std::vector<uint64_t> stream_heads;  // where a lost one can stand again
     uint32_t first_time = 0;             // of its first frame: orders files
     bool stale_behind = false;           // data of an earlier lap follows
+    size_t pictures = 0;                 // that can be exported by these heads
 
     bool Empty() const { return head.m_u32FileInfoHeadFlag == 0; }
+    std::vector<SectionSpan> Spans() const;
     bool Full() const { return head.m_u32RecordFileSumLenth >= RECORD_STREAM_LIMIT; }
 };
 
@@ -47,17 +50,18 @@ class IndexBuilder {
     // `index` may hold anything.
     IndexBuilder(const Volume& volume, const StoreFile& index) : volume_(&volume), index_(&index) {}
 
-    Rebuilt Build(uint32_t number, const SurveyProgress& progress = {}) const;
+    Rebuilt Build(uint32_t number, const SurveyProgress& progress = {}) const;  // reads the whole file
+    Rebuilt Build(uint32_t number, const Survey& survey) const;                 // of the whole file
     // The same from what is known of file `number` already.
     static Rebuilt BuildFrom(const Survey& survey, const Left& left, uint32_t number);
 
     // Writes key-frame records, section heads and file head, in this order, where they differ from what is there.
-    void Write(const RebuiltFile& file) const;
+    void Write(const RebuiltFile& file, WriteJournal& journal) const;
 
   private:
     Left ReadLeft(const StoreFile& record, uint32_t number) const;
-    static size_t TrustedRuns(const Survey& survey, const Left& left);
-    static RebuiltFile BuildRuns(const Survey& survey, size_t runs, const Left& left, uint32_t number);
+    static LapHints Hints(const Survey& survey, const Left& left);
+    static RebuiltFile BuildLap(const Survey& survey, const LapHints& hints, const Left& left, uint32_t number);
 
     const Volume* volume_;
     const StoreFile* index_;

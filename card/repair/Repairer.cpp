@@ -7,14 +7,15 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <optional>
 #include <set>
 
 #include "index/CardIndex.h"
 #include "repair/IndexBuilder.h"
-#include "repair/VolumeRescue.h"
 #include "text/Error.h"
 #include "text/TimeText.h"
+#include "volume/VolumeRescue.h"
 
 namespace card {
 
@@ -24,25 +25,6 @@ using Mend = Finding::Mend;
 
 constexpr uint32_t kEventTolerance = 60;  // s an event may lie outside its file
 constexpr int kPassesMax = 3;
-
-// Whether the files that can be read lie where the layout puts them.
-bool LiesSo(const Volume& volume, const FoundLayout& layout) {
-    int where_planned = 0;
-    int elsewhere = 0;
-    for (uint32_t i = 0; i < layout.plan.Files(); ++i) {
-        const prestore::StoredFile planned = layout.plan.File(i);
-        if (!volume.Has(planned.name)) continue;
-        const StoreFile file = volume.OpenFile(planned.name);
-        if (file.Size() != planned.size || file.Reachable() != file.Size() || file.Extents().size() != 1) continue;
-        const bool there = file.Extents()[0].offset == layout.base + layout.plan.ClusterOffset(planned.first_cluster);
-        (there ? where_planned : elsewhere) += 1;
-    }
-    return where_planned >= elsewhere;
-}
-
-bool NeedsVolume(const Findings& findings) {
-    return std::any_of(findings.begin(), findings.end(), [](const Finding& f) { return f.mend == Mend::Volume; });
-}
 
 // Record files of the card: numbers 0 to the highest.
 uint32_t CountRecordFiles(const Volume& volume) {
@@ -69,92 +51,174 @@ void MakeFile(const std::string& path, uint64_t size, RepairLog& log) {
     if (grow) log.push_back(path + (present == 0 ? " made anew" : " brought to its size"));
 }
 
-// One pass over index and events: rebuilds what the findings name.
-class Pass {
-  public:
-    Pass(const Volume& volume, RepairLog& log, const CheckProgress& progress)
-        : index_(volume.OpenFile(RECORD_INDEX_NAME)),
-          builder_(volume, index_),
-          log_(log),
-          progress_(progress),
-          total_bytes_(volume.TotalBytes()),
-          count_(std::min(CountRecordFiles(volume), RoomForFiles())) {
-        if (volume.Has(RECORD_EVENT_NAME)) events_ = volume.OpenFile(RECORD_EVENT_NAME);
-    }
+bool IndexReadable(const Volume& volume) {
+    const auto system = volume.OpenFile(RECORD_INDEX_NAME).Get<RecordSystemInfoHead_S>(0);
+    return system && AV_SystemInfoHeadCheck(&*system) == 0;
+}
 
-    // `findings`: nothing when the index could not be read at all.
-    void Run(const std::optional<Findings>& findings) {
+uint32_t RoomForFiles(const StoreFile& index) {
+    const uint64_t blocks =
+        index.Reachable() > RECORD_SECTION_BASE ? (index.Reachable() - RECORD_SECTION_BASE) / RECORD_SECTION_BLOCK : 0;
+    return static_cast<uint32_t>(std::min<uint64_t>(blocks, RECORD_FILE_MAX));
+}
+
+std::vector<SectionSpan> SpansOf(const CardIndex& index, uint32_t file) {
+    std::vector<SectionSpan> spans;
+    for (const Section& section : index.Sections()) {
+        if (section.file == file) spans.push_back(SpanOf(section));
+    }
+    return spans;
+}
+
+// Checks, and makes new heads for what the check names while its stream is at hand.
+class Planner {
+  public:
+    Planner(const Volume& volume, const CheckProgress& progress)
+        : volume_(volume),
+          progress_(progress),
+          index_(volume.OpenFile(RECORD_INDEX_NAME)),
+          builder_(volume, index_),
+          count_(std::min(CountRecordFiles(volume), RoomForFiles(index_))) {}
+
+    StorePlan Run() {
         std::set<uint32_t> wanted;
-        std::set<uint32_t> events;
-        for (uint32_t number = 0; number < count_ && !findings; ++number) wanted.insert(number);
-        bool system = !findings;
-        for (const Finding& finding : findings.value_or(Findings{})) {
-            if (finding.mend == Mend::File && finding.file < count_) wanted.insert(finding.file);
-            if (finding.mend == Mend::Events) events.insert(finding.file);
-            system = system || finding.mend == Mend::System;
+        plan_.index_lost = !IndexReadable(volume_);
+        if (plan_.index_lost) {
+            plan_.findings.push_back(LostIndex());
+            for (uint32_t number = 0; number < count_; ++number) {
+                wanted.insert(number);
+                plan_.events.insert(number);
+            }
+        } else {
+            wanted = Check();
         }
-        BuildFiles(wanted);
-        const RecordSystemInfoHead_S left = index_.Get<RecordSystemInfoHead_S>(0).value_or(RecordSystemInfoHead_S{});
-        RecordSystemInfoHead_S head = BuildSystemHead(left, total_bytes_, files_);
-        TakeWhole(head);
-        head = BuildSystemHead(left, total_bytes_, files_);
-        for (const uint32_t number : wanted) Write(number);
-        if (!wanted.empty()) system = true;
-        if (system && std::memcmp(&head, &left, sizeof head) != 0) {
-            index_.WriteAt(0, &head, sizeof head);
-            index_.Sync();
-            log_.push_back("system head rebuilt");
-        }
-        for (uint32_t number = 0; number < count_ && !findings; ++number) events.insert(number);
-        for (const uint32_t number : events) MendEvents(number);
+        BuildOthers(wanted);
+        Decide(wanted);
+        return std::move(plan_);
     }
 
   private:
-    uint32_t RoomForFiles() const {
-        const uint64_t blocks = index_.Reachable() > RECORD_SECTION_BASE
-                                    ? (index_.Reachable() - RECORD_SECTION_BASE) / RECORD_SECTION_BLOCK
-                                    : 0;
-        return static_cast<uint32_t>(std::min<uint64_t>(blocks, RECORD_FILE_MAX));
+    static Finding LostIndex() {
+        return {Finding::Level::Error,
+                "index",
+                RECORD_INDEX_NAME,
+                0,
+                "the system head is lost",
+                "nothing on the card can be found",
+                Mend::System,
+                0,
+                false};
     }
 
-    void BuildFiles(const std::set<uint32_t>& wanted) {
-        files_.resize(count_);
-        whole_.resize(count_);
-        uint64_t done = 0;
-        for (uint32_t number = 0; number < count_; ++number) {
-            if (wanted.count(number) != 0) {
-                Rebuilt rebuilt = builder_.Build(number, [&](uint64_t bytes) {
-                    done += bytes;
-                    if (progress_) progress_(done, wanted.size() * kSurveyLimit);
-                });
-                files_[number] = std::move(rebuilt.lap);
-                whole_[number] = std::move(rebuilt.whole);
-                continue;
+    std::set<uint32_t> Check() {
+        const CardIndex index(volume_);
+        CheckScope scope;
+        scope.visit = [&](uint32_t file, const Survey& survey, bool mend) {
+            const size_t pictures = CountPictures(survey, SpansOf(index, file));
+            plan_.pictures_before += pictures;
+            if (mend && file < count_) {
+                plan_.rebuilt_before[file] = pictures;
+                rebuilt_.emplace(file, builder_.Build(file, survey));
             }
-            files_[number].number = number;
-            const auto head = index_.Get<RecordFileInfoHead_S>(RECORD_FILE_HEAD_BASE +
-                                                               uint64_t{number} * sizeof(RecordFileInfoHead_S));
-            if (head) files_[number].head = *head;
-            files_[number].first_time = files_[number].head.m_u32RecordStartTime;
+        };
+        plan_.findings = CheckStore(volume_, progress_, scope);
+        std::set<uint32_t> wanted;
+        for (const Finding& finding : plan_.findings) {
+            if (finding.mend == Mend::File && finding.file < count_) wanted.insert(finding.file);
+            if (finding.mend == Mend::Events) plan_.events.insert(finding.file);
+            plan_.system = plan_.system || finding.mend == Mend::System;
         }
+        return wanted;
+    }
+
+    // Files that the check could not read by their heads.
+    void BuildOthers(const std::set<uint32_t>& wanted) {
+        const uint64_t total = (wanted.size() - rebuilt_.size()) * kSurveyLimit;
+        uint64_t done = 0;
+        for (const uint32_t number : wanted) {
+            if (rebuilt_.count(number) != 0) continue;
+            rebuilt_.emplace(number, builder_.Build(number, [&](uint64_t bytes) {
+                if (progress_) progress_(done += bytes, total);
+            }));
+        }
+    }
+
+    RebuiltFile AsItIs(uint32_t number) const {
+        RebuiltFile file;
+        file.number = number;
+        const auto head = index_.Get<RecordFileInfoHead_S>(record_file::FileHeadOffset(number));
+        if (head) file.head = *head;
+        file.first_time = file.head.m_u32RecordStartTime;
+        return file;
+    }
+
+    void Decide(const std::set<uint32_t>& wanted) {
+        std::vector<RebuiltFile>& files = plan_.files;
+        for (uint32_t number = 0; number < count_; ++number) {
+            files.push_back(wanted.count(number) != 0 ? rebuilt_[number].lap : AsItIs(number));
+        }
+        const RecordSystemInfoHead_S left = index_.Get<RecordSystemInfoHead_S>(0).value_or(RecordSystemInfoHead_S{});
+        const uint32_t current = BuildSystemHead(left, volume_.TotalBytes(), files).m_u32RecordFileNo;
+        for (const uint32_t number : wanted) Settle(number, current);
+        if (!plan_.write.empty() || plan_.index_lost) plan_.system = true;
+        plan_.system_head = BuildSystemHead(left, volume_.TotalBytes(), files);
     }
 
     // A file that is not being written is full: what looks like an earlier lap there is a clock that was set back.
-    void TakeWhole(const RecordSystemInfoHead_S& system) {
-        for (RebuiltFile& file : files_) {
-            std::optional<RebuiltFile>& whole = whole_[file.number];
-            if (file.number != system.m_u32RecordFileNo && !file.Full() && whole && whole->Full())
-                file = std::move(*whole);
+    // And whatever is decided, no picture may become unreachable by it.
+    void Settle(uint32_t number, uint32_t current) {
+        Rebuilt& rebuilt = rebuilt_[number];
+        const size_t before = plan_.PicturesBefore(number);
+        RebuiltFile& file = plan_.files[number];
+        const bool filled = number != current && !file.Full() && rebuilt.whole && rebuilt.whole->Full();
+        const bool fewer = file.pictures < before && rebuilt.whole && rebuilt.whole->pictures > file.pictures;
+        if (filled || fewer) file = std::move(*rebuilt.whole);
+        if (file.pictures < before) {
+            plan_.left_alone.push_back(number);
+            file = AsItIs(number);
+        } else {
+            plan_.write.push_back(number);
         }
     }
 
-    void Write(uint32_t number) {
-        const RebuiltFile& file = files_[number];
-        builder_.Write(file);
-        log_.push_back("file " + std::to_string(number) + ": " + Counted(file.sections.size(), "section") + ", " +
-                       Counted(file.key_frames.size(), "key frame"));
+    const Volume& volume_;
+    const CheckProgress& progress_;
+    StoreFile index_;
+    IndexBuilder builder_;
+    uint32_t count_;
+    StorePlan plan_;
+    std::map<uint32_t, Rebuilt> rebuilt_;
+};
+
+// Carries a plan out.
+class Writer {
+  public:
+    Writer(const Volume& volume, const StorePlan& plan, RepairLog& log)
+        : index_(volume.OpenFile(RECORD_INDEX_NAME)),
+          builder_(volume, index_),
+          plan_(plan),
+          files_(plan.files),
+          log_(log) {
+        if (volume.Has(RECORD_EVENT_NAME)) events_ = volume.OpenFile(RECORD_EVENT_NAME);
     }
 
+    void Run(WriteJournal& journal) {
+        for (const uint32_t number : plan_.write) {
+            const RebuiltFile& file = files_[number];
+            builder_.Write(file, journal);
+            log_.push_back("file " + std::to_string(number) + ": " + Counted(file.sections.size(), "section") + ", " +
+                           Counted(file.key_frames.size(), "key frame"));
+        }
+        const auto left = index_.Get<RecordSystemInfoHead_S>(0);
+        if (plan_.system && (!left || std::memcmp(&*left, &plan_.system_head, sizeof *left) != 0)) {
+            journal.Write(index_, 0, &plan_.system_head, sizeof plan_.system_head);
+            index_.Sync();
+            log_.push_back("system head rebuilt");
+        }
+        for (const uint32_t number : plan_.events) MendEvents(number, journal);
+    }
+
+  private:
     bool Fits(const AlarmFileInfoHead_S& record, uint32_t number, uint32_t slot) const {
         const RecordFileInfoHead_S& file = files_[number].head;
         return record.m_u32AlarmEventFlag == ALARM_RECORD_FLAG && record.m_u16AlarmFileNo == number &&
@@ -165,13 +229,12 @@ class Pass {
     }
 
     // Keeps the events that fit, one behind the other; behind a damaged head all that follow without a break.
-    void MendEvents(uint32_t number) {
-        if (!events_ || number >= ALARM_EVENT_FILE_MAX || number >= count_) return;
+    void MendEvents(uint32_t number, WriteJournal& journal) {
+        if (!events_ || number >= ALARM_EVENT_FILE_MAX || number >= files_.size()) return;
         const uint64_t place = record_file::EventHeadOffset(number);
         const uint64_t block = record_file::EventOffset(number, 1);
         auto head = events_->Get<AlarmEventHead_S>(place);
         if (!head || block + ALARM_EVENT_BLOCK > events_->Reachable()) return;
-        const AlarmEventHead_S before = *head;
         const bool good = head->m_u32AlarmEventFlag == ALARM_EVENT_FLAG && head->m_u32AlarmFileNo == number &&
                           head->m_u32AlarmEventSum <= ALARM_EVENT_MAX;
         std::vector<AlarmFileInfoHead_S> records(good ? head->m_u32AlarmEventSum : ALARM_EVENT_MAX);
@@ -188,8 +251,8 @@ class Pass {
         Count(*head, kept, number);
         const size_t counted = kept.size();
         if (good) kept.resize(records.size());  // the slots that became free
-        if (!kept.empty()) events_->WriteAt(block, kept.data(), kept.size() * sizeof kept[0]);
-        if (std::memcmp(&before, &*head, sizeof before) != 0) events_->WriteAt(place, &*head, sizeof *head);
+        if (!kept.empty()) journal.Write(*events_, block, kept.data(), kept.size() * sizeof kept[0]);
+        journal.Write(*events_, place, &*head, sizeof *head);
         events_->Sync();
         if (good || counted != 0)
             log_.push_back("events of file " + std::to_string(number) + ": " + std::to_string(counted) + " kept");
@@ -217,22 +280,14 @@ class Pass {
     StoreFile index_;
     std::optional<StoreFile> events_;
     IndexBuilder builder_;
+    const StorePlan& plan_;
+    const std::vector<RebuiltFile>& files_;  // by number
     RepairLog& log_;
-    CheckProgress progress_;
-    uint64_t total_bytes_;
-    uint32_t count_;
-    std::vector<RebuiltFile> files_;                 // by number
-    std::vector<std::optional<RebuiltFile>> whole_;  // by number
 };
-
-bool IndexReadable(const Volume& volume) {
-    const auto system = volume.OpenFile(RECORD_INDEX_NAME).Get<RecordSystemInfoHead_S>(0);
-    return system && AV_SystemInfoHeadCheck(&*system) == 0;
-}
 
 }  // namespace
 
-void RepairVolume(const std::string& path, RepairLog& log) {
+void RepairVolume(const std::string& path, RepairLog& log, WriteJournal& journal) {
     const Device device = Device::OpenCard(path, Access::ReadWrite);
     const std::optional<FoundLayout> layout = FindLayout(device);
     std::optional<Volume> volume;
@@ -247,10 +302,15 @@ void RepairVolume(const std::string& path, RepairLog& log) {
         }
     }
     if (volume) {
-        const bool sound = !NeedsVolume(CheckAll(*volume));
+        const bool sound = !NeedsVolume(CheckVolume(*volume));
         if (sound || !layout || !LiesSo(*volume, *layout)) return;
     }
-    for (std::string& line : RestoreVolume(device, *layout)) log.push_back(std::move(line));
+    for (std::string& line : RestoreVolume(device, *layout, journal)) log.push_back(std::move(line));
+}
+
+void RepairVolume(const std::string& path, RepairLog& log) {
+    WriteJournal journal;
+    RepairVolume(path, log, journal);
 }
 
 void RepairFolder(const std::string& path, RepairLog& log) {
@@ -264,18 +324,57 @@ void RepairFolder(const std::string& path, RepairLog& log) {
     }
 }
 
-void RepairStore(const Volume& volume, RepairLog& log, const CheckProgress& progress) {
-    for (int pass = 0; pass < kPassesMax; ++pass) {
-        std::optional<Findings> findings;
-        if (IndexReadable(volume)) findings = CheckStore(volume);
-        const bool mendable = !findings || std::any_of(findings->begin(), findings->end(), [](const Finding& f) {
-            return f.mend == Mend::System || f.mend == Mend::File || f.mend == Mend::Events;
-        });
-        if (!mendable) return;
-        const size_t done = log.size();
-        Pass(volume, log, progress).Run(findings);
-        if (log.size() == done) return;
+size_t StorePlan::PicturesBefore(uint32_t file) const {
+    const auto found = rebuilt_before.find(file);
+    return found == rebuilt_before.end() ? 0 : found->second;
+}
+
+bool NeedsVolume(const Findings& findings) {
+    return std::any_of(findings.begin(), findings.end(), [](const Finding& f) { return f.mend == Mend::Volume; });
+}
+
+bool StorePlan::Needed() const {
+    return system || !write.empty() || !events.empty();
+}
+
+StorePlan PlanStore(const Volume& volume, const CheckProgress& progress) {
+    return Planner(volume, progress).Run();
+}
+
+RepairResult CarryOut(const StorePlan& plan, const Volume& volume, RepairLog& log, const CheckProgress& progress) {
+    WriteJournal journal;
+    Writer(volume, plan, log).Run(journal);
+    RepairResult result{{}, plan.pictures_before, plan.pictures_before, false};
+    const CardIndex index(volume);
+    const std::set<uint32_t> written(plan.write.begin(), plan.write.end());
+    for (const uint32_t number : written) result.pictures_after -= plan.PicturesBefore(number);
+    CheckScope scope{written, [&](uint32_t file, const Survey& survey, bool) {
+                         result.pictures_after += CountPictures(survey, SpansOf(index, file));
+                     }};
+    result.findings = CheckStore(volume, progress, scope);
+    for (const Finding& finding : plan.findings) {
+        if (finding.from_stream && written.count(finding.file) == 0) result.findings.push_back(finding);
     }
+    if (result.pictures_after < result.pictures_before) {
+        journal.TakeBack();
+        result.taken_back = true;
+    }
+    return result;
+}
+
+RepairResult RepairStore(const Volume& volume, RepairLog& log, const CheckProgress& progress) {
+    RepairResult result;
+    for (int pass = 0; pass < kPassesMax; ++pass) {
+        const StorePlan plan = PlanStore(volume, progress);
+        if (!plan.Needed()) return {plan.findings, plan.pictures_before, plan.pictures_before, false};
+        const size_t done = log.size();
+        result = CarryOut(plan, volume, log, progress);
+        const bool more = std::any_of(result.findings.begin(), result.findings.end(), [](const Finding& f) {
+            return f.mend != Mend::Nothing && f.mend != Mend::Volume;
+        });
+        if (!more || result.taken_back || log.size() == done) break;
+    }
+    return result;
 }
 
 }  // namespace card

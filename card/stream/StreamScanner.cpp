@@ -196,7 +196,10 @@ std::optional<Garbage::Reason> StreamScanner::TakeVideo() {
     if (frame_.key) {
         if (const auto reason = TakeKeyHeaders(at)) return reason;
     } else if (!HasCode(next, kVideoId)) {
-        return Garbage::Reason::BadPacket;
+        // An access unit without a byte, as an early recorder wrote it, is a pack header alone.
+        const bool alone = HasCode(next, kPackCode) || HasCode(next, kAudioId) ||
+                           std::memcmp(next, kStreamHead, sizeof(uint32_t)) == 0;
+        if (!alone) return Garbage::Reason::BadPacket;
     }
     frame_.pts = clock;
     if (const auto reason = TakePackets(kVideoId, at, false)) return reason;

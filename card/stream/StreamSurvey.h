@@ -7,22 +7,14 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <utility>
 #include <vector>
 
+#include "stream/Continuity.h"
 #include "stream/StreamScanner.h"
 #include "volume/Volume.h"
 
 namespace card {
-
-struct SurveyedFrame {
-    uint32_t offset = 0;  // of its first header byte in the record file
-    uint32_t size = 0;    // in the stream, headers included, stream head not
-    uint32_t time = 0;    // s since 1970 UTC
-    bool video = false;
-    bool key = false;
-
-    uint64_t End() const { return uint64_t{offset} + size; }
-};
 
 struct StreamRun {
     uint64_t begin = 0;   // of its stream head, or of its first frame when it has none
@@ -38,6 +30,7 @@ struct StreamRun {
     std::vector<Garbage> holes;  // between its frames
 
     bool BeginsWithKey() const { return !frames.empty() && frames.front().key; }
+    const SurveyedFrame& LastPicture() const;
 };
 
 struct Survey {
@@ -48,23 +41,77 @@ struct Survey {
     bool IsBorder(uint64_t offset) const;
 };
 
-inline constexpr uint32_t kClockStepBack = 60;  // s a frame's time may go back when the camera's clock is set
-inline constexpr uint64_t kSurveyLimit = uint64_t{RECORD_STREAM_LIMIT} + record_file::kPackedFrameMax +
-                                         record_file::kStreamHeadSize;  // no stream reaches further
+inline constexpr uint64_t kSurveyLimit =
+    uint64_t{RECORD_STREAM_LIMIT} + record_file::kPackedFrameMax + record_file::kStreamHeadSize;  // no stream goes on
 
 // Called with the number of bytes that were looked through since the last call.
 using SurveyProgress = std::function<void(uint64_t bytes)>;
 
-// Surveys bytes [begin, end) of a record file.  `whole`: to the end; otherwise only up to the first byte that
-// no frame explains.
-Survey SurveyStream(const StoreFile& file, uint64_t begin, uint64_t end, bool whole = true,
-                    const SurveyProgress& progress = {});
-// The same over any source of bytes.
-Survey SurveyStream(const ReadAtFunction& read, uint64_t begin, uint64_t end, bool whole = true,
-                    const SurveyProgress& progress = {});
+// Surveys a record file from its start, as far as it is asked to and not a byte twice.
+class Surveyor {
+  public:
+    explicit Surveyor(const StoreFile& file, SurveyProgress progress = {});
+    Surveyor(ReadAtFunction read, uint64_t size, SurveyProgress progress = {});  // over any source of bytes
+    Surveyor(const Surveyor&) = delete;
+    Surveyor& operator=(const Surveyor&) = delete;
 
-// How many runs, from the first on, are of the present lap by their times: a stale one is older than one
-// in front of it.
-size_t PresentRuns(const Survey& survey);
+    void GoTo(uint64_t offset);  // up to the first frame or hole at or behind it
+    void GoToHole();             // on to the first byte that no frame explains
+    void GoToEnd() { GoTo(UINT64_MAX); }
+    Survey Result() const;  // of what was looked through
+
+  private:
+    bool Step();  // false at the end
+
+    SurveyProgress progress_;
+    StreamScanner scanner_;
+    uint64_t told_ = 0;
+    bool ended_ = false;
+    bool in_hole_ = false;
+    std::optional<uint64_t> head_;  // a stream head directly in front
+    bool restarted_ = false;        // a stream head was found since the last frame
+    std::vector<SurveyedFrame> frames_;
+    std::vector<Garbage> holes_;
+    std::vector<std::pair<uint32_t, StreamParameters>> parameters_;  // by the offset of their key frame
+};
+
+// One recording of the present lap: a run, and those that go on where it was interrupted by damage or by what an
+// earlier lap left there.  Begins with a key frame.
+struct Recording {
+    uint64_t begin = 0;  // of its stream head; when that is gone, where it stood, or of its first key frame
+    uint64_t end = 0;    // behind its last frame
+    size_t run = 0;      // its first
+    uint32_t first_time = 0;
+    uint32_t last_time = 0;
+    bool lost_head = false;  // a stream head can stand at `begin` again
+};
+
+struct Recordings {
+    std::vector<Recording> recordings;  // in order of their place
+    bool stale_behind = false;          // footage of an earlier lap follows
+};
+
+// What heads tell, as far as it agrees with the stream.
+struct LapHints {
+    uint64_t counted = 0;          // bytes of the present lap, at least
+    std::vector<uint64_t> begins;  // of sections
+};
+
+// The recordings of the present lap.  A run that is older than what stands before it is of an earlier lap, unless
+// the hints count it (the clock was set back then).
+Recordings RecordingsOf(const Survey& survey, const LapHints& hints);
+
+// Part of a record file that a section head claims.
+struct SectionSpan {
+    uint64_t begin = 0;  // in the record file
+    uint64_t end = 0;    // behind its last byte
+    uint32_t start = 0;  // s since 1970 UTC
+    uint32_t last = 0;
+};
+
+// The frames of a section: its pictures from the first key frame on and the sound beside them; what an earlier
+// lap left in between is none of it.  This is what an export shows.
+std::vector<const SurveyedFrame*> FramesOf(const Survey& survey, const SectionSpan& span);
+size_t CountPictures(const Survey& survey, const std::vector<SectionSpan>& sections);
 
 }  // namespace card

@@ -1,6 +1,6 @@
 // A volume whose structures are damaged, put back by its layout: afterwards every file of the layout is found, in its
 // place and whole, the data of no file has changed, and what is carved out lies on the device.
-#include "repair/VolumeRescue.h"
+#include "volume/VolumeRescue.h"
 
 #include "SmallCard.h"
 #include "text/Error.h"
@@ -41,11 +41,12 @@ void Restore(const fuzz::SmallCard& small, const fuzz::MemoryFile& file) {
     const card::Device device = card::Device::Open(file.Path(), card::Access::ReadWrite);
     const std::vector<uint8_t> before = BytesOf(file);
     try {
-        card::RestoreVolume(device, layout);
+        card::WriteJournal journal;
+        card::RestoreVolume(device, layout, journal);
         MUST(device.Size() >= DataBegin(layout.plan));
         const card::Fat32 fat(device);
         MustBeWhole(fat, layout.plan);
-        MUST(card::RestoreVolume(device, layout).empty());  // nothing is left to do
+        MUST(card::RestoreVolume(device, layout, journal).empty());  // nothing is left to do
     } catch (const card::CardError&) {
         MUST(device.Size() < small.Whole().size());  // only an image that was cut is refused
     }

@@ -105,6 +105,54 @@ uint64_t SizeOf(const std::string& path) {
     return fs::exists(path) ? fs::file_size(path) : 0;
 }
 
+// Whatever way leads to the card, nothing is written onto it but by a repair in place.
+TEST(Tool, NeverWritesOntoTheCardItReads) {
+    const Place image;
+    const Recording recording = kNight.RecordImage(image);
+    recording.Corrupt(RECORD_INDEX_NAME, 24, "\7");  // so that there is something to repair
+    const Place folder;
+    kNight.RecordFolder(folder).Corrupt(RECORD_INDEX_NAME, 24, "\7");
+    const Place links;
+    fs::create_directories(links.Path());
+    const std::string hard = links.Path() + "/hard.html";
+    const std::string symbolic = links.Path() + "/symbolic.mp4";
+    const std::string below = links.Path() + "/below";
+    const std::string bound = links.Path() + "/bound";
+    const std::string mounted = links.Path() + "/mounted";
+    fs::create_hard_link(image.Path(), hard);
+    fs::create_symlink(image.Path(), symbolic);
+    fs::create_directories(folder.Path() + "/deep/er");
+    fs::create_symlink(folder.Path() + "/deep", below);
+    fs::create_directories(bound);
+    fs::create_directories(mounted);
+    ASSERT_EQ(mount(folder.Path().c_str(), bound.c_str(), nullptr, MS_BIND, nullptr), 0);
+    ASSERT_EQ(Tool({"mount", image, mounted}).status, 0);
+    const std::vector<std::string> kCases[] = {
+        {"timeline", image, image, "--force"},
+        {"timeline", image, hard, "--force"},
+        {"timeline", folder, folder.Path() + "/page.html"},
+        {"timeline", image, mounted + "/page.html"},
+        {"export", image, symbolic, "--all", "--force"},
+        {"export", folder, folder.Path() + "/deep/er/all.mp4", "--all"},
+        {"export", folder, below + "/er/all.mp4", "--all"},
+        {"export", folder, bound + "/deep/all.mp4", "--all"},
+        {"repair", "--out", folder.Path() + "/deep/copy", folder},
+        {"repair", "--out", bound + "/copy", folder},
+        {"repair", "--out", image, image},
+        {"repair", "--out", mounted + "/copy.img", image},
+    };
+    const auto changed = fs::last_write_time(image.Path());
+    for (const std::vector<std::string>& arguments : kCases) {
+        const Outcome outcome = Tool(arguments);
+        EXPECT_EQ(outcome.status, 2) << ::testing::PrintToString(arguments) << outcome.out << outcome.err;
+        EXPECT_THAT(outcome.err, HasSubstr("the card itself"));
+    }
+    EXPECT_EQ(fs::last_write_time(image.Path()), changed);
+    EXPECT_TRUE(fs::is_empty(folder.Path() + "/deep/er"));
+    EXPECT_EQ(umount(bound.c_str()), 0);
+    EXPECT_EQ(umount(mounted.c_str()), 0);
+}
+
 TEST(Format, MakesAnImageOfTheSizeAskedFor) {
     const Place place;
     const Outcome outcome = Tool({"format", "--size", "2304M", "--video-percent", "60", place});

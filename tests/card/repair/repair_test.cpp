@@ -1,6 +1,7 @@
 // What a repair brings back: the index from the stream, the file system from the layout, files from nothing;
 // and that whatever was damaged, no footage that is still on the card gets lost.
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -249,8 +250,12 @@ TEST(Repair, FindsWhatIsLeftOfADamagedStream) {
         card::RepairLog log;
         card::RepairStore(Volume::Open(place, card::Access::ReadWrite), log);
         const CardIndex index{Volume::Open(place)};
+        bool decodable = false;
         for (const fixture::WrittenFrame* frame : recording.Kept()) {
-            if (frame->offset < offset + length && frame->offset + frame->size > offset) continue;
+            const bool hit = frame->offset < offset + length && frame->offset + frame->size > offset;
+            if (frame->first_of_run) decodable = false;  // until its key frame has been seen
+            decodable = (decodable || frame->key) && !(hit && frame->first_of_run);
+            if (hit || !decodable) continue;
             const bool found =
                 std::any_of(index.Sections().begin(), index.Sections().end(), [frame](const card::Section& section) {
                     return section.Begin() <= frame->offset && frame->offset + frame->size <= section.Limit() &&
@@ -260,12 +265,75 @@ TEST(Repair, FindsWhatIsLeftOfADamagedStream) {
             EXPECT_TRUE(found) << "frame at " << frame->offset << ", damage at " << offset << " of " << length;
         }
         for (const card::Finding& left : card::CheckAll(Volume::Open(place))) {
-            const bool of_stream = left.kind == "stream-damaged" || left.kind == "section-begin";
+            const bool of_stream =
+                left.kind == "stream-damaged" || left.kind == "stream-foreign" || left.kind == "section-begin";
             EXPECT_TRUE(of_stream || left.level == card::Finding::Level::Remark) << left.kind << ": " << left.what;
         }
         recording.Corrupt("hi000000.mp4", offset, intact);
         before.PutBack();
     }
+}
+
+TEST(Repair, AFlippedBitInATimeCostsNothing) {
+    const Place place;
+    const Recording recording = kDay.RecordFolder(place);
+    const StoreBytes before(recording, 2);
+    size_t number = 0;
+    for (const fixture::WrittenFrame* picture : recording.KeptVideo()) {
+        if (++number % 37 != 1) continue;  // first, last and others of a section
+        SCOPED_TRACE("picture " + std::to_string(number));
+        const std::string stream = Volume::RecordFileName(picture->file);
+        const std::string time = recording.Read(stream, picture->offset + 14, 4);
+        for (const int bit : {12, 24, 30}) {
+            std::string flipped = time;
+            flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ 1 << bit % 8);
+            recording.Corrupt(stream, picture->offset + 14, flipped);
+            card::RepairLog log;
+            const Volume volume = Volume::Open(place, card::Access::ReadWrite);
+            EXPECT_EQ(card::RepairStore(volume, log).pictures_after, recording.KeptVideo().size());
+            EXPECT_EQ(card::CardIndex(volume).Sections().size(), recording.sections.size());
+            EXPECT_EQ(before.Difference(), "");
+        }
+        recording.Corrupt(stream, picture->offset + 14, time);
+    }
+}
+
+TEST(Repair, BelievesAFilesOwnMark) {
+    const Place image;
+    const Recording recording = kDay.RecordImage(image);
+    const std::string list = List(image);
+    const uint64_t root = Volume::Open(image).Fat()->Geometry().ClusterOffset(2);
+    const auto entry_of = [&](const std::string& name) {  // the short entry: first cluster at 20 and 26, size at 28
+        std::string directory(4096, '\0');
+        Volume::Open(image).Raw()->ReadAt(root, directory.data(), directory.size());
+        return root + directory.find(name);
+    };
+    const uint64_t a = entry_of("INDEX000BIN");
+    const uint64_t b = entry_of("EVENT000BIN");
+    const auto bytes = [&](uint64_t at) {
+        std::string text(12, '\0');
+        Volume::Open(image).Raw()->ReadAt(at + 20, text.data(), text.size());
+        return text;
+    };
+    const std::string first = bytes(a);
+    const std::string second = bytes(b);
+    Damage(image, a + 20, second);
+    Damage(image, b + 20, first);
+    EXPECT_NE(Tool({"check", image}).out.find("points at something else"), std::string::npos);
+    const Outcome repair = Tool({"repair", "--in-place", "--yes", image});
+    EXPECT_EQ(repair.status, 0) << repair.out << repair.err;
+    ExpectRepaired(image, list);
+}
+
+TEST(Repair, LeavesNoHalfCopy) {
+    const Place place;
+    kDay.RecordFolder(place).Corrupt(RECORD_INDEX_NAME, 0, "XXXX");
+    const Place small;
+    fs::create_directories(small.Path());
+    ASSERT_EQ(mount("none", small.Path().c_str(), "tmpfs", 0, "size=256k"), 0);
+    EXPECT_EQ(Tool({"repair", "--out", small.Path() + "/copy", place}).status, 3);
+    EXPECT_TRUE(fs::is_empty(small.Path()));
+    EXPECT_EQ(umount(small.Path().c_str()), 0);
 }
 
 }  // namespace

@@ -13,6 +13,8 @@
 
 #include "VolumePlan.h"
 #include "volume/Device.h"
+#include "volume/Volume.h"
+#include "volume/WriteJournal.h"
 
 namespace card {
 
@@ -26,7 +28,12 @@ struct FoundLayout {
 std::optional<FoundLayout> FindLayout(const Device& device);
 
 // Makes boot sectors, FATs and directory those of the layout; returns what was done, a line a thing.
-std::vector<std::string> RestoreVolume(const Device& device, const FoundLayout& layout);
+std::vector<std::string> RestoreVolume(const Device& device, const FoundLayout& layout, WriteJournal& journal);
+
+// Whether the files that the directory knows lie where the layout puts them, most of them at least.
+bool LiesSo(const Volume& volume, const FoundLayout& layout);
+// Files whose own marks contradict their directory entries: theirs stands at the layout's place, or another's here.
+std::vector<std::string> Misplaced(const Volume& volume, const FoundLayout& layout);
 
 // One file found by its content alone.
 struct CarvedFile {

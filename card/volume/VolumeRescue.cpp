@@ -1,4 +1,4 @@
-#include "repair/VolumeRescue.h"
+#include "volume/VolumeRescue.h"
 
 #include <sys/time.h>
 
@@ -131,8 +131,8 @@ class Witness {
 // Writes what a volume's own structures lack.
 class Restorer {
   public:
-    Restorer(const Device& device, const FoundLayout& layout)
-        : device_(device), plan_(layout.plan), base_(layout.base) {
+    Restorer(const Device& device, const FoundLayout& layout, WriteJournal& journal)
+        : device_(device), plan_(layout.plan), base_(layout.base), journal_(journal) {
         gettimeofday(&now_, nullptr);
     }
 
@@ -148,11 +148,7 @@ class Restorer {
   private:
     template <typename Item>
     bool WriteWhereDifferent(uint64_t offset, const std::vector<Item>& items) {
-        const size_t length = items.size() * sizeof(Item);
-        std::vector<Item> present(items.size());
-        if (device_.ReadAt(offset, present.data(), length) == length && present == items) return false;
-        device_.WriteAt(offset, items.data(), length);
-        return true;
+        return journal_.Write(device_, offset, items.data(), items.size() * sizeof(Item));
     }
 
     // A sector of one and the same mark over and over is no table, nor is one that names clusters which are not there.
@@ -220,7 +216,7 @@ class Restorer {
         }
         if (mended == 0) return;
         ClearNonsense(present);
-        device_.WriteAt(offset, present.data(), present.size());
+        WriteWhereDifferent(offset, present);
         done_.push_back(std::to_string(mended) + " directory entries rebuilt");
     }
 
@@ -270,6 +266,7 @@ class Restorer {
     const Device& device_;
     const prestore::VolumePlan& plan_;
     uint64_t base_;
+    WriteJournal& journal_;
     timeval now_{};
     std::vector<std::string> done_;
 };
@@ -307,6 +304,33 @@ bool HasKeyFrames(const Device& device, uint64_t offset) {
            record.m_u32KeyFrameHeadFlag == RECORD_KEY_FRAME_FLAG && record.m_u32KeyFilePos == 0;
 }
 
+// What the first bytes of a file say it is.
+enum class Mark { None, Index, Events, Stream };
+
+Mark MarkAt(const Device& device, uint64_t offset) {
+    uint8_t bytes[kSector];
+    const size_t got = device.ReadAt(offset, bytes, sizeof bytes);
+    if (got == sizeof bytes && IsIndex(bytes)) return Mark::Index;
+    if (IsStreamStart(bytes, got)) return Mark::Stream;
+    return got == sizeof bytes && std::memcmp(bytes, "AEMF", 4) == 0 ? Mark::Events : Mark::None;
+}
+
+Mark MarkOf(const std::string& name) {
+    if (name == RECORD_INDEX_NAME) return Mark::Index;
+    if (name == RECORD_EVENT_NAME) return Mark::Events;
+    return name.size() > 4 && name.compare(name.size() - 4, 4, ".mp4") == 0 ? Mark::Stream : Mark::None;
+}
+
+// Nothing for a file that the directory lacks or has in another size.
+std::optional<bool> LiesAsPlanned(const Volume& volume, const FoundLayout& layout, uint32_t number) {
+    const prestore::StoredFile planned = layout.plan.File(number);
+    if (!volume.Has(planned.name)) return std::nullopt;
+    const StoreFile file = volume.OpenFile(planned.name);
+    if (file.Size() != planned.size || file.Reachable() != file.Size() || file.Extents().size() != 1)
+        return std::nullopt;
+    return file.Extents()[0].offset == layout.base + layout.plan.ClusterOffset(planned.first_cluster);
+}
+
 }  // namespace
 
 std::optional<FoundLayout> FindLayout(const Device& device) {
@@ -329,8 +353,33 @@ std::optional<FoundLayout> FindLayout(const Device& device) {
     return best;
 }
 
-std::vector<std::string> RestoreVolume(const Device& device, const FoundLayout& layout) {
-    return Restorer(device, layout).Run();
+std::vector<std::string> RestoreVolume(const Device& device, const FoundLayout& layout, WriteJournal& journal) {
+    return Restorer(device, layout, journal).Run();
+}
+
+bool LiesSo(const Volume& volume, const FoundLayout& layout) {
+    int where_planned = 0;
+    int elsewhere = 0;
+    for (uint32_t i = 0; i < layout.plan.Files(); ++i) {
+        const std::optional<bool> there = LiesAsPlanned(volume, layout, i);
+        if (there) (*there ? where_planned : elsewhere) += 1;
+    }
+    return where_planned >= elsewhere;
+}
+
+std::vector<std::string> Misplaced(const Volume& volume, const FoundLayout& layout) {
+    std::vector<std::string> names;
+    for (uint32_t i = 0; i < layout.plan.Files(); ++i) {
+        if (LiesAsPlanned(volume, layout, i).value_or(true)) continue;
+        const prestore::StoredFile planned = layout.plan.File(i);
+        const uint64_t place = layout.base + layout.plan.ClusterOffset(planned.first_cluster);
+        const uint64_t present = volume.OpenFile(planned.name).Extents()[0].offset;
+        const Mark wanted = MarkOf(planned.name);
+        const Mark here = MarkAt(*volume.Raw(), present);
+        if (MarkAt(*volume.Raw(), place) == wanted || (here != Mark::None && here != wanted))
+            names.push_back(planned.name);
+    }
+    return names;
 }
 
 std::vector<CarvedFile> CarveFiles(const Device& device, const CarveProgress& progress) {
