@@ -23,11 +23,8 @@ class Server {
     static constexpr int kSizes[] = {8192, AVSTREAM_SEGMENT_SIZE(AVSTREAM_SUB_RING_SIZE)};
 
     Server() {
-        for (int i = 0; i < 2; ++i) {
-            segments_[i] = shmget(AVSTREAM_MAIN_RING_KEY + i, static_cast<size_t>(kSizes[i]), IPC_CREAT | 0777);
-            MUST(segments_[i] >= 0);
-            bases_[i] = static_cast<uint8_t*>(shmat(segments_[i], nullptr, 0));
-        }
+        MakeRing(0);
+        MakeRing(1);
         queue_ = IpcMsgInit(AVSTREAM_QUEUE_KEY);
         MUST(queue_ >= 0);
     }
@@ -42,6 +39,12 @@ class Server {
         uint8_t message[sizeof(long) + 8192];
         while (msgrcv(queue_, message, 8192, 0, IPC_NOWAIT | MSG_NOERROR) >= 0) {
         }
+    }
+
+    // The ring is removed and made anew, as by a media server that was restarted.
+    void RenewRing(int stream) {
+        MUST(syscall(SYS_shmdt, bases_[stream]) == 0 && shmctl(segments_[stream], IPC_RMID, nullptr) == 0);
+        MakeRing(stream);
     }
 
     // The request that waits, if any.
@@ -63,6 +66,15 @@ class Server {
     }
 
   private:
+    void MakeRing(int stream) {
+        const int key = AVSTREAM_MAIN_RING_KEY + stream;
+        segments_[stream] = shmget(key, static_cast<size_t>(kSizes[stream]), IPC_CREAT | 0777);
+        MUST(segments_[stream] >= 0);
+        const long address = syscall(SYS_shmat, segments_[stream], nullptr, 0);  // not as a reader would
+        MUST(address != -1);
+        bases_[stream] = reinterpret_cast<uint8_t*>(address);
+    }
+
     int segments_[2];
     uint8_t* bases_[2];
     int queue_;

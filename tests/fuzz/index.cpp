@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Clock.h"
+#include "RecordCard.h"
 #include "RecordState.h"
 #include "Store.h"
 #include "libAVRecord.h"
@@ -75,6 +76,12 @@ void BeginRun(const Index& index, uint8_t cover) {
     AV_SystemInfoHeadFileNoFresh(&heads.system, &heads.file);
     MUST(AV_SystemInfoHeadWrite(index.fd(), &heads.system) >= 0);
     MustKeepOthers(before, index.Bytes(), file_no);
+    AVRecordHeadsLock();
+    *AV_RecordSystemInfoHeadGet() = heads.system;
+    *AV_RecordFileInfoHeadGet() = heads.file;
+    *AV_RecordInfoHeadGet() = section;
+    AVRecordHeadsUnlock();
+    CardRememberHeads();
 }
 
 // Another card, or the same with another content, between two looks: what is held in memory is then the card's.

@@ -1,6 +1,9 @@
 // A stream reader on a hostile ring with a hostile media server: every byte it touches and hands out lies in the
 // segment, what it hands out is the frame that lies there, and it never spins: between two sleeps it moves on.
 #include "FrameReader.h"
+
+#include <map>
+
 #include "Server.h"
 
 namespace {
@@ -20,7 +23,8 @@ fuzz::Server& g_server() {
     static fuzz::Server server;
     return server;
 }
-View g_view;
+View g_view;  // the one attached last: a reader that follows a new ring lets go of the old one afterwards
+std::map<const void*, size_t> g_attached;  // bytes of each
 fuzz::Input* g_input;
 std::atomic<int> g_run;
 int g_stream;
@@ -81,6 +85,8 @@ void Serve(unsigned) {
         Put(in);
     } else if (act % 4 == 2) {
         g_server().Base(g_stream)[in.Half() % fuzz::Server::kSizes[g_stream]] = in.Byte();
+    } else if (act % 64 == 7) {
+        g_server().RenewRing(g_stream);
     }
 }
 
@@ -96,6 +102,16 @@ int Take(int kind, int stream, char* bytes, AVDataInfo* header) {
     MUST(data >= g_view.base + kHeader && data <= g_view.base + g_view.size);
     MUST(header->AVDataLen >= 0 && static_cast<size_t>(header->AVDataLen) <= g_view.size - (data - g_view.base));
     MUST(std::memcmp(data - kHeader, header, kHeader) == 0);
+    // The server overtakes the reader, in the middle of its work.
+    fuzz::Input& in = *g_input;
+    for (int left = in.Empty() ? 0 : in.Byte() % 64 - 60; left > 0; --left) {
+        Put(in);
+    }
+    AVDataInfo now;
+    std::memcpy(&now, data - kHeader, kHeader);
+    const bool same = now.AVDataCheck == header->AVDataCheck && now.SerialNumber == header->SerialNumber &&
+                      now.AVDataLen == header->AVDataLen && now.EndFlag == header->EndFlag;
+    MUST((AVStreamFrameIntact(bytes, header) == 1) == same);
     uint8_t sum = 0;
     for (int i = 0; i < header->AVDataLen; ++i) {
         sum = static_cast<uint8_t>(sum + data[i]);
@@ -117,16 +133,20 @@ extern "C" void* shmat(int id, const void* address, int flags) noexcept {
     const long attached = syscall(SYS_shmat, id, room + kPage, flags | SHM_REMAP);
     MUST(attached == reinterpret_cast<long>(room + kPage));
     g_view = {room + kPage, status.shm_segsz};
+    g_attached[g_view.base] = g_view.size;
     ASAN_POISON_MEMORY_REGION(g_view.base + g_view.size, whole - g_view.size);
     return g_view.base;
 }
 
 extern "C" int shmdt(const void* address) noexcept {
-    MUST(address == g_view.base);
-    const size_t whole = (g_view.size + kPage - 1) / kPage * kPage;
-    ASAN_UNPOISON_MEMORY_REGION(g_view.base, whole);
-    MUST(syscall(SYS_shmdt, address) == 0);
-    MUST(munmap(g_view.base - kPage, whole + 2 * kPage) == 0);
+    const auto view = g_attached.find(address);
+    MUST(view != g_attached.end());
+    auto* const base = static_cast<const uint8_t*>(address);
+    const size_t whole = (view->second + kPage - 1) / kPage * kPage;
+    g_attached.erase(view);
+    ASAN_UNPOISON_MEMORY_REGION(base, whole);
+    MUST(syscall(SYS_shmdt, base) == 0);
+    MUST(munmap(const_cast<uint8_t*>(base) - kPage, whole + 2 * kPage) == 0);
     return 0;
 }
 
@@ -149,5 +169,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     arguments.src = fuzz::Server::kType;
     arguments.video_index = g_stream;
     FrameReader(arguments, g_run).Follow();
+    MUST(g_attached.empty());
     return 0;
 }
