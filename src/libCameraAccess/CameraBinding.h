@@ -4,6 +4,10 @@
 #include <span>
 
 #include "libCameraAccess.h"
+#include "libLog.h"
+
+// The first line of every entry.  This family has a comma where the house pattern has a blank.
+#define LOG_ENTRY() LogTrace("%s,%d\n", __func__, __LINE__)
 
 // Whether `table` serves `command`: 0, CAMERA_ACCESS_MISMATCH or CAMERA_ACCESS_UNSUPPORTED.  A command
 // behind the table's end, or below 0, is unsupported.

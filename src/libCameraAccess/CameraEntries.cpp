@@ -1,9 +1,8 @@
 #include "CameraBinding.h"
-#include "libLog.h"
 
 int CameraGetRegularRecordProperty(REGULAR_RECORD_PROPERTY* pRegularRecordPropertyIn,
                                    REGULAR_RECORD_PROPERTY* pRegularRecordPropertyOut) {
-    LOG_TRACE("%s,%d\n");
+    LOG_ENTRY();
     if (pRegularRecordPropertyIn == nullptr || pRegularRecordPropertyOut == nullptr) {
         return CAMERA_ACCESS_FAIL;
     }
@@ -11,7 +10,7 @@ int CameraGetRegularRecordProperty(REGULAR_RECORD_PROPERTY* pRegularRecordProper
 }
 
 int CameraSetVideoForceIFrame(int index, int value) {
-    LOG_TRACE("%s,%d\n");
+    LOG_ENTRY();
     Camera_VideoParam param{};
     param.index = index;
     param.value = value;
@@ -21,7 +20,7 @@ int CameraSetVideoForceIFrame(int index, int value) {
 // Queries of one record, which is the output.
 #define SINGLE_RECORD_QUERY(function, command, type)                                           \
     int function(type* record) {                                                               \
-        LOG_TRACE("%s,%d\n");                                                                  \
+        LOG_ENTRY();                                                                           \
         return record == nullptr ? CAMERA_ACCESS_FAIL : CallCommand(command, nullptr, record); \
     }
 
@@ -33,7 +32,7 @@ SINGLE_RECORD_QUERY(CameraGetDisplayProperty, CAMERA_COMMAND_GETDISPLAYPROPERTY,
 // The rest of the family.
 #define CAMERA_ENTRY(function, command, number)        \
     int function(void* inData, void* outData) {        \
-        LOG_TRACE("%s,%d\n");                          \
+        LOG_ENTRY();                                   \
         if (inData == nullptr || outData == nullptr) { \
             return CAMERA_ACCESS_FAIL;                 \
         }                                              \

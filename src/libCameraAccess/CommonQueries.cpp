@@ -4,8 +4,8 @@
 #include <cstring>
 #include <iterator>
 
+#include "CameraBinding.h"
 #include "libCameraAccess.h"
-#include "libLog.h"
 #include "libOthers.h"
 
 namespace {
@@ -81,7 +81,7 @@ int Common_GetVideoConfig(void*, void* outData) {
 }
 
 int Common_GetRegularRecordProperty(void* inData, void* outData) {
-    LOG_TRACE("%s,%d\n");
+    LOG_ENTRY();
     const SysInfo* config = GetSysconfigData();
     if (inData == nullptr || outData == nullptr || config == nullptr) {
         return -1;

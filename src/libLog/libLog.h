@@ -49,9 +49,10 @@ void PrintToStandardError(const char* format, ...) __attribute__((format(printf,
  *   LOG_TRACE_AS("StartRecord", " MJPEG, not support\n");  names an operation instead of the helper it is in
  */
 #define LOG_TRACE_HERE(text, ...) LOG_TRACE_AS(__func__, text, ##__VA_ARGS__)
-#define LOG_ERROR_HERE(text, ...) LogError("%s %d" text, __func__, __LINE__, ##__VA_ARGS__)
+#define LOG_ERROR_HERE(text, ...) LOG_ERROR_AS(__func__, text, ##__VA_ARGS__)
 #define LOG_WARN_HERE(text, ...) LogWarn("%s %d" text, __func__, __LINE__, ##__VA_ARGS__)
 #define LOG_TRACE_AS(operation, text, ...) LogTrace("%s %d" text, operation, __LINE__, ##__VA_ARGS__)
+#define LOG_ERROR_AS(operation, text, ...) LogError("%s %d" text, operation, __LINE__, ##__VA_ARGS__)
 
 /* The same for a format that itself begins "%s %d" (or "%s,%d"): on its way out. */
 #define LOG_TRACE(format, ...) LogTrace(format, __func__, __LINE__, ##__VA_ARGS__)

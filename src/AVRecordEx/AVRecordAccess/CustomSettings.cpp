@@ -23,19 +23,19 @@ int ReadNumber(const char* key, const char* default_value) {
 
 void ReadCustomSettings(int* nStreamType, int* nDuration) {
     *nStreamType = ReadNumber("StreamType", "1");
-    LOG_TRACE("%s %d nStreamType = %d\n", *nStreamType);
+    LOG_TRACE_AS("main", " nStreamType = %d\n", *nStreamType);
     if (*nStreamType < 0 || *nStreamType > kStreamTypeMax) {
-        LOG_TRACE("%s %d Param error, nStreamType = %d\n", *nStreamType);
+        LOG_TRACE_AS("main", " Param error, nStreamType = %d\n", *nStreamType);
         *nStreamType = 1;
     }
     *nDuration = ReadNumber("Duration", "600");
     if (*nDuration < 0 || *nDuration > kDurationMax) {
-        LOG_TRACE("%s %d Param error, nDuration = %d\n", *nDuration);
+        LOG_TRACE_AS("main", " Param error, nDuration = %d\n", *nDuration);
         *nDuration = 600;
     }
     int nHandOver = ReadNumber("HandOver", "1000");
     if (nHandOver < RECORD_HAND_OVER_MIN_MS || nHandOver > RECORD_HAND_OVER_MAX_MS) {
-        LOG_TRACE("%s %d Param error, nHandOver = %d\n", nHandOver);
+        LOG_TRACE_AS("main", " Param error, nHandOver = %d\n", nHandOver);
         nHandOver = RECORD_HAND_OVER_MS;
     }
     AVRecordHandOverSet(nHandOver);

@@ -70,7 +70,7 @@ void StartMissingModules() {
     RecorderStatusPublish();
     Command_System("sync");
     SleepMs(2000);
-    LOG_TRACE("%s %d RecordStop AVRecord exit!!!\n");
+    LOG_TRACE_AS("main", " RecordStop AVRecord exit!!!\n");
     exit(0);
 }
 
@@ -85,7 +85,7 @@ int main() {
     ReadCustomSettings(&nStreamType, &nDuration);
     while (true) {
         if (CheckRecordStart() != 0) {
-            LOG_TRACE("%s %d CheckRecordStart sleep\n");
+            LOG_TRACE_HERE(" CheckRecordStart sleep\n");
             RecorderStatusPublish();
             SleepMs(1000);
             StartMissingModules();
@@ -99,9 +99,9 @@ int main() {
             return -1;
         }
         nStreamType = pSysInfo->Record_config.ucVideoStreamType;
-        LOG_TRACE("%s %d nStreamType = %d, nDuration = %d nVideocodecmode = %d \n", nStreamType, nDuration,
-                  pSysInfo->lan_config.nVideocodecmode);
-        LOG_TRACE("%s %d StartRecord\n");
+        LOG_TRACE_HERE(" nStreamType = %d, nDuration = %d nVideocodecmode = %d \n", nStreamType, nDuration,
+                       pSysInfo->lan_config.nVideocodecmode);
+        LOG_TRACE_HERE(" StartRecord\n");
         if (StartRecord(nStreamType, nDuration) < 0) {
             RecorderStatusPublish();
             SleepMs(1000);  // what hindered it may last

@@ -37,7 +37,7 @@ int OpenKind(Kind kind, const char* path, int mode) {
     errno = EINVAL;
     const int fd = flags < 0 ? -1 : card::OpenAs(kind, path, flags);
     if (fd < 0) {
-        LogTrace("%s %d :open %s fail %d\n", "AVFileOpen", __LINE__, path, errno);
+        LOG_TRACE_AS("AVFileOpen", " :open %s fail %d\n", path, errno);
         return -1;
     }
     if (fcntl(fd, F_SETFD, FD_CLOEXEC) < 0) {
@@ -67,7 +67,7 @@ int AV_RecordStreamFileOpen(const char* path, int mode) {
 }
 int AV_RecordStreamFileClose(int fd) {
     const int result = card::CloseAs(Kind::kRecord, fd);
-    LOG_TRACE("%s %d : AVFileClose ret= %d fd = %d \n", result, fd);
+    LOG_TRACE_HERE(" : AVFileClose ret= %d fd = %d \n", result, fd);
     return result;
 }
 

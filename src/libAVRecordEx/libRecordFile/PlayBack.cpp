@@ -12,6 +12,8 @@ using namespace record_file;
 
 namespace {
 
+constexpr char kOperation[] = "libAVRecordPlayBackGetPSFrame";  // for the log
+
 enum StartCode : uint32_t {
     kPack = 0x000001BA,
     kSystemHeader = 0x000001BB,
@@ -52,7 +54,8 @@ Packet ParsePacket(const uint8_t* raw) {
 int TakePacket(int fd, const Packet& packet, Frame& frame) {
     if (packet.payload < 0 || frame.length > frame.gather_max ||
         packet.payload > static_cast<int>(PLAYBACK_BUFFER_SIZE - frame.length)) {
-        LOG_ERROR("%s %d : lenth %d error!\n", packet.payload < 0 ? packet.payload : static_cast<int>(frame.length));
+        LOG_ERROR_AS(kOperation, " : lenth %d error!\n",
+                     packet.payload < 0 ? packet.payload : static_cast<int>(frame.length));
         return -1;
     }
     const uint32_t payload_at = frame.next + PS_PES_HEADER_SIZE;
@@ -77,10 +80,10 @@ int FirstPacket(int fd, uint32_t offset, uint32_t* first) {
         return 0;
     }
     if ((code & 0xFFFFFF00) == kAnyCode) {
-        LOG_TRACE("%s %d Read Data Error databuf = %#x %#x %#x %#x !!!!\n", databuf[0], databuf[1], databuf[2],
-                  databuf[3]);
+        LOG_TRACE_AS(kOperation, " Read Data Error databuf = %#x %#x %#x %#x !!!!\n", databuf[0], databuf[1],
+                     databuf[2], databuf[3]);
     } else {
-        LOG_TRACE("%s %d AV_RecordStreamInfoRead System Head Fail \n");
+        LOG_TRACE_AS(kOperation, " AV_RecordStreamInfoRead System Head Fail \n");
     }
     return -1;
 }
@@ -106,9 +109,9 @@ int ReadVideo(int fd, uint32_t offset, Frame& frame) {
     }
     if (frame.next > INT32_MAX) {  // a position that no later call could read at
         if (is_key) {
-            LOG_TRACE("%s %d FileOffset Error!!!!\n");
+            LOG_TRACE_AS(kOperation, " FileOffset Error!!!!\n");
         } else {
-            LOG_TRACE("%s %d FileOffset Error FileOffset = %d \n", static_cast<int>(frame.next));
+            LOG_TRACE_AS(kOperation, " FileOffset Error FileOffset = %d \n", static_cast<int>(frame.next));
         }
         return -1;
     }
@@ -121,7 +124,7 @@ int ReadAudio(int fd, const uint8_t* raw, uint32_t offset, Frame& frame) {
         return -1;
     }
     if (frame.next > INT32_MAX) {
-        LOG_TRACE("%s %d Audio FileOffset Error Error!!!!\n");
+        LOG_TRACE_AS(kOperation, " Audio FileOffset Error Error!!!!\n");
         return -1;
     }
     return 0;
@@ -137,16 +140,16 @@ int libAVRecordPlayBackGetPSFrame(int fd, uint32_t* offset, int* kind, void* buf
     }
     uint8_t raw[PS_PACK_HEADER_SIZE];
     if (AV_RecordStreamInfoRead(fd, *offset, raw, sizeof raw) < 0) {
-        LOG_TRACE("%s %d Read Data Error FileOffset = %d \n", static_cast<int>(*offset));
+        LOG_TRACE_HERE(" Read Data Error FileOffset = %d \n", static_cast<int>(*offset));
         return -1;
     }
     const uint32_t code = BigEndian32(raw);
     if ((code & 0xFFFFFF00) != kAnyCode) {
-        LOG_TRACE("%s %d :pack_start_code Error FileOffset = %d \n", static_cast<int>(*offset));
+        LOG_TRACE_HERE(" :pack_start_code Error FileOffset = %d \n", static_cast<int>(*offset));
         return -1;
     }
     if (code != kPack && code != kAudio) {
-        LOG_TRACE("%s %d : data error \n");
+        LOG_TRACE_HERE(" : data error \n");
         return -1;
     }
     Frame frame{static_cast<uint8_t*>(buffer), *offset};
