@@ -614,6 +614,31 @@ TEST_F(AlarmThread, EventsThatCannotBeReadForAWhileAreNotWrittenOver) {
     EXPECT_EQ(HowOftenLogged(": the events of file 1 cannot be read, tried again\n"), 1);
 }
 
+TEST_F(AlarmThread, AnEventThatTheCardRefusedIsTriedAgain) {
+    static const card::Calls real = card::CardCalls();
+    static std::atomic<int> refusals;
+    refusals = 1;
+    card::Calls calls = real;
+    calls.WriteAt = [](int fd, const void* buffer, size_t length, off64_t offset) {
+        if (length == sizeof(AlarmFileInfoHead_S) && refusals-- > 0) {
+            errno = EIO;
+            return ssize_t{-1};
+        }
+        return real.WriteAt(fd, buffer, length, offset);
+    };
+    card::ReplaceCardCalls(&calls);
+    PreRecordAndDelay(0, 8);
+    Begin();
+    Alarm(ALARM_SOURCE_DEF_MOTION, 2);
+    Run(1);
+    EXPECT_EQ(HeadOf(kFile).events, 1u);
+    EXPECT_NE(EventOf(kFile, 1).flag, "ADEF") << "counted and refused";
+    Run(2);
+    EXPECT_EQ(EventOf(kFile, 1).flag, "ADEF");
+    End();
+    card::ReplaceCardCalls(nullptr);
+}
+
 TEST_F(AlarmThread, AFailureEndsTheThreadAndNothingElse) {
     const long descriptors = Descriptors();
     ASSERT_EQ(unlink("/var/etc/sdcard/event000.bin"), 0);

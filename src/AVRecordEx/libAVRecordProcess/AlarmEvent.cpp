@@ -105,7 +105,7 @@ class Events {
     Outcome Begin();
     bool ReadHead();
     Outcome LookAtBoard();
-    bool Save() const;  // false: the head could not be written
+    bool Save();  // false: the head could not be written
 
   private:
     uint32_t Now() const { return start_time_ + static_cast<uint32_t>(KQ_COMMON_GetUptime() - start_uptime_); }
@@ -115,6 +115,7 @@ class Events {
     void JoinHead(const Watched& alarm, uint32_t* start);
     bool Quiet(const RecordInfoHead_S& section, uint32_t now);
     void Measure(const RecordInfoHead_S& section, uint32_t now);
+    void SaveRecord();
 
     const int fd_;
     const uint32_t file_no_;
@@ -132,6 +133,8 @@ class Events {
     uint32_t save_time_ = 0;  // when the event was last saved, at first when it began
     uint32_t size_ = 0;       // the section's when the event began
     uint32_t frames_ = 0;
+    bool record_is_refused_ = false;
+    uint32_t record_tried_ = 0;
 };
 
 // False: the head may be there and cannot be read now.  A fresh one in its place would cost the file its events.
@@ -162,14 +165,21 @@ Outcome Events::Begin() {
     return Outcome::GoOn;
 }
 
-bool Events::Save() const {
+bool Events::Save() {
     if (head_.m_u32AlarmEventFlag == ALARM_EVENT_FLAG && AV_AlarmEventInfoWrite(fd_, file_no_, &head_) < 0) {
         return false;
     }
     if (record_.m_u32AlarmEventFlag == ALARM_RECORD_FLAG) {
-        AV_AlarmEventFileInfoWrite(fd_, &head_, &record_);
+        SaveRecord();
     }
     return true;
+}
+
+// The head counts the record already: one that the card refuses is tried again once a second, until the next event
+// takes its place in memory.
+void Events::SaveRecord() {
+    record_is_refused_ = AV_AlarmEventFileInfoWrite(fd_, &head_, &record_) < 0;
+    record_tried_ = Now();
 }
 
 // A setting that the tables do not know leaves the one before it.
@@ -201,6 +211,9 @@ Outcome Events::LookAtBoard() {
     AlarmData board{};
     AlarmDataRead(&board);
     const uint32_t now = Now();
+    if (record_is_refused_ && now != record_tried_) {
+        SaveRecord();
+    }
     AVRecordHeads heads;
     AVRecordHeadsCopy(&heads);
 
@@ -222,6 +235,9 @@ bool Events::Open(const Watched& alarm, const RecordInfoHead_S& section, uint32_
     if (open_source_ >= 0 && !Save()) {  // the schedule now asks for another alarm: the old event ends here
         return false;
     }
+    if (record_is_refused_) {
+        SaveRecord();
+    }
     open_source_ = alarm.source;
     mark_ = now;
     save_time_ = now;
@@ -229,6 +245,7 @@ bool Events::Open(const Watched& alarm, const RecordInfoHead_S& section, uint32_
     JoinHead(alarm, &start);
     size_ = section.m_u32RecordSize;
     frames_ = section.m_u32FrameSum;
+    record_is_refused_ = false;
     AV_AlarmEventInfoEventSumFresh(&head_);
     AV_AlarmEventFileInfoAdd(&head_, &record_, start, alarm.event_type);
     return true;
