@@ -2,7 +2,7 @@
 // found fits the card.
 #include "RecordFormat.h"
 #include "SmallCard.h"
-#include "repair/VolumeRescue.h"
+#include "repair/"
 
 namespace {
 
