@@ -2,7 +2,7 @@
 // found fits the card.
 #include "RecordFormat.h"
 #include "SmallCard.h"
-#include "repair/"
+#include "volume/VolumeRescue.h"
 
 namespace {
 
