@@ -243,7 +243,11 @@ int fcntl(int fd, int command, ...) {
     void* const argument = va_arg(arguments, void*);
     va_end(arguments);
     NEXT(fcntl);
-    return Fails(k_fcntl, FileAt(fd)) ? -1 : next(fd, command, argument);
+    if (Fails(k_fcntl, FileAt(fd))) return -1;
+    const int result = next(fd, command, argument);
+    const bool is_copy = command == F_DUPFD || command == F_DUPFD_CLOEXEC;
+    if (is_copy && result >= 0 && result < 4096) file_of[result] = static_cast<uint8_t>(FileAt(fd));
+    return result;
 }
 
 #define FORWARD(result, name, call, place, failure, parameters, arguments) \
@@ -263,6 +267,8 @@ FORWARD(int, fstatfs, statfs, FileAt(fd), -1, (int fd, struct statfs* status), (
 FORWARD(int, fstatfs64, statfs, FileAt(fd), -1, (int fd, struct statfs64* status), (fd, status))
 FORWARD(int, fsync, fsync, FileAt(fd), -1, (int fd), (fd))
 FORWARD(int, fdatasync, fsync, FileAt(fd), -1, (int fd), (fd))
+FORWARD(int, sync_file_range, fsync, FileAt(fd), -1, (int fd, off64_t from, off64_t length, unsigned int flags),
+        (fd, from, length, flags))
 FORWARD(FILE*, fopen, fopen, FileAt(path), nullptr, (const char* path, const char* mode), (path, mode))
 FORWARD(FILE*, fopen64, fopen, FileAt(path), nullptr, (const char* path, const char* mode), (path, mode))
 FORWARD(size_t, fread, fread, k_elsewhere, 0, (void* buffer, size_t size, size_t count, FILE* file),

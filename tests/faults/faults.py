@@ -54,7 +54,8 @@ start:shmat@elsewhere:ENOMEM:burst:0 start:malloc@elsewhere:ENOMEM:burst:0 start
 change:open@record_file:EIO:burst:0 change:open@index:EMFILE:burst:0
 change:pwrite@stream:kill:once:1 change:msgrcv@elsewhere:EINTR:burst:0
 running:pwrite@stream:torn:once:0 running:pwrite@section_head:ENOSPC:burst:0
-running:pwrite@stream:EROFS:window:0 running:access@device:EIO:window:0 switch:pwrite@system_head:EIO:window:0
+running:pwrite@stream:EROFS:window:0 running:pwrite@key_frame:EIO:once:0
+running:access@device:EIO:window:0 switch:pwrite@system_head:EIO:window:0
 alarm:pread@event_head:EIO:once:0 stop:close@record_file:EIO:once:0
 card:pulled card:exchanged card:dead
 """.split()
