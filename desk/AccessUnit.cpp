@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <array>
 
+#include "NalTypes.h"
+
 namespace desk {
 namespace {
 
 constexpr std::array<uint8_t, 4> kStartCode = {0, 0, 0, 1};
-
-constexpr int kH264IdrSlice = 5, kH264Sps = 7, kH264Pps = 8, kH264Delimiter = 9;
-constexpr int kH265FirstIrap = 16, kH265LastIrap = 21, kH265Vps = 32, kH265Sps = 33, kH265Pps = 34, kH265Delimiter = 35;
 
 // Offset of the next 00 00 01 at or behind `from`; the size when there is none.
 size_t FindStartCode(View data, size_t from) {
@@ -65,10 +64,10 @@ AccessUnitMaker::AccessUnitMaker(VideoCodec codec, View extradata) : codec_(code
 // The ISO configuration record: H.264 lists SPS and PPS, H.265 arrays of NAL units by type; both tell the width
 // of the packets' length fields.
 std::vector<View> AccessUnitMaker::ReadConfigurationRecord(View record) {
-    const bool h264 = codec_ == VideoCodec::kH264;
-    const size_t lists_at = h264 ? 5 : 22;
+    const bool is_h264 = codec_ == VideoCodec::kH264;
+    const size_t lists_at = is_h264 ? 5 : 22;
     if (record.size() <= lists_at) return {};
-    length_size_ = (record[h264 ? 4 : 21] & 3) + 1;
+    length_size_ = (record[is_h264 ? 4 : 21] & 3) + 1;
 
     std::vector<View> nals;
     size_t at = lists_at;
@@ -81,7 +80,7 @@ std::vector<View> AccessUnitMaker::ReadConfigurationRecord(View record) {
             at += length;
         }
     };
-    if (h264) {
+    if (is_h264) {
         take_nals(record[at++] & 31);
         if (at < record.size()) take_nals(record[at++]);
         return nals;
@@ -95,20 +94,20 @@ std::vector<View> AccessUnitMaker::ReadConfigurationRecord(View record) {
 }
 
 int AccessUnitMaker::TypeOf(View nal) const {
-    return codec_ == VideoCodec::kH264 ? nal[0] & 31 : nal[0] >> 1 & 63;
+    return codec_ == VideoCodec::kH264 ? int{h264::TypeOf(nal[0])} : int{h265::TypeOf(nal[0])};
 }
 
 bool AccessUnitMaker::IsParameterSet(int type) const {
-    return codec_ == VideoCodec::kH264 ? type == kH264Sps || type == kH264Pps
-                                       : type == kH265Vps || type == kH265Sps || type == kH265Pps;
+    return codec_ == VideoCodec::kH264 ? type == h264::kSeqParameterSet || type == h264::kPicParameterSet
+                                       : type == h265::kVpsNut || type == h265::kSpsNut || type == h265::kPpsNut;
 }
 
 bool AccessUnitMaker::IsDelimiter(int type) const {
-    return type == (codec_ == VideoCodec::kH264 ? kH264Delimiter : kH265Delimiter);
+    return type == (codec_ == VideoCodec::kH264 ? int{h264::kAccessUnitDelimiter} : int{h265::kAudNut});
 }
 
 bool AccessUnitMaker::IsRandomAccess(int type) const {
-    return codec_ == VideoCodec::kH264 ? type == kH264IdrSlice : type >= kH265FirstIrap && type <= kH265LastIrap;
+    return codec_ == VideoCodec::kH264 ? type == h264::kCodedSliceIdr : type >= h265::kBlaWLp && type <= h265::kCraNut;
 }
 
 // Each type's sets are replaced together: a stream that sends one set of a type again sends them all.
@@ -130,7 +129,7 @@ AccessUnit AccessUnitMaker::Make(View packet) {
     AccessUnit unit;
     if (nals.empty()) return unit;
     unit.bytes.reserve(packet.size() + 256);
-    const int first_set = codec_ == VideoCodec::kH264 ? kH264Sps : kH265Vps;
+    const int first_set = codec_ == VideoCodec::kH264 ? int{h264::kSeqParameterSet} : int{h265::kVpsNut};
     unit.key = TypeOf(nals.front()) == first_set;
     const bool random_access = std::ranges::any_of(nals, [this](View nal) { return IsRandomAccess(TypeOf(nal)); });
     if (!unit.key && random_access && parameter_sets_.contains(first_set)) {

@@ -9,8 +9,6 @@
 namespace desk {
 namespace {
 
-constexpr int kBoardKey = 0x61788C7C, kBoardSegmentSize = 448;
-
 constexpr std::array<const char*, ALARM_SOURCE_DEF_NUMS> kNames = {
     "io0",   "io1",         "motion",    "cover", "net_lost",    "ip_conflict",      "pir",       "mq2",
     "audio", "crossborder", "intrusion", "face",  "people_stay", "people_gathering", "io_motion", "io_output"};
@@ -77,7 +75,7 @@ std::vector<TimedAction> ParseAlarmScript(const std::string& text) {
     return actions;
 }
 
-AlarmBoard::AlarmBoard() : board_(kBoardKey, kBoardSegmentSize, "alarm board") {
+AlarmBoard::AlarmBoard() : board_(ALARM_BOARD_KEY, ALARM_BOARD_SIZE, "alarm board") {
     if (libAlarmProcessInit() != 0) throw std::runtime_error("cannot have the alarm board");
     for (int source = 0; source < ALARM_SOURCE_DEF_NUMS; ++source) Set(static_cast<AlarmSourceDef>(source), false);
 }

@@ -9,30 +9,14 @@
 namespace desk {
 namespace {
 
-constexpr int kMainRingKey = 0x61766C79, kSubRingKey = 0x61766C7A;
-constexpr uint32_t kMainRingSize = 614400, kSubRingSize = 131072;
-constexpr int kRequestQueueKey = 0x61766C79, kCommandQueueKey = 0x61766C8A;
-constexpr int kRequestType = 1;                    // messages to the media server
-constexpr int kFirstClient = 2, kLastClient = 16;  // reply types of the request queue
-constexpr size_t kRepackingRoom =
-    1024;  // a reader that packs a frame anew must find room in a buffer of the ring's size
+// A reader that packs a frame anew must find room in a buffer of the ring's size.
+constexpr size_t kRepackingRoom = 1024;
 
-enum StreamCommand : int32_t {
-    kLock = 0x1001,
-    kUnlock = 0x1002,
-    kCurrentPosition = 0x2001,
-    kLastKeyFrame = 0x2002,
-    kRecordKeyFrame = 0x2003,
-    kRealFrameRate = 0x4001,
+enum ServerCommand : int32_t {  // kAVServerVideoStart and so on
+#define COMMAND_CODE(function, code, ...) k##function = code,
+    AV_SERVER_COMMANDS(COMMAND_CODE, COMMAND_CODE, COMMAND_CODE)
+#undef COMMAND_CODE
 };
-enum ServerCommand : int32_t {
-    kVideoStart = 0x2001,
-    kVideoStop = 0x2002,
-    kVideoRestart = 0x2003,
-    kForceKeyFrame = 0x2010
-};
-
-constexpr int kOk = 0, kUnknown = 101, kParameterError = 102;
 
 int OpenQueue(int key, const char* what) {
     const int queue = IpcMsgInit(key);
@@ -43,10 +27,10 @@ int OpenQueue(int key, const char* what) {
 }  // namespace
 
 MediaServer::MediaServer(Journal& journal, Hostility* hostility) : journal_(journal), hostility_(hostility) {
-    rings_[0] = std::make_unique<FrameRing>(kMainRingKey, kMainRingSize);
-    rings_[1] = std::make_unique<FrameRing>(kSubRingKey, kSubRingSize);
-    request_queue_ = OpenQueue(kRequestQueueKey, "stream request queue");
-    command_queue_ = OpenQueue(kCommandQueueKey, "media server's command queue");
+    rings_[0] = std::make_unique<FrameRing>(AVSTREAM_MAIN_RING_KEY, AVSTREAM_MAIN_RING_SIZE);
+    rings_[1] = std::make_unique<FrameRing>(AVSTREAM_SUB_RING_KEY, AVSTREAM_SUB_RING_SIZE);
+    request_queue_ = OpenQueue(AVSTREAM_QUEUE_KEY, "stream request queue");
+    command_queue_ = OpenQueue(AVACCESS_MSG_KEY, "media server's command queue");
     request_thread_ = std::thread(&MediaServer::AnswerRequests, this);
     command_thread_ = std::thread(&MediaServer::AnswerCommands, this);
 }
@@ -138,59 +122,59 @@ uint32_t MediaServer::FrameRate(int stream) const {
 AVMsgBuf MediaServer::Answer(AVMsgBuf request) {
     AVMsgBuf answer = request;
     answer.des = request.src;
-    answer.msg_ret = kOk;
+    answer.msg_ret = AVSTREAM_OK;
     const bool known = Known(request.video_index);
     switch (request.cmd) {
-        case kLock:  // a ring is overwritten all the same: a reader that is late notices by the serials
-        case kUnlock:
+        case AVSTREAM_CMD_LOCK:  // a ring is overwritten all the same: a reader that is late notices by the serials
+        case AVSTREAM_CMD_UNLOCK:
             break;
-        case kCurrentPosition:
+        case AVSTREAM_CMD_CURRENT_FRAME:
             if (known) answer.video_pos = Ring(request.video_index).WritePosition();
             break;
-        case kLastKeyFrame:
-        case kRecordKeyFrame:
+        case AVSTREAM_CMD_LAST_I_FRAME:
+        case AVSTREAM_CMD_RECORD_I_FRAME:
             if (known) answer.video_pos = Ring(request.video_index).LastKeyPosition();
             break;
-        case kRealFrameRate:
+        case AVSTREAM_CMD_REAL_FRAME_RATE:
             if (known) answer.video_pos = FrameRate(request.video_index);
             break;
         default:
-            answer.msg_ret = kUnknown;
+            answer.msg_ret = AVSTREAM_UNKNOWN;
             return answer;
     }
-    if (!known) answer.msg_ret = kParameterError;
+    if (!known) answer.msg_ret = AVSTREAM_PARAM_ERROR;
     return answer;
 }
 
 AVAccessMsgBuf MediaServer::Answer(AVAccessMsgBuf command) {
     AVAccessMsgBuf answer = command;
     answer.des = command.src;
-    answer.ret = kOk;
+    answer.ret = AVSERVER_OK;
     switch (command.cmd) {
-        case kForceKeyFrame:
-        case kVideoRestart:
-        case kVideoStart:
-        case kVideoStop:
+        case kAVServerVideoForceIFrame:
+        case kAVServerVideoRestart:
+        case kAVServerVideoStart:
+        case kAVServerVideoStop:
             if (!Known(command.index)) {
-                answer.ret = kParameterError;
+                answer.ret = AVSERVER_PARAM_ERROR;
                 return answer;
             }
             break;
         default:
             return answer;  // the setting behind it lies in the configuration, which the encoders follow by themselves
     }
-    if (command.cmd == kForceKeyFrame) ForceKeyFrame(command.index);
-    if (command.cmd == kVideoRestart) RequestRestart(command.index);
-    if (command.cmd == kVideoStart || command.cmd == kVideoStop) {
-        streams_[Index(command.index)].stopped = command.cmd == kVideoStop;
+    if (command.cmd == kAVServerVideoForceIFrame) ForceKeyFrame(command.index);
+    if (command.cmd == kAVServerVideoRestart) RequestRestart(command.index);
+    if (command.cmd == kAVServerVideoStart || command.cmd == kAVServerVideoStop) {
+        streams_[Index(command.index)].stopped = command.cmd == kAVServerVideoStop;
     }
     return answer;
 }
 
 void MediaServer::AnswerRequests() {
     AVMsgBuf request{};
-    while (IpcMsgRecv(request_queue_, kRequestType, &request, sizeof request) >= 0) {
-        if (request.src < kFirstClient || request.src > kLastClient) {
+    while (IpcMsgRecv(request_queue_, MSG_AV_TYPE_SERVER, &request, sizeof request) >= 0) {
+        if (request.src <= MSG_AV_TYPE_SERVER || request.src >= MSG_AV_TYPE_END) {
             std::fprintf(stderr, "deskcamera: a stream request from client %d has no reply type\n", request.src);
             continue;
         }
@@ -205,8 +189,8 @@ void MediaServer::AnswerRequests() {
 
 void MediaServer::AnswerCommands() {
     AVAccessMsgBuf command{};
-    while (IpcMsgRecv(command_queue_, kRequestType, &command, sizeof command) >= 0) {
-        if (command.src <= kRequestType) {
+    while (IpcMsgRecv(command_queue_, MSG_AVACCESS_TYPE_MSG1, &command, sizeof command) >= 0) {
+        if (command.src <= MSG_AVACCESS_TYPE_MSG1) {
             std::fprintf(stderr, "deskcamera: a command from client %d has no reply type\n", command.src);
             continue;
         }

@@ -3,26 +3,17 @@
 #include <algorithm>
 #include <cstring>
 
+#include "NalTypes.h"
+
 namespace card {
 
 namespace {
 
 constexpr uint8_t kStartCode[4] = {0, 0, 0, 1};
 
-enum H264Type { kH264FirstSlice = 1, kH264Idr = 5, kH264Sps = 7, kH264Pps = 8 };
-enum H265Type {
-    kH265FirstRadl = 6,
-    kH265LastRadl = 7,
-    kH265FirstIrap = 16,
-    kH265LastIdr = 20,
-    kH265LastIrap = 21,
-    kH265Vps = 32,
-    kH265Pps = 34
-};
-
 int TypeOf(VideoCodec codec, ByteView nal) {
     if (nal.empty()) return -1;
-    return codec == VideoCodec::H264 ? nal[0] & 0x1F : nal[0] >> 1 & 0x3F;
+    return codec == VideoCodec::H264 ? int{h264::TypeOf(nal[0])} : int{h265::TypeOf(nal[0])};
 }
 
 // Offset of the next 00 00 01 at or behind `from`; the size when there is none.
@@ -56,7 +47,8 @@ void ForEachNal(ByteView stream, const std::function<void(ByteView nal)>& visit)
 
 bool IsParameterSet(VideoCodec codec, ByteView nal) {
     const int type = TypeOf(codec, nal);
-    return codec == VideoCodec::H264 ? type == kH264Sps || type == kH264Pps : type >= kH265Vps && type <= kH265Pps;
+    return codec == VideoCodec::H264 ? type == h264::kSeqParameterSet || type == h264::kPicParameterSet
+                                     : type >= h265::kVpsNut && type <= h265::kPpsNut;
 }
 
 bool IsRandomAccess(VideoCodec codec, ByteView unit) {
@@ -64,22 +56,23 @@ bool IsRandomAccess(VideoCodec codec, ByteView unit) {
     ForEachNal(unit, [&](ByteView nal) {
         const int type = TypeOf(codec, nal);
         found = found ||
-                (codec == VideoCodec::H264 ? type == kH264Idr || type == kH264Sps
-                                           : (type >= kH265FirstIrap && type <= kH265LastIrap) || type == kH265Vps);
+                (codec == VideoCodec::H264 ? type == h264::kCodedSliceIdr || type == h264::kSeqParameterSet
+                                           : (type >= h265::kBlaWLp && type <= h265::kCraNut) || type == h265::kVpsNut);
     });
     return found;
 }
 
 SliceRole RoleOf(VideoCodec codec, ByteView unit) {
     SliceRole role = SliceRole::None;
-    const bool h264 = codec == VideoCodec::H264;
+    const bool is_h264 = codec == VideoCodec::H264;
     ForEachNal(unit, [&](ByteView nal) {
         const int type = TypeOf(codec, nal);
-        const bool slice = h264 ? type >= kH264FirstSlice && type <= kH264Idr : type < kH265Vps;
+        const bool slice =
+            is_h264 ? type >= h264::kCodedSliceNonIdr && type <= h264::kCodedSliceIdr : type < h265::kVpsNut;
         if (!slice || role != SliceRole::None) return;
-        if (h264 ? type == kH264Idr : type >= kH265FirstIrap && type <= kH265LastIdr) {
+        if (is_h264 ? type == h264::kCodedSliceIdr : type >= h265::kBlaWLp && type <= h265::kIdrNLp) {
             role = SliceRole::SequenceStart;
-        } else if (!h264 && type >= kH265FirstRadl && type <= kH265LastRadl) {
+        } else if (!is_h264 && type >= h265::kRadlN && type <= h265::kRadlR) {
             role = SliceRole::DecodableLeading;
         } else {
             role = SliceRole::Other;

@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr int kForceIFrame = 0x2010;
+constexpr int kForceIFrame = 0x2010;  // AVServerVideoForceIFrame
 constexpr long kPatienceSeconds = 3;
 constexpr long kShortPatienceSeconds = 1;  // while the media server does not answer: runs begin with a command
 constexpr int kMomentsMs = 20;

@@ -114,6 +114,9 @@ RECORD_MEMBER(Camera_DISPLAYPROPERTY, ucOSDVisiable, 7);
 RECORD_MEMBER(Camera_DISPLAYPROPERTY, ucOSDText, 12);
 RECORD_MEMBER(Camera_DISPLAYPROPERTY, ucRotateAngle, 212);
 
+#define CAMERA_VIDEO_STREAMS 3  /* encoder streams, 0..2 */
+#define CAMERA_ENCODING_MJPEG 4 /* iEncoding             */
+
 typedef struct Camera_VideoConfig {   /* one encoder stream                               */
     int32_t iFrameRateMin;            /*   0  frames a second                             */
     int32_t iFrameRateMax;            /*   4  of stream 0's picture size; 0 for stream 2  */

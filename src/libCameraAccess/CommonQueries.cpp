@@ -10,9 +10,6 @@
 
 namespace {
 
-constexpr int kStreams = 3;
-constexpr int kMotionJpeg = 4;  // encoding type
-
 // What the configuration keeps of one stream under names of its own.
 struct StreamSettings {
     int encoding_type, bitrate, rate_control, quality, profile, frame_rate;
@@ -67,13 +64,13 @@ int Common_GetVideoConfig(void*, void* outData) {
     if (video == nullptr || config == nullptr) {
         return -1;
     }
-    std::fill_n(video, kStreams, Camera_VideoConfig{});
+    std::fill_n(video, CAMERA_VIDEO_STREAMS, Camera_VideoConfig{});
     const StreamParam& main_stream = config->stream_config[0];
     // Stream 1 shares the limit of stream 0; stream 2 has none and so reports no rate.
     video[0].iFrameRateMax = KQ_COMMON_GetMaxFrameRateByResolution(main_stream.width, main_stream.height, -1);
     video[1].iFrameRateMax = video[0].iFrameRateMax;
-    const int bitrate_max = config->lan_config.nEncodingType1 == kMotionJpeg ? 16384 : 12288;
-    for (int stream = 0; stream < kStreams; ++stream) {
+    const int bitrate_max = config->lan_config.nEncodingType1 == CAMERA_ENCODING_MJPEG ? 16384 : 12288;
+    for (int stream = 0; stream < CAMERA_VIDEO_STREAMS; ++stream) {
         video[stream].iBitrateMax = bitrate_max;
         FillStream(video[stream], *config, stream);
     }

@@ -5,6 +5,7 @@
 #include <span>
 
 #include "AVFrame.h"
+#include "NalTypes.h"
 
 struct FrameClass {
     AVCodeType codec = CODE_VIDEO_H264;
@@ -14,17 +15,23 @@ struct FrameClass {
 // A key frame begins with its sequence parameter set (H.264) or its video parameter set (H.265).  The
 // NAL unit types of either standard are looked at in this order, as the reader of the rings does.
 inline FrameClass ClassifyVideo(std::span<const uint8_t> frame) {
-    enum : unsigned { kAvcSlice = 1, kAvcIdr = 5, kAvcSps = 7, kAvcPps = 8, kHevcTrail = 1, kHevcVps = 32 };
     if (frame.size() < 5) {
         return {};
     }
-    const unsigned avc = frame[4] & 31u;
-    if (avc == kAvcSlice || avc == kAvcIdr || avc == kAvcSps || avc == kAvcPps) {
-        return {CODE_VIDEO_H264, avc == kAvcSps};
+    switch (const h264::NalUnitType type = h264::TypeOf(frame[4])) {
+        case h264::kCodedSliceNonIdr:
+        case h264::kCodedSliceIdr:
+        case h264::kSeqParameterSet:
+        case h264::kPicParameterSet:
+            return {CODE_VIDEO_H264, type == h264::kSeqParameterSet};
+        default:
+            break;
     }
-    const unsigned hevc = (frame[4] >> 1) & 63u;
-    if (hevc == kHevcTrail || hevc == kHevcVps) {
-        return {CODE_VIDEO_H265, hevc == kHevcVps};
+    switch (const h265::NalUnitType type = h265::TypeOf(frame[4])) {
+        case h265::kTrailR:
+        case h265::kVpsNut:
+            return {CODE_VIDEO_H265, type == h265::kVpsNut};
+        default:
+            return {};
     }
-    return {};
 }
