@@ -4,10 +4,10 @@
 #include <memory>
 #include <string>
 
-#include "AVFrame.h"
 #include "commands/Commands.h"
 #include "commands/Options.h"
 #include "index/CardIndex.h"
+#include "index/ListJson.h"
 #include "text/Error.h"
 #include "text/TimeText.h"
 #include "volume/Volume.h"
@@ -19,35 +19,17 @@ namespace {
 struct ListArguments {
     std::string path;
     bool key_frames = false;
+    bool json = false;
     TimeStyle times;
 };
 
-// A head keeps the low byte of an AVCodeType; the kinds of code share those bytes.
-std::string VideoText(const RecordInfoHead_S& head) {
-    if (head.m_u16Width == 0) return "no key frame";
-    const uint8_t type = head.m_u8VideoType;
-    const std::string codec = type == (CODE_VIDEO_H264 & 0xFF)   ? "H.264"
-                              : type == (CODE_VIDEO_H265 & 0xFF) ? "H.265"
-                                                                 : "video " + std::to_string(type);
-    return codec + " " + std::to_string(head.m_u16Width) + "x" + std::to_string(head.m_u16Height) + " " +
-           std::to_string(head.m_u8Frame) + " fps";
-}
-
-std::string AudioText(const RecordInfoHead_S& head) {
-    switch (head.m_u8AudioType) {
-        case CODE_AUDIO_NULL & 0xFF:
-            return "";
-        case CODE_AUDIO_AAC & 0xFF:
-            return ", AAC";
-        case CODE_AUDIO_G711U & 0xFF:
-            return ", G.711 u-law";
-        case CODE_AUDIO_G711A & 0xFF:
-            return ", G.711 A-law";
-        case CODE_AUDIO_PCM & 0xFF:
-            return ", PCM";
-        default:
-            return ", audio " + std::to_string(head.m_u8AudioType);
-    }
+std::string StreamText(const RecordInfoHead_S& head) {
+    const std::string video = VideoName(head);
+    const std::string audio = AudioName(head);
+    return (video.empty() ? "no key frame"
+                          : video + " " + std::to_string(head.m_u16Width) + "x" + std::to_string(head.m_u16Height) +
+                                " " + std::to_string(head.m_u8Frame) + " fps") +
+           (audio.empty() ? "" : ", " + audio);
 }
 
 void PrintKeyFrames(const CardIndex& index, const Section& section, const TimeStyle& times) {
@@ -64,11 +46,10 @@ void PrintKeyFrames(const CardIndex& index, const Section& section, const TimeSt
 
 void PrintSection(const Section& section, const TimeStyle& times) {
     const bool next_day = times.Day(section.Start()) != times.Day(section.End());
-    std::printf("  %s - %s%s  %-16s %4u:%-3u  %10s  %s%s, %s\n", times.Clock(section.Start()).c_str(),
+    std::printf("  %s - %s%s  %-16s %4u:%-3u  %10s  %s, %s\n", times.Clock(section.Start()).c_str(),
                 times.Clock(section.End()).c_str(), next_day ? "+" : " ", Duration(section.Seconds()).c_str(),
                 section.file, section.number, Bytes(section.head.m_u32RecordSize).c_str(),
-                VideoText(section.head).c_str(), AudioText(section.head).c_str(),
-                Counted(section.head.m_u32KeyFrameSum, "key frame").c_str());
+                StreamText(section.head).c_str(), Counted(section.head.m_u32KeyFrameSum, "key frame").c_str());
 }
 
 void PrintSections(const CardIndex& index, const ListArguments& arguments) {
@@ -100,6 +81,10 @@ void PrintSections(const CardIndex& index, const ListArguments& arguments) {
 int List(const ListArguments& arguments) {
     const Volume volume = Volume::Open(arguments.path);
     const CardIndex index(volume);
+    if (arguments.json) {
+        std::printf("%s\n", ListJson(index).c_str());
+        return kDone;
+    }
     if (index.Sections().empty()) {
         std::printf("Nothing is recorded on %s yet.\n", arguments.path.c_str());
     } else {
@@ -110,9 +95,7 @@ int List(const ListArguments& arguments) {
                     Duration(seconds).c_str(), Bytes(index.StreamBytes()).c_str(),
                     Counted(index.Gaps().size(), "gap").c_str());
     }
-    size_t faulty = 0;
-    for (const Section& section : index.AllSections()) faulty += section.Usable() ? 0 : 1;
-    for (const FileState& file : index.Files()) faulty += file.fault == FileState::Fault::None ? 0 : 1;
+    const size_t faulty = DamagedEntries(index);
     if (faulty != 0) {
         std::fprintf(stderr,
                      "recordcard: %zu damaged entries of the index are left out; \"recordcard check\" tells more\n",
@@ -127,6 +110,7 @@ Run PrepareList(CLI::App& command) {
     const auto arguments = std::make_shared<ListArguments>();
     command.add_option("CARD", arguments->path, "Mounted card, folder, device or image file")->required();
     command.add_flag("--key-frames", arguments->key_frames, "Also the key frames of every section");
+    command.add_flag("--json", arguments->json, "For programs: sections, gaps and events, times in seconds since 1970");
     AddTimeStyle(command, arguments->times);
     command.footer("A line names start, end, length, FILE:SECTION (for \"export --section\"), size, and the stream.");
     return [arguments] { return List(*arguments); };

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "export/SliceOrder.h"
+#include "clip/SliceOrder.h"
 #include "text/Error.h"
 
 namespace card {
@@ -33,21 +33,6 @@ uint32_t ToSeconds(Ticks at) {
 }
 
 }  // namespace
-
-bool ClipTimeline::Enter(Ticks at) {
-    if (!end_) {
-        StartFile(at);
-        return false;
-    }
-    const Ticks gap = Place(at) - *end_;
-    const bool left_out = gap > kGapMax;
-    if (left_out || gap < kSeamMax) removed_ += gap;
-    return left_out;
-}
-
-void ClipTimeline::Shown(Ticks at, Ticks duration) {
-    end_ = Place(at) + duration;
-}
 
 Exporter::Exporter(const CardIndex& index, const std::string& path, bool overwrite, const TimeStyle& times)
     : index_(index), container_(ContainerOf(path)), times_(times), files_(path, overwrite) {}

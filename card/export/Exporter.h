@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "clip/Clip.h"
+#include "clip/ClipTimeline.h"
 #include "export/ClipWriter.h"
 #include "export/OutputFiles.h"
 #include "index/CardIndex.h"
@@ -33,26 +34,6 @@ struct ExportReport {
     std::vector<ExportPart> parts;  // empty: there was no key frame in any stretch
     uint64_t damaged_bytes = 0;     // left out, as they are no frames
     uint64_t foreign_frames = 0;    // left out, as they are of an earlier lap
-};
-
-// Real time to time in the file.
-class ClipTimeline {
-  public:
-    static constexpr Ticks kGapMax = 2 * kTicksPerSecond;   // longer ones are left out
-    static constexpr Ticks kSeamMax = kTicksPerSecond / 2;  // shorter ones are no gap: the grain of recorded times
-
-    // Begins a stretch whose first picture happened `at`; true when a gap was left out in front of it.
-    bool Enter(Ticks at);
-    void Shown(Ticks at, Ticks duration);  // a picture: how far the stretch has come
-    Ticks Place(Ticks at) const { return at - removed_; }
-    void StartFile(Ticks at) {
-        removed_ = at;
-        end_ = 0;
-    }  // `at` becomes 0
-
-  private:
-    std::optional<Ticks> end_;  // of the last picture, in the file
-    Ticks removed_ = 0;
 };
 
 class Exporter {

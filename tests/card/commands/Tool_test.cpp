@@ -23,6 +23,7 @@ using fixture::Tool;
 using ::testing::AllOf;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 namespace fs = std::filesystem;
 
@@ -55,6 +56,17 @@ TEST(Tool, ListsSectionsByDayWithGaps) {
     EXPECT_EQ(list.err, "");
     const Outcome keys = Tool({"list", "--key-frames", place});
     EXPECT_THAT(keys.out, AllOf(HasSubstr("\n      23:59:00  at 0, "), HasSubstr("\n      01:00:21  at ")));
+    const Outcome json = Tool({"list", "--json", place});
+    EXPECT_THAT(
+        json.out,
+        AllOf(StartsWith("{\"start\":1772409540,\"end\":1772413221,\"bytes\":"),
+              HasSubstr("\"sections\":[{\"file\":0,\"section\":1,\"start\":1772409540,\"end\":1772409569,"),
+              HasSubstr("\"video\":\"H.264\",\"width\":320,\"height\":240,\"rate\":12,\"audio\":\"G.711 A-law\","
+                        "\"keyFrames\":40,\"pictures\":480}"),
+              HasSubstr("\"gaps\":[{\"start\":1772409569,\"end\":1772409580},{"),
+              HasSubstr("\"events\":[{\"number\":1,\"start\":1772409585,\"end\":1772409597,\"open\":false,"
+                        "\"type\":1,\"kind\":\"motion\",\"file\":0},{\"number\":2,"),
+              EndsWith("}]}\n")));
 }
 
 TEST(Tool, ListsEventsAndTellsTheCardAtAGlance) {

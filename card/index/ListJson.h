@@ -1,0 +1,28 @@
+// What is on a card, as JSON for other programs: `recordcard list --json`, and what the page in a browser shows.
+//
+//   {"start": 1772352000, "end": 1772352060, "bytes": 1234, "damaged": 0,
+//    "sections": [{"file": 0, "section": 1, "start": .., "end": .., "bytes": .., "video": "H.264", "width": 1920,
+//                  "height": 1080, "rate": 25, "audio": "G.711 A-law", "keyFrames": 30, "pictures": 750}, ...],
+//    "gaps": [{"start": .., "end": ..}, ...],
+//    "events": [{"number": 1, "start": .., "end": .., "open": false, "type": 1, "kind": "motion", "file": 0}, ...]}
+//
+// Times are seconds since 1970-01-01 UTC; sections stand in the order in which they were recorded.  "video" and "audio"
+// are empty where there is none; "damaged" counts entries of the index that are left out.
+#pragma once
+
+#include <string>
+
+#include "index/CardIndex.h"
+
+namespace card {
+
+std::string ListJson(const CardIndex& index);
+
+// "H.264", "H.265", "video 7"; empty: the section has no key frame.
+std::string VideoName(const RecordInfoHead_S& head);
+// "AAC", "G.711 u-law", ...; empty: no sound.
+std::string AudioName(const RecordInfoHead_S& head);
+// Entries of the index that are left out of lists.
+size_t DamagedEntries(const CardIndex& index);
+
+}  // namespace card
