@@ -110,6 +110,7 @@ class FileBuilder {
         });
         const RecordInfoHead_S* head = left == heads_.end() ? nullptr : &*left;
         const std::vector<const SurveyedFrame*> frames = FramesOf(survey, span);
+        if (frames.empty()) return;  // no picture's time is its own
         if (cover.recording->lost_head) file_.stream_heads.push_back(span.begin);
         RecordInfoHead_S section = NewSection(span, run, head);
         section.m_u32RecordStartTime = head != nullptr ? head->m_u32RecordStartTime : StartTime(*frames.front(), span);
@@ -236,6 +237,7 @@ RebuiltFile IndexBuilder::BuildLap(const Survey& survey, const LapHints& hints, 
     FileBuilder builder(file, left.sections, records);
     const std::vector<Cover> covers = Covers(found.recordings);
     for (const Cover& cover : covers) builder.Add(survey, cover);
+    if (file.sections.empty()) return file;
     file.first_time = found.recordings.front().first_time;
     RecordFileInfoHead_S& head = file.head;
     head.m_u32FileInfoHeadFlag = RECORD_FILE_FLAG;
@@ -246,7 +248,7 @@ RebuiltFile IndexBuilder::BuildLap(const Survey& survey, const LapHints& hints, 
         head.m_u32RecordEndTime = std::max(head.m_u32RecordEndTime, section.m_u32RecordEndTime);
         head.m_u32RecordFileSumType |= section.m_u8RecordType;
     }
-    head.m_u32RecordFileSumLenth = static_cast<uint32_t>(covers.back().span.end);
+    head.m_u32RecordFileSumLenth = file.sections.back().m_u32RecordStartPos + file.sections.back().m_u32RecordSize;
     head.m_u32RecordSectionSum = static_cast<uint32_t>(file.sections.size());
     head.m_u32RecordKeyFrameSum = static_cast<uint32_t>(file.key_frames.size());
     file.pictures = CountPictures(survey, file.Spans());

@@ -184,7 +184,8 @@ bool BeginsAt(const StreamRun& run, const std::vector<uint64_t>& claims) {
 }
 
 const SurveyedFrame* FirstKey(const StreamRun& run) {
-    const auto key = std::find_if(run.frames.begin(), run.frames.end(), [](const SurveyedFrame& f) { return f.key; });
+    const auto key =
+        std::find_if(run.frames.begin(), run.frames.end(), [](const SurveyedFrame& f) { return f.key && !f.empty; });
     return key == run.frames.end() ? nullptr : &*key;
 }
 
@@ -215,9 +216,9 @@ class RecordingFinder {
     void Begin(size_t i, const SurveyedFrame& key) {
         const StreamRun& run = runs_[i];
         const uint64_t before = i == 0 ? 0 : runs_[i - 1].end;
-        const bool lost_head = !run.headed && run.BeginsWithKey() && run.first_clock == kClockPerFrame &&
-                               run.begin >= before + kStreamHeadSize;
-        const bool at_key = run.BeginsWithKey();
+        const bool at_key = &key == &run.frames.front();
+        const bool lost_head =
+            !run.headed && at_key && run.first_clock == kClockPerFrame && run.begin >= before + kStreamHeadSize;
         const uint64_t begin = lost_head ? run.begin - kStreamHeadSize : at_key ? run.begin : key.offset;
         result_.recordings.push_back({.begin = begin,
                                       .end = run.end,

@@ -58,7 +58,8 @@ class Check {
     void MustPlayBack(const StreamScanner& scanner, const StreamFrame& frame) {
         const auto no_bytes = [](const card::Payload& piece) { return piece.length == 0; };
         const bool passed_over = std::any_of(frame.payload.begin(), frame.payload.end(), no_bytes);
-        if (passed_over || frame.PayloadSize() > PLAYBACK_GATHER_MAX) return;  // what the recorder never writes
+        const bool bare = frame.payload.empty() && !frame.key;
+        if (passed_over || bare || frame.PayloadSize() > PLAYBACK_GATHER_MAX) return;  // what the recorder never writes
         static const std::unique_ptr<uint8_t[]> buffer(new uint8_t[PLAYBACK_BUFFER_SIZE]);
         uint32_t offset = static_cast<uint32_t>(frame.offset);
         int kind = -1;
