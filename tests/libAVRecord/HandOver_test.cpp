@@ -25,20 +25,11 @@ struct CardCall {
 class Tape {
   public:
     Tape() {
-        real = card::CardCalls();
-        calls = real;
-        calls.WriteAt = [](int fd, const void* buffer, size_t length, off64_t offset) {
-            const ssize_t put = real.WriteAt(fd, buffer, length, offset);
-            Note('w', fd, static_cast<uint64_t>(offset), length);
-            return put;
-        };
-        calls.SyncRange = [](int fd, off64_t offset, off64_t length) {
-            const int done = real.SyncRange(fd, offset, length);
-            Note('s', fd, static_cast<uint64_t>(offset), static_cast<uint64_t>(length));
-            return done;
-        };
-        tape.clear();
-        card::ReplaceCardCalls(&calls);
+        {
+            const std::lock_guard guard(lock);
+            tape.clear();
+        }
+        card::ReplaceCardCalls(&Calls());
     }
     ~Tape() { card::ReplaceCardCalls(nullptr); }
 
@@ -60,12 +51,29 @@ class Tape {
     }
 
   private:
+    static const card::Calls& Calls() {  // made once: a thread of an earlier test may still be at the door
+        static const card::Calls real = card::CardCalls();
+        static const card::Calls calls = [] {
+            card::Calls noting = real;
+            noting.WriteAt = [](int fd, const void* buffer, size_t length, off64_t offset) {
+                const ssize_t put = real.WriteAt(fd, buffer, length, offset);
+                Note('w', fd, static_cast<uint64_t>(offset), length);
+                return put;
+            };
+            noting.SyncRange = [](int fd, off64_t offset, off64_t length) {
+                const int done = real.SyncRange(fd, offset, length);
+                Note('s', fd, static_cast<uint64_t>(offset), static_cast<uint64_t>(length));
+                return done;
+            };
+            return noting;
+        }();
+        return calls;
+    }
     static void Note(char what, int fd, uint64_t offset, uint64_t length) {
         const std::string path = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd));
         const std::lock_guard guard(lock);
         tape.push_back({what, std::filesystem::path(path).filename(), offset, length});
     }
-    static inline card::Calls real, calls;
     static inline std::mutex lock;
     static inline std::vector<CardCall> tape;
 };

@@ -2,6 +2,7 @@
 
 #include <sys/resource.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
@@ -279,8 +280,8 @@ TEST_F(Writer, FollowsSmallStepsOfTheClockAndNoLargeOnes) {
 // A record that the card refused once is there with the next frame, in the order of the frames.
 TEST_F(Writer, AKeyFrameRecordThatTheCardRefusedFollows) {
     static const card::Calls real = card::CardCalls();
-    static bool refuses;
-    card::Calls calls = real;
+    static std::atomic<bool> refuses;
+    static card::Calls calls = real;
     calls.WriteAt = [](int fd, const void* buffer, size_t length, off64_t offset) {
         if (refuses && length == sizeof(KeyFrameInfoHead_S)) {
             errno = EIO;
@@ -303,6 +304,13 @@ TEST_F(Writer, AKeyFrameRecordThatTheCardRefusedFollows) {
     EXPECT_EQ(Section().m_u32FrameSum, 3u);
     EXPECT_EQ(KeyFrame(0).m_u32KeyFilePos, 0u);
     EXPECT_EQ(KeyFrame(1).m_u32KeyFilePos, second_key);
+    refuses = true;
+    EXPECT_EQ(Write(kH264Key), 0);
+    EXPECT_EQ(FileHead().m_u32RecordKeyFrameSum, 2u);
+    refuses = false;
+    KQ_RecordUninit();
+    EXPECT_EQ(FileHead().m_u32RecordKeyFrameSum, 3u) << "the end of the run is its last chance";
+    EXPECT_EQ(Section().m_u32KeyFrameSum, 3u);
     card::ReplaceCardCalls(nullptr);
 }
 

@@ -330,7 +330,7 @@ TEST_F(RecordLoop, HeadsThatTheCardRefusedAtTheEndAreThereBeforeTheNextRun) {
 
 TEST_F(RecordLoop, ASectionHeadThatTheCardRefusedIsWrittenDuringTheNextRun) {
     static const card::Calls real = card::CardCalls();
-    card::Calls refusing = real;
+    static card::Calls refusing = real;
     refusing.WriteAt = [](int fd, const void* bytes, size_t length, off64_t offset) {
         errno = EIO;
         return length == 64 ? ssize_t{-1} : real.WriteAt(fd, bytes, length, offset);
@@ -358,7 +358,7 @@ TEST_F(RecordLoop, ASectionHeadThatTheCardRefusedIsWrittenDuringTheNextRun) {
 
 TEST_F(RecordLoop, ACardThatTakesNoDataEndsTheRunAndIsRecordedOnOnceItDoes) {
     static const card::Calls real = card::CardCalls();
-    card::Calls refusing = real;
+    static card::Calls refusing = real;
     refusing.WriteAt = [](int, const void*, size_t, off64_t) {
         errno = EIO;
         return ssize_t{-1};

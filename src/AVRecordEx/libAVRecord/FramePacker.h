@@ -20,7 +20,8 @@ class FramePacker {
     const AVStreamParam& Parameters() const { return parameters_; }
 
     // A frame goes in whole or not at all; the first one of a run begins with the stream head.  The bytes stay valid
-    // until the next call, and kCardSector zero bytes stand after them; none when the frame cannot be packed, which is counted and logged here.
+    // until the next call, and kCardSector zero bytes stand after them; none when the frame cannot be packed, which is
+    // counted and logged here.
     std::span<const uint8_t> Pack(const Frame& frame, bool is_first, uint32_t time);
 
   private:

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "CardFile.h"
+#include "Immortal.h"
 #include "RecordFormat.h"
 #include "Signal.h"
 #include "libAVRecord.h"
@@ -97,7 +98,19 @@ struct HandOver::Job {
 };
 
 // A run's thread may still wait for a card that hangs when the next one begins; a third one would wait for the same.
-constinit HandOver::Job HandOver::g_jobs[2];
+struct HandOver::Jobs {
+    Job all[2];
+};
+
+HandOver::Job* HandOver::FreeJob() {
+    static constinit Immortal<Jobs> jobs;
+    for (Job& job : jobs.value.all) {
+        if (!job.busy.load(std::memory_order_acquire)) {
+            return &job;
+        }
+    }
+    return nullptr;
+}
 
 bool HandOver::Job::Prepare(const Begin& begin_now) {
     begin = begin_now;
@@ -170,9 +183,8 @@ void* HandOver::Thread(void* argument) {
 }
 
 bool HandOver::Start(const Begin& begin) {
-    Job* const job = std::find_if(std::begin(g_jobs), std::end(g_jobs),
-                                  [](const Job& candidate) { return !candidate.busy.load(std::memory_order_acquire); });
-    if (job == std::end(g_jobs)) {
+    Job* const job = FreeJob();
+    if (job == nullptr) {
         LOG_ERROR("%s %d : the card hangs, what is recorded is handed to it without haste\n");
         return false;
     }

@@ -36,7 +36,8 @@ class HandOver {
 
   private:
     struct Job;
-    static Job g_jobs[];
+    struct Jobs;
+    static Job* FreeJob();
     static void* Thread(void* job);
 
     Job* job_ = nullptr;  // of the run; null: none

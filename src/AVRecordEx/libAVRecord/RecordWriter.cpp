@@ -10,6 +10,7 @@
 #include "Clock.h"
 #include "FramePacker.h"
 #include "HandOver.h"
+#include "Immortal.h"
 #include "RecorderStatus.h"
 #include "RunIndex.h"
 #include "libAVRecord.h"
@@ -82,15 +83,9 @@ class Writer {
     HandOver hand_over_;
 };
 
-// Never destroyed: readers may still deliver frames while the process exits.
-union Immortal {
-    constexpr Immortal() : writer{} {}
-    ~Immortal() {}
-    Writer writer;
-};
-constinit Immortal g_immortal;
+constinit Immortal<Writer> g_writer;
 constexpr Writer& TheWriter() {
-    return g_immortal.writer;
+    return g_writer.value;
 }
 
 int Writer::Open(const RecordFileInfoHead_S* file, int channel) {
@@ -159,6 +154,9 @@ int Writer::Close() {
 void Writer::CloseFiles() {
     is_open_ = false;
     channel_ = -1;
+    if (index_.IsOpen() && stream_.IsOpen()) {
+        run_index_.Finish(index_.Get(), stream_.Get());
+    }
     hand_over_.Stop();
     // A close that fails is told by the door; nothing could be done here that the next run does not do.
     index_.Close();

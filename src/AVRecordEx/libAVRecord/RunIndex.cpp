@@ -25,6 +25,19 @@ void NameNextFile(int index, const RecordSystemInfoHead_S& system) {
     card::SyncRange(card::Kind::kIndex, index, 0, sizeof system);
 }
 
+void CountKeyFrames(uint32_t records, RecordInfoHead_S* section, RecordFileInfoHead_S* file) {
+    for (uint32_t i = 0; i < records; ++i) {
+        AV_RecordSecitonInfoHeadKeyFrameFresh(section, 1, AV_FRAME_TYPE_END);
+        AV_RecodrFileInfoHeadKeyFrameFresh(file, 1);
+    }
+}
+
+void WriteHeads(int index_fd, const AVRecordHeads& heads) {
+    AV_RecordSectionInfoHeadWrite(index_fd, &heads.file, &heads.section);
+    AV_RecordFileInfoHeadAccecsFileNoWrite(index_fd, heads.file.m_u32FileInfoHeadNo, &heads.file);
+    AV_SystemInfoHeadWrite(index_fd, &heads.system);
+}
+
 }  // namespace
 
 HeadsGuard::HeadsGuard() {
@@ -102,10 +115,7 @@ uint32_t RunIndex::Add(int index_fd, int stream_fd, const WrittenFrame& written,
         if (written.time >= file->m_u32RecordEndTime) {
             AV_RecordFileInfoHeadEndTimeFresh(file, written.time);
         }
-        for (uint32_t i = 0; i < records; ++i) {
-            AV_RecordSecitonInfoHeadKeyFrameFresh(section, 1, AV_FRAME_TYPE_END);
-            AV_RecodrFileInfoHeadKeyFrameFresh(file, 1);
-        }
+        CountKeyFrames(records, section, file);
         is_switch = AVRecordNameNextFile() == 1;
         heads = {*AV_RecordSystemInfoHeadGet(), *file, *section};
     }
@@ -115,8 +125,20 @@ uint32_t RunIndex::Add(int index_fd, int stream_fd, const WrittenFrame& written,
     if (is_switch) {
         NameNextFile(index_fd, heads.system);
     }
-    AV_RecordSectionInfoHeadWrite(index_fd, &heads.file, &heads.section);
-    AV_RecordFileInfoHeadAccecsFileNoWrite(index_fd, heads.file.m_u32FileInfoHeadNo, &heads.file);
-    AV_SystemInfoHeadWrite(index_fd, &heads.system);
+    WriteHeads(index_fd, heads);
     return heads.file.m_u32RecordKeyFrameSum;
+}
+
+void RunIndex::Finish(int index_fd, int stream_fd) {
+    const uint32_t records = WriteWaiting(stream_fd);
+    if (records == 0) {
+        return;
+    }
+    AVRecordHeads heads;
+    {
+        const HeadsGuard guard;
+        CountKeyFrames(records, AV_RecordInfoHeadGet(), AV_RecordFileInfoHeadGet());
+        heads = {*AV_RecordSystemInfoHeadGet(), *AV_RecordFileInfoHeadGet(), *AV_RecordInfoHeadGet()};
+    }
+    WriteHeads(index_fd, heads);
 }

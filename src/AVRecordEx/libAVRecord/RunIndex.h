@@ -34,6 +34,9 @@ class RunIndex {
     // Returns the file's key-frame records.
     uint32_t Add(int index_fd, int stream_fd, const WrittenFrame& written, const AVStreamParam& parameters);
 
+    // The run is over: tries the records once more that the card refused.
+    void Finish(int index_fd, int stream_fd);
+
   private:
     void Wait(const WrittenFrame& written);
     uint32_t WriteWaiting(int stream_fd);

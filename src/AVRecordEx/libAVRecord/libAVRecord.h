@@ -6,8 +6,8 @@
  * Threads: every function may be called from any thread.  Opening, closing and writing exclude each
  * other, so a close waits for the frame in flight; frames of other channels never wait.  The heads have
  * a lock of their own that is never held across an access to the card.
- * Invariants: stream bytes reach the card before the heads that name them; a run begins with a key frame; stream data stays below RECORD_KEY_FRAME_BASE
- * and key-frame records below RECORD_FILE_SIZE.
+ * Invariants: stream bytes reach the card before the heads that name them; a run begins with a key frame; stream data
+ * stays below RECORD_KEY_FRAME_BASE and key-frame records below RECORD_FILE_SIZE.
  */
 #ifndef LIB_AV_RECORD_H
 #define LIB_AV_RECORD_H
@@ -70,12 +70,12 @@ int AVRecordFramesHold(void);
 #define RECORD_HAND_OVER_MAX_MS 60000
 int AVRecordHandOverSet(int milliseconds);
 
-/* Reads those places of the index and of `file`'s record file that a run beginning there will write into in part, so that
- * its first frames do not wait for them.  Waits for the card.  Returns 0, or -1 when they cannot be opened. */
+/* Reads those places of the index and of `file`'s record file that a run beginning there will write into in part, so
+ * that its first frames do not wait for them.  Waits for the card.  Returns 0, or -1 when they cannot be opened. */
 int AVRecordReadAhead(const RecordFileInfoHead_S* file);
 
-/* The current record file alone: open `path` read/write (created when missing), close it, tell its descriptor (-1: none).
- * Open returns 0 or -1; close the result of closing, -1 when none is open. */
+/* The current record file alone: open `path` read/write (created when missing), close it, tell its descriptor (-1:
+ * none). Open returns 0 or -1; close the result of closing, -1 when none is open. */
 int KQ_RecordOpen(const char* path);
 int KQ_RecordClose(void);
 int KQ_RecordStreamFdGet(void);
