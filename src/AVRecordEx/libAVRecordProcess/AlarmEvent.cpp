@@ -30,6 +30,7 @@
 
 namespace {
 
+constexpr char kOperation[] = "AlarmEventThread";  // for the log
 constexpr unsigned int kLookMs = 80;
 constexpr uint32_t kSaveSeconds = 20;        // an event that waits for its end is saved no more often
 constexpr uint8_t kReachBackToSection = 10;  // ucpreRecordTime: from the section's start
@@ -88,7 +89,7 @@ bool TakeRecordTimeType(const SysInfo& config, uint8_t* type) {
     const Hour_Scope range = RunRange(config, local);
     *type = range.endHour.ucType;
     if (!DayRange::Of(range).Holds(MinuteOfDay(local))) {
-        LOG_TRACE("%s %d  TIME_SCOPE_DIFF Record Time Over ! \n");
+        LOG_TRACE_AS(kOperation, "  TIME_SCOPE_DIFF Record Time Over ! \n");
         return false;
     }
     return true;
@@ -285,12 +286,13 @@ bool Events::Quiet(const RecordInfoHead_S& section, uint32_t now) {
         if (!Save()) {
             return false;
         }
-        LOG_TRACE("%s %d :######################AlarmEndTime = %d RecordDelayTime = %d m_u32FileInfoHeadNo = %d \n",
-                  static_cast<int>(now), static_cast<int>(delay_), static_cast<int>(file_no_));
+        LOG_TRACE_AS(kOperation,
+                     " :######################AlarmEndTime = %d RecordDelayTime = %d m_u32FileInfoHeadNo = %d \n",
+                     static_cast<int>(now), static_cast<int>(delay_), static_cast<int>(file_no_));
         return true;
     }
-    LOG_TRACE("%s %d :AlarmDurationTime = %d RecordDelayTime = %d m_u32FileInfoHeadNo = %d\n", static_cast<int>(quiet),
-              static_cast<int>(delay_), static_cast<int>(file_no_));
+    LOG_TRACE_AS(kOperation, " :AlarmDurationTime = %d RecordDelayTime = %d m_u32FileInfoHeadNo = %d\n",
+                 static_cast<int>(quiet), static_cast<int>(delay_), static_cast<int>(file_no_));
     open_source_ = -1;
     save_time_ = 0;
     return Save();
@@ -331,7 +333,7 @@ bool IsOn(const Start& start) {
 bool FollowRun(Events& events, const Start& start) {
     Outcome outcome = events.Begin();
     if (outcome == Outcome::ReadFailed) {
-        LOG_ERROR_HERE(": the events of file %u cannot be read, tried again\n", start.file_no);
+        LOG_ERROR_AS(kOperation, ": the events of file %u cannot be read, tried again\n", start.file_no);
     }
     while (outcome == Outcome::GoOn || outcome == Outcome::ReadFailed) {
         SleepMs(kLookMs);
@@ -356,7 +358,7 @@ void* AlarmEventThread(void* argument) {
     }
     Events events(file.Get(), start->file_no);
     if (FollowRun(events, *start)) {
-        LOG_TRACE("%s %d :AlarmEvent end !!!\n");
+        LOG_TRACE_AS(kOperation, " :AlarmEvent end !!!\n");
     }
     return nullptr;
 }

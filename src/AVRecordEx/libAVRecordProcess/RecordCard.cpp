@@ -155,7 +155,7 @@ int FileUtilsGetStorageStatus(const char* path) {
     if (error == 0) {
         return 0;
     }
-    LOG_TRACE("%s %d: errno = %d %s\n", error, std::strerror(error));
+    LOG_TRACE_HERE(": errno = %d %s\n", error, std::strerror(error));
     return -1;
 }
 
@@ -163,7 +163,7 @@ bool CardWasPulled() {
     static std::atomic<int> last_error{0};  // what lasts is said once
     const int error = DeviceNodeError();
     if (last_error.exchange(error) != error && error != 0) {
-        LOG_TRACE("%s %d: errno = %d %s\n", error, std::strerror(error));
+        LOG_TRACE_AS("FileUtilsGetStorageStatus", ": errno = %d %s\n", error, std::strerror(error));
     }
     return error == ENOENT || error == ENOTDIR;
 }
@@ -174,15 +174,15 @@ bool CardLoadHeads() {
     RecorderStatusActivity("card cannot be read");
     const Descriptor index = card::OpenIndex(AVFILE_READ);
     if (!index.IsOpen() || !Identify(index.Get(), &g_identity)) {
-        LOG_TRACE("%s %d: open file fail \n");
+        LOG_TRACE_AS("AVRecordParamInit", ": open file fail \n");
         return false;
     }
     if (AV_SystemInfoHeadRead(index.Get(), &heads.system) < 0) {
-        LOG_TRACE("%s %d: read file Head fail \n");
+        LOG_TRACE_AS("AVRecordParamInit", ": read file Head fail \n");
         return false;
     }
     if (!IsPrepared(heads.system)) {
-        LOG_TRACE("%s %d: chek file Head fail \n");
+        LOG_TRACE_AS("AVRecordParamInit", ": chek file Head fail \n");
         RecorderStatusActivity("card not prepared for recording");
         return false;
     }
@@ -225,7 +225,7 @@ CardMatch CardMatchHeads() {
         WriteHeads(index.Get());  // what it refuses again is written with the next frame
         return TakesData(index.Get()) ? CardMatch::Ours : Unknown();
     }
-    LOG_TRACE("%s %d: the card is another one or was changed, its heads are read anew\n");
+    LOG_TRACE_HERE(": the card is another one or was changed, its heads are read anew\n");
     return CardMatch::Other;
 }
 

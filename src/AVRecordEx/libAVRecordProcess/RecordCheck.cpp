@@ -14,6 +14,7 @@
 
 namespace {
 
+constexpr char kOperation[] = "CheckRecordStart";  // for the log
 constexpr uint32_t kJoinSeconds = 3;  // a run that begins so soon after the last one begins at its end
 
 bool SomeRangeHolds(const TIME_DAY_HOUR_SCOPE& day, int now) {
@@ -21,12 +22,12 @@ bool SomeRangeHolds(const TIME_DAY_HOUR_SCOPE& day, int now) {
     int number = 0;
     for (const TIME_HOUR_SCOPE& scope : day.hourScope) {
         const DayRange range = DayRange::Of(scope);
-        LOG_TRACE("%s %d NowSec = %d RecordStartSec = %d RecordEndSec = %d ucHour = %d \n", now, range.begin, range.end,
-                  scope.endHour.ucHour);
+        LOG_TRACE_AS(kOperation, " NowSec = %d RecordStartSec = %d RecordEndSec = %d ucHour = %d \n", now, range.begin,
+                     range.end, scope.endHour.ucHour);
         if (range.Holds(now)) {
             is_due = true;
             g_flags.range = number;
-            LOG_TRACE("%s %d ##########This is Record Time##########\n");
+            LOG_TRACE_AS(kOperation, " ##########This is Record Time##########\n");
         }
         ++number;
     }
@@ -36,16 +37,16 @@ bool SomeRangeHolds(const TIME_DAY_HOUR_SCOPE& day, int now) {
 bool DayIsDue(const TIME_DAY_HOUR_SCOPE& day, int now) {
     switch (day.ucSocpeMode) {
         case TIME_SCOPE_ALL:
-            LOG_TRACE("%s %d VideoRecord all day\n");
+            LOG_TRACE_AS(kOperation, " VideoRecord all day\n");
             return true;
         case TIME_SCOPE_DIFF:
-            LOG_TRACE("%s %d VideoRecord TIME_SCOPE_DIFF\n");
+            LOG_TRACE_AS(kOperation, " VideoRecord TIME_SCOPE_DIFF\n");
             return SomeRangeHolds(day, now);
         case TIME_SCOPE_SAME:
-            LOG_TRACE("%s %d VideoRecord TIME_SCOPE_SAME\n");
+            LOG_TRACE_AS(kOperation, " VideoRecord TIME_SCOPE_SAME\n");
             return false;
         case TIME_SCOPE_NULL:
-            LOG_TRACE("%s %d VideoRecord TIME_SCOPE_NULL\n");
+            LOG_TRACE_AS(kOperation, " VideoRecord TIME_SCOPE_NULL\n");
             return false;
         default:
             return false;
@@ -55,18 +56,19 @@ bool DayIsDue(const TIME_DAY_HOUR_SCOPE& day, int now) {
 bool ScheduleIsDue() {
     REGULAR_RECORD_PROPERTY schedule{};
     if (CameraGetRegularRecordProperty(&schedule, &schedule) != 0) {
-        LOG_TRACE("%s %d  CameraGetRegularRecordProperty return -1\n");
+        LOG_TRACE_AS(kOperation, "  CameraGetRegularRecordProperty return -1\n");
         RecorderStatusActivity("schedule unknown");
         return false;
     }
     const tm now = LocalTime(WallSeconds());
     const TIME_DAY_HOUR_SCOPE& day = schedule.weekScop.dayScope[now.tm_wday];
-    LOG_TRACE("%s %d: RegularRecordProertyOut.weekScop.dayScope[RecordDay].ucSocpeMode = %d, pTm_time->tm_wday = %d\n",
-              day.ucSocpeMode, now.tm_wday);
-    LOG_TRACE("%s %d: ##%4d-%02d-%02d %02d:%02d:%02d week %d##\n", now.tm_year + 1900, now.tm_mon + 1, now.tm_mday,
-              now.tm_hour, now.tm_min, now.tm_sec, now.tm_wday);
+    LOG_TRACE_AS(kOperation,
+                 ": RegularRecordProertyOut.weekScop.dayScope[RecordDay].ucSocpeMode = %d, pTm_time->tm_wday = %d\n",
+                 day.ucSocpeMode, now.tm_wday);
+    LOG_TRACE_AS(kOperation, ": ##%4d-%02d-%02d %02d:%02d:%02d week %d##\n", now.tm_year + 1900, now.tm_mon + 1,
+                 now.tm_mday, now.tm_hour, now.tm_min, now.tm_sec, now.tm_wday);
     if (schedule.videoRecord.ucEnable != 1) {
-        LOG_TRACE("%s %d VideoRecord not enable \n");
+        LOG_TRACE_AS(kOperation, " VideoRecord not enable \n");
         RecorderStatusActivity("switched off");
         return false;
     }
@@ -115,13 +117,13 @@ int CheckSDcardMountStatus(void) {
 int CheckRecordStart(void) {
     const SysInfo* config = GetSysconfigData();
     if (config == nullptr) {
-        LOG_TRACE("%s %d  NULL == pSysInfo \n");
+        LOG_TRACE_HERE("  NULL == pSysInfo \n");
         RecorderStatusActivity("no configuration");
         return -1;
     }
     if (CheckSDcardMountStatus() == 0) {
         g_control.heads_loaded = false;
-        LOG_TRACE("%s %d NO SDCARD MOUNT %s \n", RECORD_STORE_DIRECTORY);
+        LOG_TRACE_HERE(" NO SDCARD MOUNT %s \n", RECORD_STORE_DIRECTORY);
         RecorderStatusActivity("no card");
         return -1;
     }
@@ -140,7 +142,7 @@ int AVRecordParamInit(unsigned char ucCoverType) {
     if (!HeadsAreTheCards()) {
         return -1;
     }
-    LOG_TRACE("%s %d: ucCoverType = %d  \n", ucCoverType);
+    LOG_TRACE_HERE(": ucCoverType = %d  \n", ucCoverType);
     if (g_control.run_left_open) {
         return 0;  // its end decides what a full file means
     }
@@ -176,12 +178,13 @@ int AV_RecordFileConfigParamGet(RecordSystemInfoHead_S* pSystemInfoHead, RecordF
         g_control.last_end = 0;
     }
     const tm start = LocalTime(static_cast<time_t>(startTime));
-    LOG_TRACE("%s %d : ####################################################### \n");
-    LOG_TRACE("%s %d : \n");
-    LOG_TRACE("%s %d: ## PlayTime. %04d-%02d-%02d %02d:%02d:%02d ##  startTime = %d\n", start.tm_year + 1900,
-              start.tm_mon + 1, start.tm_mday, start.tm_hour, start.tm_min, start.tm_sec, static_cast<int>(startTime));
-    LOG_TRACE("%s %d :  \n");
-    LOG_TRACE("%s %d : ####################################################### \n");
+    LOG_TRACE_HERE(" : ####################################################### \n");
+    LOG_TRACE_HERE(" : \n");
+    LOG_TRACE_HERE(": ## PlayTime. %04d-%02d-%02d %02d:%02d:%02d ##  startTime = %d\n", start.tm_year + 1900,
+                   start.tm_mon + 1, start.tm_mday, start.tm_hour, start.tm_min, start.tm_sec,
+                   static_cast<int>(startTime));
+    LOG_TRACE_HERE(" :  \n");
+    LOG_TRACE_HERE(" : ####################################################### \n");
 
     AVRecordHeadsLock();
     if (pRecordFileInfoHead->m_u32FileInfoHeadFlag == RECORD_FILE_FLAG) {

@@ -18,8 +18,7 @@
 
 namespace {
 
-constexpr int kStreams = 3;
-constexpr int kMotionJpeg = 4;  // iEncoding of a stream that is never recorded
+constexpr char kOperation[] = "StartRecord";  // for the log
 constexpr int kAudioOff = 2;    // nAudioEncoding while audio is off
 constexpr int64_t kClockJumpSeconds = 5;
 constexpr unsigned int kWatchMs = 20;
@@ -51,10 +50,10 @@ struct Pass {  // as it is now
 // ---- Reasons to end a run, in the order they are asked; each logs itself ----
 
 bool IsMotionJpeg(const Run&, const Pass& pass) {
-    if (pass.video.iEncoding != kMotionJpeg) {
+    if (pass.video.iEncoding != CAMERA_ENCODING_MJPEG) {
         return false;
     }
-    LOG_TRACE("%s %d This is MJPEG Stream, not support!\n");
+    LOG_TRACE_AS(kOperation, " This is MJPEG Stream, not support!\n");
     return true;
 }
 
@@ -63,7 +62,8 @@ bool AudioSwitched(const Run& run, const Pass&) {
     if (run.AudioProperty.ucEnable == run.nAudioEnable) {
         return false;
     }
-    LOG_TRACE("%s %d Audio Enable Change!    %d change to %d \n", run.nAudioEnable, run.AudioProperty.ucEnable);
+    LOG_TRACE_AS(kOperation, " Audio Enable Change!    %d change to %d \n", run.nAudioEnable,
+                 run.AudioProperty.ucEnable);
     return true;
 }
 
@@ -71,7 +71,7 @@ bool AudioEncodingChanged(const Run& run, const Pass& pass) {
     if (run.nAudioEnable == 0 || pass.audio.iEncoding == run.nAudioEncoding) {
         return false;
     }
-    LOG_TRACE("%s %d Audio Encoding Change!  %d change to %d \n", run.nAudioEncoding, pass.audio.iEncoding);
+    LOG_TRACE_AS(kOperation, " Audio Encoding Change!  %d change to %d \n", run.nAudioEncoding, pass.audio.iEncoding);
     return true;
 }
 
@@ -79,7 +79,7 @@ bool VideoEncodingChanged(const Run& run, const Pass& pass) {
     if (pass.video.iEncoding == run.nVideoEncoding) {
         return false;
     }
-    LOG_TRACE("%s %d Video Encoding Change!  %d change to %d \n", run.nVideoEncoding, pass.video.iEncoding);
+    LOG_TRACE_AS(kOperation, " Video Encoding Change!  %d change to %d \n", run.nVideoEncoding, pass.video.iEncoding);
     return true;
 }
 
@@ -87,7 +87,8 @@ bool FrameRateChanged(const Run& run, const Pass& pass) {
     if (pass.video.iFrameRate == run.nVideoFrameRate) {
         return false;
     }
-    LOG_TRACE("%s %d Video FrameRate Change!  %d change to %d \n", run.nVideoFrameRate, pass.video.iFrameRate);
+    LOG_TRACE_AS(kOperation, " Video FrameRate Change!  %d change to %d \n", run.nVideoFrameRate,
+                 pass.video.iFrameRate);
     return true;
 }
 
@@ -96,7 +97,7 @@ bool StreamChanged(const Run& run, const Pass& pass) {
     if (stream == run.VideoId) {
         return false;
     }
-    LOG_TRACE("%s %d Video Record StreamType Change ! ( %d != %d ) \n", run.VideoId, stream);
+    LOG_TRACE_AS(kOperation, " Video Record StreamType Change ! ( %d != %d ) \n", run.VideoId, stream);
     return true;
 }
 
@@ -106,8 +107,8 @@ bool ResolutionChanged(const Run& run, const Pass& pass) {
     if (width == run.resWidth && height == run.resHeight) {
         return false;
     }
-    LOG_TRACE("%s %d StreamType[%d] Resolution Change ! ( W:%d != %d or H:%d != %d ) \n", run.VideoId, run.resWidth,
-              width, run.resHeight, height);
+    LOG_TRACE_AS(kOperation, " StreamType[%d] Resolution Change ! ( W:%d != %d or H:%d != %d ) \n", run.VideoId,
+                 run.resWidth, width, run.resHeight, height);
     return true;
 }
 
@@ -115,7 +116,7 @@ bool RecordSwitchedOff(const Run&, const Pass& pass) {
     if (pass.config.Record_config.ucEnable != 0) {
         return false;
     }
-    LOG_TRACE("%s %d Video Record Enable close ! \n");
+    LOG_TRACE_AS(kOperation, " Video Record Enable close ! \n");
     return true;
 }
 
@@ -124,7 +125,7 @@ bool CodecModeChanged(const Run& run, const Pass& pass) {
     if (mode == run.nVideocodecmode) {
         return false;
     }
-    LOG_TRACE("%s %d Video codec mode change !  %d change to %d \n", run.nVideocodecmode, mode);
+    LOG_TRACE_AS(kOperation, " Video codec mode change !  %d change to %d \n", run.nVideocodecmode, mode);
     return true;
 }
 
@@ -133,8 +134,8 @@ bool RotationChanged(const Run& run, const Pass& pass) {
     if (angle == run.nVideoRotate) {
         return false;
     }
-    LOG_TRACE("%s %d Video Rotate mode change !  %d change to %d (preRotate :%d  )\n", run.nVideoRotate, angle,
-              pass.config.lan_config.nPreRotateAngle);
+    LOG_TRACE_AS(kOperation, " Video Rotate mode change !  %d change to %d (preRotate :%d  )\n", run.nVideoRotate,
+                 angle, pass.config.lan_config.nPreRotateAngle);
     return true;
 }
 
@@ -146,7 +147,7 @@ bool ScheduleEnded(const Run&, const Pass& pass) {
     if (DayRange::Of(RunRange(pass.config, pass.local)).Holds(MinuteOfDay(pass.local))) {
         return false;
     }
-    LOG_TRACE("%s %d  TIME_SCOPE_DIFF Record Time Over ! \n");
+    LOG_TRACE_AS(kOperation, "  TIME_SCOPE_DIFF Record Time Over ! \n");
     return true;
 }
 
@@ -161,8 +162,8 @@ bool MidnightComes(const Run&, const Pass& pass) {
     if (uint64_t{heads.section.m_u32RecordStartTime} + 1 >= heads.section.m_u32RecordEndTime) {
         return false;
     }
-    LOG_TRACE("%s %d: %02d:%02d:%02d\n", now.tm_hour, now.tm_min, now.tm_sec);
-    LOG_TRACE("%s %d  m_u32RecordEndTime = %d  \n", static_cast<int>(heads.section.m_u32RecordEndTime));
+    LOG_TRACE_AS(kOperation, ": %02d:%02d:%02d\n", now.tm_hour, now.tm_min, now.tm_sec);
+    LOG_TRACE_AS(kOperation, "  m_u32RecordEndTime = %d  \n", static_cast<int>(heads.section.m_u32RecordEndTime));
     g_control.ended_at_midnight = true;
     return true;
 }
@@ -174,9 +175,9 @@ bool ClockWasSet(const Run& run, const Pass&) {
     if (jump >= -kClockJumpSeconds && jump <= kClockJumpSeconds) {
         return false;
     }
-    LOG_TRACE("%s %d: ret = %d, Changed the time: SinceBootDuration = %lu, CurrentDuration = %lu\n",
-              static_cast<int>(jump), static_cast<unsigned long>(SinceBootDuration),
-              static_cast<unsigned long>(CurrentDuration));
+    LOG_TRACE_AS(kOperation, ": ret = %d, Changed the time: SinceBootDuration = %lu, CurrentDuration = %lu\n",
+                 static_cast<int>(jump), static_cast<unsigned long>(SinceBootDuration),
+                 static_cast<unsigned long>(CurrentDuration));
     return true;
 }
 
@@ -186,7 +187,7 @@ bool FileIsFull(const Run&, const Pass&) {
     if (heads.file.m_u32RecordFileSumLenth < RECORD_STREAM_LIMIT) {
         return false;
     }
-    LOG_TRACE("%s %d  File size  lager  over! \n");
+    LOG_TRACE_AS(kOperation, "  File size  lager  over! \n");
     return true;
 }
 
@@ -194,7 +195,7 @@ bool StopRequested(const Run&, const Pass&) {
     if (!g_flags.stop_requested) {
         return false;
     }
-    LOG_TRACE("%s %d Stop Record\n");
+    LOG_TRACE_AS(kOperation, " Stop Record\n");
     return true;
 }
 
@@ -207,7 +208,7 @@ bool DayChanged(const Run&, const Pass& pass) {
     if (start.tm_year > now.tm_year || (start.tm_year == now.tm_year && start.tm_yday >= now.tm_yday)) {
         return false;
     }
-    LOG_TRACE("%s %d: another day\n");
+    LOG_TRACE_AS(kOperation, ": another day\n");
     return true;
 }
 
@@ -216,7 +217,7 @@ bool CardFails(const Run&, const Pass&) {
     if (AVRecordCardFailing() == 0) {
         return false;
     }
-    LOG_ERROR_HERE(": the card takes no data\n");
+    LOG_ERROR_AS(kOperation, ": the card takes no data\n");
     return true;
 }
 
@@ -230,7 +231,7 @@ constexpr EndReason kEndReasons[] = {
 // ---- The run ----
 
 struct Settings {  // as the run found them
-    Camera_VideoConfig video[kStreams];
+    Camera_VideoConfig video[CAMERA_VIDEO_STREAMS];
     Camera_AudioProperty audio_property;
     Camera_AudioConfig audio;
 };
@@ -250,16 +251,16 @@ void Capture(Run* run, const Settings& settings) {
     run->AudioProperty = settings.audio_property;
     run->nVideoEncoding = video.iEncoding;
     run->nVideoFrameRate = video.iFrameRate;
-    LOG_TRACE("%s %d VideoConfig[%d].iEncoding       %d\n", stream, video.iEncoding);
-    LOG_TRACE("%s %d VideoConfig[%d].iSmartEncEnable %d\n", stream, video.iSmartEncEnable);
+    LOG_TRACE_AS(kOperation, " VideoConfig[%d].iEncoding       %d\n", stream, video.iEncoding);
+    LOG_TRACE_AS(kOperation, " VideoConfig[%d].iSmartEncEnable %d\n", stream, video.iSmartEncEnable);
     run->nAudioEncoding = settings.audio_property.ucEnable == 0 ? kAudioOff : settings.audio.iEncoding;
     run->nAudioEnable = settings.audio_property.ucEnable;
 }
 
 void ForceKeyFrame(int stream) {
-    LOG_TRACE("%s %d: CameraSetVideoForceIFrame, VideoId %d\n", stream);
+    LOG_TRACE_AS(kOperation, ": CameraSetVideoForceIFrame, VideoId %d\n", stream);
     AVServerVideoForceIFrame(static_cast<AVAccessVideoType>(stream));
-    LOG_TRACE("%s %d: CameraSetVideoForceIFrame\n");
+    LOG_TRACE_AS(kOperation, ": CameraSetVideoForceIFrame\n");
 }
 
 void StartClocks(Run* run, const SysInfo& config) {
@@ -328,7 +329,7 @@ bool StartAlarmThread() {
     g_flags.run_is_on = true;
     const int error = AlarmEventStart();
     if (error != 0) {
-        LOG_TRACE("%s %d errno %s\n", std::strerror(error));
+        LOG_TRACE_AS(kOperation, " errno %s\n", std::strerror(error));
     }
     g_control.run_left_open = error != 0;
     return error == 0;
@@ -342,7 +343,7 @@ Look LookForEnd(const Run& run) {
         StopRecord();
     }
     const tm local = LocalTime(WallSeconds());
-    Camera_VideoConfig videos[kStreams]{};
+    Camera_VideoConfig videos[CAMERA_VIDEO_STREAMS]{};
     Camera_AudioConfig audio{};
     CameraGetVideoConfig(videos);
     CameraGetAudioConfig(&audio);
@@ -410,7 +411,7 @@ void AwaitNewDay() {
 }
 
 void EndRun(const Run& run) {
-    LOG_TRACE("%s %d: #########Record Over !!!!!!!!!!!!#######\n");
+    LOG_TRACE_AS(kOperation, ": #########Record Over !!!!!!!!!!!!#######\n");
     AVRecordHeads heads;
     AVRecordHeadsCopy(&heads);
     LogEndTime(run.RecordStartTime.tv_sec + (KQ_COMMON_GetUptime() - run.start_uptime));
@@ -436,8 +437,8 @@ void EndRun(const Run& run) {
 
 int StartRecord(int VideoId, int duration) {
     (void)duration;
-    if (VideoId < 0 || VideoId >= kStreams) {
-        LOG_ERROR("%s %d: no stream %d\n", VideoId);
+    if (VideoId < 0 || VideoId >= CAMERA_VIDEO_STREAMS) {
+        LOG_ERROR_HERE(": no stream %d\n", VideoId);
         return -1;
     }
     const Settings settings = ReadSettings();
@@ -452,12 +453,12 @@ int StartRecord(int VideoId, int duration) {
             return 0;
         }
     } else {
-        if (settings.video[VideoId].iEncoding == kMotionJpeg) {
+        if (settings.video[VideoId].iEncoding == CAMERA_ENCODING_MJPEG) {
             g_flags.run_is_on = false;
             RecorderStatusActivity("motion JPEG is not recorded");
             RecorderStatusPublish();
             SleepMs(3000);
-            LOG_TRACE("%s %d This is Mjpeg Stream, not support\n");
+            LOG_TRACE_HERE(" This is Mjpeg Stream, not support\n");
             return 0;
         }
         run = {};
@@ -478,13 +479,13 @@ void RecordChoreSet(void (*chore)(void)) {
 }
 
 int StopRecord(void) {
-    LOG_TRACE("%s %d \n");
+    LOG_TRACE_HERE(" \n");
     g_flags.stop_requested = true;
     return 0;
 }
 
 int StartRecordSet(void) {
-    LOG_TRACE("%s %d \n");
+    LOG_TRACE_HERE(" \n");
     g_flags.stop_requested = false;
     return 0;
 }
