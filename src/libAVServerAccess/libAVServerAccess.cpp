@@ -17,22 +17,18 @@ constexpr long kShortPatienceSeconds = 1;  // while the media server does not an
 constexpr int kMomentsMs = 20;
 constexpr int kQueuesMax = 10;  // one command's; a queue that is removed again and again
 
-struct AVServerAccessSysInfo {
-    std::atomic<int> RunFlag{0};
-    std::atomic<int> AVMsgQid{-1};
-};
-
-AVServerAccessSysInfo access_info;
-std::mutex one_command;    // request and answer are one step: all answers have the same message type
-std::atomic<bool> answers_come{true};  // the queue is new, or its last command had an answer
+std::atomic<bool> g_is_started{false};
+std::atomic<int> g_queue{-1};
+std::mutex g_one_command;                // request and answer are one step: all answers have the same message type
+std::atomic<bool> g_answers_come{true};  // the queue is new, or its last command had an answer
 
 // The queue's id, opened when it is not; negative when it cannot be had.
 int OpenQueue() {
-    if (access_info.AVMsgQid.load() < 0) {
+    if (g_queue.load() < 0) {
         AVServerAccessCleanup();
         AVServerAccessInit();
     }
-    return access_info.AVMsgQid.load();
+    return g_queue.load();
 }
 
 // Other services' answers have the same message type, and what waits is thrown away before a command.  An answer
@@ -52,7 +48,7 @@ bool IsAnswer(const void* question, const void* answer) {
 
 // Sends the command and takes its answer.  A command that meets a removed queue is sent again to the new one.
 int Exchange(AVAccessMsgBuf& message) {
-    const Patience patience(answers_come ? kPatienceSeconds : kShortPatienceSeconds);
+    const Patience patience(g_answers_come ? kPatienceSeconds : kShortPatienceSeconds);
     Reply reply = Reply::kQueueRemoved;
     for (int i = 0; i < kQueuesMax && reply == Reply::kQueueRemoved; ++i) {
         const int qid = OpenQueue();
@@ -65,12 +61,12 @@ int Exchange(AVAccessMsgBuf& message) {
             AVServerAccessCleanup();
         }
     }
-    answers_come = reply == Reply::kTaken;
+    g_answers_come = reply == Reply::kTaken;
     return message.ret;
 }
 
 int Command(int code, int index, const void* data = nullptr) {
-    const std::lock_guard alone(one_command);
+    const std::lock_guard alone(g_one_command);
     if (OpenQueue() < 0) {
         return AVSERVER_MESSAGE_INIT_FAIL;
     }
@@ -91,22 +87,22 @@ int Command(int code, int index, const void* data = nullptr) {
 }  // namespace
 
 int AVServerAccessInit(void) {
-    if (access_info.RunFlag.load() == 1) {
+    if (g_is_started) {
         return AVSERVER_OK;
     }
     const int qid = IpcMsgInit(AVACCESS_MSG_KEY);
     if (qid < 0) {
         return AVSERVER_MESSAGE_INIT_FAIL;
     }
-    answers_come = true;
-    access_info.AVMsgQid.store(qid);
-    access_info.RunFlag.store(1);
+    g_answers_come = true;
+    g_queue.store(qid);
+    g_is_started = true;
     return AVSERVER_OK;
 }
 
 int AVServerAccessCleanup(void) {
-    access_info.RunFlag.store(0);
-    access_info.AVMsgQid.store(-1);
+    g_is_started = false;
+    g_queue.store(-1);
     return AVSERVER_OK;
 }
 

@@ -10,37 +10,37 @@
 
 namespace {
 
-bool gHaveLocks = false;  // init and cleanup only
-pthread_mutex_t g_slotLock[AV_SPS_PPS_SLOTS];
+bool g_have_locks = false;  // init and cleanup only
+pthread_mutex_t g_slot_locks[AV_SPS_PPS_SLOTS];
 
 // A slot's lock orders the writers of that slot; this one guards the following, and keeps a table that is being
 // published from changing in another slot meanwhile.  Taken after the slot's.
-std::mutex g_tableLock;
-PeerSegment gSegment{AV_SPS_PPS_KEY, AV_SPS_PPS_SIZE};
-AVSpsPpsData gAVSpsPpsData{};
+std::mutex g_table_lock;
+PeerSegment g_segment{AV_SPS_PPS_KEY, AV_SPS_PPS_SIZE};
+AVSpsPpsData g_table{};
 
 int SegmentId() {
-    const std::lock_guard guard(g_tableLock);
-    return gSegment.Id();
+    const std::lock_guard guard(g_table_lock);
+    return g_segment.Id();
 }
 
 }  // namespace
 
 int libAVSpsPpsProcessInit(void) {
     LOG_TRACE_HERE(": %s libAVSpsPpsProcessInit!\n", __func__);
-    const std::lock_guard guard(g_tableLock);
-    if (gSegment.Attached()) {
+    const std::lock_guard guard(g_table_lock);
+    if (g_segment.Attached()) {
         LOG_TRACE_HERE(": %s has already init!\n", __func__);
         return 0;
     }
-    gAVSpsPpsData = AVSpsPpsData{};
-    for (pthread_mutex_t& lock : g_slotLock) {
-        if (!gHaveLocks) {
+    g_table = AVSpsPpsData{};
+    for (pthread_mutex_t& lock : g_slot_locks) {
+        if (!g_have_locks) {
             KQ_CreateLock(&lock);
         }
     }
-    gHaveLocks = true;  // also without a segment, which may come later
-    if (!gSegment.Open()) {
+    g_have_locks = true;  // also without a segment, which may come later
+    if (!g_segment.Open()) {
         LOG_TRACE_HERE(": %s gShmId = %d\n", __func__, -1);
         return -1;
     }
@@ -48,15 +48,15 @@ int libAVSpsPpsProcessInit(void) {
 }
 
 int libAVSpsPpsProcessCleanup(void) {
-    const std::lock_guard guard(g_tableLock);
-    gSegment.Forget();
-    gAVSpsPpsData = AVSpsPpsData{};
-    for (pthread_mutex_t& lock : g_slotLock) {
-        if (gHaveLocks) {
+    const std::lock_guard guard(g_table_lock);
+    g_segment.Forget();
+    g_table = AVSpsPpsData{};
+    for (pthread_mutex_t& lock : g_slot_locks) {
+        if (g_have_locks) {
             KQ_DestroyLock(&lock);
         }
     }
-    gHaveLocks = false;
+    g_have_locks = false;
     return 0;
 }
 
@@ -77,16 +77,16 @@ int AVSpsPpsDataWrite(int index, const void* data, uint32_t length) {
         LOG_TRACE_HERE(": gShmId %d has something wrong!\n", id);
         return -1;
     }
-    KQ_Lock(&g_slotLock[index]);
+    KQ_Lock(&g_slot_locks[index]);
     {
-        const std::lock_guard guard(g_tableLock);
-        AVSpsPpsInfo& slot = gAVSpsPpsData.SpsPpsInfo[index];
+        const std::lock_guard guard(g_table_lock);
+        AVSpsPpsInfo& slot = g_table.SpsPpsInfo[index];
         slot.length = length;
         slot.flag = 1;
         std::memcpy(slot.buffer, data, length);
-        IpcShareMemWrite(id, 0, &gAVSpsPpsData, sizeof gAVSpsPpsData);
+        IpcShareMemWrite(id, 0, &g_table, sizeof g_table);
     }
-    KQ_Unlock(&g_slotLock[index]);
+    KQ_Unlock(&g_slot_locks[index]);
     return 0;
 }
 

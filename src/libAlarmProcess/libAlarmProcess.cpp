@@ -10,26 +10,26 @@
 namespace {
 
 std::mutex g_lock;  // guards everything below
-PeerSegment gBoard{ALARM_BOARD_KEY, ALARM_BOARD_SIZE};
-AlarmData gAlarmData{};
-Face_Alarm_Ret gFaceAlarmRet{};
+PeerSegment g_segment{ALARM_BOARD_KEY, ALARM_BOARD_SIZE};
+AlarmData g_board{};
+Face_Alarm_Ret g_face{};
 
 }  // namespace
 
 int libAlarmProcessInit(void) {
     const std::lock_guard guard(g_lock);
-    if (gBoard.Attached()) {
+    if (g_segment.Attached()) {
         LOG_TRACE_HERE(": %s has already init!\n", __func__);
         return 0;
     }
-    gAlarmData = AlarmData{};
-    return gBoard.Open() ? 0 : -1;
+    g_board = AlarmData{};
+    return g_segment.Open() ? 0 : -1;
 }
 
 int libAlarmProcessCleanup(void) {
     const std::lock_guard guard(g_lock);
-    gBoard.Forget();
-    gAlarmData = AlarmData{};
+    g_segment.Forget();
+    g_board = AlarmData{};
     return 0;
 }
 
@@ -43,14 +43,14 @@ int AlarmDataWrite(int source, int status) {
         return -1;
     }
     const std::lock_guard guard(g_lock);
-    const int gShmId = gBoard.Id();
-    if (gShmId < 0) {
-        LOG_TRACE_HERE(": gShmId %d has something wrong!\n", gShmId);
+    const int id = g_segment.Id();
+    if (id < 0) {
+        LOG_TRACE_HERE(": gShmId %d has something wrong!\n", id);
         return -1;
     }
-    gAlarmData.alarm[source].status = status;
-    gAlarmData.alarm[source].time = static_cast<int32_t>(WallSeconds());
-    IpcShareMemWrite(gShmId, 0, &gAlarmData, sizeof gAlarmData);
+    g_board.alarm[source].status = status;
+    g_board.alarm[source].time = static_cast<int32_t>(WallSeconds());
+    IpcShareMemWrite(id, 0, &g_board, sizeof g_board);
     return 0;
 }
 
@@ -59,13 +59,13 @@ int AlarmDataRead(AlarmData* Data) {
         return -1;
     }
     const std::lock_guard guard(g_lock);
-    const int gShmId = gBoard.Id();
-    if (gShmId < 0) {
-        LOG_TRACE_HERE(": gShmId %d has something wrong!\n", gShmId);
+    const int id = g_segment.Id();
+    if (id < 0) {
+        LOG_TRACE_HERE(": gShmId %d has something wrong!\n", id);
         return -1;
     }
     *Data = AlarmData{};  // a segment too small for the board, or removed, reads as all quiet
-    IpcShareMemRead(gShmId, 0, Data, sizeof *Data);
+    IpcShareMemRead(id, 0, Data, sizeof *Data);
     return 0;
 }
 
@@ -74,7 +74,7 @@ int libGetFaceAlarmInfo(Face_Alarm_Ret* Ret) {
         return -1;
     }
     const std::lock_guard guard(g_lock);
-    *Ret = gFaceAlarmRet;
+    *Ret = g_face;
     return 0;
 }
 
@@ -83,6 +83,6 @@ int libSetFaceAlarmInfo(Face_Alarm_Ret* Ret) {
         return -1;
     }
     const std::lock_guard guard(g_lock);
-    gFaceAlarmRet = *Ret;
+    g_face = *Ret;
     return 0;
 }

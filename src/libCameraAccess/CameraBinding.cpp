@@ -9,9 +9,9 @@ namespace {
 
 // Written by CameraDeviceInit and CameraDeviceCleanup alone; the flag last, so that a reader who sees
 // it sees the table too.
-std::atomic<int> gCameraDevice{0};
-std::atomic<const CameraCommonAccess*> pCameraAccess{nullptr};
-std::atomic<int> bCameraDevInit{0};
+std::atomic<int> g_device{0};
+std::atomic<const CameraCommonAccess*> g_table{nullptr};
+std::atomic<bool> g_is_bound{false};
 
 const CameraCommonAccess* TableOf(int device) {
     switch (device) {
@@ -25,7 +25,7 @@ const CameraCommonAccess* TableOf(int device) {
 }
 
 std::span<const CameraCommonAccess> BoundTable() {
-    const CameraCommonAccess* table = pCameraAccess.load();
+    const CameraCommonAccess* table = g_table.load();
     const size_t slots = table == Get_SD_CameraCommonAccess() ? CAMERA_SD_SLOTS : CAMERA_COMMON_SLOTS;
     return {table, table == nullptr ? 0 : slots};
 }
@@ -51,7 +51,7 @@ int CheckSlot(std::span<const CameraCommonAccess> table, int command) {
 }
 
 int CheckParamValid(CameraCommand cmd) {
-    if (bCameraDevInit.load() == 0) {
+    if (!g_is_bound) {
         LogWarn("Camera dev is not initialize, initialize first!\n");
         return CAMERA_ACCESS_UNBOUND;
     }
@@ -72,7 +72,7 @@ int CallCommand(CameraCommand command, void* inData, void* outData) {
 }
 
 int CameraDeviceInit(Camera_device CameraDevice, ProcessDef Process) {
-    if (bCameraDevInit.load() == 1) {
+    if (g_is_bound) {
         return CAMERA_ACCESS_BOUND;
     }
     const int device = CameraDevice;
@@ -84,16 +84,16 @@ int CameraDeviceInit(Camera_device CameraDevice, ProcessDef Process) {
         LogWarn("Unknown camera !\n");
         return CAMERA_ACCESS_NO_TABLE;
     }
-    pCameraAccess.store(table);
-    gCameraDevice.store(device);
-    bCameraDevInit.store(1);
+    g_table.store(table);
+    g_device.store(device);
+    g_is_bound = true;
     int process = Process;
     return CallCommand(CAMERA_COMMAND_INIT, &process, nullptr);
 }
 
 int CameraDeviceCleanup(void) {
-    gCameraDevice.store(0);
-    bCameraDevInit.store(0);
-    pCameraAccess.store(nullptr);
+    g_device.store(0);
+    g_is_bound = false;
+    g_table.store(nullptr);
     return 0;
 }

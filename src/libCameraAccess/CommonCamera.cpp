@@ -15,9 +15,9 @@ namespace {
 using Callback = int (*)(void* data);
 
 // Slots for services that want to be called back; this camera's entries fill none of them.
-std::array<std::atomic<Callback>, 11> gAlarmCallbackFunc{};
-std::array<std::atomic<Callback>, 11> gVideoCallbackFunc{};
-std::atomic<int> gSemQid{-1};  // the semaphore set; -1: not created yet
+std::array<std::atomic<Callback>, 11> g_alarm_callbacks{};
+std::array<std::atomic<Callback>, 11> g_video_callbacks{};
+std::atomic<int> g_semaphores{-1};  // the semaphore set; -1: not created yet
 
 struct ProcessRow {
     int process;  // ProcessDef
@@ -43,10 +43,10 @@ int NumberAtSystemServer(int process, const char* operation) {
 }
 
 void ForgetCallbacks() {
-    for (auto& slot : gAlarmCallbackFunc) {
+    for (auto& slot : g_alarm_callbacks) {
         slot.store(nullptr);
     }
-    for (auto& slot : gVideoCallbackFunc) {
+    for (auto& slot : g_video_callbacks) {
         slot.store(nullptr);
     }
 }
@@ -67,8 +67,8 @@ int Common_Init(int* pProcess, void*) {
     if (!has_channel || !has_configuration) {
         return -1;
     }
-    if (gSemQid.load() < 0) {
-        gSemQid.store(Semaphore_Init(CAMERA_SEMAPHORE_KEY));
+    if (g_semaphores.load() < 0) {
+        g_semaphores.store(Semaphore_Init(CAMERA_SEMAPHORE_KEY));
     }
     return 0;
 }

@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kMessageMax = 4095;  // characters of a message; the rest is cut
 
-std::atomic<int> bConsoleOut{0};
+std::atomic<bool> g_is_on{false};
 
 // One write, so that lines of several threads do not mix.  It neither waits nor raises SIGPIPE: a reader that hangs
 // or has gone must not stop the recorder.  The line is lost then.
@@ -40,18 +40,18 @@ void Print(std::string_view tag, const char* format, va_list arguments) {
 }
 
 bool IsOn() {
-    return bConsoleOut.load(std::memory_order_relaxed) != 0;
+    return g_is_on.load(std::memory_order_relaxed);
 }
 
 }  // namespace
 
 int LogInit(char*, LogMode) {
-    bConsoleOut.store(1);
+    g_is_on = true;
     return 0;
 }
 
 int LogCleanup(void) {
-    bConsoleOut.store(0);
+    g_is_on = false;
     return 0;
 }
 

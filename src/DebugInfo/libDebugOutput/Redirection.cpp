@@ -12,9 +12,9 @@ namespace {
 
 // Guards the three descriptors, all of this file's own: nobody else knows or closes them.
 std::mutex g_lock;
-int fd_out = -1;      // duplicate of the client's; -1: not redirected
-int stdout_sfd = -1;  // where descriptors 1 and 2 led before
-int stderr_sfd = -1;
+int g_client = -1;      // duplicate of the client's; -1: not redirected
+int g_own_stdout = -1;  // where descriptors 1 and 2 led before
+int g_own_stderr = -1;
 
 int Duplicate(int fd) {
     return fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
@@ -30,7 +30,7 @@ bool Lead(int number, int fd) {
 }
 
 void CloseAll() {
-    for (int* fd : {&fd_out, &stdout_sfd, &stderr_sfd}) {
+    for (int* fd : {&g_client, &g_own_stdout, &g_own_stderr}) {
         if (*fd >= 0) {
             close(*fd);
         }
@@ -39,15 +39,15 @@ void CloseAll() {
 }
 
 bool Redirect(int fd) {
-    fd_out = Duplicate(fd);
-    stdout_sfd = Duplicate(STDOUT_FILENO);
-    stderr_sfd = Duplicate(STDERR_FILENO);
-    if (fd_out < 0 || stdout_sfd < 0 || stderr_sfd < 0 || !Lead(STDOUT_FILENO, fd_out)) {
+    g_client = Duplicate(fd);
+    g_own_stdout = Duplicate(STDOUT_FILENO);
+    g_own_stderr = Duplicate(STDERR_FILENO);
+    if (g_client < 0 || g_own_stdout < 0 || g_own_stderr < 0 || !Lead(STDOUT_FILENO, g_client)) {
         return false;
     }
-    if (!Lead(STDERR_FILENO, fd_out)) {
+    if (!Lead(STDERR_FILENO, g_client)) {
         const int cause = errno;
-        Lead(STDOUT_FILENO, stdout_sfd);
+        Lead(STDOUT_FILENO, g_own_stdout);
         errno = cause;
         return false;
     }
@@ -58,7 +58,7 @@ bool Redirect(int fd) {
 
 int redirectionOutput(int fd) {
     const std::lock_guard guard(g_lock);
-    if (fd_out >= 0) {
+    if (g_client >= 0) {
         return -1;
     }
     if (!Redirect(fd)) {
@@ -72,13 +72,13 @@ int redirectionOutput(int fd) {
 
 int redirectionOutputCancle(void) {
     const std::lock_guard guard(g_lock);
-    if (fd_out < 0) {
+    if (g_client < 0) {
         return -1;
     }
-    if (!Lead(STDOUT_FILENO, stdout_sfd)) {
+    if (!Lead(STDOUT_FILENO, g_own_stdout)) {
         PrintToStandardError("err in cacle redirection stdout.");
     }
-    if (!Lead(STDERR_FILENO, stderr_sfd)) {
+    if (!Lead(STDERR_FILENO, g_own_stderr)) {
         PrintToStandardError("err in cacle redirection stdout.");
     }
     CloseAll();

@@ -34,12 +34,12 @@ struct ConsoleThread {
 };
 
 std::mutex g_control;  // one start or stop at a time; guards the two threads, the console's threads never take it
-ConsoleThread g_listen_tid;
-ConsoleThread g_sendrecv_tid;
-std::atomic<int> listen_fd{-1};           // written under g_control
-std::atomic<int> client_fd{-1};           // set by the listening, taken back by the receiving thread
-std::atomic<bool> RunFlag{false};         // the threads shall run
-std::atomic<bool> debug_run_flag{false};  // the marker was there at the last look
+ConsoleThread g_listener;
+ConsoleThread g_receiver;
+std::atomic<int> g_listen_fd{-1};              // written under g_control
+std::atomic<int> g_client_fd{-1};              // set by the listening, taken back by the receiving thread
+std::atomic<bool> g_threads_shall_run{false};  // the threads shall run
+std::atomic<bool> g_is_open{false};            // the marker was there at the last look
 
 void CloseDescriptor(std::atomic<int>& fd) {
     if (const int old = fd.exchange(-1); old >= 0) {
@@ -60,7 +60,7 @@ void Accept() {
     REPORT("\n");
     sockaddr_in peer{};
     socklen_t length = sizeof peer;
-    const int fd = accept4(listen_fd, reinterpret_cast<sockaddr*>(&peer), &length, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    const int fd = accept4(g_listen_fd, reinterpret_cast<sockaddr*>(&peer), &length, SOCK_NONBLOCK | SOCK_CLOEXEC);
     char address[INET_ADDRSTRLEN] = {};
     inet_ntop(AF_INET, &peer.sin_addr, address, sizeof address);
     // The port is shown as it stands in the address, in network byte order: viewers know it so.
@@ -78,22 +78,22 @@ void Accept() {
         close(fd);
         return;
     }
-    client_fd = fd;
+    g_client_fd = fd;
 }
 
 void* ListenSocketThread(void*) {
     SetThreaTskName("ListenSocketThread");
-    REPORT(": fd = %d\n", listen_fd.load());
-    while (RunFlag) {
+    REPORT(": fd = %d\n", g_listen_fd.load());
+    while (g_threads_shall_run) {
         short ready = 0;
-        if (ReadyWithin(listen_fd, POLLIN, kListenWaitMs, &ready) && RunFlag) {
-            if (client_fd >= 0) {  // one client at a time: the next ones wait in the backlog
+        if (ReadyWithin(g_listen_fd, POLLIN, kListenWaitMs, &ready) && g_threads_shall_run) {
+            if (g_client_fd >= 0) {  // one client at a time: the next ones wait in the backlog
                 SleepMs(200);
                 continue;
             }
             Accept();
         }
-        if (RunFlag) {
+        if (g_threads_shall_run) {
             SleepMs(500);
         }
     }
@@ -110,8 +110,8 @@ bool Drain(int fd) {
 
 void* SendRecvSocketThread(void*) {
     SetThreaTskName("SendRecvSocketThread");
-    while (RunFlag) {
-        const int fd = client_fd;
+    while (g_threads_shall_run) {
+        const int fd = g_client_fd;
         if (fd < 0) {
             SleepMs(200);
             continue;
@@ -121,7 +121,7 @@ void* SendRecvSocketThread(void*) {
             redirectionOutputCancle();
             close(fd);
             REPORT(": Command disconnect\n");
-            client_fd = -1;
+            g_client_fd = -1;
         }
         SleepMs(500);
     }
@@ -148,7 +148,7 @@ int SocketError(const char* function, int line, const char* what) {
 
 int Listen(unsigned short port) {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    listen_fd = fd;
+    g_listen_fd = fd;
     if (fd < 0) {
         return SocketError("SetupNetwork", __LINE__, "Create socket");
     }
@@ -169,21 +169,21 @@ int Listen(unsigned short port) {
 
 // Threads that were begun while the console was stopped (SetupNetwork alone) end at once.
 void JoinEnding() {
-    if (!RunFlag) {
-        Join(g_listen_tid);
-        Join(g_sendrecv_tid);
+    if (!g_threads_shall_run) {
+        Join(g_listener);
+        Join(g_receiver);
     }
 }
 
 int SetupNetworkLocked(unsigned short port) {
-    if (g_listen_tid.started) {
+    if (g_listener.started) {
         return 0;
     }
-    CloseDescriptor(listen_fd);  // an earlier attempt may have failed with the socket open
+    CloseDescriptor(g_listen_fd);  // an earlier attempt may have failed with the socket open
     if (Listen(port) != 0) {
         return -1;
     }
-    return Start(g_listen_tid, ListenSocketThread) && Start(g_sendrecv_tid, SendRecvSocketThread) ? 0 : -1;
+    return Start(g_listener, ListenSocketThread) && Start(g_receiver, SendRecvSocketThread) ? 0 : -1;
 }
 
 }  // namespace
@@ -191,7 +191,7 @@ int SetupNetworkLocked(unsigned short port) {
 int libDebugOutputStart(unsigned short port) {
     char marker[] = DEBUG_OUTPUT_MARKER;
     const bool wanted = CheckFileExist(marker) == 0;
-    if (debug_run_flag.exchange(wanted) == wanted) {
+    if (g_is_open.exchange(wanted) == wanted) {
         return 0;
     }
     if (wanted) {
@@ -208,22 +208,22 @@ int DOStart(unsigned short port) {
     const std::lock_guard guard(g_control);
     std::signal(SIGPIPE, SIG_IGN);
     JoinEnding();
-    RunFlag = true;
+    g_threads_shall_run = true;
     SetupNetworkLocked(port);
     return 0;
 }
 
 int DOStop(void) {
     const std::lock_guard guard(g_control);
-    RunFlag = false;
-    if (listen_fd >= 0) {
-        shutdown(listen_fd, SHUT_RDWR);  // ends the listening thread's wait at once
+    g_threads_shall_run = false;
+    if (g_listen_fd >= 0) {
+        shutdown(g_listen_fd, SHUT_RDWR);  // ends the listening thread's wait at once
     }
-    Join(g_listen_tid);
-    Join(g_sendrecv_tid);
+    Join(g_listener);
+    Join(g_receiver);
     redirectionOutputCancle();
-    CloseDescriptor(listen_fd);
-    CloseDescriptor(client_fd);
+    CloseDescriptor(g_listen_fd);
+    CloseDescriptor(g_client_fd);
     return 0;
 }
 

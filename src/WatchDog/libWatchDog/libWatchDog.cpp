@@ -11,8 +11,8 @@
 namespace {
 
 std::mutex g_lock;  // guards everything below
-PeerSegment gTable{WATCH_DOG_KEY, WATCH_DOG_SIZE};
-WatchDogData gWatchDogData{};
+PeerSegment g_segment{WATCH_DOG_KEY, WATCH_DOG_SIZE};
+WatchDogData g_table{};
 
 // Publishes one slot and nothing else: its neighbours are other daemons' heartbeats.
 int Beat(const char* operation, int source, const int* status) {
@@ -21,17 +21,17 @@ int Beat(const char* operation, int source, const int* status) {
         return -1;
     }
     const std::lock_guard guard(g_lock);
-    const int gShmId = gTable.Id();
-    if (gShmId < 0) {
-        LOG_TRACE_AS(operation, ": gShmId %d has something wrong!\n", gShmId);
+    const int id = g_segment.Id();
+    if (id < 0) {
+        LOG_TRACE_AS(operation, ": gShmId %d has something wrong!\n", id);
         return -1;
     }
-    WatchDogInfo& slot = gWatchDogData.WatchDog[source];
+    WatchDogInfo& slot = g_table.WatchDog[source];
     slot.time = static_cast<int32_t>(WallSeconds());
     if (status != nullptr) {
         slot.status = *status;
     }
-    IpcShareMemWrite(gShmId, source * static_cast<int>(sizeof slot), &slot, sizeof slot);
+    IpcShareMemWrite(id, source * static_cast<int>(sizeof slot), &slot, sizeof slot);
     return 0;
 }
 
@@ -39,18 +39,18 @@ int Beat(const char* operation, int source, const int* status) {
 
 int libWatchDogInit(void) {
     const std::lock_guard guard(g_lock);
-    if (gTable.Attached()) {
+    if (g_segment.Attached()) {
         LOG_TRACE_HERE(": %s has already init!\n", __func__);
         return 0;
     }
-    gWatchDogData = WatchDogData{};
-    return gTable.Open() ? 0 : -1;
+    g_table = WatchDogData{};
+    return g_segment.Open() ? 0 : -1;
 }
 
 int libWatchDogCleanup(void) {
     const std::lock_guard guard(g_lock);
-    gTable.Forget();
-    gWatchDogData = WatchDogData{};
+    g_segment.Forget();
+    g_table = WatchDogData{};
     return 0;
 }
 
@@ -68,12 +68,12 @@ int WatchDogDataRead(WatchDogData* Data) {
     }
     {
         const std::lock_guard guard(g_lock);
-        const int gShmId = gTable.Id();
-        if (gShmId < 0) {
+        const int id = g_segment.Id();
+        if (id < 0) {
             return -1;
         }
         *Data = WatchDogData{};  // what a segment too small for the table reads as
-        IpcShareMemRead(gShmId, 0, Data, sizeof *Data);
+        IpcShareMemRead(id, 0, Data, sizeof *Data);
     }
     std::printf("\n WatchDog time = ");
     for (const WatchDogInfo& slot : Data->WatchDog) {

@@ -13,7 +13,7 @@
 
 namespace {
 
-std::atomic<int> shm_id{-1};  // the segment that ShareMemInit keeps
+std::atomic<int> g_shm_id{-1};  // the segment that ShareMemInit keeps
 
 bool LiesInside(int id, int offset, int length) {
     return offset >= 0 && length >= 0 &&
@@ -39,7 +39,7 @@ size_t SegmentSize(int id) {
 
 int ShareMemInit(int key) {
     const int id = pShareMemInit(key);
-    shm_id.store(id);
+    g_shm_id.store(id);
     return id;
 }
 
@@ -50,11 +50,11 @@ int pShareMemInit(int key) {
 
 bool KeptSegmentIsOf(int key) {
     const int id = shmget(key, 0, 0);
-    return id >= 0 && id == shm_id.load();
+    return id >= 0 && id == g_shm_id.load();
 }
 
 int ShareMemRead(int offset, void* buf, int len) {
-    const int id = shm_id.load();
+    const int id = g_shm_id.load();
     if (buf == nullptr || !LiesInside(id, offset, len)) {
         return -1;
     }
@@ -63,7 +63,7 @@ int ShareMemRead(int offset, void* buf, int len) {
 }
 
 int ShareMemWrite(int offset, void* buf, int len) {
-    const int id = shm_id.load();
+    const int id = g_shm_id.load();
     if (buf == nullptr || !LiesInside(id, offset, len)) {
         return -1;
     }

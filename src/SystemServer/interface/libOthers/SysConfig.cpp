@@ -31,12 +31,12 @@ struct Place {
     size_t occupied = 0;  // bytes of it, whole pages
 };
 
-std::atomic<SysInfo*> pSysConfig{nullptr};
-std::atomic<bool> wanted{false};  // between start and stop
-std::atomic<long> last_look{0};   // s since boot
-std::mutex place_lock;            // guards the following
-Place place;
-int filled_segment = -1;  // the one that the last look found in place of ours, with something in it
+std::atomic<SysInfo*> g_config{nullptr};
+std::atomic<bool> g_is_wanted{false};  // between start and stop
+std::atomic<long> g_last_look{0};      // s since boot
+std::mutex g_place_lock;               // guards the following
+Place g_place;
+int g_filled_segment = -1;  // the one that the last look found in place of ours, with something in it
 
 bool Failed(const void* address) {
     return reinterpret_cast<intptr_t>(address) == -1;
@@ -53,35 +53,35 @@ bool Reserve(size_t room) {
         return false;
     }
     const uintptr_t aligned = (reinterpret_cast<uintptr_t>(reserved) + boundary - 1) / boundary * boundary;
-    place = {reserved, room + boundary, reinterpret_cast<uint8_t*>(aligned), room};
+    g_place = {reserved, room + boundary, reinterpret_cast<uint8_t*>(aligned), room};
     return true;
 }
 
 void Release() {
-    pSysConfig.store(nullptr);
-    if (place.reserved != nullptr) {
-        munmap(place.reserved, place.reserved_size);  // takes the segment along
+    g_config.store(nullptr);
+    if (g_place.reserved != nullptr) {
+        munmap(g_place.reserved, g_place.reserved_size);  // takes the segment along
     }
-    place = {};
-    filled_segment = -1;
+    g_place = {};
+    g_filled_segment = -1;
 }
 
 // Puts the segment at the record's place, in one step; behind a short one the record reads as zeros.
 bool Lay(int id) {
     const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     const size_t size = (SegmentSize(id) + page - 1) / page * page;
-    if (place.address == nullptr && !Reserve(std::max(size, kRoom))) {
+    if (g_place.address == nullptr && !Reserve(std::max(size, kRoom))) {
         return false;
     }
-    if (size > place.room || Failed(shmat(id, place.address, SHM_REMAP))) {
+    if (size > g_place.room || Failed(shmat(id, g_place.address, SHM_REMAP))) {
         return false;
     }
-    if (size < place.occupied) {
-        ZeroPages(place.address + size, place.occupied - size, MAP_FIXED);
+    if (size < g_place.occupied) {
+        ZeroPages(g_place.address + size, g_place.occupied - size, MAP_FIXED);
     }
-    place.id = id;
-    place.occupied = size;
-    pSysConfig.store(reinterpret_cast<SysInfo*>(place.address));
+    g_place.id = id;
+    g_place.occupied = size;
+    g_config.store(reinterpret_cast<SysInfo*>(g_place.address));
     return true;
 }
 
@@ -99,12 +99,12 @@ bool IsFilled(int id) {
 // A segment that stands in for ours is taken at the second look that finds something in it: until the server has
 // written its settings they are zeros, which would end the recording.
 bool MayBeTaken(int id) {
-    if (place.id < 0) {
+    if (g_place.id < 0) {
         return true;
     }
-    const bool again = id == filled_segment;
-    filled_segment = IsFilled(id) ? id : -1;
-    return again && filled_segment == id;
+    const bool again = id == g_filled_segment;
+    g_filled_segment = IsFilled(id) ? id : -1;
+    return again && g_filled_segment == id;
 }
 
 bool Take(int id) {
@@ -112,25 +112,25 @@ bool Take(int id) {
     if (id < 0) {
         return false;
     }
-    const bool taken = id == place.id || Lay(id);
-    PrintToStandardError("pSysConfig:%p\n", static_cast<void*>(pSysConfig.load()));
+    const bool taken = id == g_place.id || Lay(id);
+    PrintToStandardError("pSysConfig:%p\n", static_cast<void*>(g_config.load()));
     return taken;
 }
 
 // Once a second, for the one thread that comes first.
 void LookForSegment() {
     const long now = KQ_COMMON_GetUptime();
-    long last = last_look.load();
-    if (now == last || !last_look.compare_exchange_strong(last, now)) {
+    long last = g_last_look.load();
+    if (now == last || !g_last_look.compare_exchange_strong(last, now)) {
         return;
     }
-    const std::unique_lock alone(place_lock, std::try_to_lock);
-    if (!alone || !wanted) {
+    const std::unique_lock alone(g_place_lock, std::try_to_lock);
+    if (!alone || !g_is_wanted) {
         return;
     }
     // While the server is gone its last settings go on to hold; only a first segment is created.
-    const int id = place.id >= 0 ? shmget(SYS_CONFIG_KEY, 0, 0) : GetSegment(SYS_CONFIG_KEY);
-    if (id >= 0 && id != place.id && MayBeTaken(id)) {
+    const int id = g_place.id >= 0 ? shmget(SYS_CONFIG_KEY, 0, 0) : GetSegment(SYS_CONFIG_KEY);
+    if (id >= 0 && id != g_place.id && MayBeTaken(id)) {
         Take(id);
     }
 }
@@ -138,22 +138,22 @@ void LookForSegment() {
 }  // namespace
 
 int SysConfigInit(void) {
-    const std::lock_guard alone(place_lock);
-    wanted = true;
-    last_look = KQ_COMMON_GetUptime();
+    const std::lock_guard alone(g_place_lock);
+    g_is_wanted = true;
+    g_last_look = KQ_COMMON_GetUptime();
     return Take(OpenSegment(SYS_CONFIG_KEY)) ? 0 : -1;
 }
 
 SysInfo* GetSysconfigData(void) {
-    if (wanted.load()) {
+    if (g_is_wanted.load()) {
         LookForSegment();
     }
-    return pSysConfig.load();
+    return g_config.load();
 }
 
 int SysconfigExit(void) {
-    const std::lock_guard alone(place_lock);
-    wanted = false;
+    const std::lock_guard alone(g_place_lock);
+    g_is_wanted = false;
     Release();
     return 0;
 }

@@ -20,15 +20,15 @@ constexpr int kQueuesMax = 10;  // one request's; a queue that is removed again 
 
 // Held over a request: the driver's lock is not destroyed under it, and a request that finds no lock
 // does not run beside one that does.
-std::mutex one_request;
+std::mutex g_one_request;
 
-std::atomic<int> gSysProcId{kNoProcId};
-std::atomic<int> gSysMsgId{-1};
-std::atomic<int> gWantedProcId{kNoProcId};    // of a start that failed for want of a segment, lock or queue
+std::atomic<int> g_proc_id{kNoProcId};
+std::atomic<int> g_queue{-1};
+std::atomic<int> g_wanted_proc_id{kNoProcId};  // of a start that failed for want of a segment, lock or queue
 std::atomic<SemHandl_t> hndlDrvSem{nullptr};  // orders the requests of this process
 
 int Fail(const char* text) {
-    gSysProcId.store(kNoProcId);
+    g_proc_id.store(kNoProcId);
     PrintToStandardError("%s", text);
     return -1;
 }
@@ -46,7 +46,7 @@ bool HaveDriverLock() {
 }
 
 void DropDriverLock() {
-    const std::lock_guard alone(one_request);
+    const std::lock_guard alone(g_one_request);
     if (SemHandl_t handle = hndlDrvSem.exchange(nullptr)) {
         DestroySem(handle);
     }
@@ -77,7 +77,7 @@ bool IsAnswer(const void* question, const void* answer) {
 bool OpenQueue() {
     const int qid = Msg_Init(SYS_DRV_KEY);
     if (qid >= 0) {
-        gSysMsgId.store(qid);
+        g_queue.store(qid);
     }
     return qid >= 0;
 }
@@ -97,7 +97,7 @@ bool FollowQueue(const Patience& patience) {
 // One request and its answer; the caller holds one_request.  A request that meets a removed queue is sent again to
 // the new one, its payload into the new segment.
 int Exchange(void* data, unsigned int len, int cmd) {
-    const int proc_id = gSysProcId.load();
+    const int proc_id = g_proc_id.load();
     if (proc_id == kNoProcId) {
         return -1;  // its answers could not be told from everybody's requests
     }
@@ -113,7 +113,7 @@ int Exchange(void* data, unsigned int len, int cmd) {
         if (!PutPayload(proc_id, data, len)) {
             return -1;
         }
-        reply = Ask(gSysMsgId.load(), {&message, sizeof message, proc_id, IsAnswer}, patience);
+        reply = Ask(g_queue.load(), {&message, sizeof message, proc_id, IsAnswer}, patience);
         if (reply == Reply::kQueueRemoved && !FollowQueue(patience)) {
             break;
         }
@@ -135,8 +135,8 @@ int SysDrvInit(int proc_id) {
     if (proc_id < kFirstProcId || proc_id > kLastProcId) {
         return Fail("Error:Invalid Parameter\n");
     }
-    gSysProcId.store(proc_id);
-    gWantedProcId.store(proc_id);
+    g_proc_id.store(proc_id);
+    g_wanted_proc_id.store(proc_id);
     if (ShareMemInit(SYS_DRV_KEY) < 0) {
         return Fail("Error:Share Memory init fail\n");
     }
@@ -147,31 +147,31 @@ int SysDrvInit(int proc_id) {
         DropDriverLock();
         return Fail("Error:Msg_Init fail\n");
     }
-    gWantedProcId.store(kNoProcId);
+    g_wanted_proc_id.store(kNoProcId);
     LOG_TRACE_HERE(" gSysProcId %d\n", proc_id);
     return 0;
 }
 
 int SysDrvExit(void) {
-    gWantedProcId.store(kNoProcId);
-    gSysProcId.store(kNoProcId);
+    g_wanted_proc_id.store(kNoProcId);
+    g_proc_id.store(kNoProcId);
     DropDriverLock();
     return 0;
 }
 
 void SetSysProcId(int proc_id) {
-    gSysProcId.store(proc_id);
+    g_proc_id.store(proc_id);
 }
 
 void SaveSysMsgId(int qid) {
-    gSysMsgId.store(qid);
+    g_queue.store(qid);
 }
 
 int SetSysCommon(void* data, unsigned int len, int cmd) {
-    if (const int wanted = gWantedProcId.load(); wanted != kNoProcId) {
+    if (const int wanted = g_wanted_proc_id.load(); wanted != kNoProcId) {
         SysDrvInit(wanted);
     }
-    const std::lock_guard alone(one_request);
+    const std::lock_guard alone(g_one_request);
     SemHandl_t handle = hndlDrvSem.load();
     SemWait(handle);
     const int result = Exchange(data, len, cmd);
@@ -185,8 +185,8 @@ int SendSysQuitCmd(void) {
     message.cmd = SYS_MSG_QUIT;
     const Patience patience(0);
     Reply reply = Reply::kQueueRemoved;
-    for (int i = 0; i < kQueuesMax && reply == Reply::kQueueRemoved && gSysMsgId.load() >= 0; ++i) {
-        reply = Tell(gSysMsgId.load(), &message, sizeof message, patience);
+    for (int i = 0; i < kQueuesMax && reply == Reply::kQueueRemoved && g_queue.load() >= 0; ++i) {
+        reply = Tell(g_queue.load(), &message, sizeof message, patience);
         if (reply == Reply::kQueueRemoved && !FollowQueue(patience)) {
             break;
         }
