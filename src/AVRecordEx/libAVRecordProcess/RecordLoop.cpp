@@ -19,25 +19,25 @@
 namespace {
 
 constexpr char kOperation[] = "StartRecord";  // for the log
-constexpr int kAudioOff = 2;    // nAudioEncoding while audio is off
+constexpr int kAudioOff = 2;                  // audio encoding of a run without audio
 constexpr int64_t kClockJumpSeconds = 5;
 constexpr unsigned int kWatchMs = 20;
 
-struct Run {  // as it began
-    int VideoId;
+struct Run {                           // as it began
+    int stream;                        // VideoId
     RecordFileInfoHead_S file_before;  // the record file's head without this run's section
-    Camera_AudioProperty AudioProperty;
-    int nVideoEncoding;
-    int nVideoFrameRate;
-    int nAudioEnable;
-    int nAudioEncoding;
-    int nVideocodecmode;
-    int resWidth;
-    int resHeight;
-    int nVideoRotate;
-    timeval RecordStartTime;
+    Camera_AudioProperty audio_property;
+    int video_encoding;
+    int frame_rate;
+    int audio_enabled;
+    int audio_encoding;
+    int codec_mode;
+    int width;
+    int height;
+    int rotation;
+    timeval start_time;
     long start_uptime;
-    time_t tmptime;
+    time_t start_seconds;  // tmptime
 };
 
 struct Pass {  // as it is now
@@ -59,56 +59,55 @@ bool IsMotionJpeg(const Run&, const Pass& pass) {
 
 // Never true: the audio switch is read once a run, so that switching audio does not cut a recording.
 bool AudioSwitched(const Run& run, const Pass&) {
-    if (run.AudioProperty.ucEnable == run.nAudioEnable) {
+    if (run.audio_property.ucEnable == run.audio_enabled) {
         return false;
     }
-    LOG_TRACE_AS(kOperation, " Audio Enable Change!    %d change to %d \n", run.nAudioEnable,
-                 run.AudioProperty.ucEnable);
+    LOG_TRACE_AS(kOperation, " Audio Enable Change!    %d change to %d \n", run.audio_enabled,
+                 run.audio_property.ucEnable);
     return true;
 }
 
 bool AudioEncodingChanged(const Run& run, const Pass& pass) {
-    if (run.nAudioEnable == 0 || pass.audio.iEncoding == run.nAudioEncoding) {
+    if (run.audio_enabled == 0 || pass.audio.iEncoding == run.audio_encoding) {
         return false;
     }
-    LOG_TRACE_AS(kOperation, " Audio Encoding Change!  %d change to %d \n", run.nAudioEncoding, pass.audio.iEncoding);
+    LOG_TRACE_AS(kOperation, " Audio Encoding Change!  %d change to %d \n", run.audio_encoding, pass.audio.iEncoding);
     return true;
 }
 
 bool VideoEncodingChanged(const Run& run, const Pass& pass) {
-    if (pass.video.iEncoding == run.nVideoEncoding) {
+    if (pass.video.iEncoding == run.video_encoding) {
         return false;
     }
-    LOG_TRACE_AS(kOperation, " Video Encoding Change!  %d change to %d \n", run.nVideoEncoding, pass.video.iEncoding);
+    LOG_TRACE_AS(kOperation, " Video Encoding Change!  %d change to %d \n", run.video_encoding, pass.video.iEncoding);
     return true;
 }
 
 bool FrameRateChanged(const Run& run, const Pass& pass) {
-    if (pass.video.iFrameRate == run.nVideoFrameRate) {
+    if (pass.video.iFrameRate == run.frame_rate) {
         return false;
     }
-    LOG_TRACE_AS(kOperation, " Video FrameRate Change!  %d change to %d \n", run.nVideoFrameRate,
-                 pass.video.iFrameRate);
+    LOG_TRACE_AS(kOperation, " Video FrameRate Change!  %d change to %d \n", run.frame_rate, pass.video.iFrameRate);
     return true;
 }
 
 bool StreamChanged(const Run& run, const Pass& pass) {
     const int stream = pass.config.Record_config.ucVideoStreamType;
-    if (stream == run.VideoId) {
+    if (stream == run.stream) {
         return false;
     }
-    LOG_TRACE_AS(kOperation, " Video Record StreamType Change ! ( %d != %d ) \n", run.VideoId, stream);
+    LOG_TRACE_AS(kOperation, " Video Record StreamType Change ! ( %d != %d ) \n", run.stream, stream);
     return true;
 }
 
 bool ResolutionChanged(const Run& run, const Pass& pass) {
-    const int width = pass.config.stream_config[run.VideoId].width;
-    const int height = pass.config.stream_config[run.VideoId].height;
-    if (width == run.resWidth && height == run.resHeight) {
+    const int width = pass.config.stream_config[run.stream].width;
+    const int height = pass.config.stream_config[run.stream].height;
+    if (width == run.width && height == run.height) {
         return false;
     }
-    LOG_TRACE_AS(kOperation, " StreamType[%d] Resolution Change ! ( W:%d != %d or H:%d != %d ) \n", run.VideoId,
-                 run.resWidth, width, run.resHeight, height);
+    LOG_TRACE_AS(kOperation, " StreamType[%d] Resolution Change ! ( W:%d != %d or H:%d != %d ) \n", run.stream,
+                 run.width, width, run.height, height);
     return true;
 }
 
@@ -122,20 +121,20 @@ bool RecordSwitchedOff(const Run&, const Pass& pass) {
 
 bool CodecModeChanged(const Run& run, const Pass& pass) {
     const int mode = pass.config.lan_config.nVideocodecmode;
-    if (mode == run.nVideocodecmode) {
+    if (mode == run.codec_mode) {
         return false;
     }
-    LOG_TRACE_AS(kOperation, " Video codec mode change !  %d change to %d \n", run.nVideocodecmode, mode);
+    LOG_TRACE_AS(kOperation, " Video codec mode change !  %d change to %d \n", run.codec_mode, mode);
     return true;
 }
 
 bool RotationChanged(const Run& run, const Pass& pass) {
     const int angle = pass.config.lan_config.nRotateAngle;
-    if (angle == run.nVideoRotate) {
+    if (angle == run.rotation) {
         return false;
     }
-    LOG_TRACE_AS(kOperation, " Video Rotate mode change !  %d change to %d (preRotate :%d  )\n", run.nVideoRotate,
-                 angle, pass.config.lan_config.nPreRotateAngle);
+    LOG_TRACE_AS(kOperation, " Video Rotate mode change !  %d change to %d (preRotate :%d  )\n", run.rotation, angle,
+                 pass.config.lan_config.nPreRotateAngle);
     return true;
 }
 
@@ -170,7 +169,7 @@ bool MidnightComes(const Run&, const Pass& pass) {
 
 bool ClockWasSet(const Run& run, const Pass&) {
     const int64_t SinceBootDuration = KQ_COMMON_GetUptime() - run.start_uptime;
-    const int64_t CurrentDuration = static_cast<int64_t>(WallSeconds()) - run.tmptime;
+    const int64_t CurrentDuration = static_cast<int64_t>(WallSeconds()) - run.start_seconds;
     const int64_t jump = CurrentDuration - SinceBootDuration;
     if (jump >= -kClockJumpSeconds && jump <= kClockJumpSeconds) {
         return false;
@@ -246,15 +245,15 @@ Settings ReadSettings() {
 
 // Takes what the run is watched against.
 void Capture(Run* run, const Settings& settings) {
-    const int stream = run->VideoId;
+    const int stream = run->stream;
     const Camera_VideoConfig& video = settings.video[stream];
-    run->AudioProperty = settings.audio_property;
-    run->nVideoEncoding = video.iEncoding;
-    run->nVideoFrameRate = video.iFrameRate;
+    run->audio_property = settings.audio_property;
+    run->video_encoding = video.iEncoding;
+    run->frame_rate = video.iFrameRate;
     LOG_TRACE_AS(kOperation, " VideoConfig[%d].iEncoding       %d\n", stream, video.iEncoding);
     LOG_TRACE_AS(kOperation, " VideoConfig[%d].iSmartEncEnable %d\n", stream, video.iSmartEncEnable);
-    run->nAudioEncoding = settings.audio_property.ucEnable == 0 ? kAudioOff : settings.audio.iEncoding;
-    run->nAudioEnable = settings.audio_property.ucEnable;
+    run->audio_encoding = settings.audio_property.ucEnable == 0 ? kAudioOff : settings.audio.iEncoding;
+    run->audio_enabled = settings.audio_property.ucEnable;
 }
 
 void ForceKeyFrame(int stream) {
@@ -264,13 +263,13 @@ void ForceKeyFrame(int stream) {
 }
 
 void StartClocks(Run* run, const SysInfo& config) {
-    run->RecordStartTime = WallTime();
+    run->start_time = WallTime();
     run->start_uptime = KQ_COMMON_GetUptime();
-    run->tmptime = WallSeconds();
-    run->nVideocodecmode = config.lan_config.nVideocodecmode;
-    run->resWidth = config.stream_config[run->VideoId].width;
-    run->resHeight = config.stream_config[run->VideoId].height;
-    run->nVideoRotate = config.lan_config.nRotateAngle;
+    run->start_seconds = WallSeconds();
+    run->codec_mode = config.lan_config.nVideocodecmode;
+    run->width = config.stream_config[run->stream].width;
+    run->height = config.stream_config[run->stream].height;
+    run->rotation = config.lan_config.nRotateAngle;
 }
 
 // The section that was opened gets its number back when nothing was written into it: a file has only so many.
@@ -310,8 +309,8 @@ bool BeginRun(Run* run, const Settings& settings, const SysInfo& config) {
     }
     Capture(run, settings);
     AVRecordReadAhead(file);
-    ForceKeyFrame(run->VideoId);
-    if (KQ_RecordInit(file, run->VideoId) < 0) {
+    ForceKeyFrame(run->stream);
+    if (KQ_RecordInit(file, run->stream) < 0) {
         TakeBackSection(*run);
         g_control.last_end = end_to_join;
         return false;
@@ -351,7 +350,7 @@ Look LookForEnd(const Run& run) {
     if (config == nullptr) {
         return Look::NoConfiguration;
     }
-    const Pass pass{*config, videos[run.VideoId], audio, local};
+    const Pass pass{*config, videos[run.stream], audio, local};
     for (const EndReason is_over : kEndReasons) {
         if (is_over(run, pass)) {
             return Look::Over;
@@ -414,7 +413,7 @@ void EndRun(const Run& run) {
     LOG_TRACE_AS(kOperation, ": #########Record Over !!!!!!!!!!!!#######\n");
     AVRecordHeads heads;
     AVRecordHeadsCopy(&heads);
-    LogEndTime(run.RecordStartTime.tv_sec + (KQ_COMMON_GetUptime() - run.start_uptime));
+    LogEndTime(run.start_time.tv_sec + (KQ_COMMON_GetUptime() - run.start_uptime));
     LogEndTime(static_cast<time_t>(heads.section.m_u32RecordEndTime));
     g_flags.run_is_on = false;
     g_control.run_left_open = false;
@@ -462,7 +461,7 @@ int StartRecord(int VideoId, int duration) {
             return 0;
         }
         run = {};
-        run.VideoId = VideoId;
+        run.stream = VideoId;
         if (!BeginRun(&run, settings, *config)) {
             return -1;
         }

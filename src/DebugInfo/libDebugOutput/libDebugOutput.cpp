@@ -38,7 +38,7 @@ ConsoleThread g_listener;
 ConsoleThread g_receiver;
 std::atomic<int> g_listen_fd{-1};              // written under g_control
 std::atomic<int> g_client_fd{-1};              // set by the listening, taken back by the receiving thread
-std::atomic<bool> g_threads_shall_run{false};  // the threads shall run
+std::atomic<bool> g_threads_shall_run{false};
 std::atomic<bool> g_is_open{false};            // the marker was there at the last look
 
 void CloseDescriptor(std::atomic<int>& fd) {
