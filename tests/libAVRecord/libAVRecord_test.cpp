@@ -6,16 +6,21 @@
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <thread>
 
-#include "CardFile.h"
 #include "RecorderStatus.h"
 #include "support/BoundCamera.h"
+#include "support/CardFault.h"
+#include "support/Process.h"
 
 namespace {
 
 using std::string_literals::operator""s;
 using support::Card;
+using support::CardFault;
+using support::Descriptors;
+using support::Refused;
 
 const std::string kH264Key = "\0\0\0\1\x67sps\0\0\0\1\x68pps\0\0\0\1\x65 a key frame"s;
 const std::string kH264Delta = "\0\0\0\1\x41 a frame between key frames"s;
@@ -279,57 +284,41 @@ TEST_F(Writer, FollowsSmallStepsOfTheClockAndNoLargeOnes) {
 
 // A record that the card refused once is there with the next frame, in the order of the frames.
 TEST_F(Writer, AKeyFrameRecordThatTheCardRefusedFollows) {
-    static const card::Calls real = card::CardCalls();
-    static std::atomic<bool> refuses;
-    static card::Calls calls = real;
-    calls.WriteAt = [](int fd, const void* buffer, size_t length, off64_t offset) {
-        if (refuses && length == sizeof(KeyFrameInfoHead_S)) {
-            errno = EIO;
-            return ssize_t{-1};
-        }
-        return real.WriteAt(fd, buffer, length, offset);
-    };
-    refuses = true;
-    card::ReplaceCardCalls(&calls);
+    std::optional<CardFault> fault(Refused{.length = sizeof(KeyFrameInfoHead_S)});
     Open();
     EXPECT_EQ(Write(kH264Key), 0);
     const uint32_t second_key = Section().m_u32RecordSize;
     EXPECT_EQ(Write(kH264Key), 0);
     EXPECT_EQ(FileHead().m_u32RecordKeyFrameSum, 0u) << "the counts rise with the record";
     EXPECT_EQ(Section().m_u32FrameSum, 2u);
-    refuses = false;
+    fault.reset();
     EXPECT_EQ(Write(kH264Delta), 0);
     EXPECT_EQ(FileHead().m_u32RecordKeyFrameSum, 2u);
     EXPECT_EQ(Section().m_u32KeyFrameSum, 2u);
     EXPECT_EQ(Section().m_u32FrameSum, 3u);
     EXPECT_EQ(KeyFrame(0).m_u32KeyFilePos, 0u);
     EXPECT_EQ(KeyFrame(1).m_u32KeyFilePos, second_key);
-    refuses = true;
+    fault.emplace(Refused{.length = sizeof(KeyFrameInfoHead_S)});
     EXPECT_EQ(Write(kH264Key), 0);
     EXPECT_EQ(FileHead().m_u32RecordKeyFrameSum, 2u);
-    refuses = false;
+    fault.reset();
     KQ_RecordUninit();
     EXPECT_EQ(FileHead().m_u32RecordKeyFrameSum, 3u) << "the end of the run is its last chance";
     EXPECT_EQ(Section().m_u32KeyFrameSum, 3u);
-    card::ReplaceCardCalls(nullptr);
 }
 
 TEST_F(Writer, OpensAnewWithoutLeavingADescriptorBehind) {
-    const auto descriptors = [] {
-        const std::filesystem::directory_iterator all("/proc/self/fd");
-        return std::distance(begin(all), end(all));
-    };
-    const auto before = descriptors();
+    const long before = Descriptors();
     Open();
     EXPECT_EQ(Write(kH264Key), 0);
     Open();
     EXPECT_EQ(Write(kH264Delta), -1) << "it waits for a key frame again";
     EXPECT_EQ(Write(kH264Key), 0);
     KQ_RecordUninit();
-    for (int i = 0; i < 10000 && descriptors() != before; ++i) {  // the last of it is handed over beside us
+    for (int i = 0; i < 10000 && Descriptors() != before; ++i) {  // the last of it is handed over beside us
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    EXPECT_EQ(descriptors(), before);
+    EXPECT_EQ(Descriptors(), before);
     EXPECT_EQ(KQ_RecordClose(), -1);
     EXPECT_EQ(KQ_RecordStreamFdGet(), -1);
 }
@@ -362,15 +351,9 @@ TEST_F(Writer, OpensTheFilesThatAreThereAndCreatesNone) {
 }
 
 TEST_F(Writer, ACardThatRefusesWritesIsToldUntilTheWriterIsOpenedAgain) {
-    static card::Calls calls;
-    calls = card::CardCalls();
-    calls.WriteAt = [](int, const void*, size_t, off64_t) {
-        errno = EIO;
-        return ssize_t{-1};
-    };
     Open();
     EXPECT_EQ(Write(kH264Key), 0);
-    card::ReplaceCardCalls(&calls);
+    std::optional<CardFault> fault(Refused{});
     const RecorderStatus before = RecorderStatusGet();
     for (int second = 0; second <= 10; ++second) {
         EXPECT_EQ(AVRecordCardFailing(), second > 3) << "EIO, and nothing else works";
@@ -384,7 +367,7 @@ TEST_F(Writer, ACardThatRefusesWritesIsToldUntilTheWriterIsOpenedAgain) {
     EXPECT_TRUE(Logged(" : writing /var/etc/sdcard/hi000000.mp4, ")) << "said in the log";
     Open();
     EXPECT_EQ(AVRecordCardFailing(), 0);
-    card::ReplaceCardCalls(nullptr);
+    fault.reset();
     EXPECT_EQ(Write(kH264Key), 0);
     EXPECT_EQ(RecorderStatusGet().last_frame, kStart);
 }

@@ -1,23 +1,20 @@
 #include "AlarmEvent.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
+#include <fstream>
+#include <map>
 #include <mutex>
+#include <set>
+#include <sstream>
 #include <string>
-#include <thread>
-#include <vector>
 
-#include "CardFile.h"
 #include "Clock.h"
 #include "RecordState.h"
 #include "libAVRecord.h"
@@ -26,30 +23,35 @@
 #include "libLog.h"
 #include "libOthers.h"
 #include "support/Card.h"
-#include "support/ReadFault.h"
+#include "support/CardFault.h"
+#include "support/Process.h"
+#include "support/QueuePeer.h"
 #include "support/Stderr.h"
 
 namespace {
 
+using support::CardFault;
+using support::WaitUntil;
+
 constexpr int64_t kNoon = 1700049600;  // Wednesday 2023-11-15 12:00:00 UTC; times below are seconds after it
 constexpr uint32_t kFile = 1;          // the record file in use
 constexpr std::chrono::seconds kBound{20};
-constexpr int kMotionType = 1, kIoType = 4, kIoMotionType = 8, kSmartType = 32;
+const std::string kEventFile = std::string(support::kCardDirectory) + "event000.bin";
 
 // Time that stands still until the test lets it go on; a sleeper then finds it gone by.
 class Timeline {
   public:
-    void Restart() {
+    void Restart(int64_t wall_shift = 0) {
         const std::lock_guard lock(mutex_);
         now_ms_ = kPhaseMs;
         limit_ms_ = wake_ms_ = 0;
-        wall_shift_ = 0;
+        wall_shift_ = wall_shift;
         is_asleep_ = false;
     }
-    // Lets `seconds` pass; returns when the alarm thread sleeps towards a moment behind them.
-    void Run(int64_t seconds) {
+    // Lets so much time pass; returns when the alarm thread sleeps towards a moment after them.
+    void Run(int64_t ms) {
         std::unique_lock lock(mutex_);
-        limit_ms_ += seconds * 1000;
+        limit_ms_ += ms;
         moved_.notify_all();
         ASSERT_TRUE(moved_.wait_for(lock, kBound, [this] { return is_asleep_ && wake_ms_ > limit_ms_; }));
     }
@@ -96,79 +98,59 @@ constexpr ClockSource kTestClock{[] {
                                  [] { return static_cast<long>(5000 + g_timeline.Seconds()); },
                                  [](unsigned int ms) { g_timeline.Sleep(ms); }};
 
-uint32_t Number(const std::string& bytes, size_t offset, size_t length = 4) {
-    uint32_t value = 0;
-    for (size_t i = 0; i < length; ++i) {
-        value |= uint32_t{static_cast<unsigned char>(bytes.at(offset + i))} << (8 * i);
+// The records as a reader of the card meets them; times in seconds after noon.
+class Record {
+  public:
+    Record(uint64_t offset, uint64_t length) : bytes_(support::Card::Read(kEventFile, offset, length)) {}
+    static Record Head(uint32_t file) { return {256 * uint64_t{file}, 256}; }
+    static Record Event(uint32_t file, uint32_t number) {
+        return {(uint64_t{file} + 8) * 131072 + 48 * (uint64_t{number} - 1), 48};
     }
-    return value;
-}
 
-// The two records as a reader of the card meets them; times in seconds after noon.
-struct Head {
-    std::string flag;
-    uint32_t file_no, events, type;
-    int64_t start, end, previous_end;
-};
-struct Event {
-    std::string flag;
-    int64_t start, end;
-    uint32_t size, frames, file_no, number, type, rate;
-};
-
-std::string EventFile(uint64_t offset, uint64_t length) {
-    return support::Card::Read(std::string(support::kCardDirectory) + "event000.bin", offset, length);
-}
-
-Head HeadOf(uint32_t file) {
-    const std::string bytes = EventFile(256 * file, 256);
-    return {.flag = bytes.substr(0, 4),
-            .file_no = Number(bytes, 4),
-            .events = Number(bytes, 16),
-            .type = Number(bytes, 24, 1),
-            .start = Number(bytes, 8) - kNoon,
-            .end = Number(bytes, 12) - kNoon,
-            .previous_end = Number(bytes, 20) - kNoon};
-}
-
-Event EventOf(uint32_t file, uint32_t number) {
-    const std::string bytes = EventFile((file + 8) * 131072 + 48 * (number - 1), 48);
-    return {.flag = bytes.substr(0, 4),
-            .start = Number(bytes, 4) - kNoon,
-            .end = Number(bytes, 8) - kNoon,
-            .size = Number(bytes, 12),
-            .frames = Number(bytes, 16),
-            .file_no = Number(bytes, 20, 2),
-            .number = Number(bytes, 22, 2),
-            .type = Number(bytes, 24, 1),
-            .rate = Number(bytes, 25, 1)};
-}
-
-// Start and end of the events 1 to n.
-std::vector<std::pair<int64_t, int64_t>> EventTimes(uint32_t file = kFile) {
-    std::vector<std::pair<int64_t, int64_t>> times;
-    for (uint32_t number = 1; number <= HeadOf(file).events; ++number) {
-        times.emplace_back(EventOf(file, number).start, EventOf(file, number).end);
+    const std::string& Bytes() const { return bytes_; }
+    std::string Flag() const { return bytes_.substr(0, 4); }
+    int64_t Time(size_t offset) const { return Number(offset) - kNoon; }
+    uint32_t Number(size_t offset, size_t length = 4) const {
+        uint32_t value = 0;
+        for (size_t i = 0; i < length; ++i) {
+            value |= uint32_t{static_cast<unsigned char>(bytes_.at(offset + i))} << (8 * i);
+        }
+        return value;
     }
-    return times;
+
+  private:
+    std::string bytes_;
+};
+
+uint32_t EventCount(uint32_t file = kFile) {
+    return Record::Head(file).Number(16);
 }
 
-using Times = std::vector<std::pair<int64_t, int64_t>>;
-
-long Threads() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
-}
-// Of this test and of a sanitizer, whose own starts with the first thread; without any that is just leaving.
-long ThreadsAtRest() {
-    static const long count = [] {
-        long with_one_more = 0;
-        std::thread([&] { with_one_more = Threads(); }).join();
-        return with_one_more - 1;
-    }();
-    return count;
-}
-long Descriptors() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+// "10-24 30-31:4": start and end of the events 1 to n, and the type of those that are no motion.
+std::string Events(uint32_t file = kFile) {
+    std::ostringstream text;
+    int64_t first = INT64_MAX, last = INT64_MIN;
+    const uint32_t count = EventCount(file);
+    for (uint32_t number = 1; number <= count; ++number) {
+        const Record event = Record::Event(file, number);
+        EXPECT_EQ(event.Flag(), "ADEF") << number;
+        EXPECT_EQ(event.Number(20, 2), file) << number;
+        EXPECT_EQ(event.Number(22, 2), number);
+        first = std::min(first, event.Time(4));
+        last = std::max(last, event.Time(8));
+        text << (number == 1 ? "" : " ") << event.Time(4) << '-' << event.Time(8);
+        if (const uint32_t type = event.Number(24, 1); type != 1) {
+            text << ':' << type;
+        }
+    }
+    if (count != 0) {
+        const Record head = Record::Head(file);
+        EXPECT_EQ(head.Flag(), "AEMF");
+        EXPECT_EQ(head.Number(4), file);
+        EXPECT_EQ(head.Time(8), first);
+        EXPECT_EQ(head.Time(12), last);
+    }
+    return text.str();
 }
 
 class AlarmThread : public testing::Test {
@@ -182,8 +164,8 @@ class AlarmThread : public testing::Test {
         EXPECT_EQ(libAlarmProcessInit(), 0);
         *GetSysconfigData() = {};
         Schedule({.type = 1});
-        for (int source = 0; source < 16; ++source) {
-            Clear(source);
+        for (int source = 0; source < ALARM_SOURCE_DEF_NUMS; ++source) {
+            Set(source, false);
         }
         g_flags.range = 0;
         g_flags.file_begun_anew = -1;
@@ -216,8 +198,9 @@ class AlarmThread : public testing::Test {
         GetSysconfigData()->Record_config.ucpreRecordTime = static_cast<uint8_t>(pre_record);
         GetSysconfigData()->Record_config.ucrecordDelay = static_cast<uint8_t>(delay);
     }
-    static void Raise(int source) { ASSERT_EQ(AlarmDataWrite(source, ALARM_STATUS_DEF_ON), 0); }
-    static void Clear(int source) { ASSERT_EQ(AlarmDataWrite(source, ALARM_STATUS_DEF_OFF), 0); }
+    static void Set(int source, bool on) {
+        ASSERT_EQ(AlarmDataWrite(source, on ? ALARM_STATUS_DEF_ON : ALARM_STATUS_DEF_OFF), 0);
+    }
 
     // A run that goes on in `file` with a section that began at `section_start`.
     static void Begin(int64_t section_start = 0, uint32_t file = kFile) {
@@ -240,226 +223,192 @@ class AlarmThread : public testing::Test {
         AV_RecordInfoHeadGet()->m_u32FrameSum = frames;
         AVRecordHeadsUnlock();
     }
-    static void Run(int64_t seconds) { g_timeline.Run(seconds); }
-    static void Alarm(int source, int64_t seconds) {
-        Raise(source);
-        Run(seconds);
-        Clear(source);
+    static int64_t Milliseconds(const std::string& text) {
+        return std::stoll(text) * (text.ends_with("ms") ? 1 : 1000);
+    }
+    // "100 motion:5 +io 80ms -io type=2": 100 s pass, motion is on for 5 s, io for 80 ms, then the range records
+    // type 2.
+    static void Play(const std::string& script) {
+        static const std::map<std::string, int> kSources = {{"io", 0},         {"motion", 2}, {"crossing", 9},
+                                                            {"intrusion", 10}, {"stay", 12},  {"gathering", 13}};
+        std::istringstream steps(script);
+        for (std::string step; steps >> step;) {
+            const size_t mark = step.find_first_of(":=");
+            const std::string name = step.substr(0, mark);
+            const std::string value = mark == std::string::npos ? "0" : step.substr(mark + 1);
+            Record_Config_Data& config = GetSysconfigData()->Record_config;
+            if (isdigit(step[0]) != 0) {
+                g_timeline.Run(Milliseconds(step));
+            } else if (step[0] == '+' || step[0] == '-') {
+                Set(kSources.at(step.substr(1)), step[0] == '+');
+            } else if (name == "pre") {
+                config.ucpreRecordTime = static_cast<uint8_t>(std::stoi(value));
+            } else if (name == "delay") {
+                config.ucrecordDelay = static_cast<uint8_t>(std::stoi(value));
+            } else if (name == "type") {
+                Schedule({.type = std::stoi(value)});
+            } else if (name == "clock") {
+                g_timeline.SetWallClock(std::stoll(value));
+            } else {
+                Set(kSources.at(name), true);
+                g_timeline.Run(Milliseconds(value));
+                Set(kSources.at(name), false);
+            }
+        }
     }
     void End() {
         g_flags.run_is_on = false;
         g_timeline.RunFreely();
         EXPECT_TRUE(HasLeft());
     }
-    bool ThreadsBecome(long count) const {
-        for (const auto end = std::chrono::steady_clock::now() + kBound; std::chrono::steady_clock::now() < end;
-             usleep(500)) {
-            if (Threads() == count) {
-                return true;
-            }
-        }
-        return false;
+    // A whole run, whose clock is `clock` seconds ahead.
+    void RecordRun(const std::string& script, int64_t section_start = 0, uint32_t file = kFile, int64_t clock = 0) {
+        g_timeline.Restart(clock);
+        Begin(section_start, file);
+        Play(script);
+        End();
     }
-    bool HasLeft() const { return ThreadsBecome(idle_threads_); }
-    int HowOftenLogged(const std::string& line_end) const {
-        const std::string log = log_.Text();
-        int count = 0;
-        for (size_t at = log.find(line_end); at != std::string::npos; at = log.find(line_end, at + 1)) {
-            ++count;
-        }
-        return count;
+    bool HasLeft() const {
+        return WaitUntil([this] { return support::Threads() == idle_threads_; });
     }
-    bool Logged(const std::string& text) const { return HowOftenLogged(text) > 0; }
 
     support::Captured log_;
     const support::Card card_{support::Store{.files = 3}};
-    const long idle_threads_ = ThreadsAtRest();
+    const long idle_threads_ = support::ThreadsAtRest();
 };
 
 TEST_F(AlarmThread, AnAlarmBecomesAnEventFromItsReachBackToTheEndOfItsDelay) {
     PreRecordAndDelay(2, 3);  // 10 s, 30 s
     Begin();
     Written(1'000'000, 500);
-    Run(100);
-    Raise(ALARM_SOURCE_DEF_MOTION);
-    Run(5);
-    Clear(ALARM_SOURCE_DEF_MOTION);
+    Play("100 motion:5");
     Written(1'600'000, 625);
-    Run(60);
-
-    const Head head = HeadOf(kFile);
-    EXPECT_EQ(head.flag, "AEMF");
-    EXPECT_EQ(head.file_no, kFile);
-    EXPECT_EQ(head.events, 1u);
-    EXPECT_EQ(head.type, 1u);
-    EXPECT_EQ(head.start, 90);
-    EXPECT_EQ(head.end, 134);  // last seen on at 104
-    EXPECT_EQ(head.previous_end, 134);
-    const Event event = EventOf(kFile, 1);
-    EXPECT_EQ(event.flag, "ADEF");
-    EXPECT_EQ(event.start, 90);
-    EXPECT_EQ(event.end, 134);
-    EXPECT_EQ(event.size, 600'000u);
-    EXPECT_EQ(event.frames, 125u);
-    EXPECT_EQ(event.file_no, kFile);
-    EXPECT_EQ(event.number, 1u);
-    EXPECT_EQ(event.type, 1u);
-    EXPECT_EQ(event.rate, 25u);
-    EXPECT_TRUE(Logged(":AlarmDurationTime = 30 RecordDelayTime = 30 m_u32FileInfoHeadNo = 1\n"));
+    Play("60");
+    EXPECT_EQ(log_.Count(":AlarmDurationTime = 30 RecordDelayTime = 30 m_u32FileInfoHeadNo = 1\n"), 1);
     End();
-    EXPECT_TRUE(Logged(":AlarmEvent end !!!\n"));
-    EXPECT_EQ(EventTimes(), (Times{{90, 134}}));
+    EXPECT_EQ(log_.Count(":AlarmEvent end !!!\n"), 1);
+    EXPECT_EQ(log_.Count("cannot be read"), 0);
+    EXPECT_EQ(Events(), "90-134") << "last seen on at 104";
+    EXPECT_EQ(Record::Head(kFile).Time(20), 134) << "where the next one may begin";
+    EXPECT_EQ(Record::Head(kFile).Number(24, 1), 1u);
+    EXPECT_EQ(Record::Event(kFile, 1).Number(12), 600'000u);
+    EXPECT_EQ(Record::Event(kFile, 1).Number(16), 125u);
+    EXPECT_EQ(Record::Event(kFile, 1).Number(25, 1), 25u);
 }
 
-TEST_F(AlarmThread, NoEventBeginsBeforeItsSection) {
-    PreRecordAndDelay(2, 8);  // 10 s, none
-    Begin(-4);
-    Alarm(ALARM_SOURCE_DEF_MOTION, 1);
-    Run(10);
-    Alarm(ALARM_SOURCE_DEF_MOTION, 1);
-    Run(1);
-    End();
-    EXPECT_EQ(EventTimes(), (Times{{-4, 1}, {1, 12}}));
+TEST_F(AlarmThread, TimesOfEvents) {
+    struct {
+        const char* what;
+        int pre_record, delay;  // 0: none, 1: 5 s, 2: 10 s, 6: 30 s; 1: 5 s, 3: 30 s, 4: 60 s, 7: 600 s, 8: none
+        int64_t section_start;
+        const char* script;
+        const char* events;
+    } const cases[] = {
+        {"none begins before its section", 2, 8, -4, "motion:1 10 motion:1 1", "-4-1 1-12"},
+        {"as far as there is footage; a setting that is none leaves the one before", 10, 8, -500,
+         "100 motion:1 1 pre=11 delay=10 99 motion:1 1", "-500-101 201-202"},
+        {"one that reaches far behind the one before is not cut", 0, 8, -500, "100 motion:1 1 pre=10 motion:1 1",
+         "100-101 -500-103"},
+        {"the first alarm may be an input's", 0, 8, 0, "type=2 io:2 1", "0-2:4"},
+        {"an alarm of one look lasts its delay", 0, 3, 0, "10 motion:80ms 60", "10-40"},
+        {"an alarm within the delay extends its event", 1, 3, 0, "50 motion:5 25 motion:5 60 motion:5 60",
+         "45-114 140-179"},
+        {"one that would reach into the one before begins at its end", 6, 1, -1000, "100 motion:4 20 motion:4 7",
+         "70-108 108-132"},
+        {"the run's end saves an open event", 0, 7, 0, "10 motion:2 5", "10-16"},
+        {"setting the clock moves none", 0, 1, 0, "10 +motion 5 clock=-3600 5 -motion 20", "10-24"},
+        {"io and motion together make one", 0, 1, 0, "type=3 +io 10 +motion 10 -io 20", "10-24:8"},
+        {"smart alarms fold into one", 0, 1, 0, "type=4 10 crossing:3 gathering:3 3 +intrusion stay:3 -intrusion 20",
+         "10-26:32"},
+        {"another alarm's event is saved before a new one takes its place", 0, 4, 0, "10 motion:2 3 type=2 io:2 100",
+         "10-14 15-76:4"},
+    };
+    uint32_t file = 0;
+    for (const auto& c : cases) {
+        for (int source = 0; source < ALARM_SOURCE_DEF_NUMS; ++source) {
+            Set(source, false);
+        }
+        Schedule({.type = 1});
+        PreRecordAndDelay(c.pre_record, c.delay);
+        RecordRun(c.script, c.section_start, file);
+        EXPECT_EQ(Events(file++), c.events) << c.what;
+    }
 }
 
-TEST_F(AlarmThread, ReachingBackAsTheCameraSeesFitMeansToTheSectionsStart) {
-    PreRecordAndDelay(10, 8);
-    Begin(-500);
-    Run(100);
-    Alarm(ALARM_SOURCE_DEF_MOTION, 1);
-    Run(1);
-    PreRecordAndDelay(200, 200);  // no such setting: as before
-    Run(99);
-    Alarm(ALARM_SOURCE_DEF_MOTION, 1);
-    Run(1);
-    End();
-    EXPECT_EQ(EventTimes(), (Times{{-500, 101}, {201, 202}}));
-}
-
-TEST_F(AlarmThread, AnEventThatReachesFarBehindTheOneBeforeIsNotCut) {
-    PreRecordAndDelay(0, 8);
-    Begin(-500);
-    Run(100);
-    Alarm(ALARM_SOURCE_DEF_MOTION, 1);
-    Run(1);
-    EXPECT_EQ(HeadOf(kFile).start, 100);
-    PreRecordAndDelay(10, 8);
-    Alarm(ALARM_SOURCE_DEF_MOTION, 1);
-    Run(1);
-    End();
-    EXPECT_EQ(EventTimes(), (Times{{100, 101}, {-500, 103}}));
-    EXPECT_EQ(HeadOf(kFile).start, -500);
-}
-
-TEST_F(AlarmThread, AnAlarmWithinTheDelayExtendsItsEvent) {
-    PreRecordAndDelay(1, 3);  // 5 s, 30 s
-    Begin();
-    Run(50);
-    Alarm(ALARM_SOURCE_DEF_MOTION, 5);
-    Run(25);
-    Alarm(ALARM_SOURCE_DEF_MOTION, 5);  // 80 to 85
-    Run(60);
-    Alarm(ALARM_SOURCE_DEF_MOTION, 5);  // 145 to 150, an event of its own
-    Run(60);
-    End();
-    EXPECT_EQ(EventTimes(), (Times{{45, 114}, {140, 179}}));
-}
-
-TEST_F(AlarmThread, AnEventThatWouldReachIntoTheOneBeforeBeginsAtItsEnd) {
-    PreRecordAndDelay(6, 1);  // 30 s, 5 s
+TEST_F(AlarmThread, EverySettingMeansItsSeconds) {
+    constexpr int kPreRecord[] = {0, 5, 10, 15, 20, 25, 30, 10, 0, 0};
+    constexpr int kDelay[] = {10, 5, 10, 30, 60, 120, 300, 600, 0, 0};
+    std::ostringstream expected;
     Begin(-1000);
-    Run(100);
-    Alarm(ALARM_SOURCE_DEF_MOTION, 4);  // ends at 108
-    Run(20);
-    Alarm(ALARM_SOURCE_DEF_MOTION, 4);  // 124 to 128, ends at 132
-    Run(7);
-    EXPECT_EQ(EventTimes(), (Times{{70, 108}, {108, 132}}));
-    End();
+    int64_t now = 0;
+    for (int setting = 0; setting < 10; ++setting) {
+        PreRecordAndDelay(setting, setting);
+        const int64_t rest = kDelay[setting] + 40;
+        Play("motion:1 " + std::to_string(rest));
+        expected << (setting == 0 ? "" : " ") << now - kPreRecord[setting] << '-' << now + std::max(kDelay[setting], 1);
+        now += 1 + rest;
+    }
+    EXPECT_EQ(Events(), expected.str());
+}
 
-    g_timeline.Restart();  // the next run goes on in the file, with a section of its own
-    g_timeline.SetWallClock(140);
-    Begin(110);
-    Alarm(ALARM_SOURCE_DEF_MOTION, 1);
-    Run(100);
-    Alarm(ALARM_SOURCE_DEF_MOTION, 1);
-    Run(100);
-    End();
-    EXPECT_EQ(EventTimes(), (Times{{70, 108}, {108, 132}, {132, 145}, {211, 246}}));
-    EXPECT_EQ(HeadOf(kFile).start, 70);
-    EXPECT_EQ(HeadOf(kFile).end, 246);
+TEST_F(AlarmThread, TheNextRunGoesOnInTheFile) {
+    PreRecordAndDelay(6, 1);  // 30 s, 5 s
+    RecordRun("100 motion:4 20", -1000);
+    RecordRun("motion:1 100 motion:1 100", 100, kFile, 130);
+    EXPECT_EQ(Events(), "70-108 108-135 201-236") << "joined over the border";
 }
 
 TEST_F(AlarmThread, AnOpenEventIsSavedEveryTwentySeconds) {
     PreRecordAndDelay(0, 4);  // none, 60 s
     Begin();
-    Run(100);
-    Alarm(ALARM_SOURCE_DEF_MOTION, 2);
-    std::vector<int64_t> saved_ends;
+    Play("100 motion:2");
+    std::string saved;
     for (int second = 0; second < 80; ++second) {
-        Run(1);
-        const int64_t end = EventOf(kFile, 1).end;
-        if (end >= 0 && (saved_ends.empty() || saved_ends.back() != end)) {
-            saved_ends.push_back(end);
+        Play("1");
+        if (const std::string now = Events(); !saved.ends_with(now)) {
+            saved.append(" ").append(now);
         }
     }
-    EXPECT_EQ(saved_ends, (std::vector<int64_t>{120, 140, 160, 161}));
-    EXPECT_EQ(HeadOf(kFile).end, 161);
-    EXPECT_TRUE(
-        Logged(std::string(22, '#') + "AlarmEndTime = 1700049720 RecordDelayTime = 60 m_u32FileInfoHeadNo = 1 \n"));
-}
-
-TEST_F(AlarmThread, TheEndOfTheRunSavesAnOpenEvent) {
-    PreRecordAndDelay(0, 7);
-    Begin();
-    Run(10);
-    Alarm(ALARM_SOURCE_DEF_MOTION, 2);
-    Run(5);
-    EXPECT_EQ(HeadOf(kFile).events, 0u);
-    End();
-    EXPECT_EQ(EventTimes(), (Times{{10, 17 - 1}}));
+    EXPECT_EQ(saved, " 100-120 100-140 100-160 100-161");
+    EXPECT_EQ(
+        log_.Count(std::string(22, '#') + "AlarmEndTime = 1700049720 RecordDelayTime = 60 m_u32FileInfoHeadNo = 1 \n"),
+        1);
 }
 
 TEST_F(AlarmThread, AnOverwrittenFileStartsWithoutEvents) {
     PreRecordAndDelay(0, 8);
-    for (const uint32_t file : {1u, 2u}) {
-        Begin(0, file);
-        Alarm(ALARM_SOURCE_DEF_MOTION, 1);
-        Run(1);
-        End();
-        g_timeline.Restart();
-    }
-    const std::string other = EventFile(2 * 256, 256);
+    RecordRun("motion:1 1", 0, 1);
+    RecordRun("motion:1 1", 0, 2);
+    const std::string other = Record::Head(2).Bytes();
     g_flags.file_begun_anew = 1;
+    g_timeline.Restart();
     Begin();
     EXPECT_EQ(g_flags.file_begun_anew, -1);
-    EXPECT_EQ(EventFile(256, 256), std::string(256, '\0'));
-    EXPECT_EQ(EventFile(2 * 256, 256), other);
-    Run(30);
-    Alarm(ALARM_SOURCE_DEF_MOTION, 1);
-    Run(1);
+    EXPECT_EQ(Record::Head(1).Bytes(), std::string(256, '\0'));
+    EXPECT_EQ(Record::Head(2).Bytes(), other);
+    Play("30 motion:1 1");
     End();
-    EXPECT_EQ(EventTimes(), (Times{{30, 31}}));
-    EXPECT_EQ(EventFile(0, 256), std::string(256, '\0'));
+    EXPECT_EQ(Events(), "30-31");
+    EXPECT_EQ(Record::Head(0).Bytes(), std::string(256, '\0'));
 }
 
 TEST_F(AlarmThread, TheEventsOfAFileStopAt1024) {
     PreRecordAndDelay(0, 8);
     Begin();
     for (int alarm = 0; alarm < 1026; ++alarm) {
-        Alarm(ALARM_SOURCE_DEF_MOTION, 1);
-        Run(1);
+        Play("motion:1 1");
     }
     End();
-    EXPECT_EQ(HeadOf(kFile).events, 1024u);
-    EXPECT_EQ(EventOf(kFile, 1023).start, 2 * 1022);
-    EXPECT_EQ(EventOf(kFile, 1024).start, 2 * 1025) << "the last one is written over";
-    EXPECT_EQ(EventOf(kFile, 1024).number, 1024u);
-    EXPECT_EQ(EventOf(kFile, 1025).flag, std::string(4, '\0'));
+    EXPECT_EQ(EventCount(), 1024u);
+    EXPECT_EQ(Record::Event(kFile, 1023).Time(4), 2 * 1022);
+    EXPECT_EQ(Record::Event(kFile, 1024).Time(4), 2 * 1025) << "the last one is written over";
+    EXPECT_EQ(Record::Event(kFile, 1024).Number(22, 2), 1024u);
+    EXPECT_EQ(Record::Event(kFile, 1025).Flag(), std::string(4, '\0'));
 }
 
 TEST_F(AlarmThread, AHeadThatCannotBeIsNotBelieved) {
     PreRecordAndDelay(0, 8);
-    const int fd = AV_AlarmEvnetOpen("/var/etc/sdcard/event000.bin", AVFILE_READ_WRITE);
+    const int fd = AV_AlarmEvnetOpen(kEventFile.c_str(), AVFILE_READ_WRITE);
     AlarmEventHead_S head{};
     AV_AlarmEventInfoHeadAdd(&head, 77, 1, 1);  // another file's
     ASSERT_EQ(AV_AlarmEventInfoWrite(fd, 1, &head), 0);
@@ -467,200 +416,99 @@ TEST_F(AlarmThread, AHeadThatCannotBeIsNotBelieved) {
     head.m_u32AlarmEventSum = 70000;
     ASSERT_EQ(AV_AlarmEventInfoWrite(fd, 2, &head), 0);
     AV_AlarmEvnetClose(fd);
-    for (const uint32_t file : {1u, 2u}) {
-        Begin(0, file);
-        Alarm(ALARM_SOURCE_DEF_MOTION, 1);
-        Run(1);
-        End();
-        g_timeline.Restart();
-    }
-    EXPECT_EQ(EventTimes(1), (Times{{0, 1}}));
-    EXPECT_EQ(HeadOf(2).events, 1024u);
-    EXPECT_EQ(EventOf(2, 1024).start, 0);
+    RecordRun("motion:1 1", 0, 1);
+    RecordRun("motion:1 1", 0, 2);
+    EXPECT_EQ(Events(1), "0-1");
+    EXPECT_EQ(EventCount(2), 1024u);
+    EXPECT_EQ(Record::Event(2, 1024).Time(4), 0);
 }
 
 TEST_F(AlarmThread, EachKindOfRangeWatchesItsOwnAlarms) {
     PreRecordAndDelay(0, 8);
-    const auto expected = [](int record_type, int source) {
-        switch (record_type) {
-            case 1:
-                return source == 2 ? kMotionType : 0;
-            case 2:
-                return source == 0 ? kIoType : 0;
-            case 3:
-                return source == 14 ? kIoMotionType : 0;
-            case 4:
-                return source == 9 || source == 10 || source == 12 || source == 13 ? kSmartType : 0;
-            default:
-                return 0;
-        }
+    struct Watched {
+        std::set<int> sources;
+        uint32_t type;
     };
+    const std::map<int, Watched> kinds = {
+        {0, {}}, {1, {{2}, 1}}, {2, {{0}, 4}}, {3, {{14}, 8}}, {4, {{9, 10, 12, 13}, 32}}, {5, {}}};
     Begin();
     uint32_t events = 0;
-    for (int record_type = 0; record_type <= 5; ++record_type) {
-        Schedule({.type = record_type});
-        for (int source = 0; source < 16; ++source) {
-            Alarm(source, 1);
-            Run(1);
-            const int type = expected(record_type, source);
-            events += type != 0;
-            ASSERT_EQ(HeadOf(kFile).events, events) << record_type << " " << source;
-            if (type != 0) {
-                EXPECT_EQ(EventOf(kFile, events).type, static_cast<uint32_t>(type)) << record_type << " " << source;
+    for (const auto& [kind, watched] : kinds) {
+        Schedule({.type = kind});
+        for (int source = 0; source < ALARM_SOURCE_DEF_NUMS; ++source) {
+            Set(source, true);
+            Play("1");
+            Set(source, false);
+            Play("1");
+            events += watched.sources.contains(source) ? 1 : 0;
+            ASSERT_EQ(EventCount(), events) << kind << " " << source;
+            if (watched.sources.contains(source)) {
+                EXPECT_EQ(Record::Event(kFile, events).Number(24, 1), watched.type) << kind << " " << source;
             }
         }
     }
     EXPECT_EQ(events, 7u);
-    EXPECT_EQ(HeadOf(kFile).type, uint32_t{1 | 4 | 8 | 32});
-}
-
-TEST_F(AlarmThread, IoAndMotionTogetherMakeOneEvent) {
-    Schedule({.type = 3});
-    PreRecordAndDelay(0, 1);  // none, 5 s
-    Begin();
-    Raise(ALARM_SOURCE_DEF_IO_0);
-    Run(10);
-    Raise(ALARM_SOURCE_DEF_MOTION);
-    Run(10);
-    Clear(ALARM_SOURCE_DEF_IO_0);
-    Run(20);
-    EXPECT_EQ(EventTimes(), (Times{{10, 24}}));
-    EXPECT_EQ(EventOf(kFile, 1).type, uint32_t{kIoMotionType});
-}
-
-TEST_F(AlarmThread, SmartAlarmsFoldIntoOneEvent) {
-    Schedule({.type = 4});
-    PreRecordAndDelay(0, 1);  // none, 5 s
-    Begin();
-    Run(10);
-    Alarm(ALARM_SOURCE_DEF_CROSSBORDER, 3);
-    Alarm(ALARM_SOURCE_DEF_PEOPLE_GATHERING, 3);
-    Run(3);
-    Raise(ALARM_SOURCE_DEF_INTRUSION);
-    Alarm(ALARM_SOURCE_DEF_PEOPLE_STAY, 3);
-    Clear(ALARM_SOURCE_DEF_INTRUSION);
-    Run(20);
-    EXPECT_EQ(EventTimes(), (Times{{10, 26}}));
+    EXPECT_EQ(Record::Head(kFile).Number(24, 1), uint32_t{1 | 4 | 8 | 32});
 }
 
 TEST_F(AlarmThread, ADayThatIsRecordedWholeHasNoEvents) {
     Schedule({.mode = 1, .type = 1});
-    Begin();
-    for (int source = 0; source < 16; ++source) {
-        Raise(source);
-    }
-    Run(100);
-    End();
-    EXPECT_EQ(EventFile(0, 1 << 20), std::string(1 << 20, '\0'));
+    RecordRun("+motion +io +stay 100");
+    EXPECT_EQ(support::Card::Read(kEventFile, 0, 1 << 20), std::string(1 << 20, '\0'));
 }
 
-TEST_F(AlarmThread, NothingIsNotedBehindTheEndOfTheRange) {
+TEST_F(AlarmThread, NothingIsNotedAfterTheEndOfTheRange) {
     Schedule({.type = 1, .until_hour = 12, .until_minute = 1});
     Begin();
-    Run(60);
-    EXPECT_FALSE(Logged("Record Time Over"));
-    Alarm(ALARM_SOURCE_DEF_MOTION, 10);
-    Run(60);
+    Play("60");
+    EXPECT_EQ(log_.Count("Record Time Over"), 0);
+    Play("motion:10 60");
     End();
-    EXPECT_TRUE(Logged("  TIME_SCOPE_DIFF Record Time Over ! \n"));
-    EXPECT_EQ(EventTimes(), Times{});
-}
-
-TEST_F(AlarmThread, AnotherAlarmsEventIsSavedBeforeANewOneTakesItsPlace) {
-    PreRecordAndDelay(0, 4);  // none, 60 s
-    Begin();
-    Run(10);
-    Alarm(ALARM_SOURCE_DEF_MOTION, 2);
-    Run(3);
-    Schedule({.type = 2});
-    Alarm(ALARM_SOURCE_DEF_IO_0, 2);
-    Run(100);
-    EXPECT_EQ(EventTimes(), (Times{{10, 14}, {15, 76}}));
-    EXPECT_EQ(EventOf(kFile, 1).type, uint32_t{kMotionType});
-    EXPECT_EQ(EventOf(kFile, 2).type, uint32_t{kIoType});
-}
-
-TEST_F(AlarmThread, SettingTheClockMovesNoEvent) {
-    PreRecordAndDelay(0, 1);
-    Begin();
-    Run(10);
-    Raise(ALARM_SOURCE_DEF_MOTION);
-    Run(5);
-    g_timeline.SetWallClock(-3600);
-    Run(5);
-    Clear(ALARM_SOURCE_DEF_MOTION);
-    Run(20);
-    EXPECT_EQ(EventTimes(), (Times{{10, 24}}));
+    EXPECT_GT(log_.Count("  TIME_SCOPE_DIFF Record Time Over ! \n"), 0);
+    EXPECT_EQ(Events(), "");
 }
 
 TEST_F(AlarmThread, EventsThatCannotBeReadForAWhileAreNotWrittenOver) {
     PreRecordAndDelay(0, 8);
-    Begin();
-    Alarm(ALARM_SOURCE_DEF_MOTION, 1);
-    Run(1);
-    End();
+    RecordRun("motion:1 1");
     g_timeline.Restart();
     {
-        const support::ReadFault fault(256 * kFile, EIO);
+        const CardFault fault({.access = support::Refused::kReads, .offset = 256 * kFile});
         Begin();
-        Alarm(ALARM_SOURCE_DEF_MOTION, 1);
-        Run(10);
+        Play("motion:1 10");
     }
-    Run(1);
-    Alarm(ALARM_SOURCE_DEF_MOTION, 1);
-    Run(1);
+    Play("1 motion:1 1");
     End();
-    EXPECT_EQ(EventTimes(), (Times{{0, 1}, {12, 13}}));
-    EXPECT_EQ(HowOftenLogged(": the events of file 1 cannot be read, tried again\n"), 1);
+    EXPECT_EQ(Events(), "0-1 12-13");
+    EXPECT_EQ(log_.Count(": the events of file 1 cannot be read, tried again\n"), 1);
 }
 
 TEST_F(AlarmThread, AnEventThatTheCardRefusedIsTriedAgain) {
-    static const card::Calls real = card::CardCalls();
-    static std::atomic<int> refusals;
-    refusals = 1;
-    card::Calls calls = real;
-    calls.WriteAt = [](int fd, const void* buffer, size_t length, off64_t offset) {
-        if (length == sizeof(AlarmFileInfoHead_S) && refusals-- > 0) {
-            errno = EIO;
-            return ssize_t{-1};
-        }
-        return real.WriteAt(fd, buffer, length, offset);
-    };
-    card::ReplaceCardCalls(&calls);
+    const CardFault fault({.length = sizeof(AlarmFileInfoHead_S), .times = 1});
     PreRecordAndDelay(0, 8);
     Begin();
-    Alarm(ALARM_SOURCE_DEF_MOTION, 2);
-    Run(1);
-    EXPECT_EQ(HeadOf(kFile).events, 1u);
-    EXPECT_NE(EventOf(kFile, 1).flag, "ADEF") << "counted and refused";
-    Run(2);
-    EXPECT_EQ(EventOf(kFile, 1).flag, "ADEF");
-    End();
-    card::ReplaceCardCalls(nullptr);
+    Play("motion:2 1");
+    EXPECT_EQ(EventCount(), 1u);
+    EXPECT_NE(Record::Event(kFile, 1).Flag(), "ADEF") << "counted and refused";
+    Play("2");
+    EXPECT_EQ(Events(), "0-2");
 }
 
 TEST_F(AlarmThread, AFailureEndsTheThreadAndNothingElse) {
-    const long descriptors = Descriptors();
-    ASSERT_EQ(unlink("/var/etc/sdcard/event000.bin"), 0);
-    ASSERT_TRUE(std::filesystem::create_directory("/var/etc/sdcard/event000.bin"));
+    const long descriptors = support::Descriptors();
+    ASSERT_TRUE(std::filesystem::remove(kEventFile) && std::filesystem::create_directory(kEventFile));
     Launch();
     EXPECT_TRUE(HasLeft());
-    EXPECT_FALSE(Logged("AlarmEvent end")) << "a file that cannot be opened is no news";
+    EXPECT_EQ(log_.Count("AlarmEvent end"), 0) << "a file that cannot be opened is no news";
 
-    ASSERT_EQ(rmdir("/var/etc/sdcard/event000.bin"), 0);
-    close(creat("/var/etc/sdcard/event000.bin", 0600));
-    std::filesystem::resize_file("/var/etc/sdcard/event000.bin", 64 << 20);
-    card::Calls full = card::CardCalls();
-    full.WriteAt = [](int, const void*, size_t, off64_t) {
-        errno = ENOSPC;
-        return ssize_t{-1};
-    };
-    card::ReplaceCardCalls(&full);
+    ASSERT_TRUE(std::filesystem::remove(kEventFile) && std::ofstream(kEventFile));
+    std::filesystem::resize_file(kEventFile, 64 << 20);
+    const CardFault full({.error = ENOSPC});
     Begin();
-    Alarm(ALARM_SOURCE_DEF_MOTION, 1);
+    Play("motion:1");
     g_timeline.RunFreely();
     EXPECT_TRUE(HasLeft());
-    EXPECT_TRUE(Logged(":AlarmEvent end !!!\n"));
+    EXPECT_EQ(log_.Count(":AlarmEvent end !!!\n"), 1);
     g_timeline.Restart();
     g_flags.file_begun_anew = 1;
     Launch();
@@ -672,17 +520,16 @@ TEST_F(AlarmThread, AFailureEndsTheThreadAndNothingElse) {
     SysconfigExit();
     g_timeline.RunFreely();
     EXPECT_TRUE(HasLeft()) << "no configuration";
-    EXPECT_EQ(HowOftenLogged(":AlarmEvent end !!!\n"), 2) << "only failed writes are told";
-    card::ReplaceCardCalls(nullptr);
+    EXPECT_EQ(log_.Count(":AlarmEvent end !!!\n"), 2) << "only failed writes are told";
     EXPECT_TRUE(g_flags.run_is_on);
     EXPECT_EQ(GetRecordStopFlag(), 0);
-    EXPECT_EQ(Descriptors(), descriptors);
+    EXPECT_EQ(support::Descriptors(), descriptors);
 }
 
 TEST_F(AlarmThread, ACardThatIsGoneEndsTheRunAndGetsNoFileOnTheCamerasFlash) {
     Begin();
     unlink(support::kCardDevice);
-    Run(1);
+    Play("1");
     EXPECT_EQ(GetRecordStopFlag(), 1);
     End();
     StartRecordSet();
@@ -696,18 +543,18 @@ TEST_F(AlarmThread, ACardThatIsGoneEndsTheRunAndGetsNoFileOnTheCamerasFlash) {
 
 TEST_F(AlarmThread, RunsFollowEachOtherWithoutLeavingAnythingBehind) {
     PreRecordAndDelay(0, 7);
-    const long descriptors = Descriptors();
+    const long descriptors = support::Descriptors();
     Begin();
     for (int run = 0; run < 100; ++run) {
-        Alarm(ALARM_SOURCE_DEF_MOTION, 1);
+        Play("motion:1");
         Launch(g_timeline.Seconds());  // although the thread before it is still at work
-        Run(1);
+        Play("1");
     }
-    EXPECT_TRUE(ThreadsBecome(idle_threads_ + 1)) << Threads();
-    EXPECT_EQ(Descriptors(), descriptors + 1);
-    EXPECT_EQ(HeadOf(kFile).events, 100u) << "each run found the events of the one before";
+    EXPECT_TRUE(WaitUntil([this] { return support::Threads() == idle_threads_ + 1; })) << support::Threads();
+    EXPECT_EQ(support::Descriptors(), descriptors + 1);
+    EXPECT_EQ(EventCount(), 100u) << "each run found the events of the one before";
     End();
-    EXPECT_EQ(Descriptors(), descriptors);
+    EXPECT_EQ(support::Descriptors(), descriptors);
 }
 
 }  // namespace

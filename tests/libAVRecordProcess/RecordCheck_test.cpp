@@ -8,7 +8,7 @@
 #include "libAVRecord.h"
 #include "libAVRecordProcess.h"
 #include "support/BoundCamera.h"
-#include "support/ReadFault.h"
+#include "support/CardFault.h"
 
 namespace {
 
@@ -143,13 +143,14 @@ TEST_F(RecordCheck, AFileHeadThatCannotBeReadIsNotAnEmptyFile) {
     const Card card(Store{.files = 5, .current_file = 2, .current_length = 777});
     for (const int error : {EIO, 0}) {  // 0: half of it comes
         g_control.heads_loaded = false;
+        const support::Refused file_head{.access = support::Refused::kReads, .offset = 1024 + 48 * 2, .error = error};
         {
-            const support::ReadFault fault(1024 + 48 * 2, error);
+            const support::CardFault fault(file_head);
             EXPECT_EQ(CheckRecordStart(), -1) << error;
         }
         EXPECT_EQ(CheckRecordStart(), 0);
         EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32RecordFileSumLenth, 777u);
-        const support::ReadFault fault(1024 + 48 * 2, error);
+        const support::CardFault fault(file_head);
         EXPECT_EQ(CheckRecordStart(), -1) << "nor when the card is compared with what is known of it";
     }
     truncate((std::string(support::kCardDirectory) + "index000.bin").c_str(), 1024 + 48 * 2 + 20);

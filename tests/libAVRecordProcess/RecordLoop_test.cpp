@@ -7,16 +7,18 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "CardFile.h"
 #include "RecordState.h"
 #include "libAVRecord.h"
 #include "libAVRecordProcess.h"
 #include "libAVServerAccess.h"
 #include "libGetAVStream.h"
 #include "support/BoundCamera.h"
+#include "support/CardFault.h"
+#include "support/Process.h"
 #include "support/QueuePeer.h"
 
 namespace {
@@ -64,7 +66,8 @@ class RecordLoop : public support::BoundCamera {
     ~RecordLoop() override {
         g_flags.run_is_on = false;
         KQ_RecordUninit();
-        EXPECT_TRUE(support::WaitUntil([this] { return Threads() <= resting_threads_; })) << "an alarm thread stays";
+        EXPECT_TRUE(support::WaitUntil([this] { return support::Threads() <= resting_threads_; }))
+            << "an alarm thread stays";
         media_server_.Leave();
         AVServerAccessCleanup();
     }
@@ -96,8 +99,8 @@ class RecordLoop : public support::BoundCamera {
 
   private:
     const long resting_threads_ =
-        Threads();  // besides this one the media server's, and those of a sanitizer or emulator
-    static long Threads() { return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}); }
+        support::Threads();  // besides this one the media server's, and those of a sanitizer or emulator
+
     static void Sleep(unsigned int milliseconds) {
         if (milliseconds == kWatchMs && !before_pass_.empty()) {
             const std::function<void()> act = std::move(before_pass_.front());
@@ -329,16 +332,11 @@ TEST_F(RecordLoop, HeadsThatTheCardRefusedAtTheEndAreThereBeforeTheNextRun) {
 }
 
 TEST_F(RecordLoop, ASectionHeadThatTheCardRefusedIsWrittenDuringTheNextRun) {
-    static const card::Calls real = card::CardCalls();
-    static card::Calls refusing = real;
-    refusing.WriteAt = [](int fd, const void* bytes, size_t length, off64_t offset) {
-        errno = EIO;
-        return length == 64 ? ssize_t{-1} : real.WriteAt(fd, bytes, length, offset);
-    };
+    std::optional<support::CardFault> fault;
     card_.Prepare({.files = 3, .current_length = 777});
     EXPECT_EQ(Run([&] {
                   EXPECT_EQ(WriteKeyFrame(), 0);
-                  card::ReplaceCardCalls(&refusing);
+                  fault.emplace(support::Refused{.length = sizeof(RecordInfoHead_S)});
                   EXPECT_EQ(WriteKeyFrame(), 0);
               }),
               0);
@@ -349,7 +347,7 @@ TEST_F(RecordLoop, ASectionHeadThatTheCardRefusedIsWrittenDuringTheNextRun) {
     g_flags.stop_requested = false;
     EXPECT_EQ(Run([&] {
                   EXPECT_EQ(WriteKeyFrame(), 0) << "recording goes on meanwhile";
-                  card::ReplaceCardCalls(nullptr);
+                  fault.reset();
                   ++uptime, ++wall;
               }),
               0);
@@ -357,15 +355,10 @@ TEST_F(RecordLoop, ASectionHeadThatTheCardRefusedIsWrittenDuringTheNextRun) {
 }
 
 TEST_F(RecordLoop, ACardThatTakesNoDataEndsTheRunAndIsRecordedOnOnceItDoes) {
-    static const card::Calls real = card::CardCalls();
-    static card::Calls refusing = real;
-    refusing.WriteAt = [](int, const void*, size_t, off64_t) {
-        errno = EIO;
-        return ssize_t{-1};
-    };
+    std::optional<support::CardFault> fault;
     EXPECT_EQ(Run([&] {
                   EXPECT_EQ(WriteKeyFrame(), 0);
-                  card::ReplaceCardCalls(&refusing);
+                  fault.emplace(support::Refused{});
                   for (int second = 0; second <= 10; ++second, ++uptime, ++wall) {
                       WriteKeyFrame();
                   }
@@ -378,7 +371,7 @@ TEST_F(RecordLoop, ACardThatTakesNoDataEndsTheRunAndIsRecordedOnOnceItDoes) {
         EXPECT_EQ(CheckRecordStart(), -1);
     }
     EXPECT_EQ(media_server_.Requests().size(), key_frames_forced);
-    card::ReplaceCardCalls(nullptr);
+    fault.reset();
     EXPECT_EQ(Run([] { EXPECT_EQ(WriteKeyFrame(), 0); }), 0);
     EXPECT_EQ(AV_RecordInfoHeadGet()->m_u16RecordUseNo, 2);
 }

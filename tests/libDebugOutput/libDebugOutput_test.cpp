@@ -13,25 +13,25 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <functional>
 #include <string>
 #include <thread>
 #include <utility>
 
 #include "Clock.h"
 #include "libLog.h"
+#include "support/Process.h"
+#include "support/QueuePeer.h"
 #include "support/Stderr.h"
 
 namespace {
 
+using support::WaitUntil;
 using Clock = std::chrono::steady_clock;
 using std::chrono::duration_cast;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr unsigned short kPort = 409;
-constexpr seconds kBound{20};  // for what happens within two seconds on an idle camera
 
 // The console's pauses, fifty times shorter.
 constexpr ClockSource kQuickClock{[] {
@@ -39,36 +39,13 @@ constexpr ClockSource kQuickClock{[] {
                                   },
                                   [] { return 0L; }, [](unsigned int ms) { usleep(ms * 1000 / 50); }};
 
-bool Eventually(const std::function<bool()>& holds) {
-    for (const auto end = Clock::now() + kBound; Clock::now() < end; usleep(2000)) {
-        if (holds()) {
-            return true;
-        }
-    }
-    return holds();
-}
-
-long EntriesOf(const char* directory) {
-    return std::distance(std::filesystem::directory_iterator(directory), {});
-}
-
-// Of this test and of a sanitizer, whose own starts with the first thread; without any that is just leaving.
-long ThreadsAtRest() {
-    static const long count = [] {
-        long with_one_more = 0;
-        std::thread([&] { with_one_more = EntriesOf("/proc/self/task"); }).join();
-        return with_one_more - 1;
-    }();
-    return count;
-}
-
 // What the process holds; the console must give all of it back.
 struct Holdings {
-    long descriptors = EntriesOf("/proc/self/fd");
-    long threads = EntriesOf("/proc/self/task");
+    long descriptors = support::Descriptors();
+    long threads = support::Threads();
 
     bool AreBack() const {
-        return Eventually([this] {
+        return WaitUntil([this] {
             const Holdings now;
             return now.descriptors == descriptors && now.threads == threads;
         });
@@ -116,10 +93,10 @@ class Viewer {
         return seen_;
     }
     bool Sees(const std::string& text) {
-        return Eventually([&] { return Seen().find(text) != std::string::npos; });
+        return WaitUntil([&] { return Seen().find(text) != std::string::npos; });
     }
     bool SeesTheEnd() {
-        return Eventually([this] { return Seen(), ended_; });
+        return WaitUntil([this] { return Seen(), ended_; });
     }
 
   private:
@@ -133,7 +110,7 @@ class Console : public testing::Test {
   protected:
     // Once before anything is counted: an emulator opens what it needs for a session with the first one.
     static void SetUpTestSuite() {
-        ThreadsAtRest();
+        support::ThreadsAtRest();
         DOStart(kPort);
         Viewer();
         DOStop();
@@ -141,7 +118,7 @@ class Console : public testing::Test {
     Console() {
         ReplaceClock(&kQuickClock);
         LogInit(nullptr, LOG_MODE_CONSOLE);
-        EXPECT_TRUE(Eventually([] { return EntriesOf("/proc/self/task") == ThreadsAtRest(); }));
+        EXPECT_TRUE(WaitUntil([] { return support::Threads() == support::ThreadsAtRest(); }));
     }
     ~Console() override {
         PutMarker(false);
@@ -176,11 +153,11 @@ class Console : public testing::Test {
         ASSERT_EQ(libDebugOutputStart(kPort), 0);
     }
     bool Printed(const std::string& text) const {
-        return Eventually([&] { return log_.Text().find(text) != std::string::npos; });
+        return WaitUntil([&] { return log_.Text().find(text) != std::string::npos; });
     }
     // Logs until `viewer` sees it: the redirection follows the connection by a moment.
     bool Attached(Viewer& viewer) const {
-        return Eventually([&] {
+        return WaitUntil([&] {
             LogInfo("are you there?\n");
             return viewer.Seen().find("[Info]: are you there?\n") != std::string::npos;
         });
@@ -201,14 +178,14 @@ TEST_F(Console, FollowsTheMarker) {
     EXPECT_TRUE(Printed(": Command disconnect\n"));
     EXPECT_TRUE(Printed(":Run Debuginfo++++\n"));
     EXPECT_TRUE(Printed("create tcp connect success "));
-    EXPECT_EQ(log_.Text().find("Run Debuginfo"), log_.Text().rfind("Run Debuginfo")) << "started once";
+    EXPECT_EQ(log_.Count("Run Debuginfo"), 1) << "started once";
 
     Shut();
     EXPECT_FALSE(Viewer().Connected());
     EXPECT_TRUE(Printed(":Stop Debuginfo----\n"));
     EXPECT_TRUE(before.AreBack());
     Shut();
-    EXPECT_EQ(log_.Text().find("Stop Debuginfo"), log_.Text().rfind("Stop Debuginfo")) << "stopped once";
+    EXPECT_EQ(log_.Count("Stop Debuginfo"), 1) << "stopped once";
 }
 
 TEST_F(Console, AViewerReceivesBothDescriptorsUntilItLeaves) {
@@ -360,7 +337,7 @@ TEST_F(Console, APortInUseIsReportedAndLetsTheNextStartSucceed) {
 TEST_F(Console, ThreadsBegunOutsideOfAStartDoNotStandInItsWay) {
     const Holdings before;
     EXPECT_EQ(SetupNetwork(kPort), 0);
-    EXPECT_TRUE(Eventually([&] { return Holdings().threads == before.threads; }));
+    EXPECT_TRUE(WaitUntil([&] { return Holdings().threads == before.threads; }));
     DOStart(kPort);
     Viewer viewer;
     EXPECT_TRUE(Attached(viewer));

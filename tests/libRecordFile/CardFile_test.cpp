@@ -59,12 +59,7 @@ class Door : public testing::Test {
         return card::ReadAt(Kind::kIndex, file_.fd(), offset, buffer_, static_cast<int64_t>(length));
     }
     Result Write(Kind kind = Kind::kRecord) { return card::WriteAt(kind, file_.fd(), 96, "four", 4); }
-    long Lines(const std::string& word) const {
-        long found = 0;
-        const std::string text = log_.Text();
-        for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) ++found;
-        return found;
-    }
+    int Lines(const std::string& word) const { return log_.Count(word); }
 
     static inline Fault fault;
     static inline int64_t uptime_ms = 5000000;

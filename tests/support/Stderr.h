@@ -34,6 +34,15 @@ class Captured {
         EXPECT_EQ(got, static_cast<ssize_t>(text.size()));
         return text;
     }
+    // How often `part` stands in it.
+    int Count(const std::string& part) const {
+        const std::string text = Text();
+        int count = 0;
+        for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+            ++count;
+        }
+        return count;
+    }
 
   private:
     int fd_;
