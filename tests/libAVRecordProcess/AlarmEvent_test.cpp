@@ -305,9 +305,11 @@ TEST_F(AlarmThread, TimesOfEvents) {
         const char* events;
     } const cases[] = {
         {"none begins before its section", 2, 8, -4, "motion:1 10 motion:1 1", "-4-1 1-12"},
-        {"as far as there is footage; a setting that is none leaves the one before", 10, 8, -500,
-         "100 motion:1 1 pre=11 delay=10 99 motion:1 1", "-500-101 201-202"},
-        {"one that reaches far behind the one before is not cut", 0, 8, -500, "100 motion:1 1 pre=10 motion:1 1",
+        {"as far as there is footage; a setting that is none leaves the one before", 10, 1, -500,
+         "100 motion:1 5 pre=11 delay=10 95 motion:1 5", "-500-105 201-206"},
+        {"or the first of the table", 200, 200, -500, "100 motion:1 20", "100-110"},
+        {"a range that asks for nothing leaves an open event as it is", 0, 4, 0, "type=2 io:5 1 type=0 70", "0-5:4"},
+        {"one that reaches back beyond the one before is not cut", 0, 8, -500, "100 motion:1 1 pre=10 motion:1 1",
          "100-101 -500-103"},
         {"the first alarm may be an input's", 0, 8, 0, "type=2 io:2 1", "0-2:4"},
         {"an alarm of one look lasts its delay", 0, 3, 0, "10 motion:80ms 60", "10-40"},
