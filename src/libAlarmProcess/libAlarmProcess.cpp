@@ -1,5 +1,6 @@
 #include "libAlarmProcess.h"
 
+#include <cstring>
 #include <mutex>
 
 #include "Clock.h"
@@ -59,13 +60,15 @@ int AlarmDataRead(AlarmData* Data) {
         return -1;
     }
     const std::lock_guard guard(g_lock);
-    const int id = g_segment.Id();
-    if (id < 0) {
-        LOG_TRACE_HERE(": gShmId %d has something wrong!\n", id);
+    const void* const board = g_segment.Look(sizeof *Data);
+    if (!g_segment.Attached()) {
+        LOG_TRACE_HERE(": gShmId %d has something wrong!\n", -1);
         return -1;
     }
     *Data = AlarmData{};  // a segment too small for the board, or removed, reads as all quiet
-    IpcShareMemRead(id, 0, Data, sizeof *Data);
+    if (board != nullptr) {
+        std::memcpy(Data, board, sizeof *Data);
+    }
     return 0;
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "Attachment.h"
 #include "libIpcUtils.h"
 
 #if defined(__SANITIZE_THREAD__)
@@ -17,39 +18,44 @@ extern "C" void __tsan_release(void* address);
 #define __tsan_release(address) static_cast<void>(address)
 #endif
 
+Attachment AttachSegment(int id, int flags) {
+    void* const address = shmat(id, nullptr, flags);
+    if (reinterpret_cast<intptr_t>(address) == -1) {
+        return {};
+    }
+    __tsan_acquire(address);
+    struct shmid_ds status {};
+    const bool has_size = shmctl(id, IPC_STAT, &status) == 0;
+    return {static_cast<std::byte*>(address), has_size ? status.shm_segsz : 0};
+}
+
+void DetachSegment(Attachment& segment) {
+    if (segment.address != nullptr) {
+        __tsan_release(segment.address);
+        shmdt(segment.address);
+    }
+    segment = {};
+}
+
 namespace {
 
 // A segment attached for one copy.
 class Attached {
   public:
-    Attached(int mid, int flags) : address_(shmat(mid, nullptr, flags)) {
-        __tsan_acquire(address_);
-        struct shmid_ds status {};
-        if (Valid() && shmctl(mid, IPC_STAT, &status) == 0) {
-            size_ = status.shm_segsz;
-        }
-    }
-    ~Attached() {
-        if (Valid()) {
-            __tsan_release(address_);
-            shmdt(address_);
-        }
-    }
+    Attached(int mid, int flags) : segment_(AttachSegment(mid, flags)) {}
+    ~Attached() { DetachSegment(segment_); }
     Attached(const Attached&) = delete;
     Attached& operator=(const Attached&) = delete;
 
     // Where `length` bytes from `offset` on lie, or null when they do not all lie inside.
     std::byte* Stretch(int offset, int length) const {
-        const bool inside = Valid() && offset >= 0 && length >= 0 &&
-                            static_cast<uint64_t>(offset) + static_cast<uint64_t>(length) <= size_;
-        return inside ? static_cast<std::byte*>(address_) + offset : nullptr;
+        const bool inside = segment_.address != nullptr && offset >= 0 && length >= 0 &&
+                            static_cast<uint64_t>(offset) + static_cast<uint64_t>(length) <= segment_.size;
+        return inside ? segment_.address + offset : nullptr;
     }
 
   private:
-    bool Valid() const { return reinterpret_cast<intptr_t>(address_) != -1; }
-
-    void* address_;
-    size_t size_ = 0;
+    Attachment segment_;
 };
 
 }  // namespace

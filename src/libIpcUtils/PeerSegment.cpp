@@ -12,8 +12,22 @@ bool PeerSegment::Open() {
 }
 
 void PeerSegment::Forget() {
+    Detach();
     wanted_ = false;
     id_ = -1;
+}
+
+const void* PeerSegment::Look(size_t length) {
+    struct shmid_ds status {};
+    const bool stays =
+        attachment_.address != nullptr && shmctl(id_, IPC_STAT, &status) == 0 && (status.shm_perm.mode & SHM_DEST) == 0;
+    if (!stays) {
+        Detach();
+        if (const int id = Id(); id >= 0) {
+            attachment_ = AttachSegment(id, SHM_RDONLY);
+        }
+    }
+    return length <= attachment_.size ? attachment_.address : nullptr;
 }
 
 int PeerSegment::Id() {

@@ -1,7 +1,9 @@
 // A shared segment that belongs to the camera's peers and is followed when they remove it and make it anew.
 //
-// Knows the segment by its key alone; keeps no mapping.  No lock of its own: the caller brings one.
+// Knows the segment by its key alone.  No lock of its own: the caller brings one.
 #pragma once
+
+#include "Attachment.h"
 
 class PeerSegment {
   public:
@@ -20,9 +22,17 @@ class PeerSegment {
     // until the key has a new one, for as long as others still use it; else a new one is created.
     int Id();
 
+    // The first `length` bytes of that segment, until the next call of a member; null when it has not so many or cannot
+    // be had.  It stays attached from one call to the next, unless somebody removed it: then our own attachment must
+    // not be what keeps it alive.
+    const void* Look(size_t length);
+
   private:
+    void Detach() { DetachSegment(attachment_); }
+
     const int key_;
     const int size_;
     bool wanted_ = false;
     int id_ = -1;
+    Attachment attachment_{};  // for Look
 };

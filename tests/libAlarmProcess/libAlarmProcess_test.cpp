@@ -107,6 +107,22 @@ TEST_F(Board, IsFollowedWhenItIsMadeAnew) {
     shmdt(words);
 }
 
+// Read once more and more, it stays attached; but that must not keep alive what its owner took away.
+TEST_F(Board, EndsWithItsOwner) {
+    ASSERT_EQ(libAlarmProcessInit(), 0);
+    const int board = Id();
+    AlarmData data;
+    ASSERT_EQ(AlarmDataWrite(ALARM_SOURCE_DEF_MOTION, ALARM_STATUS_DEF_ON), 0);
+    ASSERT_EQ(AlarmDataRead(&data), 0);
+    EXPECT_EQ(data.alarm[ALARM_SOURCE_DEF_MOTION].status, ALARM_STATUS_DEF_ON);
+    shmctl(board, IPC_RMID, nullptr);
+    ASSERT_EQ(AlarmDataRead(&data), 0);
+    EXPECT_EQ(data.alarm[ALARM_SOURCE_DEF_MOTION].status, ALARM_STATUS_DEF_OFF);
+    struct shmid_ds status {};
+    EXPECT_EQ(shmctl(board, IPC_STAT, &status), -1);
+    EXPECT_NE(Id(), board);
+}
+
 TEST_F(Board, FaceRectangleIsKeptInTheProcess) {
     Face_Alarm_Ret set{1, 2, 3, 4};
     Face_Alarm_Ret got{};
