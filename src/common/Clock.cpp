@@ -30,7 +30,7 @@ void RealSleepMs(unsigned int milliseconds) {
     }
 }
 
-constexpr ClockSource kRealClock{RealWall, RealUptime, RealSleepMs, SystemSteadyMs};
+constexpr ClockSource kRealClock{RealWall, RealUptime, RealSleepMs, SystemSteadyUs};
 std::atomic<const ClockSource*> g_clock{&kRealClock};
 
 // What tells a changed file from the one before; zeros where there is none.
@@ -123,10 +123,10 @@ long KQ_COMMON_GetUptime(void) {
     return g_clock.load()->Uptime();
 }
 
-int64_t SystemSteadyMs() {
+int64_t SystemSteadyUs() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+    return static_cast<int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
 }
 
 timeval WallTime() {
@@ -135,8 +135,11 @@ timeval WallTime() {
 time_t WallSeconds() {
     return WallTime().tv_sec;
 }
+int64_t SteadyUs() {
+    return g_clock.load()->SteadyUs();
+}
 int64_t SteadyMs() {
-    return g_clock.load()->SteadyMs();
+    return SteadyUs() / 1000;
 }
 void SleepMs(unsigned int milliseconds) {
     g_clock.load()->SleepMs(milliseconds);

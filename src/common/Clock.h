@@ -24,18 +24,19 @@ long KQ_COMMON_GetUptime(void);
 #ifdef __cplusplus
 } /* extern "C" */
 
-int64_t SystemSteadyMs(); /* of the system's own clock */
+int64_t SystemSteadyUs(); /* of the system's own clock */
 
 struct ClockSource {
     timeval (*Wall)();                   /* since 1970-01-01 UTC             */
     long (*Uptime)();                    /* seconds since boot               */
     void (*SleepMs)(unsigned int);       /* sleeps at least so many ms       */
-    int64_t (*SteadyMs)() = SystemSteadyMs; /* ms since some moment          */
+    int64_t (*SteadyUs)() = SystemSteadyUs; /* microseconds since some moment */
 };
 
 timeval WallTime();
 time_t WallSeconds();
-int64_t SteadyMs(); /* for durations; does not jump when the wall clock is set */
+int64_t SteadyUs(); /* for durations; does not jump when the wall clock is set */
+int64_t SteadyMs();
 void SleepMs(unsigned int milliseconds);
 tm LocalTime(time_t seconds);
 tm UtcTime(time_t seconds);

@@ -1,6 +1,7 @@
 // The connection to the media server as the readers and requests of this module see it.
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <optional>
 
@@ -32,9 +33,17 @@ void ForgetQueue(int qid);
 // Whether a reader still wants the answer it waits for; asked in between, on the reader's thread.
 using KeepAsking = std::function<bool()>;
 
+// How long to sleep where nobody has answered for `silence_ms`: ever longer, so that a camera without a media server
+// costs nothing, and never so long that much more is lost when it comes back.
+inline unsigned WaitInSilence(unsigned silence_ms, unsigned least_ms) {
+    return std::clamp(silence_ms / 20, least_ms, 100U);
+}
+
 // Asks the media server for a position on behalf of a reader.  None when the question was given up, after some
-// seconds or because `keep_asking` says so, or when the queue was removed: ask again.
-std::optional<int> RequestPosition(const KeepAsking& keep_asking, AVStreamCommand command, int type, int video_index);
+// seconds or because `keep_asking` says so, or when the queue was removed: ask again.  `silence_ms` is the reader's
+// own: how long it has waited since it got an answer.
+std::optional<int> RequestPosition(const KeepAsking& keep_asking, unsigned& silence_ms, AVStreamCommand command,
+                                   int type, int video_index);
 
 // Throws away the answers that wait for `type`: an earlier process asked and was killed.
 void DropAnswersOfEarlierProcess(int type);

@@ -1,5 +1,6 @@
 #include "FrameReader.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 
@@ -10,13 +11,19 @@
 namespace {
 
 constexpr int kHeader = sizeof(AVDataInfo);
-constexpr int kBadCheckLimit = 100;  // passes before the place counts as lost
+constexpr int kBadCheckLimit = 101;  // the pass at which the place counts as lost
 constexpr int kNotReadyLimit = 50;
+constexpr unsigned kIdleMs = 40;  // between looks at a stream whose frames nobody waits for; its ring holds 230 ms
 constexpr int kGapLimit = 10;
 constexpr int kRestartLimit = 4;
 constexpr unsigned kAttachWaitMs = 20;  // for a ring, or a queue
 constexpr unsigned kPauseMs = 50;
 constexpr unsigned kRestartMs = 500;
+
+// The passes that a sleep stands for.  Each sleeps 2 ms and wakes up a little later than that.
+int PassesIn(unsigned sleep_ms) {
+    return std::max(1, static_cast<int>(sleep_ms) * 20 / 41);
+}
 
 bool IsSameRecord(const AVDataInfo& a, const AVDataInfo& b) {
     return a.AVDataCheck == b.AVDataCheck && a.SerialNumber == b.SerialNumber && a.AVDataLen == b.AVDataLen &&
@@ -70,7 +77,7 @@ bool FrameReader::ArgumentsInRange() const {
 void FrameReader::Step() {
     if (!ring_.Attached() && !ring_.Attach(RingSegment(index_)) && !ring_.Attach(RenewedRingSegment(index_))) {
         LOG_TRACE("%s %d: pAVData = NULL\n");
-        SleepMs(kAttachWaitMs);
+        SleepInSilence();
         return;
     }
     if (Paused()) {
@@ -118,15 +125,23 @@ bool FrameReader::FollowsNewRing() {
     oldSerialNumber_.reset();
     delivered_.reset();
     recount_.Forget();
+    rhythm_.Forget();
     return true;
+}
+
+// There may be no queue, or no ring at all.
+void FrameReader::SleepInSilence() {
+    const unsigned wait = WaitInSilence(silence_ms_, kAttachWaitMs);
+    SleepMs(wait);
+    silence_ms_ += wait;
 }
 
 void FrameReader::AskWritePosition() {
     LOG_TRACE("%s %d: MsgAVType = %d VideoIndex = %d\n", type_, index_);
     const std::optional<int> answer =
-        RequestPosition([this] { return Wanted(); }, AVSTREAM_CMD_CURRENT_FRAME, type_, index_);
+        RequestPosition([this] { return Wanted(); }, silence_ms_, AVSTREAM_CMD_CURRENT_FRAME, type_, index_);
     if (!answer) {
-        SleepMs(kAttachWaitMs);  // there may be no queue at all
+        SleepInSilence();
         return;
     }
     FollowsNewRing();
@@ -173,9 +188,21 @@ void FrameReader::ReadRecord() {
     }
 }
 
+// Sleeps until something may have come, in place of the passes that would look in vain; at `limit` it returns false.
+bool FrameReader::AwaitsWriter(int& passes, int limit) {
+    if (++passes >= limit) {
+        return false;
+    }
+    const unsigned until_due = static_cast<unsigned>(rhythm_.NothingAt(SteadyUs()) / 1000);
+    const unsigned left = static_cast<unsigned>(limit - passes) * kWriterWaitMs;
+    const unsigned wait = std::min(IsUrgent(type_, index_) ? until_due : kIdleMs, left);
+    SleepMs(wait);
+    passes += PassesIn(wait) - 1;
+    return true;
+}
+
 void FrameReader::Garbage(int check_word) {
-    if (++counts_.bad_check <= kBadCheckLimit) {
-        SleepMs(kWriterWaitMs);
+    if (AwaitsWriter(counts_.bad_check, kBadCheckLimit)) {
         return;
     }
     LOG_TRACE("%s %d: VideoIndex = %d VideoPos = %d AVDataCheck == %d\n", index_, static_cast<int>(VideoPos_),
@@ -184,8 +211,7 @@ void FrameReader::Garbage(int check_word) {
 }
 
 void FrameReader::NotReady(int& count, int end_flag) {
-    if (++count < kNotReadyLimit) {
-        SleepMs(kWriterWaitMs);
+    if (AwaitsWriter(count, kNotReadyLimit)) {
         return;
     }
     LOG_TRACE("%s %d: VideoIndex = %d VideoPos = %d Endflag == %d\n", index_, static_cast<int>(VideoPos_), end_flag);
@@ -225,6 +251,7 @@ void FrameReader::RestartRing(const AVDataInfo& header) {
         }
     }
     FollowsNewRing();
+    rhythm_.Forget();
     VideoPos_ = 0;
     ring_end_ = -1;
     counts_.bad_check = 0;
@@ -288,6 +315,7 @@ void FrameReader::Gap(const AVDataInfo& header) {
 }
 
 void FrameReader::Deliver(AVDataInfo& header) {
+    rhythm_.Found(header.AVSource, SteadyUs());
     const AVDataInfo frame = header;  // before the client gets hold of it
     const int64_t place = VideoPos_;
     if (const AVStreamCallback take = FrameCallback(type_); take != nullptr) {

@@ -10,6 +10,7 @@
 
 #include "Connection.h"
 #include "Recount.h"
+#include "Rhythm.h"
 #include "Ring.h"
 
 class FrameReader {
@@ -22,7 +23,7 @@ class FrameReader {
     void Follow();
 
   private:
-    struct Counts {  // of passes in a row without a frame
+    struct Counts {  // of passes in a row without a frame, each of kWriterWaitMs
         int bad_check = 0;
         int not_ready = 0;
         int behind = 0;
@@ -40,6 +41,7 @@ class FrameReader {
     void Step();
     bool Paused();
     bool FollowsNewRing();
+    void SleepInSilence();
     void AskWritePosition();
     bool CheckOutOfPos(int64_t position) const;
 
@@ -52,6 +54,7 @@ class FrameReader {
     bool NextFrameIsAt(int64_t place) const;
 
     void ReadRecord();
+    bool AwaitsWriter(int& passes, int limit);
     void Garbage(int check_word);
     void NotReady(int& count, int end_flag);
     void EndOfRing(const AVDataInfo& header);
@@ -73,12 +76,15 @@ class FrameReader {
     int restarts_ = 0;        // ring restarts read in a row
     Counts counts_;
     Recount recount_;
+    Rhythm rhythm_;
+    unsigned silence_ms_ = 0;  // since the media server's last answer
     unsigned pauses_ = 0;
 };
 
 // Callbacks of a client type; null when it has none.
 AVStreamCallback FrameCallback(int type);
 AVTransformStatus StatusCallback(int type);
+bool IsUrgent(int type, int video_index);
 
 inline constexpr uint32_t kGapAccepted = 30;  // serial numbers from one frame to the next
 inline constexpr unsigned kWriterWaitMs = 2;

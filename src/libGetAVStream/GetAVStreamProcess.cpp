@@ -6,6 +6,7 @@
 // is new, so a reader empties the queue before it asks: what it then gets was sent after that.
 // Nobody waits with the lock held, so a question that stays unanswered holds up no other.
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <mutex>
@@ -26,6 +27,7 @@ struct Question {
     AVMsgBuf& message;  // the request, then its reply
     const int qid;
     const bool takes_any;  // of a request function: the first reply of its type is its own
+    unsigned silence_ms = 0;
     enum { kOpen, kAnswered, kFailed } state = kOpen;
     Question* next = nullptr;
 };
@@ -92,17 +94,22 @@ void Remove(const Question& question) {
     *link = question.next;
 }
 
-// Sleeps in short steps at first, for an answer usually comes soon.
+// Sleeps in short steps at first, for an answer usually comes soon; in longer ones where it has not come for a while.
 class Polling {
   public:
+    // `silence_ms`: since when no question of this asker was answered.
+    explicit Polling(unsigned silence_ms) : silence_ms_(silence_ms) {}
+
     void Sleep() {
-        const unsigned step = waited_ms_ < 100 ? 1 : 10;
+        const unsigned silence = silence_ms_ + waited_ms_;
+        const unsigned step = silence < 100 ? 1 : WaitInSilence(silence, 10);
         SleepMs(step);
         waited_ms_ += step;
     }
     unsigned WaitedMs() const { return waited_ms_; }
 
   private:
+    const unsigned silence_ms_;
     unsigned waited_ms_ = 0;
 };
 
@@ -136,18 +143,21 @@ int TryReceive(Question& question, int client) {
 int Exchange(Question& question, const KeepAsking& keep_asking) {
     const int client = question.message.src;
     int error;
-    for (Polling polling; (error = TrySend(question, polling.WaitedMs())) == EAGAIN && keep_asking();) {
-        polling.Sleep();
+    Polling sending(question.silence_ms);
+    while ((error = TrySend(question, sending.WaitedMs())) == EAGAIN && keep_asking()) {
+        sending.Sleep();
     }
     if (error != 0) {
         return error;
     }
-    for (Polling polling; (error = TryReceive(question, client)) == EAGAIN && keep_asking();) {
-        if (!question.takes_any && polling.WaitedMs() >= kPatienceMs) {
+    Polling receiving(question.silence_ms);
+    while ((error = TryReceive(question, client)) == EAGAIN && keep_asking()) {
+        if (!question.takes_any && receiving.WaitedMs() >= kPatienceMs) {
             break;
         }
-        polling.Sleep();
+        receiving.Sleep();
     }
+    question.silence_ms += sending.WaitedMs() + receiving.WaitedMs();
     const std::lock_guard guard(g_lock);
     Remove(question);
     if (error == EAGAIN || question.state == Question::kFailed) {
@@ -198,11 +208,13 @@ int Range(AVStreamCommand command, int type, int video_index, unsigned int posit
 
 }  // namespace
 
-std::optional<int> RequestPosition(const KeepAsking& keep_asking, AVStreamCommand command, int type, int video_index) {
+std::optional<int> RequestPosition(const KeepAsking& keep_asking, unsigned& silence_ms, AVStreamCommand command,
+                                   int type, int video_index) {
     AVMsgBuf message{};
     Fill(message, command, type, video_index, 0);
-    Question question{message, RequestQueue(video_index), false};
+    Question question{message, RequestQueue(video_index), false, silence_ms};
     const int error = Exchange(question, keep_asking);
+    silence_ms = error == 0 ? 0 : std::min(question.silence_ms, kPatienceMs);
     if (error == EIDRM || error == EINVAL) {
         ForgetQueue(question.qid);
     }

@@ -10,6 +10,7 @@ namespace {
 
 constexpr int kKeyFrameRoom = 68;  // header, and start code of the payload
 constexpr unsigned kKeyFrameWaitMs = 10;
+constexpr unsigned kIdleSearchMs = 100;  // the same for a stream whose frames nobody waits for
 
 }  // namespace
 
@@ -20,6 +21,7 @@ void FrameReader::Resynchronise() {
     if (found == Found::kKeyFrame) {
         oldSerialNumber_.reset();
         ring_end_ = -1;
+        rhythm_.Forget();
         RecorderStatusResynchronised();
     }
     VideoPos_ = position;
@@ -37,8 +39,8 @@ FrameReader::Found FrameReader::GetLastIFrame(Serial newer_than, int64_t& positi
             found = Found::kPlace;
             break;
         }
-        const std::optional<int> answer =
-            RequestPosition([this] { return Wanted() && !PlaceGoesOn(); }, AVSTREAM_CMD_LAST_I_FRAME, type_, index_);
+        const std::optional<int> answer = RequestPosition([this] { return Wanted() && !PlaceGoesOn(); }, silence_ms_,
+                                                          AVSTREAM_CMD_LAST_I_FRAME, type_, index_);
         if (FollowsNewRing()) {
             newer_than.reset();
             continue;
@@ -48,8 +50,10 @@ FrameReader::Found FrameReader::GetLastIFrame(Serial newer_than, int64_t& positi
             // It may have come right after the frame waited for.
             found = oldSerialNumber_ && PlaceGoesOn() ? Found::kPlace : Found::kKeyFrame;
             position = *answer;
-        } else if (in_range || !answer || asked_in_vain) {
-            SleepMs(kKeyFrameWaitMs);
+        } else if (!answer) {
+            SleepInSilence();
+        } else if (in_range || asked_in_vain) {
+            SleepMs(IsUrgent(type_, index_) ? kKeyFrameWaitMs : kIdleSearchMs);
         }
         asked_in_vain = answer && !in_range;  // once it asks again at once
     }

@@ -15,6 +15,7 @@ namespace {
 
 std::atomic<AVStreamCallback> gAVStreamFunc[MSG_AV_TYPE_END];
 std::atomic<AVTransformStatus> gTransFormStatusFunc[MSG_AV_TYPE_END];
+std::atomic<AVStreamUrgency> g_urgency[MSG_AV_TYPE_END];
 std::atomic<bool> g_initialised[MSG_AV_TYPE_END];
 std::atomic<int> gAlarmIsEndFrame{0};
 
@@ -74,6 +75,16 @@ AVStreamCallback FrameCallback(int type) {
 }
 AVTransformStatus StatusCallback(int type) {
     return gTransFormStatusFunc[type].load();
+}
+bool IsUrgent(int type, int video_index) {
+    const AVStreamUrgency is_urgent = g_urgency[type].load();
+    return is_urgent == nullptr || is_urgent(video_index) != 0;
+}
+
+void AVStreamUrgencySet(int MsgAVType, AVStreamUrgency IsUrgent) {
+    if (IsClientType(MsgAVType)) {
+        g_urgency[MsgAVType].store(IsUrgent);
+    }
 }
 
 int GetAVStreamInit(int MsgAVType, AVStreamCallback AVStreamFunc, AVTransformStatus TransFormStatusFunc) {

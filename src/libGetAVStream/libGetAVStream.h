@@ -125,6 +125,13 @@ int GetAVStreamInit(int MsgAVType, AVStreamCallback AVStreamFunc, AVTransformSta
 /* The same for voice talk (stream 3). */
 int GetVoiceTalkAVStreamInit(int MsgAVType, AVStreamCallback AVStreamFunc, AVTransformStatus TransFormStatusFunc);
 
+/* Whether somebody waits for a stream's frames now: others are handed over up to 40 ms late.  Asked by the stream's
+ * reader before it sleeps. */
+typedef int (*AVStreamUrgency)(int videoindex);
+
+/* Stores who answers that for client type `MsgAVType`; null, as at the start: every stream is waited for. */
+void AVStreamUrgencySet(int MsgAVType, AVStreamUrgency IsUrgent);
+
 /* Starts the reader of a stream unless it runs; takes 500 ms when it had to be started.  A reader that found no ring
  * has ended by itself, and is started again by a call after the ring could be had; one of a stream without a ring
  * (2) is not.  Returns 0; 102 for a stream outside 0..3 or a client type outside 2..16; 101 without a thread: call

@@ -27,10 +27,17 @@ int TakeFrame(int kind, int stream, char* data, AVDataInfo* header) {
     return -1;                                  // ignored
 }
 
+std::atomic<unsigned> g_slept{0};       // ms, of all readers
+std::atomic<unsigned> g_last_sleep{0};  // ms
+
+void Sleep(unsigned ms) {
+    g_slept += ms;
+    g_last_sleep = ms;
+    std::this_thread::sleep_for(std::chrono::milliseconds(ms < 500 ? ms : 10));
+}
+
 // The long sleeps (a start, a ring restart) are cut short; what the reader waits for in its ring takes its real time.
-const ClockSource kHastyClock{
-    [] { return timeval{}; }, [] { return 0L; },
-    [](unsigned ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms < 500 ? ms : 10)); }};
+const ClockSource kHastyClock{[] { return timeval{}; }, [] { return 0L; }, Sleep};
 
 class FrameReader : public testing::Test {
   protected:
@@ -38,6 +45,7 @@ class FrameReader : public testing::Test {
         ReplaceClock(&kHastyClock);
         g_received.Clear();
         g_wanted = 1;
+        AVStreamUrgencySet(kType, nullptr);
         LogInit(nullptr, LOG_MODE_CONSOLE);
         EXPECT_EQ(GetAVStreamInit(kType, TakeFrame, [](int) { return g_wanted.load(); }), 0);
     }
@@ -67,6 +75,13 @@ class FrameReader : public testing::Test {
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
         EXPECT_GE(peer_.key_requests, before + count);
+    }
+    // Waits until the reader sleeps so long at a time.
+    static bool ComesToSleep(unsigned ms) {
+        for (int i = 0; i < 5000 && g_last_sleep != ms; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return g_last_sleep == ms;
     }
     void AwaitLine(const std::string& text) const {
         for (int i = 0; i < 5000 && CountLines(text) == 0; ++i) {
@@ -714,6 +729,63 @@ TEST_F(FrameReader, ARepeatAtTheVeryEndOfTheRingIsNotLookedBehind) {
     peer_.Put(0, 5000, 9, kKey);
     peer_.last_key = 5000;
     EXPECT_THAT(g_received.Serials(2), ElementsAre(3, 9));
+}
+
+// A stream that is not recorded costs little, loses nothing, and is followed closely again once it is.
+TEST_F(FrameReader, LooksSeldomWhereNobodyWaits) {
+    static std::atomic<int> urgent{0};
+    AVStreamUrgencySet(kType, [](int stream) { return stream == 1 ? urgent.load() : 0; });
+    int position = peer_.Put(1, 0, 1, kKey);
+    peer_.Park(1, position);
+    Start(1);
+    EXPECT_EQ(g_received.Until(1), (std::vector<uint32_t>{1}));
+    for (uint32_t serial = 2; serial <= 20; ++serial) {
+        position = peer_.Put(1, position, serial, kDelta);
+        peer_.Park(1, position);
+        EXPECT_EQ(g_received.Until(serial).size(), serial);
+    }
+    EXPECT_TRUE(ComesToSleep(40));
+    urgent = 1;
+    EXPECT_TRUE(ComesToSleep(2));
+    peer_.Put(1, position, 21, kDelta);
+    EXPECT_EQ(g_received.Until(21).size(), 21u);
+}
+
+// A long sleep counts as the looks it replaces.
+TEST_F(FrameReader, GivesAPlaceUpAfterTheSameTimeHoweverSeldomItLooks) {
+    static std::atomic<unsigned> slept;
+    slept = 0;
+    AVStreamUrgencySet(kType, [](int) { return 0; });
+    peer_.AnswerWith([](AVMsgBuf& message) {
+        unsigned none = 0;
+        if (message.cmd == 0x2002) slept.compare_exchange_strong(none, g_slept.load());
+        message.video_pos = static_cast<uint32_t>(message.cmd == 0x2002 ? -1 : 0);
+    });
+    peer_.Put(0, 0, 1, kKey, peer_.Frame(7));  // never ready
+    const unsigned before = g_slept;
+    Start();
+    for (int i = 0; i < 2000 && slept == 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    EXPECT_GE(slept - before, 500u + 95u) << "with the sleep of the start";
+    EXPECT_LE(slept - before, 500u + 115u);
+}
+
+TEST_F(FrameReader, HardlyAsksWhereNobodyAnswers) {
+    static const ClockSource kFast{[] { return timeval{}; }, [] { return 0L; },
+                                   [](unsigned ms) {
+                                       g_slept += ms;
+                                       g_last_sleep = ms;
+                                       std::this_thread::sleep_for(std::chrono::microseconds(ms * 50));
+                                   }};
+    ReplaceClock(&kFast);
+    peer_.silent = true;
+    Start();
+    const unsigned before = g_slept;
+    while (g_slept - before < 20000) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_EQ(g_last_sleep, 100u);
+    peer_.silent = false;
+    peer_.Put(0, 0, 1, kKey);
+    EXPECT_EQ(g_received.Until(1), (std::vector<uint32_t>{1}));
+    ReplaceClock(&kHastyClock);
 }
 
 }  // namespace

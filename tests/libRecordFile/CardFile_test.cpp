@@ -79,7 +79,7 @@ class Door : public testing::Test {
     }
     static inline card::Calls calls, real;
     static constexpr ClockSource kClock{[] { return timeval{}; }, [] { return static_cast<long>(uptime_ms / 1000); },
-                                        [](unsigned int) {}, [] { return uptime_ms; }};
+                                        [](unsigned int) {}, [] { return uptime_ms * 1000; }};
 };
 
 TEST_F(Door, TellsTheEndOfTheFileFromAFailure) {

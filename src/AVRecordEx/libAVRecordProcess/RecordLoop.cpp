@@ -462,6 +462,7 @@ int StartRecord(int VideoId, int duration) {
         }
         run = {};
         run.stream = VideoId;
+        g_flags.stream = VideoId;
         if (!BeginRun(&run, settings, *config)) {
             return -1;
         }

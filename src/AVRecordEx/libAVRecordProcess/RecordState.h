@@ -19,6 +19,7 @@ struct RecordControl {
 struct RecordFlags {
     std::atomic<bool> stop_requested{false};  // gRecordStopFlag: whoever asks for the process's end, signals included
     std::atomic<bool> run_is_on{false};       // g_s32AlarmEventFlag: the record loop; its alarm thread may live
+    std::atomic<int> stream{-1};              // the record loop; the stream that is recorded, -1: none was yet
     std::atomic<int> range{0};             // gRecordHour: the start check; range 0..5 of the day that allowed the run
     std::atomic<int> file_begun_anew{-1};  // g_s32CoverFlag: the start check; number of the file whose events are void,
                                            // -1 again once the alarm thread has voided them

@@ -1,14 +1,28 @@
 // Frames from the stream readers to the writer.
+#include "RecordState.h"
 #include "libAVRecord.h"
 #include "libAVRecordProcess.h"
 #include "libGetAVStream.h"
+#include "libOthers.h"
 
 namespace {
+
 bool g_are_running = false;  // of the control loop's thread
+
+// The stream that a run records, and the one that the next run will: it must be followed closely before it begins.
+int IsRecorded(int stream) {
+    if (stream == g_flags.stream) {
+        return 1;
+    }
+    const SysInfo* const config = GetSysconfigData();
+    return config == nullptr || stream == config->Record_config.ucVideoStreamType ? 1 : 0;
 }
+
+}  // namespace
 
 int StartAVStream(int type) {
     AVRecordFrameCheckSet(AVStreamFrameIntact);
+    AVStreamUrgencySet(type, IsRecorded);
     g_are_running = GetAVStreamInit(type, Mp4RecordVideoCallbackFunc, GetMp4RecordVideoTrasformStatue) == AVSTREAM_OK;
     if (!g_are_running) {
         return 0;  // a reader without a ring ends at once, and counts as started from then on

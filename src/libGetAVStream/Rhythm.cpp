@@ -1,0 +1,106 @@
+#include "Rhythm.h"
+
+#include <algorithm>
+#include <bit>
+
+namespace {
+
+constexpr int64_t kEarlier = 1000;         // us before it is due the first look is made
+constexpr int64_t kEarlierInDoubt = 5000;  // the same after a surprise
+constexpr int64_t kExact = 5000;           // from the last look that found nothing: known well enough when it came
+constexpr int kExactOnes = Rhythm::kWindow / 2;
+constexpr int kLateOnes = 4;        // of the window: with more of them there is no beat
+constexpr int64_t kGone = 1000000;  // a kind that has not come for so long, beside three of its intervals
+
+}  // namespace
+
+void Rhythm::Beat::Add(int64_t now, bool is_exact) {
+    came[static_cast<size_t>(next)] = now;
+    next = (next + 1) % kWindow;
+    count = std::min(count + 1, kWindow);
+    exact = (exact << 1) | (is_exact ? 1U : 0U);
+    newest = now;
+    if (count == kWindow) {
+        // Time over number of records: what single looks tell of an interval depends on when they were made.
+        interval = (newest - came[static_cast<size_t>(next)]) / (kWindow - 1);
+        due = Due();
+        is_known = std::popcount(exact) >= kExactOnes && LateOnes() <= kLateOnes;
+    }
+}
+
+// When the next record comes if it keeps time with the one `ago` records ago.
+int64_t Rhythm::Beat::Expect(int ago) const {
+    return came[static_cast<size_t>(next + kWindow - ago) % kWindow] + ago * interval;
+}
+
+// The earliest that any record of the window lets expect: a late one changes next to nothing.
+int64_t Rhythm::Beat::Due() const {
+    int64_t earliest = Expect(1);
+    for (int ago = 2; ago <= kWindow; ++ago) {
+        earliest = std::min(earliest, Expect(ago));
+    }
+    return earliest;
+}
+
+int Rhythm::Beat::LateOnes() const {
+    const int64_t in_time = due + interval / 4;
+    int late = 0;
+    for (int ago = 1; ago <= kWindow; ++ago) {
+        const bool came_so = (exact >> (ago - 1) & 1) != 0;  // else it may have been the look that was late
+        late += came_so && Expect(ago) > in_time ? 1 : 0;
+    }
+    return late;
+}
+
+Rhythm::Beat* Rhythm::BeatOf(int kind) {
+    Beat* free = nullptr;
+    for (Beat& beat : beats_) {
+        if (beat.count > 0 && beat.kind == kind) {
+            return &beat;
+        }
+        free = beat.count == 0 ? &beat : free;
+    }
+    if (free != nullptr) {
+        *free = Beat{.kind = kind};
+    }
+    return free;
+}
+
+void Rhythm::Found(int kind, int64_t now) {
+    Beat* const beat = BeatOf(kind);
+    if (beat == nullptr) {
+        is_crowded_ = true;
+        return;
+    }
+    const bool is_exact = now - last_nothing_ <= kExact;
+    if (beat->is_known && !is_exact && now < beat->due) {
+        if (beat->doubt > 0) {
+            *beat = Beat{.kind = kind};
+        }
+        beat->doubt = kWindow;
+    } else if (beat->doubt > 0) {
+        --beat->doubt;
+    }
+    beat->Add(now, is_exact);
+}
+
+int64_t Rhythm::NothingAt(int64_t now) {
+    last_nothing_ = now;
+    int64_t look = now + kLongest;
+    bool knows_all = !is_crowded_;
+    bool knows_any = false;
+    for (Beat& beat : beats_) {
+        if (beat.count == 0) {
+            continue;
+        }
+        if (now - beat.newest > kGone + 3 * beat.interval) {
+            beat.count = 0;
+        } else if (beat.is_known) {
+            knows_any = true;
+            look = std::min(look, beat.due - (beat.doubt > 0 ? kEarlierInDoubt : kEarlier));
+        } else {
+            knows_all = false;
+        }
+    }
+    return knows_all && knows_any ? std::max(look - now, kShortest) : kShortest;
+}

@@ -1,0 +1,207 @@
+#include "Rhythm.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr int kPicture = 0, kSound = 7;
+constexpr int64_t kMs = 1000;
+constexpr int64_t kWake = 70;     // us that a sleep lasts longer than asked
+constexpr int64_t kTaking = 100;  // us that a client takes for a frame
+
+struct Record {
+    int64_t at;
+    int kind;
+};
+using Stream = std::vector<Record>;
+using Jitter = std::function<double()>;  // ms
+
+std::mt19937 g_random(20261121);
+
+Jitter Exact() {
+    return [] { return 0.0; };
+}
+Jitter Late(double mean) {
+    return [=] { return std::exponential_distribution<>(1 / mean)(g_random); };
+}
+Jitter Normal(double deviation) {
+    return [=] { return std::normal_distribution<>(0, deviation)(g_random); };
+}
+Jitter Uniform(double width) {
+    return [=] { return std::uniform_real_distribution<>(-width, width)(g_random); };
+}
+Jitter SeldomLate() {
+    return [] { return g_random() % 50 == 0 ? static_cast<double>(g_random() % 30) : 0.0; };
+}
+
+// Two minutes of records every `interval` ms, the first after `offset`.
+Stream Beat(double interval, const Jitter& jitter, int kind = kPicture, double offset = 0) {
+    Stream stream;
+    double last = 0;
+    for (double at = 1000 + offset; at < 121000; at += interval) {
+        last = std::max(last, at + jitter());
+        stream.push_back({static_cast<int64_t>(last * kMs), kind});
+    }
+    return stream;
+}
+Stream operator+(Stream a, const Stream& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    std::stable_sort(a.begin(), a.end(), [](const Record& x, const Record& y) { return x.at < y.at; });
+    return a;
+}
+Stream Then(Stream a, const Stream& b, double gap) {  // `gap`: ms from a's last record to b's first
+    const int64_t shift = a.back().at + static_cast<int64_t>(gap * kMs) - b.front().at;
+    for (const Record& record : b) a.push_back({record.at + shift, record.kind});
+    return a;
+}
+Stream Bursts(double interval, int count) {  // the camera stands still for so many records, and brings them at once
+    Stream stream = Beat(interval, Exact());
+    for (size_t i = 100; i + 10 < stream.size(); i += 100) {
+        for (int k = 0; k < count; ++k)
+            stream[i + static_cast<size_t>(k)].at = stream[i + static_cast<size_t>(count)].at;
+    }
+    return stream;
+}
+Stream Chance(double mean) {
+    Stream stream{{1000 * kMs, kPicture}};
+    while (stream.size() < 3000) {
+        const double gap = std::exponential_distribution<>(1 / mean)(g_random);
+        stream.push_back({stream.back().at + static_cast<int64_t>(gap * kMs), kPicture});
+    }
+    return stream;
+}
+
+// What a desk camera published on a machine with twenty others at work: ms since the record before, "s" for sound.
+const char* const kPublished =
+    "40 0s 42 0s 38 0s 47 0s 33 0s 44 0s 40 0s 40 0s 36 0s 46 0s 34 0s 46 0s 34 0s 44 0s 36 0s 40 1s 43 "
+    "0s 39 1s 39 0s 40 0s 46 0s 33 1s 37 0s 40 0s 40 0s 42 1s 37 0s 43 1s 36 0s 40 0s 41 0s 51 0s 30 0s "
+    "39 0s 39 0s 44 0s 44 0s 32 0s 48 0s 32 0s 40 0s 46 0s 34 0s 41 0s 45 1s 33 0s 44 0s 36 0s 45 0s 38 "
+    "0s 38 0s 45 0s 34 0s 40 0s 44 0s 36 0s 46 0s 34 0s 40 0s 44 0s ";
+
+Stream Published() {
+    Stream stream{{1000 * kMs, kPicture}};
+    std::istringstream gaps(kPublished);
+    for (std::string gap; gaps >> gap;) {
+        stream.push_back({stream.back().at + std::stoi(gap) * kMs, gap.back() == 's' ? kSound : kPicture});
+    }
+    return stream;
+}
+
+struct Reading {
+    double looks_a_second;
+    int64_t worst;  // us from a record's coming to its being found
+    int64_t median;
+    int late;  // records found more than 10 ms later than a look every 2 ms would have
+};
+
+Reading Read(const Stream& stream) {
+    Rhythm rhythm;
+    std::vector<int64_t> delays;
+    int looks = 0;
+    int64_t now = stream.front().at - 5 * kMs;
+    for (size_t next = 0; next < stream.size(); ++looks) {
+        for (; next < stream.size() && stream[next].at <= now; ++next) {
+            delays.push_back(now - stream[next].at);
+            rhythm.Found(stream[next].kind, now);
+            now += kTaking;
+        }
+        const int64_t sleep = rhythm.NothingAt(now);
+        EXPECT_GE(sleep, Rhythm::kShortest);
+        EXPECT_LE(sleep, Rhythm::kLongest);
+        now += sleep / kMs * kMs + kWake;
+    }
+    std::sort(delays.begin(), delays.end());
+    const auto is_late = [](int64_t delay) { return delay > Rhythm::kShortest + kWake + 10 * kMs; };
+    return {looks * 1e6 / static_cast<double>(stream.back().at - stream.front().at), delays.back(),
+            delays[delays.size() / 2], static_cast<int>(std::count_if(delays.begin(), delays.end(), is_late))};
+}
+
+TEST(Rhythm, LooksSeldomAndInTime) {
+    struct Case {
+        const char* name;
+        Stream stream;
+        double looks;  // a second, at most
+        double worst;  // ms, at most
+    };
+    const double kAac8 = 1024 / 8.0, kAac44 = 1024 / 44.1;
+    const Case cases[] = {
+        {"pictures alone", Beat(40, Exact()), 62, 2.2},
+        {"with sound in step", Beat(40, Exact()) + Beat(40, Exact(), kSound, 0.3), 62, 2.3},
+        {"with sound out of step", Beat(40, Exact()) + Beat(40, Exact(), kSound, 13), 115, 2.3},
+        {"with AAC of 8 kHz", Beat(40, Exact()) + Beat(kAac8, Exact(), kSound, 5), 92, 2.3},
+        {"with AAC of 44.1 kHz", Beat(40, Exact()) + Beat(kAac44, Exact(), kSound, 5), 150, 2.4},
+        {"a published frame is a little late", Beat(40, Late(0.3)), 65, 2.3},
+        {"a loaded camera", Beat(40, Late(2)), 130, 2.3},
+        {"some very late", Beat(40, SeldomLate()), 90, 2.4},
+        {"jitter", Beat(40, Normal(1)), 110, 4},
+        {"much jitter", Beat(40, Normal(3)), 490, 9},
+        {"hardly a beat", Beat(40, Normal(8)), 490, 9},
+        {"no beat", Beat(40, Uniform(20)), 490, 9},
+        {"chance", Chance(40), 490, 9},
+        {"1 a second", Beat(1000, Late(0.3)), 160, 2.3},
+        {"5 a second", Beat(200, Late(0.3)), 62, 2.3},
+        {"10 a second", Beat(100, Late(0.3)), 62, 2.3},
+        {"12.5 a second", Beat(80, Late(0.3)), 62, 2.3},
+        {"15 a second", Beat(1000 / 15.0, Late(0.3)), 65, 2.3},
+        {"29.97 a second", Beat(1001 / 30.0, Late(0.3)), 80, 2.3},
+        {"60 a second", Beat(1000 / 60.0, Late(0.3)), 160, 2.3},
+        {"ten at once now and then", Bursts(40, 10), 490, 3.2},
+        {"as published", Published(), 490, 9},
+        {"half the rate from now on", Then(Beat(40, Exact()), Beat(80, Exact()), 80), 65, 2.3},
+        {"twice the rate from now on", Then(Beat(80, Exact()), Beat(40, Exact()), 40), 65, 9},
+        {"a little faster from now on", Then(Beat(40, Exact()), Beat(1000 / 30.0, Exact()), 1000 / 30.0), 75, 9},
+        {"less regular from now on", Then(Beat(40, Exact()), Beat(40, Uniform(15)), 40), 490, 30},
+    };
+    for (const Case& c : cases) {
+        const Reading reading = Read(c.stream);
+        EXPECT_LE(reading.looks_a_second, c.looks) << c.name;
+        EXPECT_LE(reading.worst, c.worst * kMs) << c.name;
+        EXPECT_LE(reading.median, 1.2 * kMs) << c.name;
+    }
+}
+
+// What nobody could have foreseen waits for the end of a sleep, but only twice.
+TEST(Rhythm, IsLearnedAnewAfterTheSecondSurprise) {
+    const Reading shifted = Read(Then(Beat(40, Exact()), Beat(40, Exact()), 15));
+    EXPECT_LE(shifted.late, 2);
+    EXPECT_LE(shifted.worst, Rhythm::kLongest);
+    const Reading sound_begins = Read(Beat(40, Exact()) + Stream{{60000 * kMs + 5 * kMs, kSound}});
+    EXPECT_LE(sound_begins.late, 1);
+}
+
+TEST(Rhythm, DoesNotWaitForAKindThatCeased) {
+    Stream sound = Beat(25, Exact(), kSound, 7);
+    sound.resize(200);  // 5 s of two minutes
+    EXPECT_LE(Read(Beat(40, Exact()) + sound).looks_a_second, 75);
+    Stream once{{2000 * kMs, 99}};
+    EXPECT_LE(Read(Beat(40, Exact()) + once).looks_a_second, 75);
+}
+
+TEST(Rhythm, MoreKindsThanBeatsAreLookedForAllTheTime) {
+    Stream many;
+    for (int kind = 0; kind < 5; ++kind) many = many + Beat(200, Exact(), kind, 40 * kind);
+    EXPECT_LE(Read(many).worst, 2.3 * kMs);
+}
+
+// A client that takes long finds records waiting: they say nothing about the next one, which may be due at once.
+TEST(Rhythm, RecordsThatLieWaitingPutNothingOff) {
+    const int64_t interval = 40 * kMs;
+    Rhythm rhythm;
+    int64_t due = 1000 * kMs;
+    for (int i = 0; i < 100; ++i, due += interval) {
+        rhythm.NothingAt(due - kMs);
+        rhythm.Found(kPicture, due + kMs);
+    }
+    const int64_t now = due + 4 * interval + 35 * kMs;  // the fifth is there, the sixth comes in 5 ms
+    for (int i = 0; i < 5; ++i) rhythm.Found(kPicture, now);
+    EXPECT_LE(rhythm.NothingAt(now), 5 * kMs);
+}
+
+}  // namespace
