@@ -91,7 +91,7 @@ class FileCheck {
     void CheckSection(const Section& section) {
         const uint64_t place = SectionHeadOffset(section.file, section.number);
         if (section.cut_bytes != 0) {
-            AddHead(Level::Remark, "section-ahead", place, NameOf(section) + " is one frame ahead of its file",
+            AddHead(Level::Remark, "section-ahead", place, NameOf(section) + " is ahead of its file",
                     "none: power was cut between two heads");
         }
         if (section.head.m_u32RecordSize == 0) return;
@@ -183,7 +183,8 @@ class FileCheck {
 
     bool Ahead(const Section& section, uint32_t counted, size_t found) const {
         const bool may = section.cut_bytes != 0 || (file_.Full() && &section == sections_.back());
-        return may && counted > found && counted - found <= kFullFileSlack;
+        const uint32_t most = section.cut_bytes != 0 ? record_file::kAheadFramesMax : kFullFileSlack;
+        return may && counted > found && counted - found <= most;
     }
 
     void CheckCounts(const Section& section, uint64_t place) {
@@ -208,7 +209,8 @@ class FileCheck {
         const auto records = index_.KeyFrames(section);
         for (const KeyFrame& key : records) {
             const uint64_t place = base + uint64_t{number++} * sizeof(KeyFrameInfoHead_S);
-            if (!key.fits && number > records.size() - std::min<size_t>(records.size(), kFullFileSlack) &&
+            const size_t most = section.cut_bytes != 0 ? record_file::kAheadKeyFramesMax : kFullFileSlack;
+            if (!key.fits && number > records.size() - std::min<size_t>(records.size(), most) &&
                 (section.cut_bytes != 0 || file_.Full())) {
                 continue;  // counted, but its frame was not
             }
@@ -245,7 +247,7 @@ class FileCheck {
         const uint64_t last = frames_.back()->time;
         const bool starts = section.Start() <= first && first <= uint64_t{section.Start()} + kStartSlack;
         const bool filled = file_.Full() && &section == sections_.back();  // the end goes on while the run ends
-        const uint32_t slack = filled ? kFullEndSlack : kEndSlack + (section.cut_bytes != 0 ? 1 : 0);
+        const uint32_t slack = filled ? kFullEndSlack : kEndSlack + (section.cut_bytes != 0 ? record_file::kAheadSecondsMax : 0);
         const bool ends = section.head.m_u32RecordEndTime <= last + slack &&
                           last <= std::max(uint64_t{section.head.m_u32RecordEndTime},
                                            uint64_t{section.Start()} + (frames_.size() == 1 ? kStartSlack : 0));

@@ -13,6 +13,8 @@ namespace card {
 namespace {
 
 using record_file::kKeyFramesMax;
+using record_file::kAheadKeyFramesMax;
+using record_file::kAheadMax;
 using record_file::kPackedFrameMax;
 
 constexpr uint32_t kEventTolerance = 60;  // s an event may lie outside its file: pre-record, clock set
@@ -35,7 +37,7 @@ FileState::Fault FileFault(const RecordFileInfoHead_S& head, uint32_t number) {
     return counts ? Fault::None : Fault::BadCounts;
 }
 
-// Takes off what a section head is ahead of its file head; false when that is more than one frame.
+// Takes off what a section head is ahead of its file head; false when that is more than a power cut explains.
 bool CutToFile(Section& section, const FileState& file) {
     RecordInfoHead_S& head = section.head;
     if (head.m_u32RecordStartPos > file.Length()) return false;
@@ -44,7 +46,7 @@ bool CutToFile(Section& section, const FileState& file) {
         section.cut_bytes = head.m_u32RecordSize - room;
         head.m_u32RecordSize = room;
     }
-    return section.cut_bytes <= kPackedFrameMax;
+    return section.cut_bytes <= kAheadMax;
 }
 
 bool CutKeyFrames(Section& section, const FileState& file) {
@@ -57,7 +59,7 @@ bool CutKeyFrames(Section& section, const FileState& file) {
         section.cut_key_frames = head.m_u32KeyFrameSum - room;
         head.m_u32KeyFrameSum = room;
     }
-    return section.cut_key_frames <= 1;
+    return section.cut_key_frames <= kAheadKeyFramesMax;
 }
 
 Section::Fault SectionFault(Section& section, const FileState& file) {
@@ -75,14 +77,14 @@ Section::Fault SectionFault(Section& section, const FileState& file) {
     return Fault::None;
 }
 
-// A section begins where its predecessor ends, or on the one frame that its predecessor's file head missed.
+// A section begins where its predecessor ends, or on the frames that its predecessor's file head missed.
 // Then its own end agrees with `next_begin`, where the following section or the free space begins; if not, its
 // place is wrong and costs the predecessor nothing.
 void SettleOverlap(Section* previous, Section& section, uint64_t next_begin) {
     if (previous == nullptr || section.Begin() >= previous->Limit()) return;
     const uint64_t overlap = previous->Limit() - section.Begin();
     const bool agrees = section.Limit() >= next_begin && section.Limit() - next_begin <= kPackedFrameMax;
-    if (!agrees || section.Begin() < previous->Begin() || previous->cut_bytes + overlap > kPackedFrameMax) {
+    if (!agrees || section.Begin() < previous->Begin() || previous->cut_bytes + overlap > kAheadMax) {
         section.fault = Section::Fault::EarlierLap;
         return;
     }

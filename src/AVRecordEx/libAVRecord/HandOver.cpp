@@ -80,6 +80,7 @@ struct HandOver::Job {
     std::atomic<bool> busy{false};
     std::atomic<uint32_t> stream_end{0};
     std::atomic<uint32_t> key_records{0};
+    std::atomic<uint32_t> heads{0};  // how often they were written
     Begin begin{};
     Descriptor index;
     Descriptor stream;
@@ -89,9 +90,11 @@ struct HandOver::Job {
     // The thread's own.
     uint32_t stream_handed = 0;
     uint32_t key_records_handed = 0;
+    uint32_t heads_handed = 0;
     bool next_file_is_read = false;
 
     bool Prepare(const Begin& begin_now);
+    bool HandOverStream();
     void HandOverOnce();
     void ReadNext();
     void Close();
@@ -116,6 +119,7 @@ bool HandOver::Job::Prepare(const Begin& begin_now) {
     begin = begin_now;
     stream_end = stream_handed = begin.stream_end;
     key_records = key_records_handed = begin.key_records;
+    heads = heads_handed = 0;
     next_file_is_read = false;
     interval_ms = g_interval_ms;
     index = Descriptor(fcntl(begin.index_fd, F_DUPFD_CLOEXEC, 0));
@@ -129,30 +133,41 @@ void HandOver::Job::Close() {
     stream.Close();
 }
 
+// Stream data up to what is written now; what comes in meanwhile follows at once, so that the heads find it there.
+bool HandOver::Job::HandOverStream() {
+    constexpr int kTries = 3;  // the writer may be as fast as the card
+    for (int i = 0; i < kTries; ++i) {
+        const uint32_t end = stream_end.load(std::memory_order_acquire);
+        if (end == stream_handed) {
+            return true;
+        }
+        const auto result = card::SyncRange(card::Kind::kRecord, stream.Get(), stream_handed, end - stream_handed);
+        if (result != card::Result::kDone) {
+            return false;  // the same stretch is tried again
+        }
+        stream_handed = end;
+    }
+    return true;
+}
+
 // Stream data, the key-frame records that point into it, and the heads that count both, in this order.  Heads written
-// meanwhile go with them and may name a few frames that follow a moment later.
+// after the last look at the stream may go with them: the frames they name follow at once.
 void HandOver::Job::HandOverOnce() {
-    const uint32_t end = stream_end.load(std::memory_order_acquire);
-    const uint32_t records = key_records.load(std::memory_order_acquire);
-    if (end == stream_handed && records == key_records_handed) {
+    const uint32_t heads_now = heads.load(std::memory_order_acquire);
+    if (heads_now == heads_handed) {
         return;
     }
-    using card::Kind;
-    card::Result result = card::Result::kDone;
-    if (end > stream_handed) {
-        result = card::SyncRange(Kind::kRecord, stream.Get(), stream_handed, end - stream_handed);
-    }
-    if (result == card::Result::kDone && records > key_records_handed) {
-        const uint64_t first = KeyFrameRecordOffset(key_records_handed);
-        result = card::SyncRange(Kind::kRecord, stream.Get(), first, KeyFrameRecordOffset(records) - first);
-    }
-    if (result == card::Result::kDone) {
-        result = card::SyncRange(Kind::kIndex, index.Get(), 0, card::kToTheEnd);
-    }
-    if (result == card::Result::kDone) {  // else the same stretches are tried again
-        stream_handed = end;
+    const uint32_t records = key_records.load(std::memory_order_relaxed);
+    const uint64_t first_record = KeyFrameRecordOffset(key_records_handed);
+    const bool is_handed =
+        HandOverStream() &&
+        card::SyncRange(card::Kind::kRecord, stream.Get(), first_record, kPage) == card::Result::kDone &&
+        card::SyncRange(card::Kind::kIndex, index.Get(), 0, card::kToTheEnd) == card::Result::kDone;
+    if (is_handed) {
         key_records_handed = records;
+        heads_handed = heads_now;
     }
+    HandOverStream();
 }
 
 void HandOver::Job::ReadNext() {
@@ -209,10 +224,16 @@ bool HandOver::Start(const Begin& begin) {
     return true;
 }
 
-void HandOver::Written(uint32_t stream_end, uint32_t key_records) {
+void HandOver::StreamWritten(uint32_t stream_end) {
     if (job_ != nullptr) {
         job_->stream_end.store(stream_end, std::memory_order_release);
-        job_->key_records.store(key_records, std::memory_order_release);
+    }
+}
+
+void HandOver::HeadsWritten(uint32_t key_records) {
+    if (job_ != nullptr) {
+        job_->key_records.store(key_records, std::memory_order_relaxed);
+        job_->heads.fetch_add(1, std::memory_order_release);
     }
 }
 

@@ -5,7 +5,7 @@
 // name it.  It also reads in advance what the writer is about to write into in part, since such a write would wait
 // until the card was read: the next key-frame records, and the next file before this one is full. Owns its descriptors.
 // Never writes a byte itself, never keeps a run from beginning or ending: when a card hangs, the thread is left to it.
-// Threads: Start and Stop by the one that opens and closes the writer, Written by the one that writes a frame; the
+// Threads: Start and Stop by the one that opens and closes the writer, the others by the one that writes a frame; the
 // writer's lock keeps them apart.
 #pragma once
 
@@ -27,8 +27,10 @@ class HandOver {
     // the system writes it back.
     bool Start(const Begin& begin);
 
-    // What is written by now.  Two atomic stores.
-    void Written(uint32_t stream_end, uint32_t key_records);
+    // Of each frame the stream is told before its heads are written, so that no head reaches the card before it.
+    void StreamWritten(uint32_t stream_end);
+    // The heads were written; they count so many key-frame records.
+    void HeadsWritten(uint32_t key_records);
 
     // Lets the thread hand over the rest, close its descriptors and end.  Not waited for: the next run begins
     // meanwhile, and a frame that comes in between is lost.

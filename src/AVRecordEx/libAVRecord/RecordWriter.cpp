@@ -155,7 +155,7 @@ void Writer::CloseFiles() {
     is_open_ = false;
     channel_ = -1;
     if (index_.IsOpen() && stream_.IsOpen()) {
-        run_index_.Finish(index_.Get(), stream_.Get());
+        hand_over_.HeadsWritten(run_index_.Finish(index_.Get(), stream_.Get()));
     }
     hand_over_.Stop();
     // A close that fails is told by the door; nothing could be done here that the next run does not do.
@@ -247,8 +247,8 @@ int Writer::WriteFrame(const Frame& frame) {
     }
     const WrittenFrame written{frame, static_cast<uint32_t>(packed.size()), time};
     offset_ += written.length;
-    const uint32_t key_records = run_index_.Add(index_.Get(), stream_.Get(), written, packer_.Parameters());
-    hand_over_.Written(offset_, key_records);
+    hand_over_.StreamWritten(offset_);
+    hand_over_.HeadsWritten(run_index_.Add(index_.Get(), stream_.Get(), written, packer_.Parameters()));
     RecorderStatusFrame(time);
     return 0;
 }

@@ -129,16 +129,16 @@ uint32_t RunIndex::Add(int index_fd, int stream_fd, const WrittenFrame& written,
     return heads.file.m_u32RecordKeyFrameSum;
 }
 
-void RunIndex::Finish(int index_fd, int stream_fd) {
+uint32_t RunIndex::Finish(int index_fd, int stream_fd) {
     const uint32_t records = WriteWaiting(stream_fd);
-    if (records == 0) {
-        return;
-    }
     AVRecordHeads heads;
     {
         const HeadsGuard guard;
         CountKeyFrames(records, AV_RecordInfoHeadGet(), AV_RecordFileInfoHeadGet());
         heads = {*AV_RecordSystemInfoHeadGet(), *AV_RecordFileInfoHeadGet(), *AV_RecordInfoHeadGet()};
     }
-    WriteHeads(index_fd, heads);
+    if (records != 0) {
+        WriteHeads(index_fd, heads);
+    }
+    return heads.file.m_u32RecordKeyFrameSum;
 }

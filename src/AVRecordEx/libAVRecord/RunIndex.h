@@ -34,8 +34,8 @@ class RunIndex {
     // Returns the file's key-frame records.
     uint32_t Add(int index_fd, int stream_fd, const WrittenFrame& written, const AVStreamParam& parameters);
 
-    // The run is over: tries the records once more that the card refused.
-    void Finish(int index_fd, int stream_fd);
+    // The run is over: tries the records once more that the card refused.  Returns the file's key-frame records.
+    uint32_t Finish(int index_fd, int stream_fd);
 
   private:
     void Wait(const WrittenFrame& written);

@@ -38,6 +38,12 @@ constexpr uint64_t EventOffset(uint32_t n, uint32_t k) {
 inline constexpr uint64_t kFixedFileSize = 64u << 20;  // bytes of index and event file as formatted
 inline constexpr uint32_t kKeyFramesMax = (RECORD_FILE_SIZE - RECORD_KEY_FRAME_BASE) / sizeof(KeyFrameInfoHead_S);
 inline constexpr uint32_t kPackedFrameMax = 614400;  // bytes of a packed frame, headers included
+// A section head may be ahead of its file head by what was recorded between two hand-overs to the card: the system
+// writes the two back when it likes.
+inline constexpr uint32_t kAheadMax = 16u << 20;  // bytes
+inline constexpr uint32_t kAheadFramesMax = 1024;
+inline constexpr uint32_t kAheadSecondsMax = 60;
+inline constexpr uint32_t kAheadKeyFramesMax = 64;
 
 // Heads end where the blocks behind them begin; a block holds all records of its file.
 static_assert(FileHeadOffset(RECORD_FILE_MAX) <= RECORD_SECTION_BASE);
