@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::array<uint8_t, 4> kStartCode = {0, 0, 0, 1};
 
-// Offset of the next 00 00 01 at or behind `from`; the size when there is none.
+// Offset of the next 00 00 01 at or after `from`; the size when there is none.
 size_t FindStartCode(View data, size_t from) {
     static constexpr std::array<uint8_t, 3> kShort = {0, 0, 1};
     return static_cast<size_t>(

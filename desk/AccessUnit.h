@@ -1,6 +1,6 @@
 // Access units as the camera's encoder would publish them.
 //
-// An encoder of the camera puts out one access unit a frame: every NAL unit behind a 4-byte start code, no access
+// An encoder of the camera puts out one access unit a frame: every NAL unit after a 4-byte start code, no access
 // unit delimiter, and a key frame begins with its parameter sets (H.264: SPS; H.265: VPS).  Any H.264 or H.265
 // packet that FFmpeg reads, length-prefixed or with start codes, is brought into that form here; the bytes of the
 // NAL units are never changed.  Owns the latest parameter sets of its stream.  One thread.
@@ -26,7 +26,7 @@ struct AccessUnit {
 // The NAL units of `data` that follow start codes (3 or 4 bytes), without trailing zero bytes.
 std::vector<View> SplitAtStartCodes(View data);
 
-// The NAL units of `data` behind big-endian length fields of `length_size` bytes; stops at a length that overruns.
+// The NAL units of `data` after big-endian length fields of `length_size` bytes; stops at a length that overruns.
 std::vector<View> SplitAtLengths(View data, int length_size);
 
 class AccessUnitMaker {

@@ -3,7 +3,7 @@
 // A record is a 64-byte AVDataInfo followed by its payload; the next one follows at once.  The oldest records are
 // simply overwritten: a reader notices by check word, end flag and serial.
 // Invariants: the header at the write position is invalid until its record is complete, and EndFlag is written last;
-// behind every record lies room for another header; a record that does not fit goes to position 0 and an
+// after every record lies room for another header; a record that does not fit goes to position 0 and an
 // AVDATA_END_RING header stands where it would have begun; serials rise by one a record.
 // One writing thread; the queries may come from any.
 #pragma once

@@ -1,8 +1,8 @@
 // Every invariant of a store against what is on the card: heads, counts, places, lengths, key-frame records
 // and times against the stream's bytes, events against sections, files against the index.
 //
-// Reads only.  What is part of normal life (an earlier lap behind the present one, what a power cut left
-// behind the heads, slots that were used up without a recording) is a remark or nothing at all.
+// Reads only.  What is part of normal life (an earlier lap after the present one, what a power cut left
+// after the heads, slots that were used up without a recording) is a remark or nothing at all.
 #pragma once
 
 #include <functional>

@@ -1,6 +1,6 @@
 // Bits of a NAL unit, most significant first, the escape bytes of Annex B (00 00 03) left out.
 //
-// Reads zeros behind the end and says so; believes nothing, holds the caller's bytes only.  One thread.
+// Reads zeros past the end and says so; believes nothing, holds the caller's bytes only.  One thread.
 #pragma once
 
 #include <cstdint>

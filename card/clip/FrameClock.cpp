@@ -19,7 +19,7 @@ struct Piece {
     size_t begin = 0;
     size_t end = 0;
     double rate = 0;
-    double start = 0;  // s behind the first mark's second
+    double start = 0;  // s after the first mark's second
 };
 
 class Fitter {

@@ -23,7 +23,7 @@ std::vector<PictureNumber> Number(ClipReader& reader, VideoCodec codec, const Cl
             role = RoleOf(codec, unit);
         }
         if (role == SliceRole::SequenceStart) ++number.sequence;
-        // A picture that cannot be read stays behind the one before it.
+        // A picture that cannot be read stays after the one before it.
         number.order = read_order(unit).value_or(number.order);
         number.decodable = role == SliceRole::DecodableLeading;
         numbers.push_back(number);

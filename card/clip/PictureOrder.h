@@ -23,7 +23,7 @@ struct PictureNumber {
     bool decodable = false;  // a leading picture that needs nothing from in front of its key frame
 };
 
-// Leading pictures behind the first key frame that refer to what stands in front of it; nothing can show them.
+// Leading pictures after the first key frame that refer to what stands in front of it; nothing can show them.
 size_t LostLeading(std::span<const PictureNumber> numbers, std::vector<bool>& lost);
 
 struct ShownOrder {

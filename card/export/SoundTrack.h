@@ -38,7 +38,7 @@ class SoundTrack {
     void Describe(AVCodecParameters* parameters) const;  // of what the sink gets
     // `at`: since the start of the file.
     void Add(ByteView payload, Ticks at);
-    void Finish();  // once, behind the last Add
+    void Finish();  // once, after the last Add
 
   private:
     void AddPlain(ByteView payload, int64_t samples);

@@ -12,7 +12,7 @@ using record_file::kClockPerFrame;
 
 constexpr uint64_t kClockRounding = 64;  // single precision, up to 33 bits of clock
 constexpr uint64_t kFramesSkippedMax = 25 * 3600;
-constexpr uint32_t kTimeJump = 60;       // s a frame may lie behind its predecessor, beside what was skipped
+constexpr uint32_t kTimeJump = 60;       // s from a frame to the next, beyond what was skipped
 constexpr uint32_t kSpike = 2;           // s by which a time may miss both its neighbours' and still be its own
 constexpr size_t kLookAhead = 8;         // pictures that are asked about a time
 constexpr size_t kTailMax = 2;           // pictures at the end of a run that nobody can be asked about

@@ -9,7 +9,7 @@ namespace {
 using record_file::kClockPerFrame;
 using record_file::kStreamHeadSize;
 
-constexpr uint64_t kSoundAhead = 4 * kClockPerFrame;  // behind damage, where sound of an earlier lap may stand
+constexpr uint64_t kSoundAhead = 4 * kClockPerFrame;  // after damage, where sound of an earlier lap may stand
 
 // Cuts frames and holes, in the order of the stream, into runs.
 class RunMaker {
@@ -131,7 +131,7 @@ void Surveyor::GoToHole() {
 bool Surveyor::Step() {
     if (ended_) return false;
     const StreamScanner::Found found = scanner_.Next();
-    // The recorder counts nothing that begins behind a full file's mark.
+    // The recorder counts nothing that begins after a full file's mark.
     ended_ = found == StreamScanner::Found::End ||
              (found == StreamScanner::Found::Frame && scanner_.Frame().offset > RECORD_STREAM_LIMIT);
     if (progress_ && (ended_ || scanner_.Position() - told_ > (1u << 20))) {

@@ -1,6 +1,6 @@
 // What the stream of one record file holds, told by the stream alone: its runs, in order of their place.
 //
-// A run is what one section should cover: frames whose clock and time go on without a break, usually behind
+// A run is what one section should cover: frames whose clock and time go on without a break, usually after
 // a stream head.  Data of an earlier lap, or of before a format, makes runs of its own.  Keeps no payload.
 #pragma once
 
@@ -18,7 +18,7 @@ namespace card {
 
 struct StreamRun {
     uint64_t begin = 0;   // of its stream head, or of its first frame when it has none
-    uint64_t end = 0;     // behind its last frame
+    uint64_t end = 0;     // after its last frame
     bool headed = false;  // a stream head stands at `begin`
     uint32_t first_time = 0;
     uint32_t last_time = 0;
@@ -37,7 +37,7 @@ struct Survey {
     std::vector<StreamRun> runs;
     std::vector<Garbage> holes;  // outside of every run
 
-    // Whether `offset` is the first byte, or the byte behind the last, of a run or frame.
+    // Whether `offset` is the first byte, or the byte after the last, of a run or frame.
     bool IsBorder(uint64_t offset) const;
 };
 
@@ -55,7 +55,7 @@ class Surveyor {
     Surveyor(const Surveyor&) = delete;
     Surveyor& operator=(const Surveyor&) = delete;
 
-    void GoTo(uint64_t offset);  // up to the first frame or hole at or behind it
+    void GoTo(uint64_t offset);  // up to the first frame or hole at or after it
     void GoToHole();             // on to the first byte that no frame explains
     void GoToEnd() { GoTo(UINT64_MAX); }
     Survey Result() const;  // of what was looked through
@@ -79,7 +79,7 @@ class Surveyor {
 // earlier lap left there.  Begins with a key frame.
 struct Recording {
     uint64_t begin = 0;  // of its stream head; when that is gone, where it stood, or of its first key frame
-    uint64_t end = 0;    // behind its last frame
+    uint64_t end = 0;    // after its last frame
     size_t run = 0;      // its first
     uint32_t first_time = 0;
     uint32_t last_time = 0;
@@ -104,7 +104,7 @@ Recordings RecordingsOf(const Survey& survey, const LapHints& hints);
 // Part of a record file that a section head claims.
 struct SectionSpan {
     uint64_t begin = 0;  // in the record file
-    uint64_t end = 0;    // behind its last byte
+    uint64_t end = 0;    // after its last byte
     uint32_t start = 0;  // s since 1970 UTC
     uint32_t last = 0;
 };

@@ -14,7 +14,7 @@ namespace {
 
 constexpr size_t kPiece = 1u << 20;
 
-// Where data begins at or behind `offset`; `offset` itself on a device that knows no holes.
+// Where data begins at or after `offset`; `offset` itself on a device that knows no holes.
 uint64_t NextData(const Device& from, uint64_t offset, uint64_t end) {
     const off64_t data = lseek64(from.Descriptor(), static_cast<off64_t>(offset), SEEK_DATA);
     if (data < 0) return errno == ENXIO ? end : offset;

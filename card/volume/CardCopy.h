@@ -13,7 +13,7 @@ namespace card {
 
 using CopyProgress = std::function<void(uint64_t bytes)>;  // copied or skipped since the last call
 
-// Creates `path` (it must not exist) with these stretches of `from`, one behind the other, `size` bytes long in
+// Creates `path` (it must not exist) with these stretches of `from`, one after the other, `size` bytes long in
 // all; what no stretch holds is a hole.  On disk when it returns.  Throws CardError.
 void CopySparse(const Device& from, const std::vector<Extent>& extents, const std::string& path, uint64_t size,
                 const CopyProgress& progress = {});

@@ -297,7 +297,7 @@ Beginnings FindBeginnings(const Device& device, const CarveProgress& progress) {
     return found;
 }
 
-// A record file's beginning has the first key-frame record in its place behind it.
+// A record file's beginning has the first key-frame record in its place after it.
 bool HasKeyFrames(const Device& device, uint64_t offset) {
     KeyFrameInfoHead_S record{};
     return device.ReadAt(offset + RECORD_KEY_FRAME_BASE, &record, sizeof record) == sizeof record &&

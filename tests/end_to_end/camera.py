@@ -62,7 +62,7 @@ class Process:
             return log.read().decode(errors="replace")
 
     def expect(self, pattern, seconds=15):
-        """Waits for a log line that matches, behind all those already expected; returns the match."""
+        """Waits for a log line that matches, after all those already expected; returns the match."""
 
         def look():
             match = re.compile(pattern).search(self.text(), self.seen)

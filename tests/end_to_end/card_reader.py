@@ -9,7 +9,7 @@ from dataclasses import dataclass, field
 
 STREAM_LIMIT = 0x0F900000
 KEY_FRAME_BASE = 0x0FC00000
-SYSTEM_HEADER = bytes.fromhex("000c 827331 04e17f e0e080 c0c008")  # behind its start code
+SYSTEM_HEADER = bytes.fromhex("000c 827331 04e17f e0e080 c0c008")  # after its start code
 STREAM_HEAD = b"IMKH" + bytes.fromhex("01020000 02000001 01200110 80BB0000 00FA0000") + bytes(16)
 
 

@@ -30,7 +30,7 @@ class Journals:
         self.stream = stream
         self.records = []
         self.places = {}  # (kind, crc, length) -> indices into records, ascending
-        self.ends = set()  # indices behind which a killed desk camera may have kept one record to itself
+        self.ends = set()  # indices after which a killed desk camera may have kept one record to itself
         self.path, self.offset = None, 0
 
     def follow(self, path):
@@ -81,7 +81,7 @@ class Judge:
     def __init__(self, camera, journals, shim, image=None):
         self.card, self.image, self.journals, self.shim = camera.card, image or camera.image, journals, shim
         self.files = sorted(os.listdir(STORE))
-        self.matched = {}  # (file, number) -> (Piece, index behind the section before, its frames' indices)
+        self.matched = {}  # (file, number) -> (Piece, index after the section before, its frames' indices)
         self.beneath = "/tmp/beneath"  # what the card's folder holds without the card
         os.makedirs(self.beneath, exist_ok=True)
         subprocess.run(["mount", "--bind", "/var/etc", self.beneath], check=True)

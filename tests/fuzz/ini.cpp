@@ -18,7 +18,7 @@ std::string Name(fuzz::Input& in, bool plain) {
     return name.empty() ? "k" : name;
 }
 
-// Every header of the text has its end, so that what is added behind the last one is seen as a body.
+// Every header of the text has its end, so that what is added after the last one is seen as a body.
 bool HeadersEnd(const std::string& text) {
     const size_t open = text.rfind('[');
     return open == std::string::npos || text.find(']', open) != std::string::npos;

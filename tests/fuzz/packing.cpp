@@ -11,7 +11,7 @@ namespace {
 
 constexpr uint32_t kIndexExact = (1u << 24) / 225;  // up to here the clock is exact
 
-// Bytes of an exact size: one read or written in front of them or behind them is seen.
+// Bytes of an exact size: one read or written in front of them or after them is seen.
 class Frame {
   public:
     Frame(std::vector<uint8_t>& room, size_t length)

@@ -122,7 +122,7 @@ int Take(int kind, int stream, char* bytes, AVDataInfo* header) {
 
 }  // namespace
 
-// A segment ends where it ends, not with its last page, and nothing lies behind it.
+// A segment ends where it ends, not with its last page, and nothing lies after it.
 extern "C" void* shmat(int id, const void* address, int flags) noexcept {
     struct shmid_ds status {};
     MUST(shmctl(id, IPC_STAT, &status) == 0);

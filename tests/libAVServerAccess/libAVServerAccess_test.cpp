@@ -17,7 +17,7 @@ namespace {
 
 constexpr int kKey = 0x61766C8A;
 
-// What travels behind the message type: src, cmd, index, ret, data[16].
+// What travels after the message type: src, cmd, index, ret, data[16].
 using Peer = support::QueuePeer<8>;
 
 struct Row {

@@ -49,7 +49,7 @@ TEST_F(Board, PublishesTheWholeBoardWithStateAndTime) {
     EXPECT_EQ(words[15 * 6 + 1], 1700000000);
     EXPECT_EQ(words[15 * 6 + 2], 0);
     EXPECT_EQ(std::count(words, words + 96, 0), 96 - 3);
-    EXPECT_EQ(std::count(words + 96, words + 112, 77), 16) << "bytes behind the board";
+    EXPECT_EQ(std::count(words + 96, words + 112, 77), 16) << "bytes after the board";
 
     words[10 * 6 + 5] = 1234;
     AlarmData board;

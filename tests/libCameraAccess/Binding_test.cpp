@@ -123,7 +123,7 @@ TEST_F(Camera, IsBoundOnceAndOnlyToAKnownKind) {
 
     EXPECT_EQ(CameraDeviceInit(CAMERA_DEV_SD_DOME, PROCESS_AVRECORD), -5) << "the dome has no start of its own";
     EXPECT_EQ(CameraDeviceInit(CAMERA_DEV_COMMON, PROCESS_AVRECORD), -2) << "and yet is bound";
-    EXPECT_EQ(CheckParamValid(CAMERA_COMMAND_GETREGULARRECORDPROPERTY), -5) << "behind the dome's table";
+    EXPECT_EQ(CheckParamValid(CAMERA_COMMAND_GETREGULARRECORDPROPERTY), -5) << "after the dome's table";
     EXPECT_EQ(CameraDeviceCleanup(), 0);
     Bind();
     EXPECT_EQ(CheckParamValid(CAMERA_COMMAND_GETREGULARRECORDPROPERTY), 0);

@@ -55,7 +55,7 @@ TEST_F(Query, VideoFillsThreeRecords) {
             EXPECT_EQ(got[member], expected[stream][member]) << "stream " << stream << " member " << member;
         }
     }
-    EXPECT_EQ(video_[3].iFrameRateMin, static_cast<int32_t>(0xEEEEEEEE)) << "behind the third record";
+    EXPECT_EQ(video_[3].iFrameRateMin, static_cast<int32_t>(0xEEEEEEEE)) << "after the third record";
 }
 
 TEST_F(Query, VideoRatesEndAtTheLimitOfTheMainStream) {

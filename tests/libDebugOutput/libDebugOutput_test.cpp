@@ -233,7 +233,7 @@ TEST_F(Console, WhatAViewerSendsIsThrownAway) {
     EXPECT_TRUE(viewer.Send("quit\n\x04\x03"));
     LogInfo("%s", "unmoved\n");
     EXPECT_TRUE(viewer.Sees("[Info]: unmoved\n"));
-    viewer.Leave();  // behind bytes that nobody may have read yet
+    viewer.Leave();  // after bytes that nobody may have read yet
     EXPECT_TRUE(Printed(": Command disconnect\n"));
 }
 

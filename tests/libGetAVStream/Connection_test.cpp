@@ -135,7 +135,7 @@ TEST_F(Connection, AReaderStopsThoughTheServerIsSilentAndItsLateAnswerIsNotTaken
     EXPECT_EQ(message.video_pos, 2u);
 }
 
-// An answer of `size` bytes behind the message type, for client type `type`.
+// An answer of `size` bytes after the message type, for client type `type`.
 void PutAnswer(int type, uint32_t position, int size = 44) {
     std::vector<char> bytes(static_cast<size_t>(size) + 4, 0x11);
     AVMsgBuf answer{};

@@ -687,7 +687,7 @@ TEST_F(FrameReader, ARepeatAtTheVeryEndOfTheRingIsNotLookedBehind) {
     const int position = 614464 - 64 - 50;
     peer_.Put(0, position, 3, payload);
     peer_.current = position;
-    Start();  // reads it, then stands behind the segment's end
+    Start();  // reads it, then stands past the segment's end
     EXPECT_THAT(g_received.Serials(1), ElementsAre(3));
     peer_.Put(0, 5000, 9, kKey);
     peer_.last_key = 5000;

@@ -55,7 +55,7 @@ class MediaPeer {
         return header;
     }
 
-    // Writes a record and returns the position behind it.
+    // Writes a record and returns the position after it.
     int Put(int stream, int position, uint32_t serial, const std::string& payload, AVDataInfo header) {
         header.SerialNumber = serial;
         if (header.AVDataLen == 0) {

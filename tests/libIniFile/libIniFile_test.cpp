@@ -81,7 +81,7 @@ TEST_F(Ini, ReportsSixPositionsAndTheLastMatchingSection) {
     EXPECT_EQ(parse_file("S", "no", text, &at[0], &at[1], &at[2], &at[3], &at[4], &at[5]), 0);
     EXPECT_EQ(std::vector<int>(at, at + 6), (std::vector<int>{13, 17, -1, -1, -1, -1}));
     EXPECT_EQ(parse_file("S", "k", "x\n[S", &at[0], &at[1], &at[2], &at[3], &at[4], &at[5]), 0);
-    EXPECT_EQ(at[1], 4) << "a header without ] has its body at the end of the text, not behind it";
+    EXPECT_EQ(at[1], 4) << "a header without ] has its body at the end of the text, not after it";
 }
 
 TEST_F(Ini, TheTextEndsAtTheFirst255OrZeroByte) {

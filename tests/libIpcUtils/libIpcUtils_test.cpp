@@ -62,7 +62,7 @@ TEST_F(Queue, CarriesThePayloadBehindAFourByteTypeInBothDirections) {
     ASSERT_EQ(IpcMsgRecv(qid, 9, &received, sizeof received), 5);
     EXPECT_EQ(received.type, 9);
     EXPECT_EQ(std::string(received.payload, 5), "reply");
-    EXPECT_EQ(received.payload[5], 'F') << "bytes behind a short message are the receiver's own";
+    EXPECT_EQ(received.payload[5], 'F') << "bytes after a short message are the receiver's own";
 }
 
 TEST_F(Queue, ReceivesTheFirstMessageOfTheWantedType) {

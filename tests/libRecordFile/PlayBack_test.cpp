@@ -89,7 +89,7 @@ class Player {
     }
 
   private:
-    // Of exactly the size the header asks for: a sanitizer sees the first byte behind it.
+    // Of exactly the size the header asks for: a sanitizer sees the first byte after it.
     std::unique_ptr<char[]> buffer_{new char[PLAYBACK_BUFFER_SIZE]};
 };
 
@@ -139,7 +139,7 @@ TEST(PlayBack, GivesBackWhatWasPacked) {
             EXPECT_EQ(played->time, frame.time) << i;
         }
     }
-    EXPECT_FALSE(player.Next()) << "behind the last frame";
+    EXPECT_FALSE(player.Next()) << "after the last frame";
 }
 
 TEST(PlayBack, TheLastFrameMayEndWithTheFile) {

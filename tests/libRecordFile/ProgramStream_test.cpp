@@ -252,7 +252,7 @@ TEST_P(ProgramStream, IsTakenApartIntoWhatWasPacked) {
     EXPECT_TRUE(unpacked == packed);
     EXPECT_TRUE(found.sound == sound);
     ASSERT_FALSE(found.audio_pts.empty());
-    EXPECT_EQ(found.audio_pts[0], 3600 * 3) << "sound behind frame n carries the clock of frame n + 2";
+    EXPECT_EQ(found.audio_pts[0], 3600 * 3) << "sound after frame n carries the clock of frame n + 2";
 
     const auto expected = DecodedChecksums(plan.video_id, units);
     EXPECT_EQ(expected.size(), static_cast<size_t>(kFrames));

@@ -93,7 +93,7 @@ TEST(PsPacket, AKeyFrameCountsOnlyStartCodesWithDataBehindThem) {
         {"", nullptr},
         {"0000", nullptr},
         {"00000001", nullptr},                         // a bare start code
-        {"0000000167", "0000000167"},                  // one byte behind it is enough
+        {"0000000167", "0000000167"},                  // one byte after it is enough
         {"000000010000000001", "000000010000000001"},  // a second code at the very end does not cut
         {"ff00000001", nullptr},                       // neither does it begin a piece there
         {"ffff0000000165", "0000000165"},              // what lies in front of the first is not written

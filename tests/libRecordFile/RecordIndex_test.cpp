@@ -201,7 +201,7 @@ TEST(SectionHead, Number252ReplacesNumber251) {
         EXPECT_EQ(AV_RecordSectionInfoHeadWrite(index.fd(), &file, &section), 0);
     }
     EXPECT_EQ(index.Get(131072 + 16384 + 64 * 251, 100).substr(0, 8), Hex("52494846 4E000000"));
-    EXPECT_EQ(index.Size(), 131072u + 16384 + 64 * 252) << "nothing behind slot 251";
+    EXPECT_EQ(index.Size(), 131072u + 16384 + 64 * 252) << "nothing after slot 251";
     for (const uint16_t number : {0, 252, 65535}) {  // somebody else's slots
         section.m_u16RecordUseNo = number;
         EXPECT_EQ(AV_RecordSectionInfoHeadWrite(index.fd(), &file, &section), -1) << number;

@@ -11,7 +11,7 @@ namespace {
 
 constexpr uint32_t kStart = 1772352000;
 
-// What the recorder notes of pictures that happened at `moments` (s behind the start).
+// What the recorder notes of pictures that happened at `moments` (s after the start).
 std::vector<FrameMark> Noted(const std::vector<double>& moments) {
     std::vector<FrameMark> marks;
     for (size_t i = 0; i < moments.size(); ++i) {

@@ -34,7 +34,7 @@ const Card kDay{.files = 2,
                              {.seconds = 8, .pause = 1, .rate = 10, .audio = CODE_AUDIO_NULL},
                              {.seconds = 6, .pause = 70000, .rate = 10}},
                 .events = {{.after = 5, .seconds = 5}, {.after = 112, .seconds = 2, .type = 4}}};
-// Once round and a bit: file 0 holds the beginning of the second lap, and behind it the end of the first.
+// Once round and a bit: file 0 holds the beginning of the second lap, and after it the end of the first.
 const Card kRing{.files = 2,
                  .sections = {{.seconds = 30, .frame_bytes = 600000},
                               {.seconds = 5, .pause = 30, .frame_bytes = 600000},

@@ -102,7 +102,7 @@ void DamageAndRepair(const Recording& recording, const StoreBytes& before, uint3
     before.PutBack();
 }
 
-// Once round and a bit: file 0 holds the beginning of the second lap, and behind it the end of the first.
+// Once round and a bit: file 0 holds the beginning of the second lap, and after it the end of the first.
 const Card kRing{.files = 2,
                  .sections = {{.seconds = 30, .frame_bytes = kLarge},
                               {.seconds = 5, .pause = 30, .frame_bytes = kLarge},

@@ -120,7 +120,7 @@ TEST(StreamScanner, LosesOnlyTheFrameThatIsDamaged) {
         ExpectTiled(pieces, stream.bytes.size());
         const size_t found = static_cast<size_t>(
             std::count_if(pieces.begin(), pieces.end(), [](const Piece& piece) { return piece.kind == Found::Frame; }));
-        // Sound right behind has no header of its own to be found by: it goes with the frame before it.
+        // Sound right after has no header of its own to be found by: it goes with the frame before it.
         size_t followers = 0;
         while (index + followers + 1 < all && !stream.frames[index + followers + 1].video) ++followers;
         EXPECT_EQ(found, all - 1 - followers) << index;

@@ -157,7 +157,7 @@ TEST(Fat32, FindsTheVolumeInItsPartition) {
     constexpr uint32_t kStart = 8192;  // sectors
     std::filesystem::copy_file(image.Path(), disk.Path());
     std::filesystem::resize_file(disk.Path(), (2304ull << 20) + kStart * 512);
-    // Boot sector, tables and directory moved behind a partition table are enough to open it.
+    // Boot sector, tables and directory moved after a partition table are enough to open it.
     std::string front(24u << 20, '\0');
     Device::Open(image.Path()).ReadAt(0, front.data(), front.size());
     const Device device = Device::OpenCard(disk, Access::ReadWrite);
