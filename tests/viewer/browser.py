@@ -1,0 +1,136 @@
+"""A headless Chromium, driven over a pipe: no port, no package.  One page; every wait has a bound."""
+import base64
+import json
+import os
+import shutil
+import subprocess
+import tempfile
+import time
+
+FLAGS = ["--headless=new", "--remote-debugging-pipe", "--no-sandbox", "--disable-gpu", "--no-first-run", "--disable-quic",
+         "--disable-background-networking", "--disable-component-update", "--disable-sync", "--disable-extensions",
+         "--autoplay-policy=no-user-gesture-required", "--mute-audio", "--disable-dev-shm-usage"]
+
+
+class Browser:
+    def __init__(self, page, width=1280, height=1000):
+        self.folder = tempfile.mkdtemp(prefix="browser-")
+        to_read, to_write = os.pipe()
+        from_read, from_write = os.pipe()
+        command = " ".join(["exec chromium", *FLAGS, "--user-data-dir=" + self.folder, "--disk-cache-dir=" + self.folder,
+                            f"about:blank 3<&{to_read} 4>&{from_write}"])
+        self.process = subprocess.Popen(["bash", "-c", command], pass_fds=[to_read, from_write], env=dict(os.environ, TZ="UTC"),
+                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        os.close(to_read)
+        os.close(from_write)
+        self.out = to_write
+        self.input = os.fdopen(from_read, "rb", buffering=0)
+        self.buffer = b""
+        self.number = 0
+        self.events = []
+        self.session = None
+        target = next(t for t in self.call("Target.getTargets")["targetInfos"] if t["type"] == "page")
+        self.session = self.call("Target.attachToTarget", targetId=target["targetId"], flatten=True)["sessionId"]
+        for domain in ("Page", "Runtime", "Network", "DOM", "Log"):
+            self.call(domain + ".enable")
+        self.call("Browser.setDownloadBehavior", behavior="allow", downloadPath=self.folder, eventsEnabled=True)
+        self.size(width, height)
+        # Everything that the policy stops is noted by the page itself.
+        self.call("Page.addScriptToEvaluateOnNewDocument", source="window.violations = []; addEventListener('securitypolicyviolation',"
+                  "e => violations.push(e.violatedDirective + ' ' + e.blockedURI)); window.faults = [];"
+                  "addEventListener('error', e => faults.push(e.message)); addEventListener('unhandledrejection', e => faults.push(String(e.reason)));")
+        self.open(page)
+
+    def open(self, address):
+        self.call("Page.navigate", url=address)
+        self.wait("document.readyState == 'complete' && typeof list != 'undefined'")
+
+    def size(self, width, height, dark=False):
+        self.call("Emulation.setDeviceMetricsOverride", width=width, height=height, deviceScaleFactor=1, mobile=width < 500)
+        self.call("Emulation.setEmulatedMedia", features=[{"name": "prefers-color-scheme", "value": "dark" if dark else "light"}])
+
+    def call(self, method, **params):
+        self.number += 1
+        message = {"id": self.number, "method": method, "params": params}
+        if self.session and not method.startswith(("Target.", "Browser.")):
+            message["sessionId"] = self.session
+        os.write(self.out, json.dumps(message).encode() + b"\0")
+        while True:
+            answer = self.read()
+            if answer.get("id") == self.number:
+                if "error" in answer:
+                    raise AssertionError(f"{method}: {answer['error']}")
+                return answer["result"]
+            self.events.append(answer)
+
+    def read(self):
+        while b"\0" not in self.buffer:
+            part = self.input.read(1 << 20)
+            if not part:
+                raise AssertionError("the browser ended")
+            self.buffer += part
+        message, _, self.buffer = self.buffer.partition(b"\0")
+        return json.loads(message)
+
+    def run(self, script):
+        """The value of an expression, awaited."""
+        result = self.call("Runtime.evaluate", expression=script, awaitPromise=True, returnByValue=True)
+        if "exceptionDetails" in result:
+            raise AssertionError(json.dumps(result["exceptionDetails"])[:2000])
+        return result["result"].get("value")
+
+    def wait(self, condition, seconds=60):
+        end = time.monotonic() + seconds
+        while True:
+            try:
+                value = self.run(condition)
+            except AssertionError as error:
+                if "ReferenceError" not in str(error):
+                    raise
+                value = False
+            if value:
+                return value
+            if time.monotonic() > end:
+                state = self.run("JSON.stringify({notice: notice && byId('notice').textContent, message: byId('message').textContent,"
+                                 "moment: byId('moment').textContent, faults, violations, ready: byId('video').readyState,"
+                                 "at: byId('video').currentTime, pictures: player.pictures.length})")
+                raise AssertionError(f"not within {seconds} s: {condition}; the page: {state}")
+            time.sleep(.05)
+
+    def pick(self, selector, paths):
+        node = self.call("DOM.querySelector", nodeId=self.call("DOM.getDocument")["root"]["nodeId"], selector=selector)
+        self.call("DOM.setFileInputFiles", nodeId=node["nodeId"], files=[str(p) for p in paths])
+
+    def key(self, key):
+        self.run(f"dispatchEvent(new KeyboardEvent('keydown', {{key: {json.dumps(key)}, bubbles: true}})) || true")
+
+    def screenshot(self, path):
+        data = self.call("Page.captureScreenshot", format="png")["data"]
+        with open(path, "wb") as file:
+            file.write(base64.b64decode(data))
+
+    def downloaded(self, suffix, seconds=60):
+        """What was saved since the last call, complete."""
+        end = time.monotonic() + seconds
+        while time.monotonic() < end:
+            found = [f for f in os.listdir(self.folder) if f.endswith(suffix)]
+            if found:
+                return [os.path.join(self.folder, f) for f in sorted(found)]
+            time.sleep(.05)
+        raise AssertionError("nothing was saved: " + str(os.listdir(self.folder)))
+
+    def requests(self):
+        """Addresses that were asked for, beside the page and what it made itself."""
+        urls = [e["params"]["request"]["url"] for e in self.events if e.get("method") == "Network.requestWillBeSent"]
+        return [u for u in urls if not u.startswith(("blob:", "data:", "about:", "file:"))]
+
+    def close(self):
+        try:
+            os.write(self.out, b'{"id":0,"method":"Browser.close"}\0')
+            self.process.wait(20)
+        except (OSError, subprocess.TimeoutExpired):
+            self.process.kill()
+            self.process.wait()
+        os.close(self.out)
+        self.input.close()
+        shutil.rmtree(self.folder, ignore_errors=True)

@@ -1,0 +1,44 @@
+// Makes the cards that the page's tests open, in the folder given.
+#include <cstdio>
+#include <string>
+
+#include "fixture/CardFixture.h"
+
+using fixture::Card;
+using fixture::SectionPlan;
+
+int main(int count, char** arguments) {
+    if (count != 2) {
+        std::fprintf(stderr, "usage: make_cards FOLDER\n");
+        return 2;
+    }
+    const std::string folder = std::string(arguments[1]) + "/";
+    // Two days, gaps, events of three kinds, two kinds of sound, none in the last.
+    const Card busy{.files = 2,
+                    .sections = {{.seconds = 20},
+                                 {.seconds = 12, .pause = 86400, .audio = CODE_AUDIO_G711U},
+                                 {.seconds = 10, .pause = 1, .rate = 12, .audio = CODE_AUDIO_AAC},
+                                 {.seconds = 10, .pause = 600, .width = 480, .height = 270, .audio = CODE_AUDIO_NULL}},
+                    .events = {{.after = 5, .seconds = 4, .type = 4},
+                               {.after = 86425, .seconds = 4, .type = 1},
+                               {.after = 86430, .seconds = 3, .type = 32}},
+                    .keep_units = false};
+    busy.RecordFolder(folder + "busy");
+    busy.RecordImage(folder + "busy.img");
+    // B-frames, and long distances between key frames.
+    const SectionPlan b_frames{.seconds = 20, .audio = CODE_AUDIO_G711A, .key_interval = 50, .b_frames = true};
+    Card{.files = 1, .sections = {b_frames}, .keep_units = false}.RecordFolder(folder + "b_frames");
+    SectionPlan h265 = b_frames;
+    h265.video = CODE_VIDEO_H265;
+    Card{.files = 1, .sections = {h265}, .keep_units = false}.RecordFolder(folder + "h265");
+    // One run over the end of a record file.
+    Card{.files = 2, .sections = {{.seconds = 40, .rate = 25, .frame_bytes = 300000}}, .keep_units = false}
+        .RecordFolder(folder + "border");
+    // 250 sections in the first of many files; the test fills the others like it.
+    Card many{.files = 24, .keep_units = false};
+    for (int i = 0; i < 250; ++i)
+        many.sections.push_back({.seconds = 1, .pause = 20, .rate = 2, .width = 64, .height = 48});
+    many.RecordFolder(folder + "many");
+    Card{.files = 1}.RecordFolder(folder + "empty");
+    return 0;
+}

@@ -1,0 +1,353 @@
+"""viewer.html in a real browser: opens, plays, seeks, saves; compared with recordcard and FFmpeg."""
+import json
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+sys.path.insert(0, os.path.dirname(__file__))
+from browser import Browser
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+BUILD = pathlib.Path(os.environ["BUILD"])
+TOOL = str(BUILD / "card" / "recordcard")
+PAGE = (ROOT / "viewer" / "viewer.html").as_uri()
+SMALL = (32, 24)  # pictures are told apart at this size
+
+
+def run(*command, **more):
+    return subprocess.run([str(c) for c in command], check=True, stdout=subprocess.PIPE, **more).stdout
+
+
+def tool_list(card):
+    return json.loads(run(TOOL, "list", "--json", card))
+
+
+def small_pictures(clip):
+    """Every picture of a clip, small and grey, in the order shown."""
+    raw = run("ffmpeg", "-v", "error", "-i", clip, "-vf", f"scale={SMALL[0]}:{SMALL[1]}:flags=area,format=gray", "-f", "rawvideo",
+              "-fps_mode", "passthrough", "-")
+    size = SMALL[0] * SMALL[1]
+    return [raw[i:i + size] for i in range(0, len(raw), size)]
+
+
+def distance(a, b):
+    return sum((x - y) ** 2 for x, y in zip(a, b))
+
+
+def frame_sums(clip, stream="v"):
+    """(time, checksum of the decoded picture) of every picture."""
+    lines = run("ffmpeg", "-v", "error", "-i", clip, "-map", "0:" + stream, "-c:v", "rawvideo", "-fps_mode", "passthrough", "-copyts",
+                "-enc_time_base", "1:90000", "-f", "framemd5", "-").decode().splitlines()
+    rows = [[field.strip() for field in line.split(",")] for line in lines if not line.startswith("#")]
+    return [(int(row[2]), row[5]) for row in rows]
+
+
+class Viewer(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = pathlib.Path(tempfile.mkdtemp(prefix="viewer-"))
+        run(BUILD / "tests" / "viewer" / "make_cards", cls.folder)
+        cls.browser = Browser(PAGE)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.browser.close()
+        shutil.rmtree(cls.folder, ignore_errors=True)
+
+    def tearDown(self):
+        self.assertEqual(self.browser.requests(), [], "nothing is asked of any network")
+        self.assertEqual(self.browser.run("violations.concat(faults)"), [])
+
+    def open(self, card, shown=True):
+        self.browser.run("list = null; byId('video').pause(); notice('')")
+        card = pathlib.Path(card)
+        self.browser.pick("#folder" if card.is_dir() else "#files", [card])
+        self.browser.wait("list !== null && !player.loading" + (" && byId('video').readyState >= 2" if shown else ""))
+
+    def small_shown(self):
+        """The picture that the page shows."""
+        self.browser.wait("!player.loading && !byId('video').seeking && byId('video').readyState >= 2")
+        return bytes(self.browser.run(
+            "(() => { const v = byId('video'), c = document.createElement('canvas'); c.width = %d; c.height = %d;"
+            "const g = c.getContext('2d'); g.imageSmoothingQuality = 'high'; g.drawImage(v, 0, 0, c.width, c.height);"
+            "const d = g.getImageData(0, 0, c.width, c.height).data, r = [];"
+            "for (let i = 0; i < d.length; i += 4) r.push(Math.round(.299 * d[i] + .587 * d[i + 1] + .114 * d[i + 2])); return r; })()" % SMALL))
+
+    def nearest(self, pictures):
+        shown = self.small_shown()
+        return min(range(len(pictures)), key=lambda i: distance(pictures[i], shown))
+
+    def save(self, card, begin, end):
+        """(what the page saves, what the tool exports) of a span, as files."""
+        out = self.folder / "out"
+        shutil.rmtree(out, ignore_errors=True)
+        out.mkdir()
+        self.browser.run(f"setSpan([{begin}, {end}]); save()")
+        self.browser.wait("byId('saveNote').textContent.startsWith('Saved')")
+        count = int(self.browser.run("byId('saveNote').textContent.split(' ')[1]"))
+        end_time = time.monotonic() + 60
+        while len(saved := [f for f in sorted(os.listdir(self.browser.folder)) if f.endswith(".mp4")]) < count:
+            self.assertLess(time.monotonic(), end_time, "the download")
+            time.sleep(.05)
+        own = []
+        for i, name in enumerate(saved):
+            own.append(out / f"page-{i}.mp4")
+            shutil.move(os.path.join(self.browser.folder, name), own[-1])
+        command = self.browser.run("byId('command').textContent").split()
+        times = command[command.index("--from"):command.index("--to") + 2]
+        run(TOOL, "export", card, *times, out / "tool.mp4")
+        return own, [out / "tool.mp4"] + sorted(out.glob("tool-*.mp4"))
+
+    # ---- what is there
+
+    def test_opens_folder_image_and_large_image_and_lists_what_the_tool_lists(self):
+        large = self.folder / "large.img"  # a partition that begins at 5 GiB
+        image, start = self.folder / "busy.img", 5 << 30
+        with open(large, "wb") as file:
+            table = bytearray(512)
+            table[446 + 4] = 0x0C
+            table[446 + 8:446 + 12] = (start // 512).to_bytes(4, "little")
+            table[510:512] = b"\x55\xaa"
+            file.write(table)
+            file.truncate(start + image.stat().st_size)
+        run("dd", f"if={image}", f"of={large}", "bs=1M", f"seek={start >> 20}", "conv=notrunc,sparse", "status=none")
+        for card in (self.folder / "busy", image, large):
+            with self.subTest(card=card.name):
+                self.open(card)
+                self.assertEqual(self.browser.run("list"), tool_list(card))
+                self.assertGreater(self.browser.run("byId('video').videoWidth"), 0)
+                self.assertLess(self.browser.run("source.ask('statistics').then(s => s.bytesRead)"), 24 << 20, "only what is needed is read")
+
+    def fill_files_like_the_first(self, card, files):
+        """Each of the others as if it had been recorded behind it, in the same manner."""
+        index = bytearray((card / "index000.bin").read_bytes())
+        stream = bytearray((card / "hi000000.mp4").read_bytes()[:int.from_bytes(index[1024 + 16:1024 + 20], "little")])
+        with open(card / "hi000000.mp4", "rb") as file:
+            file.seek(0xFC00000)
+            keys = bytearray(file.read(20 * int.from_bytes(index[1024 + 28:1024 + 32], "little")))
+        heads = [index[1024:1072], index[131072:131072 + 16384]]
+        packs = [m.start() + 14 for m in re.finditer(b"\x00\x00\x01\xba[\x40-\x7f]", stream)]
+        step = 250 * 22
+
+        def later(data, place):
+            data[place:place + 4] = (int.from_bytes(data[place:place + 4], "little") + step).to_bytes(4, "little")
+
+        for number in range(1, files):
+            for place in packs:
+                later(stream, place)
+            for place in range(4, len(keys), 20):
+                later(keys, place)
+            for place in (8, 12):
+                later(heads[0], place)
+            heads[0][4:8] = number.to_bytes(4, "little")
+            for place in range(64, 64 * 251, 64):
+                later(heads[1], place + 4)
+                later(heads[1], place + 8)
+                heads[1][place + 12:place + 14] = number.to_bytes(2, "little")
+            index[1024 + 48 * number:1072 + 48 * number] = heads[0]
+            index[131072 + 16384 * number:131072 + 16384 * (number + 1)] = heads[1]
+            with open(card / f"hi{number:06d}.mp4", "r+b") as file:
+                file.write(stream)
+                file.seek(0xFC00000)
+                file.write(keys)
+        index[24:28] = index[28:32] = (files - 1).to_bytes(4, "little")
+        (card / "index000.bin").write_bytes(index)
+
+    def test_a_card_of_6000_sections_is_shown_in_bounded_memory(self):
+        self.fill_files_like_the_first(self.folder / "many", 24)
+        self.open(self.folder / "many")
+        self.assertEqual(len(self.browser.run("list.sections")), 6000)
+        self.browser.run("(async () => { for (let i = 0; i < 100; ++i) { line.zoom(.8); scrubTo(list.start + i * 1200); line.paint();"
+                         "await new Promise(requestAnimationFrame); } showAll(); })()")
+        self.browser.run("goTo(list.sections[3000].start)")
+        self.browser.wait("Math.abs(player.moment - list.sections[3000].start) < 1 && byId('video').readyState >= 2")
+        memory = self.browser.run("source.ask('statistics').then(s => s.memory)")
+        self.assertLess(memory, 64 << 20)
+        self.assertLess(self.browser.call("Runtime.getHeapUsage")["usedSize"], 64 << 20)
+
+    def test_empty_damaged_and_foreign_cards_are_told_and_do_no_harm(self):
+        self.open(self.folder / "empty", shown=False)
+        self.assertIn("Nothing is recorded", self.browser.run("byId('notice').textContent"))
+        foreign = self.folder / "<img src=x onerror=alert(1)>.img"
+        foreign.write_bytes(os.urandom(1 << 20))
+        self.browser.pick("#files", [foreign])
+        self.browser.wait("byId('notice').textContent.startsWith('This is not a recording card')")
+        self.browser.pick("#files", [self.folder / "busy" / "hi000000.mp4"])
+        self.browser.wait("byId('notice').textContent.includes('index000.bin')")
+        self.assertEqual(self.browser.run("document.querySelectorAll('#notice *, #card *').length"), 0, "names are no markup")
+        damage = [("index000.bin", 0, 1 << 19), ("index000.bin", 131072, 4096), ("event000.bin", 0, 1 << 16), ("hi000000.mp4", 0, 700),
+                  ("hi000000.mp4", 100000, 300000), ("hi000000.mp4", 0xFC00000, 4096)]
+        for number, (name, offset, length) in enumerate(damage):
+            for fill in ("random", "zero"):
+                card = self.folder / "damaged"
+                shutil.rmtree(card, ignore_errors=True)
+                run("cp", "-a", "--sparse=always", self.folder / "busy", card)
+                with open(card / name, "r+b") as file:
+                    file.seek(offset)
+                    file.write(os.urandom(length) if fill == "random" else bytes(length))
+                with self.subTest(damage=(number, fill)):
+                    self.browser.run("list = null; notice('')")
+                    self.browser.pick("#folder", [card])
+                    self.browser.wait("(list !== null && !player.loading) || byId('notice').textContent.startsWith('This is not')")
+                    if self.browser.run("list !== null && list.sections.length > 0"):
+                        self.browser.run("goTo(list.start + 1)")
+                        self.browser.wait("!player.loading")
+
+    def test_a_card_that_is_taken_out_is_asked_for_again(self):
+        card = self.folder / "gone"
+        run("cp", "-a", "--sparse=always", self.folder / "border", card)
+        self.open(card)
+        shutil.rmtree(card)
+        self.browser.run("goTo(list.start + 1)")
+        self.browser.wait("byId('message').textContent.includes('Pick it again')")
+
+    # ---- playing
+
+    def test_seeks_exactly_and_steps_by_picture(self):
+        card = self.folder / "busy"
+        clip = self.folder / "first.mp4"
+        run(TOOL, "export", card, "--section", "0:1", clip, "--force")
+        pictures = small_pictures(clip)[:250]  # then they begin again
+        self.open(card)
+        start = self.browser.run("list.sections[0].start")
+        for wanted in (0, 3, 137, 249, 26, 25, 24):
+            self.browser.run(f"goTo({start + (wanted + .5) / 25})")
+            self.assertEqual(self.nearest(pictures), wanted)
+        for key, step in ((".", 1), (".", 1), (",", -1), (",", -1), (",", -1)):
+            before = self.nearest(pictures)
+            self.browser.key(key)
+            self.browser.wait("!player.loading && !byId('video').seeking")
+            end = time.monotonic() + 20
+            while self.nearest(pictures) != before + step:
+                self.assertLess(time.monotonic(), end, f"{key} at {before} shows {self.nearest(pictures)}")
+
+    def test_b_frames_are_shown_in_their_order(self):
+        clip = self.folder / "b.mp4"
+        run(TOOL, "export", self.folder / "b_frames", "--all", clip, "--force")
+        pictures = small_pictures(clip)
+        self.open(self.folder / "b_frames")
+        start = self.browser.run("list.start")
+        self.browser.run(f"goTo({start + 4.02})")
+        at = self.nearest(pictures)
+        for i in range(1, 8):
+            media = self.browser.run("byId('video').currentTime")
+            self.browser.key(".")
+            self.browser.wait(f"!byId('video').seeking && byId('video').currentTime > {media} + .01")
+            self.assertEqual(self.nearest(pictures), at + i)
+
+    def test_plays_over_the_borders_of_sections_and_files_at_any_speed(self):
+        for card, begin, end in (("busy", "list.sections[1].end - 1.5", "list.sections[2].start + 1.5"),
+                                 ("border", "list.sections[0].end - 1", "list.sections[1].start + 2")):
+            with self.subTest(card=card):
+                self.open(self.folder / card)
+                self.browser.run(f"goTo({begin})")
+                self.browser.wait(f"!player.loading && player.moment >= {begin} - .5")
+                self.browser.key(" ")
+                self.browser.wait(f"player.moment > {end}")
+                self.browser.key(" ")
+                self.assertTrue(self.browser.run("player.paused"))
+        for rate in (0.25, 4, 16, 1):
+            self.browser.run(f"player.setRate({rate})")
+            self.browser.wait("!player.loading")
+            self.browser.run("goTo(list.start + 2)")
+            self.browser.wait("!player.loading && player.moment < list.start + 4")
+            self.browser.run("player.play()")
+            self.browser.wait("player.moment > list.start + " + ("2.3" if rate < 1 else "5"))
+            self.browser.run("player.pause()")
+
+    def test_sound_is_there(self):
+        self.open(self.folder / "busy")
+        for section in (0, 1, 2):
+            self.browser.run(f"goTo(list.sections[{section}].start + 1)")
+            self.browser.wait("!player.loading && byId('video').readyState >= 2")
+            self.browser.run("player.play()")
+            self.browser.wait(f"player.moment > list.sections[{section}].start + 2 && byId('video').webkitAudioDecodedByteCount > 1000")
+            self.browser.run("player.pause()")
+
+    def test_scrubs_a_hundred_times(self):
+        self.open(self.folder / "busy")
+        self.browser.run("(async () => { for (let i = 0; i < 100; ++i) { const s = list.sections[i % 4];"
+                         "goTo(s.start + i * 37 % 90 / 10); if (i % 3) await new Promise(r => setTimeout(r, 15)); } })()")
+        self.browser.run("goTo(list.sections[0].start + 7.5)")
+        self.browser.wait("!player.loading && Math.abs(player.moment - list.sections[0].start - 7.5) < .1")
+
+    def test_filters_events_and_goes_to_dates(self):
+        self.open(self.folder / "busy")
+        self.assertEqual(self.browser.run("document.querySelectorAll('.event').length"), 3)
+        self.browser.run("document.querySelector('#filter button').click()")
+        self.assertEqual(self.browser.run("line.events.map(e => e.type)"), [4, 32])
+        self.browser.run("document.querySelector('#filter button').click()")
+        self.browser.run("byId('when').value = '2026-03-01 08:00:03'; byId('goto').requestSubmit()")
+        self.browser.wait("!player.loading && Math.abs(player.moment - list.start - 3) < .1")
+        self.browser.key("e")
+        self.browser.wait("!player.loading && Math.abs(player.moment - list.events[0].start) < .1")
+        self.browser.key("e")
+        self.browser.wait("!player.loading && Math.abs(player.moment - list.events[1].start) < .1")
+        self.browser.key("E")
+        self.browser.wait("!player.loading && Math.abs(player.moment - list.events[0].start) < .1")
+
+    # ---- saving
+
+    def test_a_saved_clip_is_the_one_that_the_tool_exports(self):
+        cases = (("busy", "list.sections[0].start + 3", "list.sections[0].start + 8"), ("busy", "list.start", "list.end"),
+                 ("b_frames", "list.start + 5", "list.start + 13"), ("h265", "list.start + 5", "list.start + 13"))
+        for card, begin, end in cases:
+            with self.subTest(card=card, begin=begin):
+                self.open(self.folder / card, shown=card != "h265")
+                own, tools = self.save(self.folder / card, self.browser.run(begin), self.browser.run(end))
+                self.assertEqual(len(own), len(tools))
+                for mine, other in zip(own, tools):
+                    self.assertEqual(frame_sums(mine), frame_sums(other))
+                    if card == "h265":
+                        self.assertIn(b"hvc1", mine.read_bytes())
+        if not self.browser.run("MediaSource.isTypeSupported('video/mp4; codecs=\"hvc1.1.6.L93.B0\"')"):
+            self.assertIn("does not decode H.265", self.browser.run("byId('message').textContent"))
+
+    def test_the_sound_of_a_saved_clip_is_that_of_the_card(self):
+        card = self.folder / "busy"
+        self.open(card)
+        begin = self.browser.run("list.sections[0].start")
+        own, _ = self.save(card, begin, begin + 19)
+        decoded = run("ffmpeg", "-v", "error", "-i", own[0], "-map", "0:a", "-f", "s16le", "-")
+        exact = self.folder / "exact.mkv"  # G.711 as it is
+        run(TOOL, "export", card, "--section", "0:1", exact, "--force")
+        wanted = run("ffmpeg", "-v", "error", "-i", exact, "-map", "0:a", "-f", "s16le", "-")
+        self.assertGreater(len(decoded), 18 * 16000)
+        at = decoded.find(wanted[:8000])
+        self.assertGreaterEqual(at, 0)
+        length = min(len(wanted), len(decoded) - at)
+        self.assertEqual(decoded[at:at + length], wanted[:length])
+
+    def test_a_picture_is_saved_as_png(self):
+        self.open(self.folder / "busy")
+        self.browser.key("p")
+        self.browser.wait("true")
+        path = self.browser.downloaded(".png")[0]
+        self.assertEqual(pathlib.Path(path).read_bytes()[:8], b"\x89PNG\r\n\x1a\n")
+        os.remove(path)
+
+
+class Page(unittest.TestCase):
+    def test_is_what_its_sources_make(self):
+        if not shutil.which("em++"):
+            self.skipTest("no emscripten here")
+        with tempfile.TemporaryDirectory() as folder:
+            made = pathlib.Path(folder) / "viewer.html"
+            run(ROOT / "viewer" / "build", made)
+            self.assertEqual(made.read_bytes(), (ROOT / "viewer" / "viewer.html").read_bytes(), "run viewer/build and commit the page")
+
+    def test_is_small_and_cannot_connect(self):
+        page = (ROOT / "viewer" / "viewer.html").read_text()
+        self.assertLess(len(page), 3 << 19)
+        for way_out in ("RTCPeerConnection", "WebSocket", "EventSource", "sendBeacon", "connect-src", "https:", "importScripts"):
+            self.assertNotIn(way_out, page)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

@@ -1,0 +1,365 @@
+// The page: what is opened, shown and pressed.
+const source = new CardSource();
+const given = JSON.parse(byId("given").textContent); // by the tool: a list and pictures, or files to read
+let list = null, cardName = "card", thumbs = [], readable = false;
+let span = null, shownKinds = new Set(EVENT_KINDS.map(([kind]) => kind)), saving = null;
+
+const player = new Player(byId("video"), source, { moment: showMoment, state: showState, fault: showFault });
+const preview = new Preview(source, byId("tipPicture"));
+const scrubPreview = new Preview(source, byId("scrub"));
+const line = new Timeline(byId("line"), { seek: goTo, scrub: scrubTo, hover: showTip, select: setSpan, view: showView });
+
+// ---- opening
+
+function notice(text) { byId("notice").textContent = text; byId("notice").hidden = !text; }
+
+async function openFiles(picked) {
+  if (!picked) return notice("There is no file of a recording card in what you picked.");
+  notice("Reading " + picked.name + " …");
+  player.close(); preview.clear(); scrubPreview.clear();
+  try {
+    const opened = await source.open(picked.files);
+    readable = true;
+    cardName = picked.name;
+    thumbs = [];
+    showCard(opened.list);
+  } catch (error) {
+    readable = false;
+    notice("This is not a recording card that can be read. " + error.message);
+  }
+}
+
+function showCard(found) {
+  list = found;
+  byId("card").textContent = cardName;
+  byId("start").hidden = true;
+  byId("viewer").hidden = byId("reopen").hidden = false;
+  notice(!list.sections.length ? "Nothing is recorded on this card yet." : list.damaged ? counted(list.damaged, "damaged entry").replace("entrys", "entries") + " of the card's index left out." : "");
+  span = null;
+  showSpan();
+  player.show(list);
+  line.now = null;
+  line.show(list);
+  drawFacts(); drawDays(); drawFilter();
+  showState();
+  byId("moment").textContent = "–";
+  if (!list.sections.length) return;
+  const newest = list.sections[list.sections.length - 1];
+  goTo(Math.max(newest.start, list.end - 10));
+}
+
+byId("openFolder").onclick = () => byId("folder").click();
+byId("openFiles").onclick = () => byId("files").click();
+byId("reopen").onclick = () => { player.pause(); byId("viewer").hidden = true; byId("start").hidden = false; byId("openFolder").focus(); };
+for (const id of ["folder", "files"]) {
+  byId(id).onchange = e => { const files = [...e.target.files]; e.target.value = ""; openFiles(cardFiles(files)); };
+}
+addEventListener("dragover", e => { e.preventDefault(); document.body.classList.add("dragging"); });
+addEventListener("dragleave", e => { if (!e.relatedTarget) document.body.classList.remove("dragging"); });
+addEventListener("drop", async e => {
+  e.preventDefault();
+  document.body.classList.remove("dragging");
+  openFiles(cardFiles(await droppedFiles(e.dataTransfer)));
+});
+
+// ---- moving about
+
+async function goTo(t) {
+  if (!list || !list.sections.length) return;
+  byId("scrub").hidden = true;
+  scrubPreview.cancel();
+  byId("message").hidden = true;
+  t = Math.min(Math.max(t, list.start), list.end + .99);
+  if (readable) { line.follow(t); await player.seek(t); } else { showMoment(t); showThumb(t); }
+}
+
+function scrubTo(t) {
+  player.pause();
+  line.follow(t);
+  scrubPreview.ask(readable ? player.sectionAt(t) : -1, t, shown => { byId("scrub").hidden = !shown; });
+  byId("moment").textContent = dateText(t) + " " + tenthsText(t);
+}
+
+const now = () => line.now === null ? list.start : line.now;
+function goEvent(later) {
+  const events = line.events, t = now();
+  const event = later ? events.find(e => e.start > t + .5) : events.findLast(e => e.start < t - 1.5);
+  if (event) goTo(event.start);
+}
+function goSection(later) {
+  const t = now(), starts = line.sections.map(s => s.start);
+  const start = later ? starts.find(s => s > t + .5) : starts.findLast(s => s < t - 1.5);
+  if (start !== undefined) goTo(start);
+}
+function togglePlay() {
+  if (!readable) return;
+  if (player.paused) { if (player.video.ended) goTo(list.start); player.play(); } else player.pause();
+}
+function changeRate(by) {
+  const rate = byId("rate");
+  rate.selectedIndex = Math.min(Math.max(rate.selectedIndex + by, 0), rate.options.length - 1);
+  player.setRate(+rate.value);
+}
+
+function showMoment(t) {
+  byId("moment").textContent = dateText(t) + " " + tenthsText(t);
+  line.follow(t);
+  const section = list.sections.findIndex(s => t >= s.start && t < s.end + 1);
+  byId("line").setAttribute("aria-valuemin", Math.floor(list.start));
+  byId("line").setAttribute("aria-valuemax", Math.ceil(list.end));
+  byId("line").setAttribute("aria-valuenow", Math.floor(t));
+  byId("line").setAttribute("aria-valuetext", dateText(t) + " " + clockText(t) + (section < 0 ? ", nothing recorded" : ""));
+  const day = String(dayOf(t));
+  for (const row of byId("days").children) {
+    const current = row.dataset.day === day;
+    if (current !== (row.getAttribute("aria-current") === "true")) row.setAttribute("aria-current", current);
+  }
+}
+
+function showState() {
+  const playing = !player.paused && !player.video.ended;
+  byId("play").querySelector("path").setAttribute("d", playing ? "M6 4h4v16H6zM14 4h4v16h-4z" : "M7 4v16l13-8z");
+  byId("play").setAttribute("aria-label", playing ? "Pause" : "Play");
+  byId("mute").textContent = player.rate > MUTED_ABOVE ? "No sound at this speed" : player.video.muted ? "Sound off" : "Sound on";
+  byId("mute").setAttribute("aria-pressed", player.video.muted);
+  for (const id of ["play", "stepBack", "stepOn", "png", "save"]) byId(id).disabled = !readable || (id === "save" && !span);
+}
+function showFault(text) { byId("message").textContent = text; byId("message").hidden = false; }
+
+function showView() {
+  const [from, to] = line.view;
+  byId("range").textContent = dateText(from) === dateText(to) ? dateText(from) + " " + clockText(from) + " – " + clockText(to)
+    : to - from > 3 * DAY ? dateText(from) + " – " + dateText(to) : dateText(from) + " " + clockText(from).slice(0, 5) + " – " + dateText(to) + " " + clockText(to).slice(0, 5);
+}
+
+// ---- previews
+
+function showTip(t, x) {
+  const tip = byId("tip");
+  if (t === null || !list) { preview.cancel(); tip.hidden = true; return; }
+  const section = list.sections.findIndex(s => t >= s.start && t < s.end + 1);
+  const event = line.events.find(e => t >= e.start && t <= Math.max(e.end, e.start + 1));
+  byId("tipTime").textContent = clockText(t) + (section < 0 ? " – nothing recorded" : event ? " – " + event.kind : "");
+  tip.hidden = false;
+  tip.style.left = Math.min(Math.max(x - 98, 0), Math.max(byId("line").clientWidth - 196, 0)) + "px";
+  preview.ask(readable ? section : -1, t, shown => { byId("tipPicture").hidden = !shown; });
+}
+
+function showThumb(t) {
+  let best = null;
+  for (const thumb of thumbs) if (!best || Math.abs(thumb.time - t) < Math.abs(best.time - t)) best = thumb;
+  byId("thumb").hidden = !best;
+  if (best) { byId("thumb").src = "data:image/jpeg;base64," + best.jpeg; byId("thumb").alt = "Picture of " + clockText(best.time); }
+  showFault("This is an overview" + (best ? " with a picture of " + dateText(best.time) + " " + clockText(best.time) : "") + ". Open the card here to play it.");
+}
+
+// ---- span and saving
+
+function setSpan(wanted) {
+  span = wanted && wanted[1] >= wanted[0] ? wanted : null;
+  showSpan();
+}
+function setSpanEnd(which) {
+  const t = now();
+  if (which === 0) setSpan([t, span && span[1] > t ? span[1] : t + 10]); else setSpan([span && span[0] < t ? span[0] : t - 10, t]);
+}
+function showSpan() {
+  line.span = span;
+  line.draw();
+  byId("clearSpan").hidden = byId("commandRow").hidden = !span;
+  byId("spanText").textContent = !span ? "Choose a span: set start and end, or drag on the scale"
+    : dateText(span[0]) + " " + clockText(span[0]) + " – " + clockText(span[1]) + " (" + durationText(Math.floor(span[1]) - Math.floor(span[0]) + 1) + ")";
+  if (span) byId("command").textContent = exportCommand(cardName, span);
+  byId("saveNote").hidden = true;
+  showState();
+}
+
+async function save() {
+  if (saving) { saving.stop = true; return; }
+  if (!span || !readable) return;
+  const note = byId("saveNote"), button = byId("save"), own = saving = { stop: false };
+  note.hidden = false;
+  try {
+    const files = await saveClip(source, span, part => {
+      button.textContent = "Stop (" + Math.round(100 * part) + " %)";
+      return !own.stop;
+    });
+    if (!files) note.textContent = "Stopped; nothing was saved.";
+    else if (!files.length) note.textContent = "Nothing in this span can be saved: it has no whole picture.";
+    else {
+      files.forEach((file, i) => download(file.blob, "clip_" + fileTime(file.start) + (i ? "-" + (i + 1) : "") + ".mp4"));
+      note.textContent = "Saved " + counted(files.length, "file") + ": " + files.map(f => counted(f.pictures, "picture") + ", " + sizeText(f.blob.size)).join("; ") +
+        ". It begins with the key frame before the start." + (files.some(f => f.sound.endsWith("law")) ? " Its sound is FLAC (lossless), which browsers and most players know; the command below makes AAC, for those that do not." : "");
+    }
+  } catch (error) {
+    note.textContent = error.message;
+  }
+  saving = null;
+  button.textContent = "Save clip";
+}
+
+async function savePicture() {
+  if (!player.video.videoWidth || player.moment === null) return;
+  download(await pictureOf(player.video), "picture_" + fileTime(player.moment) + ".png");
+}
+
+function copyCommand() {
+  const text = byId("command").textContent, select = () => getSelection().selectAllChildren(byId("command"));
+  const done = () => { byId("copy").textContent = "Copied"; setTimeout(() => { byId("copy").textContent = "Copy"; }, 1500); };
+  if (navigator.clipboard) navigator.clipboard.writeText(text).then(done, select); else select();
+}
+
+// ---- lists
+
+function drawFacts() {
+  const facts = byId("facts");
+  facts.replaceChildren();
+  const say = (name, value) => { make("dt", facts, name); make("dd", facts, value); };
+  const seconds = list.sections.reduce((sum, s) => sum + s.end - s.start, 0);
+  if (list.sections.length) {
+    say("Oldest", dateText(list.start) + " " + clockText(list.start));
+    say("Newest", dateText(list.end) + " " + clockText(list.end));
+  }
+  say("Recorded", durationText(seconds));
+  say("Size", sizeText(list.bytes));
+  say("Sections", list.sections.length);
+  say("Gaps", list.gaps.length);
+  const kinds = new Set(list.sections.map(s => s.video && s.video + " " + s.width + "×" + s.height + ", " + s.rate + " fps" + (s.audio ? ", " + s.audio : "")));
+  kinds.delete("");
+  [...kinds].slice(0, 4).forEach((kind, i) => say(i ? "" : "Video", kind));
+}
+
+function drawDays() {
+  const days = new Map();
+  const entry = day => { if (!days.has(day)) days.set(day, { parts: [], events: [], seconds: 0 }); return days.get(day); };
+  for (const s of line.sections) {
+    for (let day = dayOf(s.start); dayStart(day) < s.end; ++day) {
+      const part = [Math.max(s.start, dayStart(day)), Math.min(s.end, dayStart(day + 1))];
+      entry(day).parts.push(part);
+      entry(day).seconds += part[1] - part[0];
+    }
+  }
+  for (const e of list.events) entry(dayOf(e.start)).events.push(e);
+  byId("days").replaceChildren();
+  for (const day of [...days.keys()].sort((a, b) => b - a)) {
+    const { parts, events, seconds } = days.get(day), start = dayStart(day), length = dayStart(day + 1) - start;
+    const row = make("button", byId("days"), null, { type: "button", className: "day" });
+    row.dataset.day = day;
+    make("span", row, dateText(start));
+    make("span", row, weekdayText(start).slice(0, 3), { className: "dim", title: weekdayText(start) });
+    const bar = make("span", row, null, { className: "bar" });
+    let end = -1;
+    for (const [from, to] of parts) {
+      const left = Math.max((from - start) / length, end), right = Math.max((to - start) / length, left);
+      if (right - end < .0008) continue; // less than a pixel
+      const part = make("i", bar);
+      part.style.left = 100 * left + "%";
+      part.style.width = 100 * (right - left) + "%";
+      end = right;
+    }
+    for (const e of events.slice(0, 400)) make("u", bar, null, { className: kindOf(e.type) }).style.left = 100 * (e.start - start) / length + "%";
+    make("span", row, durationText(seconds), { className: "dim sum" });
+    row.onclick = () => { line.look(start, start + length); goTo(parts.length ? parts[0][0] : events[0].start); };
+  }
+  if (days.size === 0) make("p", byId("days"), "none", { className: "dim" });
+}
+
+const EVENTS_SHOWN = 1000;
+function drawFilter() {
+  byId("filter").replaceChildren();
+  for (const [kind, text] of EVENT_KINDS) {
+    const count = list.events.filter(e => kindOf(e.type) === kind).length;
+    if (!count) continue;
+    const button = make("button", byId("filter"), null, { type: "button", "aria-pressed": shownKinds.has(kind) });
+    make("span", button, null, { className: "dot " + kind });
+    button.append(text + " (" + count + ")");
+    button.onclick = () => {
+      if (shownKinds.has(kind)) shownKinds.delete(kind); else shownKinds.add(kind);
+      button.setAttribute("aria-pressed", shownKinds.has(kind));
+      drawEvents();
+    };
+  }
+  drawEvents();
+}
+
+function drawEvents() {
+  line.events = list.events.filter(e => shownKinds.has(kindOf(e.type)));
+  line.draw();
+  byId("eventCount").textContent = list.events.length ? line.events.length + " of " + list.events.length : "";
+  byId("events").replaceChildren();
+  for (const e of line.events.slice(-EVENTS_SHOWN).reverse()) {
+    const row = make("button", byId("events"), null, { type: "button", className: "event" });
+    make("span", row, null, { className: "dot " + kindOf(e.type) });
+    make("span", row, dateText(e.start) + " " + clockText(e.start));
+    make("span", row, e.kind, { className: "name" });
+    make("span", row, e.open ? "still on" : durationText(e.end - e.start), { className: "dim" });
+    row.onclick = () => { setSpan([e.start, Math.max(e.end, e.start)]); goTo(e.start); };
+  }
+  if (!line.events.length) make("p", byId("events"), list.events.length ? "none of these kinds" : "none on this card", { className: "dim" });
+  if (line.events.length > EVENTS_SHOWN) make("p", byId("events"), "The " + EVENTS_SHOWN + " newest; earlier ones are on the time line.", { className: "dim" });
+}
+
+// ---- buttons and keys
+
+function toggleTheme() {
+  const root = document.documentElement;
+  const dark = root.dataset.theme ? root.dataset.theme === "dark" : matchMedia("(prefers-color-scheme: dark)").matches;
+  root.dataset.theme = dark ? "light" : "dark";
+  line.draw();
+}
+function toggleMute() {
+  player.silent = !player.video.muted;
+  player.video.muted = player.silent || player.rate > MUTED_ABOVE;
+  showState();
+}
+function showZone() {
+  byId("zone").textContent = "Times: " + zone.name();
+  if (!list) return;
+  drawFacts(); drawDays(); drawEvents(); showView(); showSpan();
+  if (line.now !== null) showMoment(line.now);
+}
+const showAll = () => line.look(line.range[0], line.range[1]);
+
+const actions = {
+  play: togglePlay, stepBack: () => player.step(-1), stepOn: () => player.step(1), eventBack: () => goEvent(false), eventOn: () => goEvent(true),
+  png: savePicture, mute: toggleMute, all: showAll, left: () => line.shift(-.5), right: () => line.shift(.5), zoomIn: () => line.zoom(.5),
+  zoomOut: () => line.zoom(2), setFrom: () => setSpanEnd(0), setTo: () => setSpanEnd(1), clearSpan: () => setSpan(null), save, copy: copyCommand,
+  theme: toggleTheme, zone: () => { zone.utc = !zone.utc; showZone(); },
+};
+for (const [id, action] of Object.entries(actions)) byId(id).onclick = action;
+byId("rate").onchange = () => player.setRate(+byId("rate").value);
+byId("goto").onsubmit = e => {
+  e.preventDefault();
+  const t = parseTime(byId("when").value, now());
+  byId("when").setAttribute("aria-invalid", t === null);
+  if (t === null) return notice("Write a time like 2026-11-21 08:00:05, 2026-11-21 or 08:00.");
+  notice("");
+  goTo(t);
+};
+
+const keys = {
+  " ": togglePlay, k: togglePlay, ArrowLeft: () => goTo(now() - 5), ArrowRight: () => goTo(now() + 5), ",": actions.stepBack, ".": actions.stepOn,
+  e: actions.eventOn, E: actions.eventBack, "[": () => goSection(false), "]": () => goSection(true), z: actions.zoomOut, Z: actions.zoomIn, 0: showAll,
+  "+": () => changeRate(1), "=": () => changeRate(1), "-": () => changeRate(-1), i: actions.setFrom, o: actions.setTo, s: save, p: savePicture, m: toggleMute,
+  t: toggleTheme, T: toggleTheme, Home: () => goTo(list.start), End: () => goTo(list.end), Escape: () => setSpan(null),
+};
+addEventListener("keydown", e => {
+  const typing = ["INPUT", "SELECT"].includes(e.target.tagName), pressing = e.target.tagName === "BUTTON" && (e.key === " " || e.key === "Enter");
+  const action = keys[e.key];
+  if (!action || typing || pressing || e.ctrlKey || e.metaKey || e.altKey || (!list && action !== toggleTheme)) return;
+  e.preventDefault();
+  action();
+});
+
+// ---- what the tool put in
+
+if (given && given.zone) zone.table = given.zone;
+showZone();
+if (given && given.files) {
+  const files = given.files.map(file => ({ path: file.path, url: new URL(file.url, location.href).href, size: file.size }));
+  openFiles({ name: given.name, files });
+} else if (given && given.list) {
+  cardName = given.name;
+  thumbs = given.thumbs || [];
+  showCard(given.list);
+}
