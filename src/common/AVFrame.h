@@ -14,6 +14,7 @@ extern "C" {
 
 #define AVDATA_CHECK_WORD 0x12345678 /* AVDataInfo.AVDataCheck of a valid header */
 
+/* clang-format off */
 struct AVDataInfo {              /* 64 bytes, followed at once by AVDataLen payload bytes    */
     int32_t  AVDataCheck;        /*  0  AVDATA_CHECK_WORD                                    */
     uint32_t SerialNumber;       /*  4  frame counter of the stream, rises by 1 a frame      */
@@ -25,6 +26,7 @@ struct AVDataInfo {              /* 64 bytes, followed at once by AVDataLen payl
     uint8_t  iVirtualIFrame;     /* 28  non-zero: random-access point of smart encoding      */
     uint8_t  ucRes[35];          /* 29                                                       */
 };
+/* clang-format on */
 typedef struct AVDataInfo AVDataInfo;
 typedef struct AVDataInfo AVDataInfoOpt;
 
@@ -39,11 +41,7 @@ enum AVDataEndFlag {
     AVDATA_END_RING = 255     /* end of ring: go back to position 0                                  */
 };
 
-typedef enum AVFrameType {
-    AV_FRAME_TYPE_VIDEO = 0,
-    AV_FRAME_TYPE_AUDIO = 1,
-    AV_FRAME_TYPE_END = 2
-} AVFrameType;
+typedef enum AVFrameType { AV_FRAME_TYPE_VIDEO = 0, AV_FRAME_TYPE_AUDIO = 1, AV_FRAME_TYPE_END = 2 } AVFrameType;
 
 typedef enum AVCodeType {
     CODE_VIDEO_H264 = 4096,

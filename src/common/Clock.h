@@ -27,9 +27,9 @@ long KQ_COMMON_GetUptime(void);
 int64_t SystemSteadyUs(); /* of the system's own clock */
 
 struct ClockSource {
-    timeval (*Wall)();                   /* since 1970-01-01 UTC             */
-    long (*Uptime)();                    /* seconds since boot               */
-    void (*SleepMs)(unsigned int);       /* sleeps at least so many ms       */
+    timeval (*Wall)();                      /* since 1970-01-01 UTC             */
+    long (*Uptime)();                       /* seconds since boot               */
+    void (*SleepMs)(unsigned int);          /* sleeps at least so many ms       */
     int64_t (*SteadyUs)() = SystemSteadyUs; /* microseconds since some moment */
 };
 

@@ -14,8 +14,8 @@
 #include <type_traits>
 #define RECORD_LAYOUT(condition) static_assert(condition, #condition)
 /* `type` has exactly `size` bytes, none of them hidden padding. */
-#define RECORD_SIZE(type, size)                                            \
-    static_assert(sizeof(type) == (size), "size of " #type);               \
+#define RECORD_SIZE(type, size)                              \
+    static_assert(sizeof(type) == (size), "size of " #type); \
     static_assert(std::has_unique_object_representations_v<type>, #type " has padding")
 #else
 #define RECORD_LAYOUT(condition) extern char RecordLayoutHolds[(condition) ? 1 : -1]

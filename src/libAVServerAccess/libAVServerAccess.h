@@ -18,7 +18,8 @@ extern "C" {
 
 #define AVACCESS_MSG_KEY 0x61766C8A /* the command queue */
 
-typedef enum MSG_AVACCESS_TYPE { /* message types of the queue */
+/* Message types of the queue. */
+typedef enum MSG_AVACCESS_TYPE {
     MSG_AVACCESS_TYPE_START = 0,
     MSG_AVACCESS_TYPE_MSG1 = 1, /* requests to the media server */
     MSG_AVACCESS_TYPE_MSG2 = 2, /* answers to this client       */
@@ -31,6 +32,7 @@ typedef enum MSG_AVACCESS_TYPE { /* message types of the queue */
     MSG_AVACCESS_TYPE_END = 9
 } MSG_AVACCESS_TYPE;
 
+/* clang-format off */
 typedef struct AVAccessMsgBuf { /* 36 bytes, 32 of them behind the message type travel      */
     int32_t des;                /*  0  message type: MSG_AVACCESS_TYPE_MSG1 in requests     */
     int32_t src;                /*  4  message type of the answer: MSG_AVACCESS_TYPE_MSG2   */
@@ -39,6 +41,7 @@ typedef struct AVAccessMsgBuf { /* 36 bytes, 32 of them behind the message type 
     int32_t ret;                /* 16  0; in the answer the media server's result           */
     char    data[16];           /* 20  argument of AVServerSetPtzControlEx, else zero       */
 } AVAccessMsgBuf;
+/* clang-format on */
 RECORD_SIZE(AVAccessMsgBuf, 36);
 RECORD_MEMBER(AVAccessMsgBuf, ret, 16);
 RECORD_MEMBER(AVAccessMsgBuf, data, 20);

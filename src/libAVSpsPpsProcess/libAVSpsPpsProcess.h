@@ -21,13 +21,15 @@ extern "C" {
 #define AV_SPS_PPS_KEY 0x62788C7C
 #define AV_SPS_PPS_SIZE 24832 /* bytes of the segment; the table is its first 24768 */
 #define AV_SPS_PPS_SLOTS 24
-#define AV_SPS_PPS_MAX 1024   /* bytes a slot holds */
+#define AV_SPS_PPS_MAX 1024 /* bytes a slot holds */
 
-struct AVSpsPpsInfo {               /* 1032 bytes, one stream                             */
+/* clang-format off */
+struct AVSpsPpsInfo {                /* 1032 bytes, one stream                             */
     uint8_t  buffer[AV_SPS_PPS_MAX]; /*    0  the parameter sets as they came              */
-    uint32_t length;                /* 1024  bytes valid in buffer                        */
-    int32_t  flag;                  /* 1028  1 once written                               */
+    uint32_t length;                 /* 1024  bytes valid in buffer                        */
+    int32_t  flag;                   /* 1028  1 once written                               */
 };
+/* clang-format on */
 typedef struct AVSpsPpsInfo AVSpsPpsInfo;
 
 struct AVSpsPpsData {                                 /* 24768 bytes                       */

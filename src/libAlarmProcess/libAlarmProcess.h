@@ -39,11 +39,9 @@ typedef enum AlarmSourceDef {
     ALARM_SOURCE_DEF_NUMS = 16 /* count, not a source */
 } AlarmSourceDef;
 
-typedef enum AlarmStatusDef {
-    ALARM_STATUS_DEF_OFF = 0,
-    ALARM_STATUS_DEF_ON = 1
-} AlarmStatusDef;
+typedef enum AlarmStatusDef { ALARM_STATUS_DEF_OFF = 0, ALARM_STATUS_DEF_ON = 1 } AlarmStatusDef;
 
+/* clang-format off */
 struct AlarmInfo {     /* 24 bytes, one source                                    */
     int32_t  status;   /*  0  AlarmStatusDef                                      */
     int32_t  time;     /*  4  s since 1970-01-01 UTC of the last write            */
@@ -52,6 +50,7 @@ struct AlarmInfo {     /* 24 bytes, one source                                  
     uint32_t u32W;     /* 16                                                      */
     uint32_t u32H;     /* 20                                                      */
 };
+/* clang-format on */
 typedef struct AlarmInfo AlarmInfo;
 
 struct AlarmData {                                 /* 384 bytes, the board        */

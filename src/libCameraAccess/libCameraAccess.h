@@ -49,12 +49,12 @@ typedef enum tagEnumProcess {
 typedef enum tagEnumCameraCommand {
     CAMERA_COMMAND_START = 0,
     CAMERA_COMMAND_INIT = 1,
+    CAMERA_COMMAND_END = 207,
 #define CAMERA_COMMAND_OF_ENTRY(function, command, number) command = number,
 #define CAMERA_COMMAND_OF_QUERY(function, command, number, implementation) command = number,
     CAMERA_ENTRIES(CAMERA_COMMAND_OF_ENTRY, CAMERA_COMMAND_OF_QUERY)
 #undef CAMERA_COMMAND_OF_ENTRY
 #undef CAMERA_COMMAND_OF_QUERY
-    CAMERA_COMMAND_END = 207
 } CameraCommand;
 
 /* Binds the interface to a kind of camera and starts it for `Process`: switches the log on, registers

@@ -40,12 +40,7 @@ extern "C" {
 #define AVSTREAM_VOICE_TALK_QUEUE_KEY 0x61766D79 /* requests about stream 3     */
 
 /* Kinds of frame that a media server may put into AVDataInfo.AVSource. */
-enum {
-    VIDEO_TYPE_H264 = 0,
-    VIDEO_TYPE_H265 = 1,
-    AUDIO_TYPE_G711A = 6,
-    AUDIO_TYPE_G711U = 7
-};
+enum { VIDEO_TYPE_H264 = 0, VIDEO_TYPE_H265 = 1, AUDIO_TYPE_G711A = 6, AUDIO_TYPE_G711U = 7 };
 
 /* Client types: the message type under which a client of the media server receives its replies.
  * 1 is the media server itself. */
@@ -79,6 +74,7 @@ typedef enum AVStreamCommand {
 } AVStreamCommand;
 
 /* A request to the media server and its reply. */
+/* clang-format off */
 struct AVMsgBuf {             /* 48 bytes, of which 44 travel behind the message type            */
     int32_t  des;             /*  0  message type: MSG_AV_TYPE_SERVER; in a reply the client type */
     int32_t  src;             /*  4  client type, 2..16                                           */
@@ -90,6 +86,7 @@ struct AVMsgBuf {             /* 48 bytes, of which 44 travel behind the message
     int32_t  msg_ret;         /* 28  result, in a reply                                           */
     int32_t  reserve[4];      /* 32  zero                                                         */
 };
+/* clang-format on */
 typedef struct AVMsgBuf AVMsgBuf;
 RECORD_SIZE(AVMsgBuf, 48);
 RECORD_MEMBER(AVMsgBuf, video_pos, 16);

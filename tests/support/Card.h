@@ -11,11 +11,11 @@ inline constexpr char kCardDevice[] = "/dev/mmcblk0p1";
 
 // A store to put on the card; say only what matters.
 struct Store {
-    uint32_t files = 3;            // record files in the ring
-    uint32_t used_files = 0;       // filled at least once
-    uint32_t current_file = 0;     // number of the file being written
-    uint32_t current_length = 0;   // bytes of stream data already in it; 0: its head is empty
-    uint32_t start_time = 1000000; // s since 1970 UTC, start of the current file when it has data
+    uint32_t files = 3;             // record files in the ring
+    uint32_t used_files = 0;        // filled at least once
+    uint32_t current_file = 0;      // number of the file being written
+    uint32_t current_length = 0;    // bytes of stream data already in it; 0: its head is empty
+    uint32_t start_time = 1000000;  // s since 1970 UTC, start of the current file when it has data
 };
 
 // Mounts an empty memory file system as the card (the mount table names "/dev/mmcblk0p1") and makes

@@ -15,6 +15,7 @@
 namespace {
 
 constexpr char kOperation[] = "CheckRecordStart";  // for the log
+
 constexpr uint32_t kJoinSeconds = 3;  // a run that begins so soon after the last one begins at its end
 
 bool SomeRangeHolds(const TIME_DAY_HOUR_SCOPE& day, int now) {

@@ -19,7 +19,8 @@
 namespace {
 
 constexpr char kOperation[] = "StartRecord";  // for the log
-constexpr int kAudioOff = 2;                  // audio encoding of a run without audio
+
+constexpr int kAudioOff = 2;  // audio encoding of a run without audio
 constexpr int64_t kClockJumpSeconds = 5;
 constexpr unsigned int kWatchMs = 20;
 

@@ -36,10 +36,10 @@ struct ConsoleThread {
 std::mutex g_control;  // one start or stop at a time; guards the two threads, the console's threads never take it
 ConsoleThread g_listener;
 ConsoleThread g_receiver;
-std::atomic<int> g_listen_fd{-1};              // written under g_control
-std::atomic<int> g_client_fd{-1};              // set by the listening, taken back by the receiving thread
+std::atomic<int> g_listen_fd{-1};  // written under g_control
+std::atomic<int> g_client_fd{-1};  // set by the listening, taken back by the receiving thread
 std::atomic<bool> g_threads_shall_run{false};
-std::atomic<bool> g_is_open{false};            // the marker was there at the last look
+std::atomic<bool> g_is_open{false};  // the marker was there at the last look
 
 void CloseDescriptor(std::atomic<int>& fd) {
     if (const int old = fd.exchange(-1); old >= 0) {

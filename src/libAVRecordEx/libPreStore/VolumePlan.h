@@ -45,7 +45,7 @@ struct Extent {  // bytes of the volume
 
 struct StoredFile {
     std::string name;
-    uint32_t size;           // bytes
+    uint32_t size;  // bytes
     uint32_t first_cluster;
 };
 
@@ -72,10 +72,10 @@ struct VolumePlan {
     uint64_t WholeSectors(uint64_t bytes) const {
         return (bytes + device.sector_bytes - 1) / device.sector_bytes * device.sector_bytes;
     }
-    StoredFile File(uint32_t number) const;      // 0 to Files() - 1, in directory order
-    uint32_t FatEntry(uint32_t cluster) const;   // 0 beyond the last cluster in use
-    Extent EventHeads() const;                   // what is read as heads of "event000.bin": one a record file
-    Extent IndexHeads() const;                   // and of "index000.bin": system, file and section heads
+    StoredFile File(uint32_t number) const;     // 0 to Files() - 1, in directory order
+    uint32_t FatEntry(uint32_t cluster) const;  // 0 beyond the last cluster in use
+    Extent EventHeads() const;                  // what is read as heads of "event000.bin": one a record file
+    Extent IndexHeads() const;                  // and of "index000.bin": system, file and section heads
 };
 
 // Fills `plan` for `device`.  Returns why it cannot be formatted so, or an empty text.

@@ -57,8 +57,8 @@ enum class FormatError {
 
 struct FormatResult {
     FormatError error = FormatError::kNone;
-    std::string message;          // one line without newline, fit for the user; empty on success
-    ConfigStoreInfo_S store = {}; // as reported by mkfs_vfat
+    std::string message;           // one line without newline, fit for the user; empty on success
+    ConfigStoreInfo_S store = {};  // as reported by mkfs_vfat
     uint64_t volume_bytes = 0;
     uint32_t sector_bytes = 0;
     uint32_t cluster_bytes = 0;
@@ -66,7 +66,7 @@ struct FormatResult {
     uint64_t bytes_to_write = 0;  // what a format writes
     uint64_t bytes_smallest = 0;  // the least any format of this store could write
     uint64_t bytes_written = 0;
-    double seconds = 0;           // from opening the device to the last flush
+    double seconds = 0;  // from opening the device to the last flush
 
     bool Ok() const { return error == FormatError::kNone; }
 };

@@ -63,7 +63,8 @@ int AV_AlarmEventInfoEventTypeFresh(AlarmEventHead_S* head, uint8_t type_bits) {
 }
 
 int AV_AlarmEventInfoWrite(int fd, uint32_t file_no, const AlarmEventHead_S* head) {
-    return file_no < ALARM_EVENT_FILE_MAX ? AsInt(card::WriteRecord(Kind::kEvents, fd, EventHeadOffset(file_no), head)) : -1;
+    return file_no < ALARM_EVENT_FILE_MAX ? AsInt(card::WriteRecord(Kind::kEvents, fd, EventHeadOffset(file_no), head))
+                                          : -1;
 }
 
 int AV_AlarmEventInfoReset(int fd, uint32_t file_no, const AlarmEventHead_S* head) {

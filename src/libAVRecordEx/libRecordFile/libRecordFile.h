@@ -23,6 +23,7 @@ extern "C" {
 
 /* ---- The store ---------------------------------------------------------------------------------- */
 
+/* clang-format off */
 #define RECORD_STORE_DIRECTORY "/var/etc/sdcard/" /* the mounted card; every name below lies in it   */
 #define RECORD_INDEX_NAME "index000.bin"
 #define RECORD_EVENT_NAME "event000.bin"
@@ -106,6 +107,7 @@ typedef struct KeyFrameInfoHead_S {      /* 20 bytes at 0x0FC00000 + 20 k of a r
     uint8_t  m_u8KeyFrameType;           /* 16  RECORD_KEY_FRAME_REAL or _VIRTUAL                    */
     uint8_t  m_u8Res[3];                 /* 17  zero                                                 */
 } KeyFrameInfoHead_S;
+/* clang-format on */
 
 RECORD_SIZE(RecordSystemInfoHead_S, 236);
 RECORD_MEMBER(RecordSystemInfoHead_S, m_u32RecordFileNo, 28);
@@ -121,12 +123,12 @@ RECORD_MEMBER(KeyFrameInfoHead_S, m_u8KeyFrameType, 16);
 
 /* Video parameters on their way into a section head; in memory only. */
 typedef struct RecordVedioInfo_S {
-    uint16_t m_u16Width;  /* pixels                */
-    uint16_t m_u16Height; /* pixels                */
-    uint8_t  m_u8Frame;   /* frames a second       */
-    uint8_t  m_u8VideoType; /* AVCodeType, low byte */
-    uint8_t  m_u8AudioType; /* AVCodeType, low byte */
-    uint8_t  m_u8Res[5];
+    uint16_t m_u16Width;   /* pixels                */
+    uint16_t m_u16Height;  /* pixels                */
+    uint8_t m_u8Frame;     /* frames a second       */
+    uint8_t m_u8VideoType; /* AVCodeType, low byte */
+    uint8_t m_u8AudioType; /* AVCodeType, low byte */
+    uint8_t m_u8Res[5];
 } RecordVedioInfo_S;
 
 /* What the formatter laid out; in memory only.  The members named "byte" hold MiB. */
@@ -190,8 +192,8 @@ int AV_RecordClose(int fd);
  * written over only when it was read. */
 typedef enum AVHeadLoad {
     AV_HEAD_LOADED = 0,
-    AV_HEAD_ABSENT = 1,  /* the file ends before the head's last byte                               */
-    AV_HEAD_FAILED = -1  /* errno says why; the head may be there                                   */
+    AV_HEAD_ABSENT = 1, /* the file ends before the head's last byte                               */
+    AV_HEAD_FAILED = -1 /* errno says why; the head may be there                                   */
 } AVHeadLoad;
 AVHeadLoad AVRecordSystemHeadLoad(int fd, RecordSystemInfoHead_S* system);
 AVHeadLoad AVRecordFileHeadLoad(int fd, uint32_t file_no, RecordFileInfoHead_S* file);
@@ -222,7 +224,7 @@ int AV_RecordFileInfoHeadEndTimeFresh(RecordFileInfoHead_S* file, uint32_t time)
 /* Adds `bytes` unless the length has already passed RECORD_STREAM_LIMIT. */
 int AV_RecordFileInfoHeadFileLenthFresh(RecordFileInfoHead_S* file, uint32_t bytes);
 int AV_RecordFileInfoHeadFileFileFresh(RecordFileInfoHead_S* file, uint32_t type_bits); /* ORs the types */
-int AV_RecordFileInfoHeadSectionSumFresh(RecordFileInfoHead_S* file); /* -1: already 251 sections */
+int AV_RecordFileInfoHeadSectionSumFresh(RecordFileInfoHead_S* file);                   /* -1: already 251 sections */
 int AV_RecodrFileInfoHeadKeyFrameFresh(RecordFileInfoHead_S* file, int is_key);
 
 /* Section heads. */
@@ -254,6 +256,7 @@ int AV_RecordConfigInfoGet(const char* path, uint32_t* record_space, uint32_t* f
  * A head per record file and behind the heads a block of records per record file.  The file is stored
  * with 64 MiB, enough for record files 0 to 503; writing for a later one makes it grow. */
 
+/* clang-format off */
 #define ALARM_EVENT_FLAG 0x464D4541u              /* "AEMF"                                          */
 #define ALARM_RECORD_FLAG 0x46454441u             /* "ADEF"                                          */
 #define ALARM_EVENT_FILE_MAX 4096u                /* heads that fit in front of the first block      */
@@ -284,6 +287,7 @@ typedef struct AlarmFileInfoHead_S {     /* 48 bytes at (n + 8) 131072 + 48 (k -
     uint8_t  m_u8FrameRate;              /* 25  frames a second                                      */
     uint8_t  m_u8Res[22];                /* 26  zero                                                 */
 } AlarmFileInfoHead_S;
+/* clang-format on */
 
 RECORD_SIZE(AlarmEventHead_S, 256);
 RECORD_MEMBER(AlarmEventHead_S, m_u32PreAlarmEndTime, 20);
@@ -332,6 +336,7 @@ int AV_AlarmEventFileInfoRead(int fd, AlarmEventHead_S* head, AlarmFileInfoHead_
  * and PackedAudioSize (below) say.  `kind` is AV_FRAME_TYPE_VIDEO or AV_FRAME_TYPE_AUDIO; `rate` is
  * accepted and ignored.  Negative lengths are refused with -1. */
 
+/* clang-format off */
 #define PS_PACK_HEADER_SIZE 18
 #define PS_SYSTEM_HEADER_SIZE 18
 #define PS_MAP_SIZE 48
@@ -339,21 +344,23 @@ int AV_AlarmEventFileInfoRead(int fd, AlarmEventHead_S* head, AlarmFileInfoHead_
 #define PS_PES_HEADER_SIZE 14                     /* PES_HEADER_tag and PTS_tag                      */
 #define PS_PES_PAYLOAD_MAX 65470                  /* a longer payload is cut into several packets    */
 #define PS_AUDIO_PAYLOAD_MAX 65527                /* an audio payload is one packet: 65535 - 8       */
+/* clang-format on */
 
 /* What the packer is told of the stream; bit and sample rates as configured. */
 typedef struct AVStreamParam {
-    uint16_t m_u8VedioCodeType;   /* AVCodeType */
-    uint16_t m_u8AudioCodeType;   /* AVCodeType */
-    uint16_t m_u16VedioWidth;     /* pixels     */
-    uint16_t m_u16VedioHeight;    /* pixels     */
+    uint16_t m_u8VedioCodeType; /* AVCodeType */
+    uint16_t m_u8AudioCodeType; /* AVCodeType */
+    uint16_t m_u16VedioWidth;   /* pixels     */
+    uint16_t m_u16VedioHeight;  /* pixels     */
     uint16_t m_u16VedioBitRate;
-    uint16_t m_u16VedioFrame;     /* frames a second */
+    uint16_t m_u16VedioFrame;      /* frames a second */
     uint16_t m_u16AudioSampleRate; /* Hz        */
     uint16_t m_u16AudioBitRate;
 } AVStreamParam;
 RECORD_SIZE(AVStreamParam, 16);
 
 /* Headers as they lie in the stream: bytes, in the standard's big-endian order. */
+/* clang-format off */
 typedef struct PS_HEADER_tag {           /* pack_header(), 2.5.3.4                                   */
     uint8_t pack_start_code[4];          /*  0                                                       */
     uint8_t system_clock_reference[6];   /*  4  base (33 bits), extension (9), markers               */
@@ -407,6 +414,7 @@ typedef struct PES_HEADER_tag {          /* PES_packet(), 2.4.3.6               
 typedef struct PTS_tag {                 /* '0010', PTS (33 bits) in three parts, markers            */
     uint8_t pts[5];
 } PTS_tag;
+/* clang-format on */
 
 RECORD_SIZE(PS_HEADER_tag, 18);
 RECORD_SIZE(Ps_System_Header_tag, 18);
@@ -427,15 +435,15 @@ int PTS_tag_Init(PTS_tag* pts);
 /* Single fields of a header.  A setter stores the field's low bits and leaves every other bit alone.
  * The header must not be null. */
 uint64_t PS_HEADER_tag_GetSystem_clock_reference_base(const PS_HEADER_tag* header);
-void     PS_HEADER_tag_SetSystem_clock_reference_base(PS_HEADER_tag* header, uint64_t base);
+void PS_HEADER_tag_SetSystem_clock_reference_base(PS_HEADER_tag* header, uint64_t base);
 uint32_t PS_HEADER_tag_GetProgram_mux_rate(const PS_HEADER_tag* header);
-void     PS_HEADER_tag_SetProgram_mux_rate(PS_HEADER_tag* header, uint32_t rate);
+void PS_HEADER_tag_SetProgram_mux_rate(PS_HEADER_tag* header, uint32_t rate);
 uint32_t Ps_System_Header_tag_GetRateBound(const Ps_System_Header_tag* header);
-void     Ps_System_Header_tag_SetRateBound(Ps_System_Header_tag* header, uint32_t bound);
-void     Ps_System_Header_tag_SetPstdBufSizeBound1(Ps_System_Header_tag* header, uint32_t bound); /* video */
-void     Ps_System_Header_tag_SetPstdBufSizeBound2(Ps_System_Header_tag* header, uint32_t bound); /* audio */
+void Ps_System_Header_tag_SetRateBound(Ps_System_Header_tag* header, uint32_t bound);
+void Ps_System_Header_tag_SetPstdBufSizeBound1(Ps_System_Header_tag* header, uint32_t bound); /* video */
+void Ps_System_Header_tag_SetPstdBufSizeBound2(Ps_System_Header_tag* header, uint32_t bound); /* audio */
 uint64_t PTS_Tag_GetPTS(const PTS_tag* pts);
-void     PTS_Tag_SetPTS(PTS_tag* pts, uint64_t value);
+void PTS_Tag_SetPTS(PTS_tag* pts, uint64_t value);
 
 /* Single headers.  Return the bytes written; -1 for a null pointer, another kind, or a payload whose
  * packet length 16 bits do not hold (above PS_AUDIO_PAYLOAD_MAX). */
@@ -466,7 +474,7 @@ int libAVRecordAudioPsStreamWrite(const void* payload, int length, void* out, ui
 
 /* ---- Playback ----------------------------------------------------------------------------------- */
 
-#define PLAYBACK_GATHER_MAX 0x60800               /* a key frame that gathered more gets no packet */
+#define PLAYBACK_GATHER_MAX 0x60800 /* a key frame that gathered more gets no packet */
 #define PLAYBACK_BUFFER_SIZE (PLAYBACK_GATHER_MAX + PS_PES_PAYLOAD_MAX) /* what `buffer` must hold   */
 
 /* Reads the frame that starts at `*offset` of a record file: payload bytes joined, kind (AVFrameType),
@@ -477,7 +485,7 @@ int libAVRecordAudioPsStreamWrite(const void* payload, int length, void* out, ui
  * in front of a section's first frame ("IMKH...") is not a frame: begin behind it. */
 int libAVRecordPlayBackGetPSFrame(int fd, uint32_t* offset, int* kind, void* buffer, uint32_t* length, uint32_t* time,
                                   uint32_t* pts);
-int libAVRecordFileDataSeek(int fd, uint32_t offset); /* from the start; the new offset, or -1 */
+int libAVRecordFileDataSeek(int fd, uint32_t offset);          /* from the start; the new offset, or -1 */
 int libAVRecordFileDataRead(int fd, void* buffer, int length); /* as AVFileRead */
 
 #ifdef __cplusplus

@@ -25,7 +25,7 @@ std::mutex g_one_request;
 std::atomic<int> g_proc_id{kNoProcId};
 std::atomic<int> g_queue{-1};
 std::atomic<int> g_wanted_proc_id{kNoProcId};  // of a start that failed for want of a segment, lock or queue
-std::atomic<SemHandl_t> hndlDrvSem{nullptr};  // orders the requests of this process
+std::atomic<SemHandl_t> hndlDrvSem{nullptr};   // orders the requests of this process
 
 int Fail(const char* text) {
     g_proc_id.store(kNoProcId);

@@ -17,6 +17,7 @@
 extern "C" {
 #endif
 
+/* clang-format off */
 #define SYS_CONFIG_KEY 12930021         /* 0xC54BE5, the configuration segment            */
 #define SYS_SEGMENT_SIZE 147456         /* bytes of the configuration segment and of the
                                            system server's transfer segment                */
@@ -28,7 +29,6 @@ extern "C" {
     } type;                                \
     RECORD_SIZE(type, bytes)
 
-/* clang-format off */
 SYS_OPAQUE_RECORD(Network_Config_Data, 208);
 SYS_OPAQUE_RECORD(Factory_config_Data, 192);
 SYS_OPAQUE_RECORD(Motion_Config_Data, 140);

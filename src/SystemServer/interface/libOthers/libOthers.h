@@ -39,13 +39,13 @@ int SysconfigExit(void);
 /* ---- Requests by field ---- */
 
 typedef enum SystemField {
+    SFIELD_START = 4096,    /* first code of the first block  */
+    SFIELD_END = 4442,      /* last code of the first block   */
+    SFIELD_EX_START = 8192, /* first code of the second block */
+    SFIELD_EX_END = 8218,   /* last code of the second block  */
 #define SYS_FIELD(function, message, command, field, code) field = code,
     SYS_SENDERS(SYS_FIELD)
 #undef SYS_FIELD
-    SFIELD_START = 4096, /* first code of the first block   */
-    SFIELD_END = 4442,   /* last code of the first block    */
-    SFIELD_EX_START = 8192, /* first code of the second block */
-    SFIELD_EX_END = 8218    /* last code of the second block  */
 } SystemField;
 
 /* Starts the request channel for process number `proc_id` (1..15); 0, or -1 as SysDrvInit. */
@@ -60,9 +60,9 @@ int ControlSystemData(unsigned int field, void* data, unsigned int len);
 
 /* ---- System message driver ---- */
 
-#define SYS_DRV_KEY 14073           /* 0x36F9, request queue and transfer segment            */
-#define SYS_DRV_SLOT_SIZE 12288     /* bytes of one process's slot in the transfer segment   */
-#define SYS_MSG_TYPE_SERVER 1       /* message type of requests                              */
+#define SYS_DRV_KEY 14073       /* 0x36F9, request queue and transfer segment            */
+#define SYS_DRV_SLOT_SIZE 12288 /* bytes of one process's slot in the transfer segment   */
+#define SYS_MSG_TYPE_SERVER 1   /* message type of requests                              */
 
 typedef struct SYS_MSG_BUF { /* 24 bytes, 20 of them behind the message type travel                    */
     int32_t Des;             /*  0  request: SYS_MSG_TYPE_SERVER; reply: the client's process number   */
@@ -76,11 +76,11 @@ RECORD_SIZE(SYS_MSG_BUF, 24);
 RECORD_MEMBER(SYS_MSG_BUF, length, 16);
 
 typedef enum SystemMessage {
+    SYS_MSG_QUIT = 251,
+    SYS_MSG_MAX = 369,
 #define SYS_MESSAGE(function, message, command, field, code) message = command,
     SYS_SENDERS(SYS_MESSAGE)
 #undef SYS_MESSAGE
-    SYS_MSG_QUIT = 251,
-    SYS_MSG_MAX = 369
 } SystemMessage;
 
 /* Opens the transfer segment and the request queue for process number `proc_id`.  Returns 0; -1 for a
