@@ -136,7 +136,7 @@ void RecorderStatusPublish() {
     last.is_written = WriteFile(text, static_cast<size_t>(length)) == 0;
     last.status = status;
     if (!last.is_written && !last.has_failed) {
-        LOG_ERROR_HERE(" : %s cannot be written: %s\n", RECORDER_STATE_FILE, std::strerror(errno));
+        LOG_ERROR(" : %s cannot be written: %s\n", RECORDER_STATE_FILE, std::strerror(errno));
     }
     last.has_failed = !last.is_written;
 }

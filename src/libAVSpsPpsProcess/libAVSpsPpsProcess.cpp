@@ -27,10 +27,10 @@ int SegmentId() {
 }  // namespace
 
 int libAVSpsPpsProcessInit(void) {
-    LOG_TRACE_HERE(": %s libAVSpsPpsProcessInit!\n", __func__);
+    LOG_TRACE(": %s libAVSpsPpsProcessInit!\n", __func__);
     const std::lock_guard guard(g_table_lock);
     if (g_segment.Attached()) {
-        LOG_TRACE_HERE(": %s has already init!\n", __func__);
+        LOG_TRACE(": %s has already init!\n", __func__);
         return 0;
     }
     g_table = AVSpsPpsData{};
@@ -41,7 +41,7 @@ int libAVSpsPpsProcessInit(void) {
     }
     g_have_locks = true;  // also without a segment, which may come later
     if (!g_segment.Open()) {
-        LOG_TRACE_HERE(": %s gShmId = %d\n", __func__, -1);
+        LOG_TRACE(": %s gShmId = %d\n", __func__, -1);
         return -1;
     }
     return 0;
@@ -65,16 +65,16 @@ int AVSpsPpsDataWrite(int index, const void* data, uint32_t length) {
         return -1;
     }
     if (length > AV_SPS_PPS_MAX) {
-        LOG_TRACE_HERE(": index  %d  length = %d\n", index, static_cast<int>(length));
+        LOG_TRACE(": index  %d  length = %d\n", index, static_cast<int>(length));
         return -1;
     }
     if (index < 0 || index >= AV_SPS_PPS_SLOTS) {
-        LOG_TRACE_HERE(": index  %d is wrong!\n", index);
+        LOG_TRACE(": index  %d is wrong!\n", index);
         return -1;
     }
     const int id = SegmentId();
     if (id < 0) {
-        LOG_TRACE_HERE(": gShmId %d has something wrong!\n", id);
+        LOG_TRACE(": gShmId %d has something wrong!\n", id);
         return -1;
     }
     KQ_Lock(&g_slot_locks[index]);
@@ -96,7 +96,7 @@ int AVSpsPpsDataRead(AVSpsPpsData* data) {
     }
     const int id = SegmentId();
     if (id < 0) {
-        LOG_TRACE_HERE(": gShmId %d has something wrong!\n", id);
+        LOG_TRACE(": gShmId %d has something wrong!\n", id);
         return -1;
     }
     *data = AVSpsPpsData{};  // what a segment too small for the table reads as

@@ -20,7 +20,7 @@ Face_Alarm_Ret g_face{};
 int libAlarmProcessInit(void) {
     const std::lock_guard guard(g_lock);
     if (g_segment.Attached()) {
-        LOG_TRACE_HERE(": %s has already init!\n", __func__);
+        LOG_TRACE(": %s has already init!\n", __func__);
         return 0;
     }
     g_board = AlarmData{};
@@ -36,17 +36,17 @@ int libAlarmProcessCleanup(void) {
 
 int AlarmDataWrite(int source, int status) {
     if (source < 0 || source >= ALARM_SOURCE_DEF_NUMS) {
-        LOG_TRACE_HERE(": source  %d is wrong!\n", source);
+        LOG_TRACE(": source  %d is wrong!\n", source);
         return -1;
     }
     if (status != ALARM_STATUS_DEF_OFF && status != ALARM_STATUS_DEF_ON) {
-        LOG_TRACE_HERE(": status  %d is wrong!\n", status);
+        LOG_TRACE(": status  %d is wrong!\n", status);
         return -1;
     }
     const std::lock_guard guard(g_lock);
     const int id = g_segment.Id();
     if (id < 0) {
-        LOG_TRACE_HERE(": gShmId %d has something wrong!\n", id);
+        LOG_TRACE(": gShmId %d has something wrong!\n", id);
         return -1;
     }
     g_board.alarm[source].status = status;
@@ -62,7 +62,7 @@ int AlarmDataRead(AlarmData* Data) {
     const std::lock_guard guard(g_lock);
     const void* const board = g_segment.Look(sizeof *Data);
     if (!g_segment.Attached()) {
-        LOG_TRACE_HERE(": gShmId %d has something wrong!\n", -1);
+        LOG_TRACE(": gShmId %d has something wrong!\n", -1);
         return -1;
     }
     *Data = AlarmData{};  // a segment too small for the board, or removed, reads as all quiet

@@ -60,7 +60,7 @@ int Common_Init(int* pProcess, void*) {
         return -1;
     }
     ForgetCallbacks();
-    LOG_TRACE_HERE(" #####################value %d\n", *pProcess);
+    LOG_TRACE(" #####################value %d\n", *pProcess);
     // Neither is given up when it fails: the next request tries the one again, the next look at the settings the other.
     const bool has_channel = SysCtrlInit(NumberAtSystemServer(*pProcess, __func__)) == 0;
     const bool has_configuration = SysConfigInit() == 0;
@@ -79,9 +79,9 @@ int Common_Set_Video_Force_IFrame(void* inData, void*) {
         return -1;
     }
     for (int mark = 0; mark < 4; ++mark) {
-        LOG_TRACE_HERE(":################\n");
+        LOG_TRACE(":################\n");
     }
-    LOG_TRACE_HERE(":index = %d value = %d\n", param->index, param->value);
+    LOG_TRACE(":index = %d value = %d\n", param->index, param->value);
     ControlSystemData(SFIELD_SET_Video_Force_IFrame, param, sizeof param->index);
     return 0;
 }

@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr char kOperation[] = "AVStreamGetAVDataThread";  // for the log
+
 constexpr int kHeader = sizeof(AVDataInfo);
 constexpr int kBadCheckLimit = 101;  // the pass at which the place counts as lost
 constexpr int kNotReadyLimit = 50;
@@ -48,10 +50,10 @@ int AVStreamFrameIntact(const char* VideoData, const AVDataInfo* pDataInfo) {
 }
 
 void FrameReader::Follow() {
-    LOG_TRACE("%s %d: type = %d index = %d\n", type_, index_);
+    LOG_TRACE_AS(kOperation, ": type = %d index = %d\n", type_, index_);
     if (ArgumentsInRange()) {
         if (const int id = RingSegment(index_); id < 0) {
-            LOG_TRACE("%s %d: StreamSysInfo->StreamSharememID[%d] %d < 0\n", index_, id);
+            LOG_TRACE_AS(kOperation, ": StreamSysInfo->StreamSharememID[%d] %d < 0\n", index_, id);
             return;
         }
         while (Running()) {
@@ -59,16 +61,16 @@ void FrameReader::Follow() {
         }
         ring_.Detach();
     }
-    LOG_TRACE("%s %d: AVStreamGetAVDataThread %d %d exit!\n", type_, index_);
+    LOG_TRACE_AS(kOperation, ": AVStreamGetAVDataThread %d %d exit!\n", type_, index_);
 }
 
 bool FrameReader::ArgumentsInRange() const {
     if (!IsStream(index_)) {
-        LOG_TRACE("%s %d: VideoIndex %d is out of range!\n", index_);
+        LOG_TRACE_AS(kOperation, ": VideoIndex %d is out of range!\n", index_);
         return false;
     }
     if (!IsClientType(type_)) {
-        LOG_TRACE("%s %d: MsgAVType %d is out of range!\n", type_);
+        LOG_TRACE_AS(kOperation, ": MsgAVType %d is out of range!\n", type_);
         return false;
     }
     return true;
@@ -76,14 +78,14 @@ bool FrameReader::ArgumentsInRange() const {
 
 void FrameReader::Step() {
     if (!ring_.Attached() && !ring_.Attach(RingSegment(index_)) && !ring_.Attach(RenewedRingSegment(index_))) {
-        LOG_TRACE("%s %d: pAVData = NULL\n");
+        LOG_TRACE_AS(kOperation, ": pAVData = NULL\n");
         SleepInSilence();
         return;
     }
     if (Paused()) {
         return;
     }
-    if (VideoPos_ < 0) {
+    if (position_ < 0) {
         AskWritePosition();
         return;
     }
@@ -101,12 +103,12 @@ bool FrameReader::Paused() {
         return false;
     }
     if (++pauses_ % 100 == 0) {
-        LOG_TRACE("%s %d: gTransFormStatusFunc[%d](%d) == %d\n", type_, index_, status);
+        LOG_TRACE_AS(kOperation, ": gTransFormStatusFunc[%d](%d) == %d\n", type_, index_, status);
     }
     SleepMs(kPauseMs);
-    VideoPos_ = -1;
+    position_ = -1;
     ring_end_ = -1;
-    oldSerialNumber_.reset();
+    last_serial_.reset();
     return true;
 }
 
@@ -120,9 +122,9 @@ bool FrameReader::FollowsNewRing() {
     if (id == ring_.SegmentId() || !ring_.Attach(id)) {
         return false;
     }
-    VideoPos_ = 0;
+    position_ = 0;
     ring_end_ = -1;
-    oldSerialNumber_.reset();
+    last_serial_.reset();
     delivered_.reset();
     recount_.Forget();
     rhythm_.Forget();
@@ -137,7 +139,7 @@ void FrameReader::SleepInSilence() {
 }
 
 void FrameReader::AskWritePosition() {
-    LOG_TRACE("%s %d: MsgAVType = %d VideoIndex = %d\n", type_, index_);
+    LOG_TRACE_AS(kOperation, ": MsgAVType = %d VideoIndex = %d\n", type_, index_);
     const std::optional<int> answer =
         RequestPosition([this] { return Wanted(); }, silence_ms_, AVSTREAM_CMD_CURRENT_FRAME, type_, index_);
     if (!answer) {
@@ -147,16 +149,16 @@ void FrameReader::AskWritePosition() {
     FollowsNewRing();
     int64_t position = *answer;
     if (index_ == 0) {
-        LOG_TRACE("%s %d: VideoPos = %d\n", static_cast<int>(position));
+        LOG_TRACE_AS(kOperation, ": VideoPos = %d\n", static_cast<int>(position));
     }
     if (position < 0) {
         GetLastIFrame({}, position);
     }
     if (position >= 0 && !CheckOutOfPos(position)) {
-        VideoPos_ = position;
+        position_ = position;
         return;
     }
-    LOG_TRACE("%s %d: VideoIndex = %d\n", index_);
+    LOG_TRACE_AS(kOperation, ": VideoIndex = %d\n", index_);
     SleepMs(kWriterWaitMs);
 }
 
@@ -164,12 +166,12 @@ bool FrameReader::CheckOutOfPos(int64_t position) const {
     if (position < kRingSize[index_]) {
         return false;
     }
-    LOG_TRACE("%s %d iVideoIndex = %d VideoPos = %d\n", index_, static_cast<int>(position));
+    LOG_TRACE(" iVideoIndex = %d VideoPos = %d\n", index_, static_cast<int>(position));
     return true;
 }
 
 void FrameReader::ReadRecord() {
-    std::optional<AVDataInfo> header = ring_.Header(VideoPos_);
+    std::optional<AVDataInfo> header = ring_.Header(position_);
     if (!header || header->AVDataCheck != AVDATA_CHECK_WORD) {
         Garbage(header ? header->AVDataCheck : 0);
         return;
@@ -205,8 +207,8 @@ void FrameReader::Garbage(int check_word) {
     if (AwaitsWriter(counts_.bad_check, kBadCheckLimit)) {
         return;
     }
-    LOG_TRACE("%s %d: VideoIndex = %d VideoPos = %d AVDataCheck == %d\n", index_, static_cast<int>(VideoPos_),
-              check_word);
+    LOG_TRACE_AS(kOperation, ": VideoIndex = %d VideoPos = %d AVDataCheck == %d\n", index_, static_cast<int>(position_),
+                 check_word);
     Resynchronise();
 }
 
@@ -214,13 +216,14 @@ void FrameReader::NotReady(int& count, int end_flag) {
     if (AwaitsWriter(count, kNotReadyLimit)) {
         return;
     }
-    LOG_TRACE("%s %d: VideoIndex = %d VideoPos = %d Endflag == %d\n", index_, static_cast<int>(VideoPos_), end_flag);
+    LOG_TRACE_AS(kOperation, ": VideoIndex = %d VideoPos = %d Endflag == %d\n", index_, static_cast<int>(position_),
+                 end_flag);
     Resynchronise();
 }
 
 void FrameReader::EndOfRing(const AVDataInfo& header) {
     if (counts_.ring_ends == 0) {
-        LOG_TRACE("%s %d: MsgAVType = %d  Index = %d Endflag == %d\n", type_, index_, header.EndFlag);
+        LOG_TRACE_AS(kOperation, ": MsgAVType = %d  Index = %d Endflag == %d\n", type_, index_, header.EndFlag);
     }
     if (++counts_.ring_ends > kNotReadyLimit) {
         Resynchronise();
@@ -229,20 +232,20 @@ void FrameReader::EndOfRing(const AVDataInfo& header) {
     if (counts_.ring_ends > 1) {
         SleepMs(kWriterWaitMs);  // once around without a frame: there is nothing to read yet
     }
-    if (VideoPos_ != 0) {
-        ring_end_ = VideoPos_;
+    if (position_ != 0) {
+        ring_end_ = position_;
     }
-    VideoPos_ = 0;
+    position_ = 0;
 }
 
 void FrameReader::RestartRing(const AVDataInfo& header) {
-    if (++restarts_ > kRestartLimit && VideoPos_ == 0) {
+    if (++restarts_ > kRestartLimit && position_ == 0) {
         Resynchronise();  // the media server goes on elsewhere
         return;
     }
     if (restarts_ == 1) {
-        LOG_TRACE("%s %d: Endflag == %d\n", header.EndFlag);
-        if (!oldSerialNumber_ || !NextFrameIsAt(0)) {  // else it has begun anew already: that frame is not written over
+        LOG_TRACE_AS(kOperation, ": Endflag == %d\n", header.EndFlag);
+        if (!last_serial_ || !NextFrameIsAt(0)) {  // else it has begun anew already: that frame is not written over
             AVDataInfo restart = header;
             restart.SerialNumber = 0;
             restart.AVDataLen = 0;
@@ -252,29 +255,29 @@ void FrameReader::RestartRing(const AVDataInfo& header) {
     }
     FollowsNewRing();
     rhythm_.Forget();
-    VideoPos_ = 0;
+    position_ = 0;
     ring_end_ = -1;
     counts_.bad_check = 0;
-    oldSerialNumber_.reset();
+    last_serial_.reset();
     SleepMs(kRestartMs);
 }
 
 void FrameReader::TakeFrame(AVDataInfo& header) {
-    const uint32_t distance = oldSerialNumber_ ? header.SerialNumber - *oldSerialNumber_ : 1;
+    const uint32_t distance = last_serial_ ? header.SerialNumber - *last_serial_ : 1;
     if (header.AVDataLen >= kRingSize[index_]) {
-        LOG_TRACE("%s %d: pDataInfo->AVDataLen = %d up to Max %d\n", header.AVDataLen, kRingSize[index_]);
+        LOG_TRACE_AS(kOperation, ": pDataInfo->AVDataLen = %d up to Max %d\n", header.AVDataLen, kRingSize[index_]);
         Garbage(header.AVDataCheck);
-    } else if (ring_.Bytes(VideoPos_ + kHeader, header.AVDataLen) == nullptr) {
+    } else if (ring_.Bytes(position_ + kHeader, header.AVDataLen) == nullptr) {
         Garbage(header.AVDataCheck);  // a negative length, or one over the ring's end
     } else if (distance == 0) {
         Repeated(header);
     } else if (distance <= kGapAccepted) {
         if (distance > 1) {
-            LOG_TRACE("%s %d:MsgAVType = %d VideoIndex = %d sub = %u - %u = %u pos = %u \n", type_, index_,
-                      header.SerialNumber, *oldSerialNumber_, distance, static_cast<unsigned>(VideoPos_));
+            LOG_TRACE_AS(kOperation, ":MsgAVType = %d VideoIndex = %d sub = %u - %u = %u pos = %u \n", type_, index_,
+                         header.SerialNumber, *last_serial_, distance, static_cast<unsigned>(position_));
         }
         Deliver(header);
-    } else if (*oldSerialNumber_ > header.SerialNumber) {
+    } else if (*last_serial_ > header.SerialNumber) {
         NotReady(counts_.behind, header.EndFlag);
     } else {
         Gap(header);
@@ -282,11 +285,11 @@ void FrameReader::TakeFrame(AVDataInfo& header) {
 }
 
 void FrameReader::Repeated(const AVDataInfo& header) {
-    LOG_TRACE("%s %d: VideoIndex = %d pos = %d pDataInfo->SerialNumber %d oldSerialNumber %d\n", index_,
-              static_cast<int>(VideoPos_), static_cast<int>(header.SerialNumber), static_cast<int>(*oldSerialNumber_));
+    LOG_TRACE_AS(kOperation, ": VideoIndex = %d pos = %d pDataInfo->SerialNumber %d oldSerialNumber %d\n", index_,
+                 static_cast<int>(position_), static_cast<int>(header.SerialNumber), static_cast<int>(*last_serial_));
     SleepMs(kWriterWaitMs);
-    if (const int64_t next = Ring::After(VideoPos_, header); RepeatIsFollowed(next)) {
-        VideoPos_ = next;
+    if (const int64_t next = Ring::After(position_, header); RepeatIsFollowed(next)) {
+        position_ = next;
     } else {
         Resynchronise();
     }
@@ -307,25 +310,26 @@ void FrameReader::Gap(const AVDataInfo& header) {
     if (++counts_.gap <= kGapLimit) {
         return;
     }
-    LOG_TRACE("%s %d: MsgAVType = %d index = %d sub = %u - %u = %u pos = %u \n", type_, index_, header.SerialNumber,
-              *oldSerialNumber_, header.SerialNumber - *oldSerialNumber_, static_cast<unsigned>(VideoPos_));
+    LOG_TRACE_AS(kOperation, ": MsgAVType = %d index = %d sub = %u - %u = %u pos = %u \n", type_, index_,
+                 header.SerialNumber, *last_serial_, header.SerialNumber - *last_serial_,
+                 static_cast<unsigned>(position_));
     Resynchronise();
-    LOG_TRACE("%s %d: VideoPos = %d\n", static_cast<int>(VideoPos_));
+    LOG_TRACE_AS(kOperation, ": VideoPos = %d\n", static_cast<int>(position_));
     SleepMs(kWriterWaitMs);
 }
 
 void FrameReader::Deliver(AVDataInfo& header) {
     rhythm_.Found(header.AVSource, SteadyUs());
     const AVDataInfo frame = header;  // before the client gets hold of it
-    const int64_t place = VideoPos_;
+    const int64_t place = position_;
     if (const AVStreamCallback take = FrameCallback(type_); take != nullptr) {
         auto* const payload = reinterpret_cast<char*>(ring_.Bytes(place + kHeader, frame.AVDataLen));
         t_in_hand = payload;
         take(frame.AVSource, index_, payload, &header);
         t_in_hand = nullptr;
     }
-    delivered_ = oldSerialNumber_ = frame.SerialNumber;
-    VideoPos_ = Ring::After(place, frame);
+    delivered_ = last_serial_ = frame.SerialNumber;
+    position_ = Ring::After(place, frame);
     ring_end_ = -1;
     counts_ = Counts{};
     pauses_ = 0;

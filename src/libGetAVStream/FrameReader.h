@@ -69,11 +69,11 @@ class FrameReader {
     const int index_;
     const std::atomic<int>& run_;
     Ring ring_;
-    int64_t VideoPos_ = -1;   // -1: unknown
-    Serial oldSerialNumber_;  // of the frame that the next one is compared with
-    Serial delivered_;        // of the last frame handed over from this ring
-    int64_t ring_end_ = -1;   // where the ring's end stood that led here; -1: a frame was read since
-    int restarts_ = 0;        // ring restarts read in a row
+    int64_t position_ = -1;  // VideoPos; -1: unknown
+    Serial last_serial_;     // oldSerialNumber: of the frame that the next one is compared with
+    Serial delivered_;       // of the last frame handed over from this ring
+    int64_t ring_end_ = -1;  // where the ring's end stood that led here; -1: a frame was read since
+    int restarts_ = 0;       // ring restarts read in a row
     Counts counts_;
     Recount recount_;
     Rhythm rhythm_;

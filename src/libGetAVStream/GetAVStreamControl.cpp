@@ -19,66 +19,66 @@ AVStreamSysInfo Disconnected() {
 }
 
 std::mutex g_lock;  // guards everything below
-AVStreamSysInfo gGetAVStreamSysInfo = Disconnected();
-int gVoiceTalkQid = -1;
+AVStreamSysInfo g_connection = Disconnected();
+int g_voice_talk_queue = -1;
 
 }  // namespace
 
 AVStreamSysInfo* GetGetAVStreamSysInfo(void) {
-    return &gGetAVStreamSysInfo;
+    return &g_connection;
 }
 
 int GetAVControlInit(void) {
     constexpr int kKeys[] = {AVSTREAM_MAIN_RING_KEY, AVSTREAM_SUB_RING_KEY};
     {
         const std::lock_guard guard(g_lock);
-        if (gGetAVStreamSysInfo.RunFlag == 1) {
+        if (g_connection.RunFlag == 1) {
             return AVSTREAM_OK;
         }
     }
-    LOG_TRACE("%s %d\n");
+    LOG_TRACE("\n");
     GetAVControlCleanup();
     for (int i = 0; i < static_cast<int>(std::size(kKeys)); ++i) {
         const int id = IpcShareMemInit(kKeys[i], AVSTREAM_SEGMENT_SIZE(kRingSize[i]));
-        LOG_TRACE("%s %d: gGetAVStreamSysInfo.StreamSharememID[%d] = %d \n", i, id);
+        LOG_TRACE(": gGetAVStreamSysInfo.StreamSharememID[%d] = %d \n", i, id);
         if (id < 0) {
-            LOG_TRACE("%s %d: IpcShareMemInit fail i = %d\n", i);
+            LOG_TRACE(": IpcShareMemInit fail i = %d\n", i);
             GetAVControlCleanup();
             return AVSTREAM_SHAREMEMORY_INIT_FAIL;
         }
         const std::lock_guard guard(g_lock);
-        gGetAVStreamSysInfo.StreamSharememID[i] = id;
+        g_connection.StreamSharememID[i] = id;
     }
-    CheckMsgID(&gGetAVStreamSysInfo);
+    CheckMsgID(&g_connection);
     const std::lock_guard guard(g_lock);
-    if (gGetAVStreamSysInfo.AVMsgQid < 0) {
+    if (g_connection.AVMsgQid < 0) {
         return AVSTREAM_MESSAGE_INIT_FAIL;
     }
-    gGetAVStreamSysInfo.RunFlag = 1;
+    g_connection.RunFlag = 1;
     return AVSTREAM_OK;
 }
 
 int GetAVControlVoiceTalkInit(void) {
     const std::lock_guard guard(g_lock);
-    if (gVoiceTalkQid >= 0) {
+    if (g_voice_talk_queue >= 0) {
         return AVSTREAM_OK;
     }
-    LOG_TRACE("%s %d\n");
+    LOG_TRACE("\n");
     const int id = IpcShareMemInit(AVSTREAM_VOICE_TALK_RING_KEY, AVSTREAM_SEGMENT_SIZE(AVSTREAM_VOICE_TALK_RING_SIZE));
-    LOG_TRACE("%s %d: gGetAVStreamSysInfo.StreamSharememID[%d]= %d, 0x%08x", 3, id, AVSTREAM_VOICE_TALK_RING_KEY);
-    gGetAVStreamSysInfo.StreamSharememID[3] = id;
+    LOG_TRACE(": gGetAVStreamSysInfo.StreamSharememID[%d]= %d, 0x%08x", 3, id, AVSTREAM_VOICE_TALK_RING_KEY);
+    g_connection.StreamSharememID[3] = id;
     if (id < 0) {
-        LOG_TRACE("%s %d: IpcShareMemInit fail\n");
+        LOG_TRACE(": IpcShareMemInit fail\n");
         return AVSTREAM_SHAREMEMORY_INIT_FAIL;
     }
-    gVoiceTalkQid = IpcMsgInit(AVSTREAM_VOICE_TALK_QUEUE_KEY);
-    return gVoiceTalkQid < 0 ? AVSTREAM_MESSAGE_INIT_FAIL : AVSTREAM_OK;
+    g_voice_talk_queue = IpcMsgInit(AVSTREAM_VOICE_TALK_QUEUE_KEY);
+    return g_voice_talk_queue < 0 ? AVSTREAM_MESSAGE_INIT_FAIL : AVSTREAM_OK;
 }
 
 int GetAVControlCleanup(void) {
     const std::lock_guard guard(g_lock);
-    gGetAVStreamSysInfo = Disconnected();
-    gVoiceTalkQid = -1;
+    g_connection = Disconnected();
+    g_voice_talk_queue = -1;
     return AVSTREAM_OK;
 }
 
@@ -96,7 +96,7 @@ int CheckMsgID(AVStreamSysInfo* pSysInfo) {
 
 int RingSegment(int video_index) {
     const std::lock_guard guard(g_lock);
-    return gGetAVStreamSysInfo.StreamSharememID[video_index];
+    return g_connection.StreamSharememID[video_index];
 }
 
 int RenewedRingSegment(int video_index) {
@@ -105,7 +105,7 @@ int RenewedRingSegment(int video_index) {
                                          AVSTREAM_VOICE_TALK_RING_KEY};
     const int id = kKeys[video_index] == kNone ? -1 : shmget(kKeys[video_index], 0, 0);
     const std::lock_guard guard(g_lock);
-    int& segment = gGetAVStreamSysInfo.StreamSharememID[video_index];
+    int& segment = g_connection.StreamSharememID[video_index];
     if (id >= 0) {
         segment = id;
     }
@@ -114,9 +114,9 @@ int RenewedRingSegment(int video_index) {
 
 int RequestQueue(int video_index) {
     constexpr int kVoiceTalk = 3;
-    CheckMsgID(&gGetAVStreamSysInfo);
+    CheckMsgID(&g_connection);
     const std::lock_guard guard(g_lock);
-    return video_index == kVoiceTalk && gVoiceTalkQid >= 0 ? gVoiceTalkQid : gGetAVStreamSysInfo.AVMsgQid;
+    return video_index == kVoiceTalk && g_voice_talk_queue >= 0 ? g_voice_talk_queue : g_connection.AVMsgQid;
 }
 
 void ForgetQueue(int qid) {
@@ -124,9 +124,9 @@ void ForgetQueue(int qid) {
     if (qid < 0) {
         return;
     }
-    if (qid == gVoiceTalkQid) {
-        gVoiceTalkQid = IpcMsgInit(AVSTREAM_VOICE_TALK_QUEUE_KEY);
-    } else if (qid == gGetAVStreamSysInfo.AVMsgQid) {
-        gGetAVStreamSysInfo.AVMsgQid = -1;
+    if (qid == g_voice_talk_queue) {
+        g_voice_talk_queue = IpcMsgInit(AVSTREAM_VOICE_TALK_QUEUE_KEY);
+    } else if (qid == g_connection.AVMsgQid) {
+        g_connection.AVMsgQid = -1;
     }
 }

@@ -19,12 +19,12 @@ void FrameReader::Resynchronise() {
     int64_t position = -1;
     const Found found = GetLastIFrame(delivered_, position);
     if (found == Found::kKeyFrame) {
-        oldSerialNumber_.reset();
+        last_serial_.reset();
         ring_end_ = -1;
         rhythm_.Forget();
         RecorderStatusResynchronised();
     }
-    VideoPos_ = position;
+    position_ = position;
     counts_ = Counts{};
 }
 
@@ -48,7 +48,7 @@ FrameReader::Found FrameReader::GetLastIFrame(Serial newer_than, int64_t& positi
         const bool in_range = answer && int64_t{*answer} + kKeyFrameRoom < kRingSize[index_];
         if (in_range && TakesKeyFrame(*answer, newer_than)) {
             // It may have come right after the frame waited for.
-            found = oldSerialNumber_ && PlaceGoesOn() ? Found::kPlace : Found::kKeyFrame;
+            found = last_serial_ && PlaceGoesOn() ? Found::kPlace : Found::kKeyFrame;
             position = *answer;
         } else if (!answer) {
             SleepInSilence();
@@ -58,10 +58,10 @@ FrameReader::Found FrameReader::GetLastIFrame(Serial newer_than, int64_t& positi
         asked_in_vain = answer && !in_range;  // once it asks again at once
     }
     if (found == Found::kPlace) {
-        position = VideoPos_;
+        position = position_;
     }
     const uint8_t* const nal = ring_.NalStart(position);
-    LOG_TRACE("%s %d: VideoPos = %d nalu = 0x%02X\n", static_cast<int>(position), nal == nullptr ? 0 : nal[4]);
+    LOG_TRACE(": VideoPos = %d nalu = 0x%02X\n", static_cast<int>(position), nal == nullptr ? 0 : nal[4]);
     return found;
 }
 
@@ -75,16 +75,16 @@ bool FrameReader::TakesKeyFrame(int64_t position, Serial newer_than) {
         return true;
     }
     if (newer_than && header->SerialNumber <= *newer_than && !recount_.IsProved(ring_, position, *newer_than)) {
-        LOG_TRACE("%s %d: pDataInfo->SerialNumber %u <= oldsn %u\n", header->SerialNumber, *newer_than);
+        LOG_TRACE_AS("GetLastIFrame", ": pDataInfo->SerialNumber %u <= oldsn %u\n", header->SerialNumber, *newer_than);
         return false;
     }
     if (OpensH265KeyFrame(nal)) {
-        LOG_TRACE("%s %d: 3516A nalu = 0x%02X\n", nal[4]);
+        LOG_TRACE_AS("GetLastIFrame", ": 3516A nalu = 0x%02X\n", nal[4]);
         return true;
     }
     if (OpensH264KeyFrame(nal)) {
-        LOG_TRACE("%s %d: AVType = %d VideoIndex = %d VideoPos = %d\n", header->AVSource, index_,
-                  static_cast<int>(position));
+        LOG_TRACE_AS("GetLastIFrame", ": AVType = %d VideoIndex = %d VideoPos = %d\n", header->AVSource, index_,
+                     static_cast<int>(position));
         return true;
     }
     return false;
@@ -93,13 +93,13 @@ bool FrameReader::TakesKeyFrame(int64_t position, Serial newer_than) {
 // Whether there is something to read at the old place now.  A ring's end that led here may have been none: then the
 // place is where it stood.
 bool FrameReader::PlaceGoesOn() {
-    if (GoesOnAt(VideoPos_)) {
+    if (GoesOnAt(position_)) {
         return true;
     }
-    if (ring_end_ < 0 || !oldSerialNumber_ || !NextFrameIsAt(ring_end_)) {
+    if (ring_end_ < 0 || !last_serial_ || !NextFrameIsAt(ring_end_)) {
         return false;
     }
-    VideoPos_ = ring_end_;
+    position_ = ring_end_;
     ring_end_ = -1;
     return true;
 }
@@ -113,7 +113,7 @@ bool FrameReader::GoesOnAt(int64_t place) const {
         case AVDATA_END_RING:  // not before there is something behind it: it would only lead into the next wait
             return place != 0 && GoesOnAt(0);
         case AVDATA_END_RESTART:
-            return place != 0 || oldSerialNumber_;
+            return place != 0 || last_serial_;
         default:
             return NextFrameIsAt(place);
     }
@@ -121,5 +121,5 @@ bool FrameReader::GoesOnAt(int64_t place) const {
 
 bool FrameReader::NextFrameIsAt(int64_t place) const {
     const std::optional<AVDataInfo> frame = ring_.Frame(place);
-    return frame && (!oldSerialNumber_ || frame->SerialNumber - *oldSerialNumber_ - 1 < kGapAccepted);
+    return frame && (!last_serial_ || frame->SerialNumber - *last_serial_ - 1 < kGapAccepted);
 }

@@ -13,11 +13,11 @@
 
 namespace {
 
-std::atomic<AVStreamCallback> gAVStreamFunc[MSG_AV_TYPE_END];
-std::atomic<AVTransformStatus> gTransFormStatusFunc[MSG_AV_TYPE_END];
+std::atomic<AVStreamCallback> g_frame_callbacks[MSG_AV_TYPE_END];
+std::atomic<AVTransformStatus> g_status_callbacks[MSG_AV_TYPE_END];
 std::atomic<AVStreamUrgency> g_urgency[MSG_AV_TYPE_END];
 std::atomic<bool> g_initialised[MSG_AV_TYPE_END];
-std::atomic<int> gAlarmIsEndFrame{0};
+std::atomic<int> g_alarm_is_end_frame{0};
 
 // The reader of one client type and stream.
 struct ReaderSlot {
@@ -54,8 +54,8 @@ void* AVStreamGetAVDataThread(void* argument) {
 
 void StoreCallbacks(int type, AVStreamCallback frame, AVTransformStatus status) {
     if (type >= 0 && type < MSG_AV_TYPE_END) {
-        gAVStreamFunc[type].store(frame);
-        gTransFormStatusFunc[type].store(status);
+        g_frame_callbacks[type].store(frame);
+        g_status_callbacks[type].store(status);
     }
 }
 
@@ -71,10 +71,10 @@ void Join(ReaderSlot& slot) {
 }  // namespace
 
 AVStreamCallback FrameCallback(int type) {
-    return gAVStreamFunc[type].load();
+    return g_frame_callbacks[type].load();
 }
 AVTransformStatus StatusCallback(int type) {
-    return gTransFormStatusFunc[type].load();
+    return g_status_callbacks[type].load();
 }
 bool IsUrgent(int type, int video_index) {
     const AVStreamUrgency is_urgent = g_urgency[type].load();
@@ -88,7 +88,7 @@ void AVStreamUrgencySet(int MsgAVType, AVStreamUrgency IsUrgent) {
 }
 
 int GetAVStreamInit(int MsgAVType, AVStreamCallback AVStreamFunc, AVTransformStatus TransFormStatusFunc) {
-    LOG_TRACE("%s %d:type = %d func = %p\n", MsgAVType, reinterpret_cast<void*>(AVStreamFunc));
+    LOG_TRACE(":type = %d func = %p\n", MsgAVType, reinterpret_cast<void*>(AVStreamFunc));
     StoreCallbacks(MsgAVType, AVStreamFunc, TransFormStatusFunc);
     const int result = GetAVControlInit();
     if (result == AVSTREAM_OK && IsClientType(MsgAVType) && !g_initialised[MsgAVType].exchange(true)) {
@@ -98,7 +98,7 @@ int GetAVStreamInit(int MsgAVType, AVStreamCallback AVStreamFunc, AVTransformSta
 }
 
 int GetVoiceTalkAVStreamInit(int MsgAVType, AVStreamCallback AVStreamFunc, AVTransformStatus TransFormStatusFunc) {
-    LOG_TRACE("%s %d:type = %d func = %p\n", MsgAVType, reinterpret_cast<void*>(AVStreamFunc));
+    LOG_TRACE(":type = %d func = %p\n", MsgAVType, reinterpret_cast<void*>(AVStreamFunc));
     StoreCallbacks(MsgAVType, AVStreamFunc, TransFormStatusFunc);
     return GetAVControlVoiceTalkInit();
 }
@@ -148,16 +148,16 @@ int AVStreamGetAVDataStop(int MsgAVType, int VideoIndex) {
 }
 
 int GetgAlarmIsEndFrame(void) {
-    return gAlarmIsEndFrame.load();
+    return g_alarm_is_end_frame.load();
 }
 
 int SetgAllDayIsEndFrame(int) {
-    LOG_TRACE("%s %d:\n");
+    LOG_TRACE(":\n");
     return 0;
 }
 
 int SetgAlarmIsFirstFrame(int) {
-    LOG_TRACE("%s %d:\n");
+    LOG_TRACE(":\n");
     return 0;
 }
 

@@ -45,18 +45,13 @@ void PrintToStandardError(const char* format, ...) __attribute__((format(printf,
 
 /* The house pattern: "%s %d" with the function and the line, then the given text.
  *
- *   LOG_TRACE_HERE(": no stream %d\n", stream);            "[Trace]: StartRecord 289: no stream 7"
- *   LOG_TRACE_AS("StartRecord", " MJPEG, not support\n");  names an operation instead of the helper it is in
+ *   LOG_TRACE(": no stream %d\n", stream);            "[Trace]: StartRecord 289: no stream 7"
+ *   LOG_TRACE_AS("StartRecord", " Stop Record\n");    names the operation that a helper works for
  */
-#define LOG_TRACE_HERE(text, ...) LOG_TRACE_AS(__func__, text, ##__VA_ARGS__)
-#define LOG_ERROR_HERE(text, ...) LOG_ERROR_AS(__func__, text, ##__VA_ARGS__)
-#define LOG_WARN_HERE(text, ...) LogWarn("%s %d" text, __func__, __LINE__, ##__VA_ARGS__)
+#define LOG_TRACE(text, ...) LOG_TRACE_AS(__func__, text, ##__VA_ARGS__)
+#define LOG_ERROR(text, ...) LOG_ERROR_AS(__func__, text, ##__VA_ARGS__)
+#define LOG_WARN(text, ...) LogWarn("%s %d" text, __func__, __LINE__, ##__VA_ARGS__)
 #define LOG_TRACE_AS(operation, text, ...) LogTrace("%s %d" text, operation, __LINE__, ##__VA_ARGS__)
 #define LOG_ERROR_AS(operation, text, ...) LogError("%s %d" text, operation, __LINE__, ##__VA_ARGS__)
-
-/* The same for a format that itself begins "%s %d" (or "%s,%d"): on its way out. */
-#define LOG_TRACE(format, ...) LogTrace(format, __func__, __LINE__, ##__VA_ARGS__)
-#define LOG_ERROR(format, ...) LogError(format, __func__, __LINE__, ##__VA_ARGS__)
-#define LOG_WARN(format, ...) LogWarn(format, __func__, __LINE__, ##__VA_ARGS__)
 #endif
 #endif

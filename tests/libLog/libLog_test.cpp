@@ -49,9 +49,9 @@ TEST(Log, NamesFunctionAndLineInFrontOfTheText) {
     support::Captured out;
     LogInit(nullptr, LOG_MODE_ALL);
     const int line = __LINE__ + 1;
-    LOG_TRACE_HERE(" nStreamType = %d\n", 7);
-    LOG_ERROR_HERE("\n");
-    LOG_WARN_HERE(": %s\n", "text");
+    LOG_TRACE(" nStreamType = %d\n", 7);
+    LOG_ERROR("\n");
+    LOG_WARN(": %s\n", "text");
     LOG_TRACE_AS("StartRecord", " %s\n", "text");
     LogCleanup();
     PrintToStandardError("%s\n", "untagged");

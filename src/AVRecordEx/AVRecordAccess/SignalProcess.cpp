@@ -33,7 +33,7 @@ void SignalProcess(int signo) {
         return;
     }
     const int interrupted_errno = errno;
-    LOG_TRACE_HERE(" signo %d\n", signo);
+    LOG_TRACE(" signo %d\n", signo);
     if (const char* const text = StopText(signo); text != nullptr) {
         LogTrace("%s", text);
         StopRecord();

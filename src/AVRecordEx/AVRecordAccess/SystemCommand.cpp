@@ -31,6 +31,6 @@ int Command_System(const char* cmd) {
     if (ret == 0) {
         return 0;
     }
-    LOG_TRACE_HERE(":execute cmd [%s] failed! ret = %d\n", cmd, ret);
+    LOG_TRACE(":execute cmd [%s] failed! ret = %d\n", cmd, ret);
     return -1;
 }

@@ -59,7 +59,7 @@ void StartMissingModules() {
         }
         module.is_up = module.start();
         if (module.is_up != is_first_try) {
-            LOG_TRACE_HERE(": %s %s\n", module.name, is_first_try ? "did not start, is tried again" : "started");
+            LOG_TRACE(": %s %s\n", module.name, is_first_try ? "did not start, is tried again" : "started");
         }
     }
     is_first_try = false;
@@ -85,7 +85,7 @@ int main() {
     ReadCustomSettings(&nStreamType, &nDuration);
     while (true) {
         if (CheckRecordStart() != 0) {
-            LOG_TRACE_HERE(" CheckRecordStart sleep\n");
+            LOG_TRACE(" CheckRecordStart sleep\n");
             RecorderStatusPublish();
             SleepMs(1000);
             StartMissingModules();
@@ -99,9 +99,9 @@ int main() {
             return -1;
         }
         nStreamType = pSysInfo->Record_config.ucVideoStreamType;
-        LOG_TRACE_HERE(" nStreamType = %d, nDuration = %d nVideocodecmode = %d \n", nStreamType, nDuration,
-                       pSysInfo->lan_config.nVideocodecmode);
-        LOG_TRACE_HERE(" StartRecord\n");
+        LOG_TRACE(" nStreamType = %d, nDuration = %d nVideocodecmode = %d \n", nStreamType, nDuration,
+                  pSysInfo->lan_config.nVideocodecmode);
+        LOG_TRACE(" StartRecord\n");
         if (StartRecord(nStreamType, nDuration) < 0) {
             RecorderStatusPublish();
             SleepMs(1000);  // what hindered it may last

@@ -10,7 +10,6 @@
 
 namespace {
 
-constexpr int kStreams = 3;
 constexpr int kShortestPicture = 5;  // a start code and a byte that says what follows
 
 uint8_t PsVedioBuf[RECORD_PACK_BUFFER_SIZE + kCardSector];
@@ -20,7 +19,7 @@ static_assert(RECORD_PACK_BUFFER_SIZE == record_file::kPackedFrameMax);
 
 // What the camera says of a stream, for the packer and for players.
 AVStreamParam ReadStreamParam(int channel, AVCodeType video_codec) {
-    Camera_VideoConfig videos[kStreams]{};
+    Camera_VideoConfig videos[CAMERA_VIDEO_STREAMS]{};
     Camera_AudioConfig audio{};
     Camera_DISPLAYPROPERTY display{};
     CameraGetVideoConfig(videos);
@@ -43,8 +42,8 @@ AVStreamParam ReadStreamParam(int channel, AVCodeType video_codec) {
         param.m_u16AudioSampleRate = 8000;
         param.m_u16AudioBitRate = 33000;
     }
-    LOG_TRACE("%s %d : Now RotateAngle  %d, width = %d, height = %d  framerate = %d  \n", display.ucRotateAngle,
-              param.m_u16VedioWidth, param.m_u16VedioHeight, param.m_u16VedioFrame);
+    LOG_TRACE_AS("libAVRecordWriteFrame", " : Now RotateAngle  %d, width = %d, height = %d  framerate = %d  \n",
+                 display.ucRotateAngle, param.m_u16VedioWidth, param.m_u16VedioHeight, param.m_u16VedioFrame);
     return param;
 }
 
@@ -59,8 +58,8 @@ int64_t VideoRoom(const Frame& frame) {
 
 // -1, told and counted.
 int Drop(const Frame& frame) {
-    LOG_ERROR("%s %d : %s of %d bytes is empty or does not fit, dropped\n", frame.IsVideo() ? "a frame" : "audio",
-              frame.Length());
+    LOG_ERROR_AS("libAVRecordWriteFrame", " : %s of %d bytes is empty or does not fit, dropped\n",
+                 frame.IsVideo() ? "a frame" : "audio", frame.Length());
     RecorderStatusFrameDropped();
     return -1;
 }

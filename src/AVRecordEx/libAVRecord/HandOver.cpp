@@ -200,7 +200,7 @@ void* HandOver::Thread(void* argument) {
 bool HandOver::Start(const Begin& begin) {
     Job* const job = FreeJob();
     if (job == nullptr) {
-        LOG_ERROR("%s %d : the card hangs, what is recorded is handed to it without haste\n");
+        LOG_ERROR(" : the card hangs, what is recorded is handed to it without haste\n");
         return false;
     }
     int error = job->Prepare(begin) ? 0 : errno;
@@ -217,7 +217,7 @@ bool HandOver::Start(const Begin& begin) {
     if (error != 0) {
         job->Close();
         job->busy = false;
-        LOG_ERROR("%s %d : no steady hand-over to the card in this run: %s\n", std::strerror(error));
+        LOG_ERROR(" : no steady hand-over to the card in this run: %s\n", std::strerror(error));
         return false;
     }
     job_ = job;

@@ -14,11 +14,10 @@
 #include "RecorderStatus.h"
 #include "RunIndex.h"
 #include "libAVRecord.h"
+#include "libCameraAccess.h"
 #include "libLog.h"
 
 namespace {
-
-constexpr int kStreams = 3;
 
 constinit std::atomic<AVRecordFrameCheck> g_frame_check{nullptr};
 
@@ -30,11 +29,11 @@ class RunClock {
         wall_ = WallSeconds();
         uptime_ = KQ_COMMON_GetUptime();
         const tm start = LocalTime(wall_);
-        LOG_TRACE("%s %d : ####################################################### \n");
-        LOG_TRACE("%s %d: ## PlayTime. %04d-%02d-%02d %02d:%02d:%02d    %u  ##\n", start.tm_year + 1900,
-                  start.tm_mon + 1, start.tm_mday, start.tm_hour, start.tm_min, start.tm_sec,
-                  static_cast<unsigned int>(wall_));
-        LOG_TRACE("%s %d : ####################################################### \n");
+        LOG_TRACE_AS("libAVRecordWriteFrame", " : ####################################################### \n");
+        LOG_TRACE_AS("libAVRecordWriteFrame", ": ## PlayTime. %04d-%02d-%02d %02d:%02d:%02d    %u  ##\n",
+                     start.tm_year + 1900, start.tm_mon + 1, start.tm_mday, start.tm_hour, start.tm_min, start.tm_sec,
+                     static_cast<unsigned int>(wall_));
+        LOG_TRACE_AS("libAVRecordWriteFrame", " : ####################################################### \n");
     }
 
     // Small steps of the wall clock are followed; after a large one the run keeps the time it began with.
@@ -89,7 +88,7 @@ constexpr Writer& TheWriter() {
 }
 
 int Writer::Open(const RecordFileInfoHead_S* file, int channel) {
-    if (file == nullptr || channel < 0 || channel >= kStreams) {
+    if (file == nullptr || channel < 0 || channel >= CAMERA_VIDEO_STREAMS) {
         return -1;
     }
     const std::lock_guard lock(mutex_);
@@ -107,7 +106,7 @@ int Writer::Open(const RecordFileInfoHead_S* file, int channel) {
         return -1;
     }
     card::Pardon();
-    LOG_TRACE("%s %d : g_u32Offset = %d \n", static_cast<int>(offset_));
+    LOG_TRACE_AS("KQ_RecordInit", " : g_u32Offset = %d \n", static_cast<int>(offset_));
     RecorderStatusPlace(file_no, section_no);
     takes_frames_ = true;
     channel_ = channel;
@@ -131,16 +130,16 @@ void Writer::BeginHandOver() {
 bool Writer::OpenFiles(uint32_t file_no) {
     index_ = card::OpenIndex(AVFILE_READ_WRITE);
     if (!index_.IsOpen()) {
-        LOG_TRACE("%s %d :open %s fail %d\n", card::kIndexPath, errno);
+        LOG_TRACE_AS("AVFileOpen", " :open %s fail %d\n", card::kIndexPath, errno);
         return false;
     }
     char path[64];
     std::snprintf(path, sizeof path, RECORD_STORE_DIRECTORY RECORD_FILE_NAME, static_cast<int>(file_no));
-    LOG_TRACE("%s %d :################## FileName = %s \n", path);
+    LOG_TRACE_AS("KQ_RecordInit", " :################## FileName = %s \n", path);
     stream_ = card::OpenRecordFile(file_no, AVFILE_READ_WRITE);
     if (!stream_.IsOpen()) {
-        LOG_TRACE("%s %d :open %s fail %d\n", path, errno);
-        LOG_TRACE("%s %d : open %s file fail\n", path);
+        LOG_TRACE_AS("AVFileOpen", " :open %s fail %d\n", path, errno);
+        LOG_TRACE_AS("KQ_RecordInit", " : open %s file fail\n", path);
     }
     return stream_.IsOpen();
 }
@@ -269,7 +268,8 @@ static_assert(RECORD_KEY_FRAME_BASE % kCardSector == 0, "no fill reaches the key
 
 int Writer::Append(std::span<const uint8_t> packed) {
     if (offset_ > RECORD_KEY_FRAME_BASE || packed.size() > RECORD_KEY_FRAME_BASE - offset_) {
-        LOG_ERROR("%s %d : %zu bytes at %u would reach the key-frame area, dropped\n", packed.size(), offset_);
+        LOG_ERROR_AS("libAVRecordWriteFrame", " : %zu bytes at %u would reach the key-frame area, dropped\n",
+                     packed.size(), offset_);
         return -1;
     }
     const auto length = static_cast<int>(packed.size());

@@ -72,8 +72,8 @@ void RunIndex::Wait(const WrittenFrame& written) {
     const uint8_t type = written.frame.IsVirtualKey() ? RECORD_KEY_FRAME_VIRTUAL : RECORD_KEY_FRAME_REAL;
     AV_RecordKeyFrameInfoUpdate(&waiting_[waiting_count_++], written.time, written.length, position, type);
     const tm when = LocalTime(static_cast<time_t>(written.time));
-    LOG_TRACE("%s %d: ##keyType = %d  KeyFrameTime. %04d-%02d-%02d %02d:%02d:%02d ##\n", type, when.tm_year + 1900,
-              when.tm_mon + 1, when.tm_mday, when.tm_hour, when.tm_min, when.tm_sec);
+    LOG_TRACE_AS("libAVRecordWriteFrame", ": ##keyType = %d  KeyFrameTime. %04d-%02d-%02d %02d:%02d:%02d ##\n", type,
+                 when.tm_year + 1900, when.tm_mon + 1, when.tm_mday, when.tm_hour, when.tm_min, when.tm_sec);
 }
 
 // Returns how many the card took.

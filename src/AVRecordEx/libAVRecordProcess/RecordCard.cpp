@@ -36,7 +36,7 @@ bool Identify(int fd, Identity* found) {
     struct stat64 file {};
     struct statfs64 volume {};
     if (fstat64(fd, &file) != 0 || fstatfs64(fd, &volume) != 0) {
-        LOG_ERROR_HERE(": the card cannot be identified, errno = %d\n", errno);
+        LOG_ERROR(": the card cannot be identified, errno = %d\n", errno);
         return false;
     }
     *found = {.device = file.st_dev, .index = static_cast<ino_t>(file.st_ino)};
@@ -155,7 +155,7 @@ int FileUtilsGetStorageStatus(const char* path) {
     if (error == 0) {
         return 0;
     }
-    LOG_TRACE_HERE(": errno = %d %s\n", error, std::strerror(error));
+    LOG_TRACE(": errno = %d %s\n", error, std::strerror(error));
     return -1;
 }
 
@@ -225,7 +225,7 @@ CardMatch CardMatchHeads() {
         WriteHeads(index.Get());  // what it refuses again is written with the next frame
         return TakesData(index.Get()) ? CardMatch::Ours : Unknown();
     }
-    LOG_TRACE_HERE(": the card is another one or was changed, its heads are read anew\n");
+    LOG_TRACE(": the card is another one or was changed, its heads are read anew\n");
     return CardMatch::Other;
 }
 

@@ -118,13 +118,13 @@ int CheckSDcardMountStatus(void) {
 int CheckRecordStart(void) {
     const SysInfo* config = GetSysconfigData();
     if (config == nullptr) {
-        LOG_TRACE_HERE("  NULL == pSysInfo \n");
+        LOG_TRACE("  NULL == pSysInfo \n");
         RecorderStatusActivity("no configuration");
         return -1;
     }
     if (CheckSDcardMountStatus() == 0) {
         g_control.heads_loaded = false;
-        LOG_TRACE_HERE(" NO SDCARD MOUNT %s \n", RECORD_STORE_DIRECTORY);
+        LOG_TRACE(" NO SDCARD MOUNT %s \n", RECORD_STORE_DIRECTORY);
         RecorderStatusActivity("no card");
         return -1;
     }
@@ -143,7 +143,7 @@ int AVRecordParamInit(unsigned char ucCoverType) {
     if (!HeadsAreTheCards()) {
         return -1;
     }
-    LOG_TRACE_HERE(": ucCoverType = %d  \n", ucCoverType);
+    LOG_TRACE(": ucCoverType = %d  \n", ucCoverType);
     if (g_control.run_left_open) {
         return 0;  // its end decides what a full file means
     }
@@ -179,13 +179,12 @@ int AV_RecordFileConfigParamGet(RecordSystemInfoHead_S* pSystemInfoHead, RecordF
         g_control.last_end = 0;
     }
     const tm start = LocalTime(static_cast<time_t>(startTime));
-    LOG_TRACE_HERE(" : ####################################################### \n");
-    LOG_TRACE_HERE(" : \n");
-    LOG_TRACE_HERE(": ## PlayTime. %04d-%02d-%02d %02d:%02d:%02d ##  startTime = %d\n", start.tm_year + 1900,
-                   start.tm_mon + 1, start.tm_mday, start.tm_hour, start.tm_min, start.tm_sec,
-                   static_cast<int>(startTime));
-    LOG_TRACE_HERE(" :  \n");
-    LOG_TRACE_HERE(" : ####################################################### \n");
+    LOG_TRACE(" : ####################################################### \n");
+    LOG_TRACE(" : \n");
+    LOG_TRACE(": ## PlayTime. %04d-%02d-%02d %02d:%02d:%02d ##  startTime = %d\n", start.tm_year + 1900,
+              start.tm_mon + 1, start.tm_mday, start.tm_hour, start.tm_min, start.tm_sec, static_cast<int>(startTime));
+    LOG_TRACE(" :  \n");
+    LOG_TRACE(" : ####################################################### \n");
 
     AVRecordHeadsLock();
     if (pRecordFileInfoHead->m_u32FileInfoHeadFlag == RECORD_FILE_FLAG) {

@@ -438,7 +438,7 @@ void EndRun(const Run& run) {
 int StartRecord(int VideoId, int duration) {
     (void)duration;
     if (VideoId < 0 || VideoId >= CAMERA_VIDEO_STREAMS) {
-        LOG_ERROR_HERE(": no stream %d\n", VideoId);
+        LOG_ERROR(": no stream %d\n", VideoId);
         return -1;
     }
     const Settings settings = ReadSettings();
@@ -458,7 +458,7 @@ int StartRecord(int VideoId, int duration) {
             RecorderStatusActivity("motion JPEG is not recorded");
             RecorderStatusPublish();
             SleepMs(3000);
-            LOG_TRACE_HERE(" This is Mjpeg Stream, not support\n");
+            LOG_TRACE(" This is Mjpeg Stream, not support\n");
             return 0;
         }
         run = {};
@@ -480,13 +480,13 @@ void RecordChoreSet(void (*chore)(void)) {
 }
 
 int StopRecord(void) {
-    LOG_TRACE_HERE(" \n");
+    LOG_TRACE(" \n");
     g_flags.stop_requested = true;
     return 0;
 }
 
 int StartRecordSet(void) {
-    LOG_TRACE_HERE(" \n");
+    LOG_TRACE(" \n");
     g_flags.stop_requested = false;
     return 0;
 }

@@ -40,7 +40,7 @@ int Beat(const char* operation, int source, const int* status) {
 int libWatchDogInit(void) {
     const std::lock_guard guard(g_lock);
     if (g_segment.Attached()) {
-        LOG_TRACE_HERE(": %s has already init!\n", __func__);
+        LOG_TRACE(": %s has already init!\n", __func__);
         return 0;
     }
     g_table = WatchDogData{};

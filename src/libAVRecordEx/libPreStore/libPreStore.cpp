@@ -116,7 +116,7 @@ FormatResult Format(const char* path, const FormatOptions& options) {
 }  // namespace prestore
 
 int AV_RecordSDCardFormat(ConfigStoreInfo_S* store, int video_percent) {
-    LOG_TRACE_HERE(" \n");
+    LOG_TRACE(" \n");
     return mkfs_vfat(prestore::kCardDevice, store, video_percent);
 }
 

@@ -67,7 +67,7 @@ int AV_RecordStreamFileOpen(const char* path, int mode) {
 }
 int AV_RecordStreamFileClose(int fd) {
     const int result = card::CloseAs(Kind::kRecord, fd);
-    LOG_TRACE_HERE(" : AVFileClose ret= %d fd = %d \n", result, fd);
+    LOG_TRACE(" : AVFileClose ret= %d fd = %d \n", result, fd);
     return result;
 }
 

@@ -72,9 +72,8 @@ void LogFailure(Operation operation, const Place& place, int error, const Troubl
         std::snprintf(where, sizeof where, ", %lld bytes at %llu", static_cast<long long>(place.length),
                       static_cast<unsigned long long>(place.offset));
     }
-    LOG_ERROR("%s %d : %s %s%s failed: errno %d %s (failure %u in %ld s)\n",
-              kOperationNames[static_cast<int>(operation)], name, where, error, std::strerror(error), trouble.failures,
-              trouble.logged - trouble.began);
+    LOG_ERROR(" : %s %s%s failed: errno %d %s (failure %u in %ld s)\n", kOperationNames[static_cast<int>(operation)],
+              name, where, error, std::strerror(error), trouble.failures, trouble.logged - trouble.began);
 }
 
 // What one more failure says of the card as a whole.
@@ -157,9 +156,8 @@ void TellSuccess(Operation operation, Kind kind) {
         trouble.is_announced = false;
     }
     if (ended.is_announced) {
-        LOG_WARN("%s %d : %s %s works again, after %u failures in %ld s\n",
-                 kOperationNames[static_cast<int>(operation)], kKindNames[static_cast<int>(kind)], ended.failures,
-                 now - ended.began);
+        LOG_WARN(" : %s %s works again, after %u failures in %ld s\n", kOperationNames[static_cast<int>(operation)],
+                 kKindNames[static_cast<int>(kind)], ended.failures, now - ended.began);
     }
 }
 

@@ -140,16 +140,16 @@ int libAVRecordPlayBackGetPSFrame(int fd, uint32_t* offset, int* kind, void* buf
     }
     uint8_t raw[PS_PACK_HEADER_SIZE];
     if (AV_RecordStreamInfoRead(fd, *offset, raw, sizeof raw) < 0) {
-        LOG_TRACE_HERE(" Read Data Error FileOffset = %d \n", static_cast<int>(*offset));
+        LOG_TRACE(" Read Data Error FileOffset = %d \n", static_cast<int>(*offset));
         return -1;
     }
     const uint32_t code = BigEndian32(raw);
     if ((code & 0xFFFFFF00) != kAnyCode) {
-        LOG_TRACE_HERE(" :pack_start_code Error FileOffset = %d \n", static_cast<int>(*offset));
+        LOG_TRACE(" :pack_start_code Error FileOffset = %d \n", static_cast<int>(*offset));
         return -1;
     }
     if (code != kPack && code != kAudio) {
-        LOG_TRACE_HERE(" : data error \n");
+        LOG_TRACE(" : data error \n");
         return -1;
     }
     Frame frame{static_cast<uint8_t*>(buffer), *offset};

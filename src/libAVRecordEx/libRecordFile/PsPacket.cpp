@@ -337,7 +337,7 @@ int makePFrameHeader(const void* frame, int length, void* out, uint32_t frame_in
         return -1;
     }
     if (length >= kLargeFrame) {
-        LOG_TRACE_HERE(" ####################################################### uiDataLen =  %d\n", length);
+        LOG_TRACE(" ####################################################### uiDataLen =  %d\n", length);
     }
     auto* const begin = static_cast<uint8_t*>(out);
     const int head = make_ps_packet_header(begin, frame_index, 0, time);

@@ -34,11 +34,10 @@ int AV_RecordStreamInfoRead(int fd, uint32_t offset, void* buffer, int length) {
         return static_cast<int>(offset);
     }
     if (!reachable || lseek64(fd, 0, SEEK_CUR) < 0) {
-        LOG_TRACE_HERE(" AVFileSeek fail fd = %d  dataOffset = %d offset = %d errno = %d \n", fd,
-                       static_cast<int>(offset), -1, reachable ? errno : EOVERFLOW);
+        LOG_TRACE(" AVFileSeek fail fd = %d  dataOffset = %d offset = %d errno = %d \n", fd, static_cast<int>(offset),
+                  -1, reachable ? errno : EOVERFLOW);
     } else {
-        LOG_TRACE_HERE(" Read data error  Offset = %d offset = %d \n", static_cast<int>(offset),
-                       static_cast<int>(offset));
+        LOG_TRACE(" Read data error  Offset = %d offset = %d \n", static_cast<int>(offset), static_cast<int>(offset));
     }
     return -1;
 }

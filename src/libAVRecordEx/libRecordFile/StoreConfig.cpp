@@ -37,9 +37,9 @@ int AV_RecordFileConfigSet(const char* path, const ConfigStoreInfo_S* store) {
     if (store == nullptr) {
         return -1;
     }
-    LOG_TRACE_HERE(":StoreFileNum = %d \n", static_cast<int>(store->vedio_num));
+    LOG_TRACE(":StoreFileNum = %d \n", static_cast<int>(store->vedio_num));
     if (store->vedio_num > RECORD_FILE_MAX) {
-        LOG_ERROR_HERE(" : %u record files, the index has room for %u\n", store->vedio_num, RECORD_FILE_MAX);
+        LOG_ERROR(" : %u record files, the index has room for %u\n", store->vedio_num, RECORD_FILE_MAX);
         return -1;
     }
     RecordSystemInfoHead_S system{};
@@ -77,9 +77,9 @@ int AV_RecordConfigInfoGet(const char* path, uint32_t* record_space, uint32_t* f
     const int result = ReadChecked(index, &system);
     if (result == 0) {
         const uint32_t free_files = system.m_u32RecordFileSum - system.m_u32RecordUsedFileSum;
-        LOG_TRACE_HERE(" : m_u32RecordFileSum = %d  m_u32RecordSpaceSize = %lu  m_u32RecordFreeSize = %lu \n",
-                       static_cast<int>(system.m_u32RecordFileSum),
-                       static_cast<unsigned long>(system.m_u32RecordSpaceSize), static_cast<unsigned long>(free_files));
+        LOG_TRACE(" : m_u32RecordFileSum = %d  m_u32RecordSpaceSize = %lu  m_u32RecordFreeSize = %lu \n",
+                  static_cast<int>(system.m_u32RecordFileSum), static_cast<unsigned long>(system.m_u32RecordSpaceSize),
+                  static_cast<unsigned long>(free_files));
         *record_space = system.m_u32RecordSpaceSize;
         *free_mib = free_files << 8;
     }

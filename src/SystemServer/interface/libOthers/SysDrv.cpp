@@ -148,7 +148,7 @@ int SysDrvInit(int proc_id) {
         return Fail("Error:Msg_Init fail\n");
     }
     g_wanted_proc_id.store(kNoProcId);
-    LOG_TRACE_HERE(" gSysProcId %d\n", proc_id);
+    LOG_TRACE(" gSysProcId %d\n", proc_id);
     return 0;
 }
 
