@@ -2,7 +2,6 @@
 #include "Clock.h"
 
 #include <sys/stat.h>
-#include <sys/sysinfo.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -19,9 +18,11 @@ timeval RealWall() {
     return now;
 }
 
+// As sysinfo has it, which counts a second that has begun.  It is asked many times a pass, and this asks no kernel.
 long RealUptime() {
-    struct sysinfo info {};
-    return sysinfo(&info) == 0 ? info.uptime : 0;
+    timespec now{};
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    return static_cast<long>(now.tv_sec) + (now.tv_nsec > 0 ? 1 : 0);
 }
 
 void RealSleepMs(unsigned int milliseconds) {

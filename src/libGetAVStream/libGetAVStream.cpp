@@ -9,6 +9,7 @@
 
 #include "Clock.h"
 #include "FrameReader.h"
+#include "Thread.h"
 #include "libLog.h"
 
 namespace {
@@ -123,7 +124,7 @@ int AVStreamGetAVData(int MsgAVType, int VideoIndex) {
         slot.arguments = AVMsgBuf{};
         slot.arguments.src = MsgAVType;
         slot.arguments.video_index = VideoIndex;
-        if (pthread_create(&slot.thread, nullptr, AVStreamGetAVDataThread, &slot) != 0) {
+        if (StartThread(slot.thread, ThreadEnd::kJoined, AVStreamGetAVDataThread, &slot) != 0) {
             slot.run.store(0);
             return AVSTREAM_UNKNOWN;
         }

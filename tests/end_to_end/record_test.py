@@ -181,6 +181,19 @@ class Resilience(CameraTest):
         camera.assert_complete()
 
 
+    @unittest.skipIf(len(RECORDER) > 1 or any(name in open(RECORDER[-1], "rb").read() for name in (b"__asan_init", b"__tsan_init")),
+                     "emulated, or under a sanitizer")
+    def test_memory_stays_within_its_ceiling(self):
+        camera = self.camera
+        camera.start()
+        wait_for("frames on the card", lambda: sum(s.frames for s in camera.card.all_sections()) > 50, 30)
+        with open(f"/proc/{camera.recorder.child.pid}/status") as status:
+            kib = {line.split(":")[0]: int(line.split()[1]) for line in status if line.startswith(("VmSize", "RssAnon"))}
+        self.assertLess(kib["VmSize"], 6144, "address space")
+        self.assertLess(kib["RssAnon"], 512, "memory of its own")
+        self.assert_stopped_in_order()
+
+
 class HostileMediaServer(CameraTest):
     def test_recording_survives_garbage_and_resumes(self):
         camera = self.camera

@@ -4,6 +4,7 @@
 
 #include "AVRecordAccess.h"
 #include "Clock.h"
+#include "Thread.h"
 #include "libDebugOutput.h"
 #include "libWatchDog.h"
 
@@ -18,10 +19,7 @@ int WatchDogStart(void) {
         return 0;
     }
     pthread_t thread;
-    const int error = pthread_create(&thread, nullptr, WatchDogThread, nullptr);
-    if (error == 0) {
-        pthread_detach(thread);
-    }
+    const int error = StartThread(thread, ThreadEnd::kDetached, WatchDogThread, nullptr);
     g_is_running = error == 0;
     return 0;
 }

@@ -1,7 +1,6 @@
 #include "HandOver.h"
 
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include "Immortal.h"
 #include "RecordFormat.h"
 #include "Signal.h"
+#include "Thread.h"
 #include "libAVRecord.h"
 #include "libLog.h"
 
@@ -23,7 +23,6 @@ using record_file::SectionHeadOffset;
 
 namespace {
 
-constexpr size_t kStackBytes = 64 * 1024;
 constexpr uint64_t kPage = 4096;                       // what the system reads at least
 constexpr uint32_t kNextFileAhead = 16 * 1024 * 1024;  // bytes of stream data before the limit
 
@@ -205,14 +204,9 @@ bool HandOver::Start(const Begin& begin) {
     }
     int error = job->Prepare(begin) ? 0 : errno;
     if (error == 0) {
-        pthread_attr_t attributes;
-        pthread_attr_init(&attributes);
-        pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-        pthread_attr_setstacksize(&attributes, kStackBytes);
         pthread_t thread;
         job->busy = true;
-        error = pthread_create(&thread, &attributes, Thread, job);
-        pthread_attr_destroy(&attributes);
+        error = StartThread(thread, ThreadEnd::kDetached, Thread, job);
     }
     if (error != 0) {
         job->Close();

@@ -7,8 +7,6 @@
 // are the run's start plus the time since, so setting the clock moves no event.
 #include "AlarmEvent.h"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -21,6 +19,7 @@
 #include "Clock.h"
 #include "RecordCard.h"
 #include "RecordState.h"
+#include "Thread.h"
 #include "libAVRecord.h"
 #include "libAVRecordProcess.h"
 #include "libAlarmProcess.h"
@@ -372,12 +371,8 @@ int AlarmEventStart() {
     if (start == nullptr) {
         return ENOMEM;
     }
-    pthread_attr_t detached;
-    pthread_attr_init(&detached);
-    pthread_attr_setdetachstate(&detached, PTHREAD_CREATE_DETACHED);
     pthread_t thread;
-    const int error = pthread_create(&thread, &detached, AlarmEventThread, start.get());
-    pthread_attr_destroy(&detached);
+    const int error = StartThread(thread, ThreadEnd::kDetached, AlarmEventThread, start.get());
     if (error == 0) {
         start.release();  // the thread's now
     }

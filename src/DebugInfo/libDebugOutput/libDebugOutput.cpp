@@ -16,6 +16,7 @@
 #include <mutex>
 
 #include "Clock.h"
+#include "Thread.h"
 #include "libLog.h"
 
 // A line of the console's own, whether the log is on or not.
@@ -130,7 +131,7 @@ void* SendRecvSocketThread(void*) {
 }
 
 bool Start(ConsoleThread& thread, void* (*run)(void*)) {
-    thread.started = pthread_create(&thread.id, nullptr, run, nullptr) == 0;
+    thread.started = StartThread(thread.id, ThreadEnd::kJoined, run, nullptr) == 0;
     return thread.started;
 }
 
