@@ -33,7 +33,7 @@ typedef enum MSG_AVACCESS_TYPE {
 } MSG_AVACCESS_TYPE;
 
 /* clang-format off */
-typedef struct AVAccessMsgBuf { /* 36 bytes, 32 of them behind the message type travel      */
+typedef struct AVAccessMsgBuf { /* 36 bytes, 32 of them travel after the message type       */
     int32_t des;                /*  0  message type: MSG_AVACCESS_TYPE_MSG1 in requests     */
     int32_t src;                /*  4  message type of the answer: MSG_AVACCESS_TYPE_MSG2   */
     int32_t cmd;                /*  8  command code                                         */

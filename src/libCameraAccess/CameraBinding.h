@@ -10,7 +10,7 @@
 #define LOG_ENTRY() LogTrace("%s,%d\n", __func__, __LINE__)
 
 // Whether `table` serves `command`: 0, CAMERA_ACCESS_MISMATCH or CAMERA_ACCESS_UNSUPPORTED.  A command
-// behind the table's end, or below 0, is unsupported.
+// past the table's end, or below 0, is unsupported.
 int CheckSlot(std::span<const CameraCommonAccess> table, int command);
 
 // Calls the implementation of `command` in the bound table once the check is passed; the check's

@@ -110,7 +110,7 @@ bool FrameReader::GoesOnAt(int64_t place) const {
         return false;
     }
     switch (header->EndFlag) {
-        case AVDATA_END_RING:  // not before there is something behind it: it would only lead into the next wait
+        case AVDATA_END_RING:  // not before something follows it: it would only lead into the next wait
             return place != 0 && GoesOnAt(0);
         case AVDATA_END_RESTART:
             return place != 0 || last_serial_;

@@ -75,7 +75,7 @@ typedef enum AVStreamCommand {
 
 /* A request to the media server and its reply. */
 /* clang-format off */
-struct AVMsgBuf {             /* 48 bytes, of which 44 travel behind the message type            */
+struct AVMsgBuf {             /* 48 bytes, of which 44 travel after the message type             */
     int32_t  des;             /*  0  message type: MSG_AV_TYPE_SERVER; in a reply the client type */
     int32_t  src;             /*  4  client type, 2..16                                           */
     int32_t  cmd;             /*  8  AVStreamCommand                                              */

@@ -9,7 +9,7 @@
  *    the first zero byte;
  *  - a line ends at LF or CR; a header is '[' at the start of a line up to the next ']', which may
  *    lie on a later line; without one it runs to the end of the text and its body is empty;
- *  - a body begins at the first character behind ']' that is not white space and ends at the next
+ *  - a body begins at the first character after ']' that is not white space and ends at the next
  *    line that starts with '[';
  *  - in a body, the key of a line runs up to the first '=' after the line's first character, the
  *    value from there to the line's end, nothing trimmed; ';' at the line's start is a comment;
@@ -52,7 +52,7 @@ int read_profile_int(const char* section, const char* key, int default_value, co
 
 /* Sets a value; a missing file, section or key is added (a key at the top of the last matching
  * section's body).  The file is truncated and rewritten in place.  When a key is added, the text
- * behind it passes as a print format: "%%" becomes "%", an integer conversion the length of that
+ * after it passes as a print format: "%%" becomes "%", an integer conversion the length of that
  * text, everything else stays.
  * Returns 1, or 0 when the file cannot be opened, written or closed, or when the new text would not
  * fit INI_FILE_MAX - 1 bytes (the file is then left as it was). */

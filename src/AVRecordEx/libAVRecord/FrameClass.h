@@ -1,4 +1,4 @@
-// What a frame is, told from the first byte behind its start code.
+// What a frame is, told from the first byte after its start code.
 #pragma once
 
 #include <cstdint>

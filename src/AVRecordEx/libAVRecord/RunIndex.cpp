@@ -58,7 +58,7 @@ void RunIndex::Begin(const AVStreamParam& parameters) {
     AV_RecordSectionInfoHeadVedioParamFresh(AV_RecordInfoHeadGet(), &info);
 }
 
-// Makes the frame's record and puts it behind those that the card has not taken yet: the counts rise only with a record
+// Makes the frame's record and puts it after those that the card has not taken yet: the counts rise only with a record
 // that is there, and records stand in the order of their frames.
 void RunIndex::Wait(const WrittenFrame& written) {
     if (waiting_count_ == kWaitingMax) {

@@ -203,7 +203,7 @@ void WalkStreamMap(Bits& bits, Header& h) {
 struct PesHeader {                               // PES_packet(), 2.4.3.6, up to the PTS
     uint32_t packet_start_code_prefix = 0x000001;
     uint8_t  stream_id = 0;
-    uint16_t PES_packet_length = 0;              // bytes behind this field
+    uint16_t PES_packet_length = 0;              // bytes after this field
     uint8_t  fixed = 0b10;
     uint8_t  PES_scrambling_control = 0;
     uint8_t  PES_priority = 0;

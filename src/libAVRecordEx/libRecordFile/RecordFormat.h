@@ -45,7 +45,7 @@ inline constexpr uint32_t kAheadFramesMax = 1024;
 inline constexpr uint32_t kAheadSecondsMax = 60;
 inline constexpr uint32_t kAheadKeyFramesMax = 64;
 
-// Heads end where the blocks behind them begin; a block holds all records of its file.
+// Heads end before the blocks that follow them begin; a block holds all records of its file.
 static_assert(FileHeadOffset(RECORD_FILE_MAX) <= RECORD_SECTION_BASE);
 static_assert(SectionHeadOffset(0, RECORD_SECTION_MAX + 1) <= SectionHeadOffset(1, 0));
 static_assert(EventHeadOffset(ALARM_EVENT_FILE_MAX) == EventOffset(0, 1));

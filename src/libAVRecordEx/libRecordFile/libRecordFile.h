@@ -207,7 +207,7 @@ int AV_SystemInfoHeadParamSave(const char* path, const RecordSystemInfoHead_S* s
 int AV_SystemInfoHeadParamInit(RecordSystemInfoHead_S* system, uint32_t card_mib, uint32_t file_count);
 
 /* When `file` is full: count it as used (never beyond the file count); go on to the next file number,
- * behind the last to 0.  Otherwise nothing. */
+ * after the last to 0.  Otherwise nothing. */
 int AV_SystemInfoHeadUsedFileSumFresh(RecordSystemInfoHead_S* system, const RecordFileInfoHead_S* file);
 int AV_SystemInfoHeadFileNoFresh(RecordSystemInfoHead_S* system, const RecordFileInfoHead_S* file);
 
@@ -253,7 +253,7 @@ int AV_RecordConfigInfoGet(const char* path, uint32_t* record_space, uint32_t* f
 
 /* ---- Alarm event file ---------------------------------------------------------------------------
  *
- * A head per record file and behind the heads a block of records per record file.  The file is stored
+ * A head per record file and, after the heads, a block of records per record file.  The file is stored
  * with 64 MiB, enough for record files 0 to 503; writing for a later one makes it grow. */
 
 /* clang-format off */
@@ -482,7 +482,7 @@ int libAVRecordAudioPsStreamWrite(const void* payload, int length, void* out, ui
  * `*offset` is the next frame's; on any error -1 and `*offset` is unchanged, `buffer` may hold a part.
  *
  * Safe on any bytes.  Not a general demultiplexer: it takes what the packer makes.  The 40-byte head
- * in front of a section's first frame ("IMKH...") is not a frame: begin behind it. */
+ * in front of a section's first frame ("IMKH...") is not a frame: begin after it. */
 int libAVRecordPlayBackGetPSFrame(int fd, uint32_t* offset, int* kind, void* buffer, uint32_t* length, uint32_t* time,
                                   uint32_t* pts);
 int libAVRecordFileDataSeek(int fd, uint32_t offset);          /* from the start; the new offset, or -1 */

@@ -23,7 +23,7 @@ extern "C" {
 /* ---- Configuration record ---- */
 
 /* Attaches the configuration segment, creating it (147,456 bytes, mode 0660) when missing; one that
- * exists with another size is taken as it is, and reads behind its end give zeros.
+ * exists with another size is taken as it is, and reads past its end give zeros.
  * Returns 0, or -1 when it cannot be had; GetSysconfigData then goes on trying, once a second. */
 int SysConfigInit(void);
 
@@ -64,7 +64,7 @@ int ControlSystemData(unsigned int field, void* data, unsigned int len);
 #define SYS_DRV_SLOT_SIZE 12288 /* bytes of one process's slot in the transfer segment   */
 #define SYS_MSG_TYPE_SERVER 1   /* message type of requests                              */
 
-typedef struct SYS_MSG_BUF { /* 24 bytes, 20 of them behind the message type travel                    */
+typedef struct SYS_MSG_BUF { /* 24 bytes, 20 of them travel after the message type                     */
     int32_t Des;             /*  0  request: SYS_MSG_TYPE_SERVER; reply: the client's process number   */
     int32_t cmd;             /*  4  SYS_MSG_*                                                          */
     int32_t src;             /*  8  sender's process number                                            */
