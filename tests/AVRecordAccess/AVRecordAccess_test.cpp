@@ -10,6 +10,8 @@
 
 #include "libAVRecordProcess.h"
 #include "libLog.h"
+#include "libWatchDog.h"
+#include "support/QueuePeer.h"
 #include "support/Stderr.h"
 
 namespace {
@@ -79,6 +81,17 @@ TEST_F(Process, ACommandIsWaitedForAndNoOtherChild) {
     int status = 0;
     EXPECT_EQ(waitpid(other, &status, 0), other);
     EXPECT_EQ(WEXITSTATUS(status), 42);
+}
+
+// Last: its thread stays.
+TEST_F(Process, BeatsIntoItsSlotOfTheWatchdogTable) {
+    EXPECT_EQ(WatchDogStart(), 0);
+    EXPECT_EQ(WatchDogIsRunning(), 1);
+    const support::Captured printed(STDOUT_FILENO);  // the table's reader prints it
+    EXPECT_TRUE(support::WaitUntil([] {
+        WatchDogData table{};
+        return WatchDogDataRead(&table) == 0 && table.WatchDog[WATCH_DOG_SOURCE_AVRECORD].time != 0;
+    }));
 }
 
 }  // namespace

@@ -152,6 +152,36 @@ TEST_F(FrameReader, ReadersOfTwoStreamsRunSideBySideAndStopAndStartAgain) {
     EXPECT_THAT(g_received.Serials(1), ElementsAre(1));
 }
 
+std::atomic<bool> g_in_hand, g_has_stopped;
+
+// Keeps each frame for a while; after frame 2 it stops its own reader.
+int StopAfterFrame2(int, int, char* data, AVDataInfo* header) {
+    g_in_hand = true;
+    g_received.Add(*header, data);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    g_in_hand = false;
+    if (header->SerialNumber == 2) {
+        EXPECT_EQ(AVStreamGetAVDataStop(kType, 0), 0);
+        g_has_stopped = true;
+    }
+    return 0;
+}
+
+TEST_F(FrameReader, HasLetGoOfTheClientOnceItIsStopped) {
+    ASSERT_EQ(GetAVStreamInit(kType, StopAfterFrame2, nullptr), 0);
+    Lay("0: C 1k park");
+    Start();
+    EXPECT_TRUE(WaitUntil([] { return g_in_hand.load(); }));
+    EXPECT_EQ(AVStreamGetAVDataStop(kType, 0), 0);
+    EXPECT_FALSE(g_in_hand);
+    Lay("0: C 2k park");
+    Start();
+    EXPECT_TRUE(WaitUntil([] { return g_has_stopped.load(); }));
+    Lay("0: C 3k park");
+    Start();
+    EXPECT_THAT(g_received.Serials(3), ElementsAre(1, 2, 3)) << "also after it was stopped from within";
+}
+
 TEST_F(FrameReader, OfAStreamWithoutRingEndsAtOnce) {
     Start(2);
     AwaitLine("StreamSysInfo->StreamSharememID[2] -1 < 0\n");
