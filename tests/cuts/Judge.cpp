@@ -1,0 +1,373 @@
+#include "Judge.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "FormatText.h"
+#include "RecordFormat.h"
+#include "check/StoreCheck.h"
+#include "repair/Repairer.h"
+
+namespace cuts {
+namespace {
+
+using Head = RecordFileInfoHead_S;
+
+struct RowRule {
+    const char* name;
+    std::set<std::string> errors;  // that the checker may find then
+};
+
+const RowRule& RuleOf(Row row) {
+    static const RowRule rules[kRows] = {
+        {"nothing", {}},
+        {"stream data and heads", {}},
+        {"stream data, heads written",
+         {"stream-damaged", "stream-foreign", "section-begin", "section-end", "section-frames", "section-joined",
+          "section-times", "key-frames", "file-length", "footage-unlisted"}},
+        {"heads, stream data written", {}},
+        {"key-frame records, counts written", {"key-frames"}},
+        {"a key-frame record in two sectors", {"key-frames"}},
+        {"section head, file head written",
+         {"footage-unlisted", "file-sums", "file-length", "section-begin", "section-end", "section-frames",
+          "key-frames"}},
+        {"file head, section head written", {"section-frames", "section-times", "file-sums"}},
+        {"a file head in two sectors", {"file-sums"}},
+        {"the file head at a switch to a used file",
+         {"stream-damaged", "section-begin", "section-frames", "section-times", "key-frames", "file-lap",
+          "footage-unlisted", "file-sums", "file-length", "stream-foreign"}},
+        {"file full, the next one named", {"file-short", "system-current"}},
+        {"event head", {}},
+        {"event, head written", {"event"}},
+        {"an event in two sectors", {"event"}},
+    };
+    return rules[static_cast<size_t>(row)];
+}
+
+bool IsFileHead(int file, uint64_t offset) {
+    return file == kIndex && offset >= RECORD_FILE_HEAD_BASE && offset < RECORD_SECTION_BASE;
+}
+
+std::string Place(const Frame& frame) {
+    return FormatText("frame %u:%u at %u, of %u", frame.file, frame.lap, frame.offset, frame.time);
+}
+
+}  // namespace
+
+const char* Name(Row row) {
+    return RuleOf(row).name;
+}
+
+Judge::Judge(const Medium& medium, Recorder& recorder, const Tape& tape, const std::vector<Frame>& frames,
+             std::set<Row> rows_before)
+    : medium_(medium),
+      recorder_(recorder),
+      tape_(tape),
+      frames_(frames),
+      rows_before_(std::move(rows_before)),
+      volume_(card::Volume::Open(support::kCardDirectory)) {
+    std::map<std::pair<int, uint64_t>, Item> items;
+    size_t happened = 0;
+    for (const Operation& operation : tape.Operations()) {
+        ++happened;
+        const bool is_stream = operation.file >= kRecord && operation.offset < RECORD_KEY_FRAME_BASE;
+        if (!operation.is_write || is_stream) continue;
+        Item& item = items[{operation.file, operation.offset}];
+        item.file = operation.file;
+        item.offset = operation.offset;
+        item.versions.emplace_back(happened, operation.bytes);
+    }
+    for (auto& [place, item] : items) items_.push_back(std::move(item));
+    std::map<std::pair<uint32_t, uint32_t>, size_t> begun;  // file, lap
+    for (const Frame& frame : frames) begun.try_emplace({frame.file, frame.lap}, frame.written);
+    for (const Frame& frame : frames) {
+        const auto next = begun.upper_bound({frame.file, frame.lap});
+        const bool is_followed = next != begun.end() && next->first.first == frame.file;
+        overwritten_.push_back(is_followed ? next->second : Frame::kNever);
+    }
+}
+
+bool Judge::IsIntact(const Frame& frame) const {
+    return std::memcmp(medium_.File(kRecord + static_cast<int>(frame.file)).data() + frame.offset, frame.bytes.data(),
+                       frame.bytes.size()) == 0;
+}
+
+Verdict Judge::Of(const Cut& cut) {
+    Verdict verdict;
+    const Listing listing = ReadCard(medium_);
+    if (!listing.is_card) verdict.fault = "no recording card any more";
+    JudgeItems(cut, listing, verdict);
+    JudgeFrames(cut, listing, verdict);
+    JudgeListed(cut, listing, verdict);
+    JudgeStart(cut, verdict);
+    JudgeCheck(verdict);
+    if (verdict.rows.empty()) verdict.rows.insert(Row::kNothing);
+    return verdict;
+}
+
+// What was recorded: all that a hand-over has put onto the card is found and whole, and each other loss has a name.
+void Judge::JudgeFrames(const Cut& cut, const Listing& listing, Verdict& verdict) const {
+    std::set<std::tuple<uint32_t, uint32_t, size_t>> listed;
+    for (const Listed& each : listing.frames) listed.insert({each.file, each.offset, each.length});
+    for (const Frame& frame : frames_) {
+        if (!frame.promised || frame.written > cut.at || IsOverwritten(frame, cut.at)) continue;
+        const bool is_listed = listed.count({frame.file, frame.offset, frame.bytes.size()}) != 0;
+        const bool is_intact = IsIntact(frame);
+        if (is_listed && is_intact) continue;
+        const bool is_claimed = frame.End() <= listing.claimed[frame.file];
+        ++verdict.lost;
+        verdict.claimed += is_claimed && !is_intact ? 1 : 0;
+        if (frame.handed_over <= cut.at && verdict.fault.empty()) {
+            verdict.fault =
+                Place(frame) + (is_intact ? " was handed over and is not listed" : " was handed over and is damaged");
+        }
+        verdict.rows.insert(is_intact ? WhyNotListed(frame) : is_claimed ? Row::kStream : Row::kBoth);
+    }
+}
+
+// Of a frame that is on the card.
+Row Judge::WhyNotListed(const Frame& frame) const {
+    const auto head = RecordAt<Head>(medium_.File(kIndex), record_file::FileHeadOffset(frame.file));
+    if (frame.End() > head.m_u32RecordFileSumLenth) return Row::kHeads;
+    for (uint32_t u = 1; u <= std::min(head.m_u32RecordSectionSum, RECORD_SECTION_MAX); ++u) {
+        const auto section =
+            RecordAt<RecordInfoHead_S>(medium_.File(kIndex), record_file::SectionHeadOffset(frame.file, u));
+        const bool holds = section.m_u32RecordStartPos <= frame.offset &&
+                           frame.End() <= uint64_t{section.m_u32RecordStartPos} + section.m_u32RecordSize;
+        if (holds && section.m_u32RecordStartTime >= head.m_u32RecordStartTime)
+            return Row::kStream;  // that is in front of it
+    }
+    return Row::kSectionBehind;
+}
+
+// What is found: nothing but what was recorded.  Of a frame whose last packets are lost the first ones are.
+void Judge::JudgeListed(const Cut& cut, const Listing& listing, Verdict& verdict) const {
+    for (const Listed& each : listing.frames) {
+        const auto of = std::find_if(frames_.begin(), frames_.end(), [&](const Frame& frame) {
+            return frame.file == each.file && frame.offset == each.offset && frame.bytes.size() >= each.length &&
+                   frame.written <= cut.at;
+        });
+        if (of == frames_.end() && verdict.fault.empty())
+            verdict.fault = FormatText("file %u lists %u bytes at %u, where no frame was written", each.file,
+                                       each.length, each.offset);
+    }
+    for (uint32_t file = 0; file < listing.claimed.size(); ++file) {
+        uint32_t end = 0;
+        for (const Frame& frame : frames_) {
+            if (frame.file == file && frame.written <= cut.at) end = std::max(end, frame.End());
+        }
+        if (listing.claimed[file] > end && verdict.fault.empty())
+            verdict.fault =
+                FormatText("file %u claims %u bytes of %u that were written", file, listing.claimed[file], end);
+    }
+}
+
+const std::string* Judge::Item::Newest(size_t at) const {
+    const std::string* newest = nullptr;
+    for (const auto& [since, version] : versions) {
+        if (since <= at) newest = &version;
+    }
+    return newest;
+}
+
+Judge::State Judge::StateOf(const Item& item, size_t at) const {
+    const uint8_t* const bytes = medium_.File(item.file).data() + item.offset;
+    const std::string* const newest = item.Newest(at);
+    if (newest == nullptr || std::memcmp(bytes, newest->data(), newest->size()) == 0) return State::kNew;
+    for (const auto& [since, version] : item.versions) {
+        if (since <= at && std::memcmp(bytes, version.data(), version.size()) == 0) return State::kOld;
+    }
+    // As it was before the tape began?
+    for (const PageHistory& page : tape_.Pages()) {
+        const uint64_t begin = uint64_t{page.number} * kPage;
+        if (page.file != item.file || begin + kPage <= item.offset || begin >= item.offset + newest->size()) continue;
+        const uint64_t from = std::max(begin, item.offset);
+        const uint64_t to = std::min(begin + kPage, item.offset + newest->size());
+        if (std::memcmp(bytes + (from - item.offset), page.versions[0].bytes.data() + (from - begin), to - from) != 0)
+            return State::kTorn;
+    }
+    return State::kOld;
+}
+
+void Judge::JudgeItems(const Cut& cut, const Listing& listing, Verdict& verdict) const {
+    const auto index = medium_.File(kIndex);
+    const auto length_of = [&](uint64_t n) {
+        return RecordAt<Head>(index, record_file::FileHeadOffset(static_cast<uint32_t>(n))).m_u32RecordFileSumLenth;
+    };
+    for (const Item& item : items_) {
+        const State state = StateOf(item, cut.at);
+        if (state == State::kNew) continue;
+        if (item.file == kEvents) {
+            const bool is_head = item.offset < ALARM_EVENT_BLOCK;
+            verdict.rows.insert(is_head ? Row::kEventHead : state == State::kTorn ? Row::kEventTorn : Row::kEvent);
+        } else if (item.file >= kRecord) {
+            const auto file = static_cast<uint32_t>(item.file - kRecord);
+            const auto head = RecordAt<Head>(index, record_file::FileHeadOffset(file));
+            const uint64_t number = (item.offset - RECORD_KEY_FRAME_BASE) / sizeof(KeyFrameInfoHead_S);
+            if (number < head.m_u32RecordKeyFrameSum)
+                verdict.rows.insert(state == State::kTorn ? Row::kKeyRecordTorn : Row::kKeyRecord);
+        } else if (IsFileHead(item.file, item.offset)) {
+            if (state == State::kTorn) verdict.rows.insert(Row::kFileTorn);
+        } else if (item.offset >= RECORD_SECTION_BASE) {
+            const uint64_t file = (item.offset - RECORD_SECTION_BASE) / RECORD_SECTION_BLOCK;
+            const auto section = RecordAt<RecordInfoHead_S>(index, item.offset);
+            const bool is_short = uint64_t{section.m_u32RecordStartPos} + section.m_u32RecordSize < length_of(file);
+            const bool is_another = std::memcmp(&section, item.Newest(cut.at)->data(), 2 * sizeof(uint32_t)) != 0;
+            if (is_short || is_another) verdict.rows.insert(Row::kSectionBehind);
+        }
+    }
+    for (const Frame& frame : frames_) {  // of a lap whose file still has the head of the one before
+        const auto head = RecordAt<Head>(index, record_file::FileHeadOffset(frame.file));
+        const bool is_newest = frame.lap > 1 && frame.written <= cut.at && !IsOverwritten(frame, cut.at);
+        if (is_newest && head.m_u32FileInfoHeadFlag != 0 && head.m_u32RecordEndTime < frame.time &&
+            frame.offset < RECORD_STREAM_LIMIT / 2)
+            verdict.rows.insert(Row::kFileAtSwitch);
+    }
+    for (uint32_t file = 0; file < medium_.RecordFiles(); ++file) {
+        if (listing.claimed[file] > length_of(file)) verdict.rows.insert(Row::kSectionAhead);
+        const auto events = RecordAt<AlarmEventHead_S>(medium_.File(kEvents), record_file::EventHeadOffset(file));
+        if (events.m_u32AlarmEventSum == 0) continue;
+        const auto last = RecordAt<AlarmFileInfoHead_S>(medium_.File(kEvents),
+                                                        record_file::EventOffset(file, events.m_u32AlarmEventSum));
+        if (last.m_u16AlarmFileUseNo != events.m_u32AlarmEventSum) verdict.rows.insert(Row::kEvent);
+    }
+    const uint32_t count = medium_.RecordFiles();
+    const uint32_t before = (listing.current + count - 1) % count;
+    const uint32_t filled = length_of(before);
+    if (filled != 0 && filled < RECORD_STREAM_LIMIT) verdict.rows.insert(Row::kNextNamed);
+}
+
+// Where the next run would write: behind all that was handed over, or over the oldest file of a full ring.
+void Judge::JudgeStart(const Cut& cut, Verdict& verdict) const {
+    const Recorder::Start start = recorder_.CheckStart();
+    if (start.refused) {
+        if (verdict.fault.empty()) verdict.fault = "the start check refuses the card";
+        return;
+    }
+    // Laps in the order they were recorded, each by its first frame; what a later one has begun to overwrite is none.
+    std::vector<std::pair<uint32_t, uint32_t>> laps;
+    for (const Frame& frame : frames_) {
+        const std::pair lap{frame.file, frame.lap};
+        if (frame.handed_over <= cut.at && !IsOverwritten(frame, cut.at) &&
+            std::find(laps.begin(), laps.end(), lap) == laps.end())
+            laps.push_back(lap);
+    }
+    for (const Frame& frame : frames_) {
+        if (frame.file != start.file || frame.handed_over > cut.at || frame.End() <= start.offset ||
+            IsOverwritten(frame, cut.at))
+            continue;
+        const bool is_oldest = start.offset == 0 && laps.size() == medium_.RecordFiles() &&
+                               laps.front() == std::pair{frame.file, frame.lap};
+        if (!is_oldest && verdict.fault.empty()) {
+            verdict.fault = Place(frame) + FormatText(" will be written over: the next run begins at %u of file %u",
+                                                      start.offset, start.file);
+        }
+    }
+}
+
+void Judge::JudgeCheck(Verdict& verdict) const {
+    for (const card::Finding& finding : card::CheckStore(volume_)) {
+        if (finding.level == card::Finding::Level::Error) verdict.errors.insert(finding.kind);
+    }
+    for (const std::string& error : verdict.errors) {
+        const auto names = [&](Row row) { return RuleOf(row).errors.count(error) != 0; };
+        const bool is_named = std::any_of(verdict.rows.begin(), verdict.rows.end(), names) ||
+                              std::any_of(rows_before_.begin(), rows_before_.end(), names);
+        if (!is_named && verdict.fault.empty()) verdict.fault = "the checker's error \"" + error + "\" has no row";
+    }
+}
+
+std::string Judge::AfterRepair(const Cut& cut) {
+    std::vector<uint32_t> counted;  // bytes, by file
+    for (uint32_t n = 0; n < medium_.RecordFiles(); ++n)
+        counted.push_back(RecordAt<Head>(medium_.File(kIndex), record_file::FileHeadOffset(n)).m_u32RecordFileSumLenth);
+    card::RepairLog log;
+    card::RepairStore(card::Volume::Open(support::kCardDirectory, card::Access::ReadWrite), log);
+    for (const card::Finding& finding : card::CheckStore(volume_)) {
+        const bool is_gone = finding.mend == card::Finding::Mend::Nothing;  // what was there: no repair brings it back
+        const bool is_short = finding.kind == "file-short" && rows_before_.count(Row::kNextNamed) != 0;
+        if (finding.level == card::Finding::Level::Error && !is_gone && !is_short)
+            return "after repair: " + finding.kind + ", " + finding.what;
+    }
+    const Listing listing = ReadCard(medium_);
+    Verdict verdict;
+    JudgeListed(cut, listing, verdict);
+    if (!verdict.fault.empty()) return "after repair: " + verdict.fault;
+    std::set<std::pair<uint32_t, uint32_t>> listed;
+    for (const Listed& each : listing.frames) listed.insert({each.file, each.offset});
+    // After a hole, and after sound that comes first behind what the heads count, nothing is asked for.
+    const Frame* before = nullptr;
+    bool is_broken = false;
+    for (const Frame& frame : frames_) {
+        if (!frame.promised || frame.written > cut.at || IsOverwritten(frame, cut.at)) continue;
+        const bool goes_on = before != nullptr && before->file == frame.file && before->lap == frame.lap;
+        const bool is_first_behind =
+            frame.End() > counted[frame.file] && (!goes_on || before->End() <= counted[frame.file]);
+        is_broken = (goes_on && is_broken) || !IsIntact(frame) || (is_first_behind && frame.IsSound());
+        before = &frame;
+        if (is_broken) continue;
+        if (listed.count({frame.file, frame.offset}) == 0)
+            return "after repair: " + Place(frame) + " is on the card and not listed";
+    }
+    return "";
+}
+
+std::vector<Frame> Judge::Carried(const Cut& cut) const {
+    std::set<std::tuple<uint32_t, uint32_t, size_t>> listed;
+    for (const Listed& each : ReadCard(medium_).frames) listed.insert({each.file, each.offset, each.length});
+    std::vector<Frame> carried;
+    for (const Frame& frame : frames_) {
+        if (frame.written > cut.at) continue;
+        const auto head = RecordAt<Head>(medium_.File(kIndex), record_file::FileHeadOffset(frame.file));
+        Frame left = frame;
+        left.promised = frame.promised && !IsOverwritten(frame, cut.at) && IsIntact(frame) &&
+                        frame.End() <= head.m_u32RecordFileSumLenth && frame.time <= head.m_u32RecordEndTime &&
+                        listed.count({frame.file, frame.offset, frame.bytes.size()}) != 0;
+        left.written = left.counted = 0;
+        left.handed_over = left.promised ? 0 : Frame::kNever;
+        carried.push_back(left);
+    }
+    return carried;
+}
+
+void Judge::Describe(const Cut& cut) const {
+    std::printf("cut after operation %zu of %zu\n", cut.at, tape_.Operations().size());
+    for (size_t i = 0; i < cut.pages.size(); ++i) {
+        const PageHistory& page = tape_.Pages()[i];
+        const Choice& choice = cut.pages[i];
+        if (page.Newest(cut.at) == 0) continue;
+        std::printf("  file %d page %u: version %zu of %zu to %zu", page.file, page.number, choice.version,
+                    page.Oldest(cut.at), page.Newest(cut.at));
+        if (choice.other_sectors != 0) std::printf(", sectors %02x of version %zu", choice.other_sectors, choice.other);
+        std::printf("\n");
+    }
+    for (const Item& item : items_) {
+        const State state = StateOf(item, cut.at);
+        if (state != State::kNew)
+            std::printf("  record at %llu of file %d: %s\n", static_cast<unsigned long long>(item.offset), item.file,
+                        state == State::kOld ? "old" : "torn");
+    }
+    const Listing listing = ReadCard(medium_);
+    for (const Frame& frame : frames_) {
+        if (frame.written > cut.at || IsOverwritten(frame, cut.at) || (frame.written == 0 && IsIntact(frame))) continue;
+        const bool is_listed = std::any_of(listing.frames.begin(), listing.frames.end(), [&](const Listed& each) {
+            return each.file == frame.file && each.offset == frame.offset;
+        });
+        std::printf("  %s: %zu bytes, %s, %s%s%s\n", Place(frame).c_str(), frame.bytes.size(),
+                    IsIntact(frame) ? "whole" : "not whole", is_listed ? "listed" : "not listed",
+                    frame.handed_over <= cut.at ? ", handed over" : "", frame.promised ? "" : ", not promised");
+    }
+    for (size_t n = 0; n < listing.claimed.size(); ++n) {
+        const auto head = RecordAt<Head>(medium_.File(kIndex), record_file::FileHeadOffset(static_cast<uint32_t>(n)));
+        std::printf("  file %zu: length %u, %u sections, %u key frames, %u to %u, claims %u\n", n,
+                    head.m_u32RecordFileSumLenth, head.m_u32RecordSectionSum, head.m_u32RecordKeyFrameSum,
+                    head.m_u32RecordStartTime, head.m_u32RecordEndTime, listing.claimed[n]);
+    }
+    std::printf("  current file %u\n", listing.current);
+    for (const card::Finding& finding : card::CheckStore(volume_))
+        std::printf("  %s %s: %s\n", finding.level == card::Finding::Level::Error ? "error" : "remark",
+                    finding.kind.c_str(), finding.what.c_str());
+}
+
+}  // namespace cuts

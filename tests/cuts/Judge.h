@@ -1,0 +1,92 @@
+// Whether a cut card keeps every promise, and which rows of the table its losses fall into.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "Medium.h"
+#include "Reader.h"
+#include "Recorder.h"
+#include "Tape.h"
+#include "volume/Volume.h"
+
+namespace cuts {
+
+// Rows of the table "The power is lost" in docs/card-format.md.
+enum class Row {
+    kNothing,
+    kBoth,
+    kStream,
+    kHeads,
+    kKeyRecord,
+    kKeyRecordTorn,
+    kSectionBehind,
+    kSectionAhead,
+    kFileTorn,
+    kFileAtSwitch,
+    kNextNamed,
+    kEventHead,
+    kEvent,
+    kEventTorn,
+};
+inline constexpr size_t kRows = static_cast<size_t>(Row::kEventTorn) + 1;
+const char* Name(Row row);
+
+struct Verdict {
+    std::set<Row> rows;
+    uint32_t lost = 0;             // frames that were recorded and are not found by the index, or not whole
+    uint32_t claimed = 0;          // of these, frames that the index counts
+    std::set<std::string> errors;  // of the checker, by kind
+    std::string fault;             // a promise that is broken; empty: none
+};
+
+class Judge {
+  public:
+    // `rows_before`: of an earlier cut, whose damage the card still has.
+    Judge(const Medium& medium, Recorder& recorder, const Tape& tape, const std::vector<Frame>& frames,
+          std::set<Row> rows_before);
+
+    Verdict Of(const Cut& cut);
+    // Repairs the card that is shown and judges what that leaves; the caller puts the card back.
+    std::string AfterRepair(const Cut& cut);
+    // The frames that the card may show to the next process; those that it lists and counts are to be kept.
+    std::vector<Frame> Carried(const Cut& cut) const;
+    // What is on the card that is shown, in words.
+    void Describe(const Cut& cut) const;
+
+  private:
+    struct Item {  // a record, and what was written into its place
+        int file;
+        uint64_t offset;
+        std::vector<std::pair<size_t, std::string>> versions;  // operations that have happened, bytes
+        const std::string* Newest(size_t at) const;            // null: it was not written yet
+    };
+    enum class State { kNew, kOld, kTorn };
+
+    bool IsIntact(const Frame& frame) const;
+    bool IsOverwritten(const Frame& frame, size_t at) const {  // by a later lap, at least in part
+        return overwritten_[static_cast<size_t>(&frame - frames_.data())] <= at;
+    }
+    State StateOf(const Item& item, size_t at) const;
+    void JudgeFrames(const Cut& cut, const Listing& listing, Verdict& verdict) const;
+    void JudgeListed(const Cut& cut, const Listing& listing, Verdict& verdict) const;
+    void JudgeItems(const Cut& cut, const Listing& listing, Verdict& verdict) const;
+    void JudgeStart(const Cut& cut, Verdict& verdict) const;
+    void JudgeCheck(Verdict& verdict) const;
+    Row WhyNotListed(const Frame& frame) const;
+
+    const Medium& medium_;
+    Recorder& recorder_;
+    const Tape& tape_;
+    const std::vector<Frame>& frames_;
+    const std::set<Row> rows_before_;
+    std::vector<size_t> overwritten_;  // by frame: operations until it was
+    std::vector<Item> items_;
+    card::Volume volume_;
+};
+
+}  // namespace cuts

@@ -1,0 +1,54 @@
+// The card's files in memory, as recorder, checker and repair find them below "/var/etc/sdcard/".
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "support/Card.h"
+
+namespace cuts {
+
+inline constexpr size_t kPage = 4096;   // what the system's cache holds and writes back
+inline constexpr size_t kSector = 512;  // what a card takes whole or not at all
+
+enum FileId : int { kIndex, kEvents, kRecord };  // record file n: kRecord + n
+
+class Medium {
+  public:
+    explicit Medium(uint32_t record_files);  // an empty store
+    ~Medium();
+    Medium(const Medium&) = delete;
+    Medium& operator=(const Medium&) = delete;
+
+    uint32_t RecordFiles() const { return static_cast<uint32_t>(files_.size()) - kRecord; }
+    std::span<uint8_t> File(int id) const { return files_[static_cast<size_t>(id)].bytes; }
+    uint8_t* Page(int id, uint32_t number) const { return File(id).data() + number * kPage; }
+    int IdOf(int fd) const;  // -1: none of the store's
+
+    // All that recording and repair can have changed, to be put back.
+    using Copy = std::vector<std::string>;
+    Copy Take() const;
+    void PutBack(const Copy& copy) const;
+
+  private:
+    struct Mapped {
+        std::span<uint8_t> bytes;
+        uint64_t inode;
+    };
+    void Map(const std::string& path);
+
+    support::Card card_;
+    std::vector<Mapped> files_;
+};
+
+template <class Record>
+Record RecordAt(std::span<const uint8_t> bytes, uint64_t offset) {
+    Record record;
+    std::memcpy(&record, bytes.data() + offset, sizeof record);
+    return record;
+}
+
+}  // namespace cuts

@@ -1,0 +1,388 @@
+#include "Recorder.h"
+
+#include <pthread.h>
+#include <sys/prctl.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <thread>
+#include <utility>
+
+#include "CardFile.h"
+#include "Clock.h"
+#include "Reader.h"
+#include "RecordState.h"
+#include "libAVRecord.h"
+#include "libAVRecordProcess.h"
+#include "libAVServerAccess.h"
+#include "libAlarmProcess.h"
+#include "libCameraAccess.h"
+#include "libOthers.h"
+
+namespace cuts {
+namespace {
+
+constexpr int64_t kMorning = 1700035200;  // Wednesday 2023-11-15 08:00:00 UTC
+constexpr unsigned int kWatchMs = 20;
+constexpr unsigned int kRunOverMs = 100;
+constexpr unsigned int kAlarmMs = 80;
+constexpr uint32_t kFramesASecond = 5;
+constexpr int kPartsWithFrames = 3;        // of a hand-over, which goes on until nothing has come in meanwhile
+constexpr int64_t kBetweenProcesses = 10;  // s
+constexpr uint32_t kLateFrames = 2;        // that arrive until the end of a full file's run
+
+// Where a thread of the recorder stands still until the script lets it go on.
+class Gate {
+  public:
+    void Arrive() {  // by that thread
+        std::unique_lock lock(mutex_);
+        waits_ = true;
+        moved_.notify_all();
+        moved_.wait(lock, [this] { return open_ || passes_ > 0; });
+        if (!open_) --passes_;
+        waits_ = false;
+        moved_.notify_all();
+    }
+    bool Await(std::function<bool()> or_else = [] { return false; }) {  // whether a thread is there
+        std::unique_lock lock(mutex_);
+        while (!(waits_ && passes_ == 0) && !or_else()) moved_.wait_for(lock, std::chrono::milliseconds(1));
+        return waits_ && passes_ == 0;
+    }
+    void LetOne() {
+        const std::lock_guard lock(mutex_);
+        ++passes_;
+        moved_.notify_all();
+    }
+    void Open(bool open) {
+        const std::lock_guard lock(mutex_);
+        open_ = open;
+        passes_ = 0;
+        moved_.notify_all();
+    }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable moved_;
+    bool open_ = true;
+    bool waits_ = false;
+    int passes_ = 0;
+};
+
+Gate g_alarm_gate;                      // the alarm thread's sleep
+Gate g_sync_gate;                       // parts of a hand-over
+std::atomic<bool> g_is_due{false};      // a hand-over, by the script
+std::atomic<uint32_t> g_rests{0};       // of the hand-over thread
+std::atomic<int64_t> g_wall{kMorning};  // s since 1970 UTC
+std::atomic<long> g_uptime{1000};       // s
+std::function<void(unsigned int)> g_sleep;
+std::function<ssize_t(int, const void*, size_t, off64_t)> g_write;
+std::function<int(int, off64_t, off64_t)> g_sync;
+const card::Calls* RealCalls() {
+    static const card::Calls real = card::CardCalls();
+    return &real;
+}
+
+constexpr ClockSource kClock{[] {
+                                 return timeval{static_cast<time_t>(g_wall.load()), 0};
+                             },
+                             [] { return g_uptime.load(); }, [](unsigned int ms) { g_sleep(ms); }};
+
+long Threads() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+}
+
+bool IsHandOverThread() {
+    char name[16] = {};
+    prctl(PR_GET_NAME, name);
+    return std::string(name) == "HandOverThread";
+}
+
+}  // namespace
+
+// The interval of the hand-over thread: over when the script says so.
+bool AwaitHandOver(pthread_cond_t* condition, pthread_mutex_t* mutex, int* result) {
+    if (!IsHandOverThread()) return false;
+    ++g_rests;
+    for (*result = ETIMEDOUT; !g_is_due.exchange(false);) {
+        timespec soon{};
+        clock_gettime(CLOCK_MONOTONIC, &soon);
+        soon.tv_nsec += 500'000;
+        if (soon.tv_nsec >= 1'000'000'000) ++soon.tv_sec, soon.tv_nsec -= 1'000'000'000;
+        *result = pthread_cond_clockwait(condition, mutex, CLOCK_MONOTONIC, &soon);
+        if (*result != ETIMEDOUT) return true;
+    }
+    *result = ETIMEDOUT;
+    return true;
+}
+
+Recorder::Recorder(const Medium& medium)
+    : medium_(medium), media_server_(AVACCESS_MSG_KEY, [](auto&) { return MSG_AVACCESS_TYPE_MSG2; }) {
+    setenv("TZ", "UTC", 1);
+    tzset();
+    g_sleep = [this](unsigned int ms) { Sleep(ms); };
+    g_write = [this](int fd, const void* bytes, size_t length, off64_t at) { return Write(fd, bytes, length, at); };
+    g_sync = [this](int fd, off64_t at, off64_t length) { return SyncRange(fd, at, length); };
+    ReplaceClock(&kClock);
+    CameraDeviceInit(CAMERA_DEV_COMMON, PROCESS_AVRECORD);
+    SysInfo& config = *GetSysconfigData();
+    config.stream_config[0].width = 1280;
+    config.stream_config[0].height = 720;
+    config.lan_config.nFrameRate1 = 25;
+    config.lan_config.nBitrate1 = 2 << 20;
+    config.audio_config.audioenable = 1;
+    config.Record_config.ucEnable = 1;
+    config.Record_config.ucLackSpaceModel = 1;
+    for (auto& day : config.Record_config.weekScope.dayScope) {
+        day.ucSocpeMode = TIME_SCOPE_DIFF;
+        for (auto& range : day.hourScope) {
+            range.endHour.ucHour = 24;
+            range.endHour.ucType = 1;  // motion
+        }
+    }
+    libAlarmProcessInit();
+    static card::Calls calls = *RealCalls();
+    calls.WriteAt = [](int fd, const void* bytes, size_t length, off64_t at) { return g_write(fd, bytes, length, at); };
+    calls.SyncRange = [](int fd, off64_t at, off64_t length) { return g_sync(fd, at, length); };
+    card::ReplaceCardCalls(&calls);
+    AVRecordHandOverSet(RECORD_HAND_OVER_MAX_MS);
+    g_alarm_gate.Open(false);
+    resting_threads_ = Threads();
+    Restart(0, {});
+}
+
+Recorder::~Recorder() {
+    media_server_.Leave();
+    card::ReplaceCardCalls(nullptr);
+    AVServerAccessCleanup();
+    CameraDeviceCleanup();
+    SysCtrlExit();
+    SysconfigExit();
+    ReplaceClock(nullptr);
+}
+
+void Recorder::Restart(uint64_t seed, std::vector<Frame> frames) {
+    draw_.seed(seed);
+    frames_ = std::move(frames);
+    laps_.assign(medium_.RecordFiles(), 0);
+    g_wall = kMorning;
+    for (const Frame& frame : frames_) {
+        laps_[frame.file] = std::max(laps_[frame.file], frame.lap);
+        g_wall = std::max<int64_t>(g_wall, frame.time + kBetweenProcesses);
+    }
+    g_uptime = 1000 + g_wall - kMorning;
+    numbered_ = 0;
+    key_every_ = 10;
+    g_control = {};
+    g_flags.stop_requested = false;
+    g_flags.file_begun_anew = -1;
+    g_flags.range = 0;
+    AlarmDataWrite(ALARM_SOURCE_DEF_MOTION, ALARM_STATUS_DEF_OFF);
+}
+
+uint32_t Recorder::Now() const {
+    return static_cast<uint32_t>(g_wall.load());
+}
+
+Recorder::Start Recorder::CheckStart() {
+    g_control.heads_loaded = false;
+    const bool refused = AVRecordParamInit(1) != 0;
+    g_flags.file_begun_anew = -1;
+    AVRecordHeads heads;
+    AVRecordHeadsCopy(&heads);
+    const bool in_use = heads.file.m_u32FileInfoHeadFlag == RECORD_FILE_FLAG;
+    return {refused, in_use ? heads.file.m_u32FileInfoHeadNo : heads.system.m_u32RecordFileNo,
+            in_use ? heads.file.m_u32RecordFileSumLenth : 0};
+}
+
+void Recorder::Record(const Script& script, Tape* tape) {
+    script_ = script;
+    step_ = 0;
+    tape_ = tape;
+    while (step_ < script_.size()) {
+        g_flags.stop_requested = false;
+        if (AVRecordParamInit(1) != 0 || StartRecord(0, 0) != 0) std::abort();
+    }
+    g_flags.stop_requested = false;
+    tape_ = nullptr;
+}
+
+// ---- The script, step by step, in the pauses of the record loop
+
+void Recorder::Sleep(unsigned int milliseconds) {
+    if (milliseconds == kAlarmMs) {
+        g_alarm_gate.Arrive();
+    } else if (milliseconds == kWatchMs) {
+        Pause();
+    } else if (milliseconds == kRunOverMs) {  // the alarm thread saves its event and goes
+        while (Threads() > resting_threads_ + 1) std::this_thread::yield();  // the hand-over's has done its last
+        g_alarm_gate.Open(true);
+        while (Threads() > resting_threads_) std::this_thread::yield();
+        g_alarm_gate.Open(false);
+        g_rests = 0;
+        g_wall += pause_;
+        g_uptime += std::exchange(pause_, 0);
+    } else {
+        std::this_thread::yield();
+    }
+}
+
+void Recorder::Pause() {
+    g_alarm_gate.Await();
+    if (step_ == script_.size()) {
+        StopRecord();
+    } else if (Take(script_[step_])) {
+        ++step_;
+    }
+}
+
+// Whether all of it is done.
+bool Recorder::Take(Step& step) {
+    AVRecordHeads heads;
+    const auto is_full = [&] {
+        AVRecordHeadsCopy(&heads);
+        return heads.file.m_u32RecordFileSumLenth >= RECORD_STREAM_LIMIT;
+    };
+    switch (step.what) {
+        case Step::kFrames:
+            for (; step.count > 0 && !is_full(); --step.count) WriteFrame();
+            for (uint32_t i = 0; i < kLateFrames && is_full(); ++i) WriteFrame();
+            return step.count == 0;
+        case Step::kFill:
+            while (!is_full() && heads.file.m_u32RecordFileSumLenth + step.count < RECORD_STREAM_LIMIT) WriteFrame();
+            return true;
+        case Step::kHandOver:
+            HandOver(step.count);
+            return true;
+        case Step::kEndRun:
+            StopRecord();
+            return true;
+        case Step::kAlarmOn:
+            AlarmDataWrite(ALARM_SOURCE_DEF_MOTION, ALARM_STATUS_DEF_ON);
+            return true;
+        case Step::kAlarmOff:
+            AlarmDataWrite(ALARM_SOURCE_DEF_MOTION, ALARM_STATUS_DEF_OFF);
+            return true;
+        case Step::kAlarmLook:
+            g_wall += step.count;
+            g_uptime += step.count;
+            g_alarm_gate.LetOne();
+            g_alarm_gate.Await();
+            return true;
+        case Step::kPause:
+            pause_ = step.count;
+            StopRecord();
+            return true;
+        case Step::kKeyEvery:
+            key_every_ = step.count;
+            return true;
+    }
+    return true;
+}
+
+void Recorder::WriteFrame() {
+    if (++numbered_ % kFramesASecond == 0) ++g_wall, ++g_uptime;
+    const bool is_sound = numbered_ % 4 == 3;
+    std::string frame;
+    if (!is_sound) {
+        const bool is_key = numbered_ % key_every_ == 1 % key_every_ || AV_RecordInfoHeadGet()->m_u32RecordSize == 0;
+        if (is_key) frame += std::string("\0\0\0\1\x67par\0\0\0\1\x68set\0\0\0\1\x65", 19);
+        if (!is_key) frame += std::string("\0\0\0\1\x41", 5);
+    }
+    const size_t length = 40 + draw_() % (is_sound ? 200 : 700);
+    while (frame.size() < length) frame += static_cast<char>(draw_() | 1);  // no byte is zero: no start code, no fill
+    AVDataInfo info{};
+    info.AVDataLen = static_cast<int32_t>(frame.size());
+    pending_.clear();
+    Mp4RecordVideoCallbackFunc(is_sound ? AV_FRAME_TYPE_AUDIO : AV_FRAME_TYPE_VIDEO, 0, frame.data(), &info);
+}
+
+// The hand-over thread does what it does every second; between its parts frames arrive.
+void Recorder::HandOver(uint32_t frames) {
+    while (g_rests == 0) std::this_thread::yield();  // it has just been started
+    const uint32_t rests = g_rests;
+    const auto is_over = [&] { return g_rests != rests; };
+    g_sync_gate.Open(false);
+    g_is_due = true;
+    for (int part = 0; g_sync_gate.Await(is_over) && !is_over(); ++part) {
+        for (uint32_t i = 0; i < frames && part < kPartsWithFrames; ++i) WriteFrame();
+        g_sync_gate.LetOne();
+    }
+    g_sync_gate.Open(true);
+}
+
+// ---- The door to the card
+
+ssize_t Recorder::Write(int fd, const void* bytes, size_t length, off64_t offset) {
+    const int id = medium_.IdOf(fd);
+    const auto at = static_cast<uint64_t>(offset);
+    if (tape_ != nullptr && id >= 0) tape_->BeforeWrite(id, at, length);
+    const ssize_t put = RealCalls()->WriteAt(fd, bytes, length, offset);
+    if (tape_ != nullptr && id >= 0) tape_->Written(id, at, bytes, length);
+    if (id >= kRecord && at < RECORD_KEY_FRAME_BASE) NoteFrame(id, at, {static_cast<const char*>(bytes), length});
+    if (id == kIndex) NoteCounted(id, at);
+    return put;
+}
+
+void Recorder::NoteFrame(int id, uint64_t offset, std::string bytes) {
+    const auto* const at = reinterpret_cast<const uint8_t*>(bytes.data());
+    const uint32_t head = bytes.size() >= kStreamHeadBytes && IsStreamHead(at) ? kStreamHeadBytes : 0;
+    const uint32_t length = FrameLength(at, head, static_cast<uint32_t>(bytes.size()));
+    if (length == 0) std::abort();
+    const auto file = static_cast<uint32_t>(id - kRecord);
+    if (offset == 0) ++laps_[file];
+    const size_t now = tape_ != nullptr ? tape_->Operations().size() : 0;
+    pending_ = {{file, laps_[file], static_cast<uint32_t>(offset) + head, bytes.substr(head, length), Now(), now, 0,
+                 Frame::kNever}};
+}
+
+// The file head is the last that counts a frame.  What arrives after the one that filled the file is not in its length.
+void Recorder::NoteCounted(int id, uint64_t offset) {
+    if (pending_.empty() || offset != RECORD_FILE_HEAD_BASE + 48 * pending_.back().file) return;
+    if (RecordAt<RecordFileInfoHead_S>(medium_.File(id), offset).m_u32RecordFileSumLenth >= pending_.back().End()) {
+        pending_.back().counted = tape_ != nullptr ? tape_->Operations().size() : 0;
+        frames_.push_back(pending_.back());
+    }
+    pending_.clear();
+}
+
+int Recorder::SyncRange(int fd, off64_t offset, off64_t length) {
+    const int id = medium_.IdOf(fd);
+    const bool is_steady = IsHandOverThread();
+    const size_t began = tape_ != nullptr ? tape_->Operations().size() : 0;
+    if (is_steady) g_sync_gate.Arrive();
+    if (tape_ == nullptr || id < 0) return 0;
+    const auto at = static_cast<uint64_t>(offset);
+    tape_->HandedOver(id, at, length == 0 ? medium_.File(id).size() : at + static_cast<uint64_t>(length), began);
+    if (!is_steady) return 0;
+    stream_handed_.push_back(tape_->Operations().back());
+    if (id == kIndex) {
+        NoteHandedOver(began);
+        stream_handed_.clear();
+    }
+    return 0;
+}
+
+// The index has reached the card, as the stream before it has.
+void Recorder::NoteHandedOver(size_t index_began) {
+    for (Frame& frame : frames_) {
+        if (frame.handed_over != Frame::kNever || frame.counted > index_began) continue;
+        for (const Operation& part : stream_handed_) {
+            if (part.file == kRecord + static_cast<int>(frame.file) && part.offset <= frame.offset &&
+                part.end >= frame.End() && part.began >= frame.written) {
+                frame.handed_over = tape_->Operations().size();
+            }
+        }
+    }
+}
+
+}  // namespace cuts
+
+// Signal measures waits by the steady clock; the hand-over thread's are the script's.
+extern "C" int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* end) {
+    int result = 0;
+    return cuts::AwaitHandOver(condition, mutex, &result)
+               ? result
+               : pthread_cond_clockwait(condition, mutex, CLOCK_MONOTONIC, end);
+}

@@ -1,0 +1,22 @@
+// What is recorded when the power goes: each a script for the recorder, short, around one of its moments.
+#pragma once
+
+#include <vector>
+
+#include "Recorder.h"
+
+namespace cuts {
+
+struct Scenario {
+    const char* name;
+    uint32_t files;  // of the ring
+    Script before;   // on the card already
+    Script taped;
+};
+
+const std::vector<Scenario>& Scenarios();
+
+// What follows a first cut.
+Script SecondRun();
+
+}  // namespace cuts

@@ -1,0 +1,163 @@
+#include "Tape.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace cuts {
+namespace {
+
+constexpr size_t kSectors = kPage / kSector;
+constexpr size_t kSubsetPages = 7;  // that are combined, old and new, in every way
+
+uint64_t Mix(uint64_t hash, uint64_t value) {
+    hash = (hash ^ value) * 0x9E3779B97F4A7C15u;
+    return hash ^ (hash >> 29);
+}
+
+void Compose(const PageHistory& page, const Choice& choice, uint8_t* to) {
+    std::memcpy(to, page.versions[choice.version].bytes.data(), kPage);
+    for (size_t s = 0; s < kSectors; ++s) {
+        if ((choice.other_sectors >> s & 1) != 0)
+            std::memcpy(to + s * kSector, page.versions[choice.other].bytes.data() + s * kSector, kSector);
+    }
+}
+
+}  // namespace
+
+size_t PageHistory::Newest(size_t cut) const {
+    size_t found = 0;
+    while (found + 1 < versions.size() && versions[found + 1].since <= cut) ++found;
+    return found;
+}
+
+size_t PageHistory::Oldest(size_t cut) const {
+    size_t found = 0;
+    for (const Sure& each : sure) {
+        if (each.since <= cut) found = std::max(found, each.version);
+    }
+    return found;
+}
+
+PageHistory& Tape::HistoryOf(int file, uint32_t number) {
+    const auto at = std::find_if(pages_.begin(), pages_.end(),
+                                 [&](const PageHistory& page) { return page.file == file && page.number == number; });
+    if (at != pages_.end()) return *at;
+    pages_.push_back({file, number, {{0, {reinterpret_cast<const char*>(medium_.Page(file, number)), kPage}}}, {}});
+    return pages_.back();
+}
+
+void Tape::BeforeWrite(int file, uint64_t offset, uint64_t length) {
+    for (uint64_t page = offset / kPage; page * kPage < offset + length; ++page)
+        HistoryOf(file, static_cast<uint32_t>(page));
+}
+
+void Tape::Written(int file, uint64_t offset, const void* bytes, uint64_t length) {
+    operations_.push_back({true, file, offset, offset + length, {static_cast<const char*>(bytes), length}, 0});
+    for (uint64_t page = offset / kPage; page * kPage < offset + length; ++page) {
+        PageHistory& history = HistoryOf(file, static_cast<uint32_t>(page));
+        const std::string now(reinterpret_cast<const char*>(medium_.Page(file, history.number)), kPage);
+        if (now != history.versions.back().bytes) history.versions.push_back({operations_.size(), now});
+    }
+}
+
+void Tape::HandedOver(int file, uint64_t offset, uint64_t end, size_t began) {
+    operations_.push_back({false, file, offset, end, {}, began});
+    for (PageHistory& page : pages_) {
+        const uint64_t begin = uint64_t{page.number} * kPage;
+        if (page.file == file && begin < end && begin + kPage > offset)
+            page.sure.push_back({operations_.size(), page.Newest(began)});
+    }
+}
+
+// Pages that a cut there may leave in more than one state.
+std::vector<size_t> Tape::Open(size_t cut) const {
+    std::vector<size_t> open;
+    for (size_t i = 0; i < pages_.size(); ++i) {
+        if (pages_[i].Oldest(cut) < pages_[i].Newest(cut)) open.push_back(i);
+    }
+    return open;
+}
+
+Cut Tape::AllOf(size_t cut, bool newest) const {
+    Cut card{cut, {}};
+    for (const PageHistory& page : pages_) {
+        const size_t version = newest ? page.Newest(cut) : page.Oldest(cut);
+        card.pages.push_back({version, version, 0});
+    }
+    return card;
+}
+
+size_t Tape::CountOf(size_t cut) const {
+    const size_t open = Open(cut).size();
+    return (size_t{1} << std::min(open, kSubsetPages)) + open * 2 * 2 * (kSectors - 1);
+}
+
+Cut Tape::Listed(size_t cut, size_t number) const {
+    const std::vector<size_t> open = Open(cut);
+    const size_t subsets = size_t{1} << std::min(open.size(), kSubsetPages);
+    if (number < subsets) {
+        Cut card = AllOf(cut, false);
+        for (size_t i = 0; i < open.size(); ++i) {
+            if ((number >> std::min(i, kSubsetPages - 1) & 1) != 0)
+                card.pages[open[i]].version = pages_[open[i]].Newest(cut);
+        }
+        return card;
+    }
+    number -= subsets;
+    const bool rest_is_new = number % 2 != 0;
+    const bool first_is_new = number / 2 % 2 != 0;
+    const size_t split = number / 4 % (kSectors - 1) + 1;
+    const size_t torn = open[number / 4 / (kSectors - 1)];
+    Cut card = AllOf(cut, rest_is_new);
+    const auto first = static_cast<uint8_t>((1u << split) - 1);
+    card.pages[torn] = {pages_[torn].Oldest(cut), pages_[torn].Newest(cut),
+                        static_cast<uint8_t>(first_is_new ? first : ~first)};
+    return card;
+}
+
+Cut Tape::Random(std::mt19937_64& draw) const {
+    Cut card = AllOf(draw() % (operations_.size() + 1), draw() % 2 != 0);
+    for (const size_t i : Open(card.at)) {
+        const size_t oldest = pages_[i].Oldest(card.at);
+        const auto any = [&] { return oldest + draw() % (pages_[i].Newest(card.at) - oldest + 1); };
+        switch (draw() % 4) {
+            case 0:
+                break;  // as most are
+            case 1:
+                card.pages[i].version = any();
+                break;
+            case 2:
+                card.pages[i].version = pages_[i].Newest(card.at);
+                break;
+            default:
+                card.pages[i] = {any(), any(), static_cast<uint8_t>(draw())};
+        }
+    }
+    return card;
+}
+
+void Tape::Show(const Cut& cut) {
+    constexpr uint64_t kUnknown = std::numeric_limits<uint64_t>::max();
+    shown_.resize(pages_.size(), kUnknown);
+    for (size_t i = 0; i < pages_.size(); ++i) {
+        const Choice& choice = cut.pages[i];
+        const uint64_t key = choice.version << 32 | choice.other << 8 | choice.other_sectors;
+        if (shown_[i] == key) continue;
+        Compose(pages_[i], choice, medium_.Page(pages_[i].file, pages_[i].number));
+        shown_[i] = key;
+    }
+}
+
+uint64_t Tape::Fingerprint(const Cut& cut) const {
+    uint64_t hash = cut.at;
+    for (size_t i = 0; i < pages_.size(); ++i) {
+        for (size_t s = 0; s < kSectors; ++s) {
+            const bool other = (cut.pages[i].other_sectors >> s & 1) != 0;
+            const std::string& bytes = pages_[i].versions[other ? cut.pages[i].other : cut.pages[i].version].bytes;
+            hash = Mix(hash, std::hash<std::string_view>{}(std::string_view(bytes).substr(s * kSector, kSector)));
+        }
+    }
+    return hash;
+}
+
+}  // namespace cuts

@@ -1,0 +1,218 @@
+// A million power cuts:  cuts [--states N] [--seed S] [--only NUMBER]
+//
+// The real recorder records short scenarios; the cards that a cut can make of what it wrote are judged, one by one:
+// each page old, new or torn while the rest is old, and new; then drawn ones; then some that are recorded on and cut
+// again.
+// --only: one state in words, by the number that a fault's report names.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <unordered_set>
+
+#include "Judge.h"
+#include "Scenarios.h"
+#include "libRecordFile.h"
+
+namespace cuts {
+namespace {
+
+constexpr uint64_t kRepairEvery = 100;     // states
+constexpr uint64_t kSecondCutEvery = 500;  // states are recorded on
+constexpr uint64_t kSecondCuts = 100;      // states of each of these
+constexpr uint64_t kReportedMax = 20;
+
+struct Options {
+    uint64_t states = 10000;
+    uint64_t seed = 1;
+    std::string only;
+};
+
+struct Tally {
+    uint64_t states = 0;
+    uint32_t lost = 0;     // frames at most, in cards with this one row
+    uint32_t claimed = 0;  // the same
+    std::set<std::string> errors;
+};
+
+// One recorded tape and its cards.
+class Take {
+  public:
+    Take(Medium& medium, Recorder& recorder, const Script& script, const std::set<Row>& rows_before = {})
+        : medium_(medium),
+          tape_(medium),
+          frames_((recorder.Record(script, &tape_), recorder.Frames())),
+          judge_(medium, recorder, tape_, frames_, rows_before) {
+        for (size_t at = 0; at <= tape_.Operations().size(); ++at) listed_.push_back(tape_.CountOf(at));
+    }
+
+    uint64_t Listed() const {
+        uint64_t sum = 0;
+        for (const size_t count : listed_) sum += count;
+        return sum;
+    }
+    // State `number`: first the listed ones, then drawn ones without end.
+    Cut State(uint64_t number, uint64_t seed) const {
+        for (size_t at = 0; at < listed_.size(); ++at) {
+            if (number < listed_[at]) return tape_.Listed(at, number);
+            number -= listed_[at];
+        }
+        std::mt19937_64 draw(seed * 0x9E3779B97F4A7C15u + number);
+        return tape_.Random(draw);
+    }
+    bool IsNew(const Cut& cut) { return seen_.insert(tape_.Fingerprint(cut)).second; }
+    void Show(const Cut& cut) { tape_.Show(cut); }
+    Judge& TheJudge() { return judge_; }
+
+    std::string Repaired(const Cut& cut) {
+        const Medium::Copy copy = medium_.Take();
+        const std::string fault = judge_.AfterRepair(cut);
+        medium_.PutBack(copy);
+        return fault;
+    }
+
+  private:
+    Medium& medium_;
+    Tape tape_;
+    const std::vector<Frame> frames_;
+    Judge judge_;
+    std::vector<size_t> listed_;  // by operation
+    std::unordered_set<uint64_t> seen_;
+};
+
+class Simulation {
+  public:
+    explicit Simulation(const Options& options) : options_(options) {}
+
+    bool Run() {
+        for (size_t i = 0; i < Scenarios().size(); ++i) {
+            if (options_.only.empty() || options_.only.starts_with(std::to_string(i) + ":")) RunScenario(i);
+        }
+        Print();
+        return faults_ == 0;
+    }
+
+  private:
+    void RunScenario(size_t number);
+    void RunStates(Take& take, uint64_t states, const std::string& name);
+    void RunSecond(Medium& medium, Recorder& recorder, Take& first, const Cut& cut, const std::string& name);
+    void JudgeState(Take& take, const Cut& cut, const std::string& name, bool is_second = false);
+    void Report(const std::string& name, const std::string& fault);
+    void Print() const;
+    bool Wants(const std::string& name) const { return options_.only.empty() || options_.only == name; }
+
+    Options options_;
+    std::array<Tally, kRows> rows_;
+    uint64_t judged_ = 0, second_ = 0, repaired_ = 0, faults_ = 0;
+    std::map<std::string, uint64_t> reported_;
+};
+
+void Simulation::RunScenario(size_t number) {
+    const Scenario& scenario = Scenarios()[number];
+    Medium medium(scenario.files);
+    RecordSystemInfoHead_S system;
+    AV_SystemInfoHeadParamInit(&system, 2048, scenario.files);
+    std::memcpy(medium.File(kIndex).data(), &system, sizeof system);
+    Recorder recorder(medium);
+    recorder.Restart(options_.seed, {});
+    recorder.Record(scenario.before, nullptr);
+    for (Frame& frame : recorder.Frames()) frame.handed_over = 0;
+    Take take(medium, recorder, scenario.taped);
+
+    const uint64_t states = options_.states / Scenarios().size();
+    const uint64_t listed = std::min(take.Listed(), states / 2);
+    for (uint64_t i = 0; i < states; ++i) {
+        const uint64_t state = i < listed ? i * take.Listed() / listed : take.Listed() + i - listed;
+        const std::string name = std::to_string(number) + ":" + std::to_string(state);
+        if (!options_.only.empty() && !Wants(name) && !options_.only.starts_with(name + "+")) continue;
+        const Cut cut = take.State(state, options_.seed);
+        take.Show(cut);
+        if (take.IsNew(cut) && Wants(name)) JudgeState(take, cut, name);
+        const bool is_cut_again = i % kSecondCutEvery == kSecondCutEvery / 2;
+        if (is_cut_again && (options_.only.empty() || options_.only.starts_with(name + "+")))
+            RunSecond(medium, recorder, take, cut, name);
+    }
+}
+
+// The cut card is recorded on by a new process, and cut again.
+void Simulation::RunSecond(Medium& medium, Recorder& recorder, Take& first, const Cut& cut, const std::string& name) {
+    const Medium::Copy copy = medium.Take();
+    const std::set<Row> rows = first.TheJudge().Of(cut).rows;
+    recorder.Restart(options_.seed, first.TheJudge().Carried(cut));
+    Take take(medium, recorder, SecondRun(), rows);
+    for (uint64_t i = 0; i < kSecondCuts; ++i) {
+        const std::string second = name + "+" + std::to_string(take.Listed() + i);
+        const Cut again = take.State(take.Listed() + i, options_.seed);
+        take.Show(again);
+        if (!take.IsNew(again) || !Wants(second)) continue;
+        JudgeState(take, again, second, true);
+        ++second_;
+    }
+    medium.PutBack(copy);
+}
+
+void Simulation::JudgeState(Take& take, const Cut& cut, const std::string& name, bool is_second) {
+    const Verdict verdict = take.TheJudge().Of(cut);
+    for (const Row row : verdict.rows) {
+        Tally& tally = rows_[static_cast<size_t>(row)];
+        ++tally.states;
+        const bool is_alone = verdict.rows.size() - verdict.rows.count(Row::kBoth) <= (row == Row::kBoth ? 0 : 1);
+        if (is_second || !is_alone) continue;
+        tally.lost = std::max(tally.lost, verdict.lost);
+        tally.claimed = std::max(tally.claimed, verdict.claimed);
+        tally.errors.insert(verdict.errors.begin(), verdict.errors.end());
+    }
+    if (!options_.only.empty()) take.TheJudge().Describe(cut);
+    if (!verdict.fault.empty()) Report(name, verdict.fault);
+    if (judged_++ % kRepairEvery == 0) {
+        ++repaired_;
+        if (const std::string fault = take.Repaired(cut); !fault.empty()) Report(name, fault);
+    }
+}
+
+void Simulation::Report(const std::string& name, const std::string& fault) {
+    ++faults_;
+    if (reported_[fault]++ < 2)
+        std::printf(
+            "%s\n  to see it: desk/in-camera build/release/tests/cuts/cuts --states %llu --seed %llu --only %s\n",
+            fault.c_str(), static_cast<unsigned long long>(options_.states),
+            static_cast<unsigned long long>(options_.seed), name.c_str());
+}
+
+// The table of docs/card-format.md.
+void Simulation::Print() const {
+    const auto number = [](uint64_t value) { return static_cast<unsigned long long>(value); };
+    std::printf(
+        "| not on the card, or in part | cards | frames lost | claimed and not there | `check` says "
+        "|\n|---|---|---|---|---|\n");
+    for (size_t row = 0; row < kRows; ++row) {
+        std::string errors;
+        for (const std::string& error : rows_[row].errors) errors += (errors.empty() ? "" : ", ") + error;
+        std::printf("| %s | %llu | %u | %u | %s |\n", Name(static_cast<Row>(row)), number(rows_[row].states),
+                    rows_[row].lost, rows_[row].claimed, errors.empty() ? "in order" : errors.c_str());
+    }
+    std::printf("%llu cards, %llu of them cut a second time, %llu repaired; seed %llu; %llu faults\n", number(judged_),
+                number(second_), number(repaired_), number(options_.seed), number(faults_));
+}
+
+Options Parse(int argc, char** argv) {
+    Options options;
+    for (int i = 1; i + 1 < argc; i += 2) {
+        const std::string name = argv[i];
+        if (name == "--states") options.states = std::strtoull(argv[i + 1], nullptr, 10);
+        if (name == "--seed") options.seed = std::strtoull(argv[i + 1], nullptr, 10);
+        if (name == "--only") options.only = argv[i + 1];
+    }
+    return options;
+}
+
+}  // namespace
+}  // namespace cuts
+
+int main(int argc, char** argv) {
+    const cuts::Options options = cuts::Parse(argc, argv);
+    dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);  // the recorder's log
+    return cuts::Simulation(options).Run() ? 0 : 1;
+}
