@@ -29,7 +29,7 @@ ROOT = Path(__file__).resolve().parents[2]
 EQUIVALENT = Path(__file__).with_name("equivalent")  # "path | source line | change | why", without the line's number
 # What else runs a module's code, after the tests in its own folder.
 FURTHER_TESTS = {
-    "common": ["libLog", "libAVRecord"], "libRecordFile": ["libAVRecord", "libAVRecordProcess"],
+    "common": ["libLog", "libAVSpsPpsProcess", "libAVRecord"], "libRecordFile": ["libAVRecord", "libAVRecordProcess"],
     "libAVRecord": ["libAVRecordProcess"], "libIpcUtils": ["libAlarmProcess", "libAVServerAccess", "libOthers"],
 }
 KILLED, SURVIVED, INVALID = "killed", "survived", "does not build"
