@@ -247,7 +247,8 @@ class FileCheck {
         const uint64_t last = frames_.back()->time;
         const bool starts = section.Start() <= first && first <= uint64_t{section.Start()} + kStartSlack;
         const bool filled = file_.Full() && &section == sections_.back();  // the end goes on while the run ends
-        const uint32_t slack = filled ? kFullEndSlack : kEndSlack + (section.cut_bytes != 0 ? record_file::kAheadSecondsMax : 0);
+        const uint32_t slack =
+            filled ? kFullEndSlack : kEndSlack + (section.cut_bytes != 0 ? record_file::kAheadSecondsMax : 0);
         const bool ends = section.head.m_u32RecordEndTime <= last + slack &&
                           last <= std::max(uint64_t{section.head.m_u32RecordEndTime},
                                            uint64_t{section.Start()} + (frames_.size() == 1 ? kStartSlack : 0));

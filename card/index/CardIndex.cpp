@@ -12,9 +12,9 @@ namespace card {
 
 namespace {
 
-using record_file::kKeyFramesMax;
 using record_file::kAheadKeyFramesMax;
 using record_file::kAheadMax;
+using record_file::kKeyFramesMax;
 using record_file::kPackedFrameMax;
 
 constexpr uint32_t kEventTolerance = 60;  // s an event may lie outside its file: pre-record, clock set

@@ -8,7 +8,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
+
+#include "Mutex.h"
 
 namespace {
 
@@ -36,6 +37,7 @@ std::atomic<const ClockSource*> g_clock{&kRealClock};
 
 // What tells a changed file from the one before; zeros where there is none.
 struct FileIdentity {
+    constexpr FileIdentity() = default;
     explicit FileIdentity(const char* path) {
         struct stat status {};
         if (stat(path, &status) == 0) {
@@ -67,8 +69,10 @@ class LocalZone {
     tm Time(time_t seconds) {
         const std::lock_guard alone(lock_);
         if (const long now = KQ_COMMON_GetUptime(); now != last_look_) {
+            const bool is_first = last_look_ < 0;
             last_look_ = now;
-            if (const Files files; !(files.zone == files_.zone && files.rule == files_.rule) && ReadAgain()) {
+            const Files files = Look();
+            if (is_first || (!(files.zone == files_.zone && files.rule == files_.rule) && ReadAgain())) {
                 files_ = files;
             }
         }
@@ -79,9 +83,13 @@ class LocalZone {
 
   private:
     struct Files {
-        FileIdentity zone{ZonePath()};
-        FileIdentity rule{"/etc/TZ"};  // where small C libraries keep it
+        FileIdentity zone;
+        FileIdentity rule;
     };
+
+    static Files Look() {
+        return {FileIdentity(ZonePath()), FileIdentity("/etc/TZ")};  // the latter is where small C libraries keep it
+    }
 
     // The file that TZ names, ":/path", or the system's.  A TZ that is a rule or a name does not change.
     static const char* ZonePath() {
@@ -113,10 +121,12 @@ class LocalZone {
         return true;
     }
 
-    std::mutex lock_;
-    long last_look_ = KQ_COMMON_GetUptime();
+    Mutex lock_;
+    long last_look_ = -1;  // s since boot; -1: the zone was not asked for yet
     Files files_;
 };
+
+constinit LocalZone g_zone;
 
 }  // namespace
 
@@ -147,8 +157,7 @@ void SleepMs(unsigned int milliseconds) {
 }
 
 tm LocalTime(time_t seconds) {
-    static LocalZone zone;
-    return zone.Time(seconds);
+    return g_zone.Time(seconds);
 }
 
 tm UtcTime(time_t seconds) {

@@ -2,9 +2,9 @@
 
 #include <atomic>
 #include <cstring>
-#include <mutex>
 
 #include "Clock.h"
+#include "Mutex.h"
 #include "PeerQueue.h"
 #include "libIpcUtils.h"
 #include "libLog.h"
@@ -19,7 +19,7 @@ constexpr int kQueuesMax = 10;  // one command's; a queue that is removed again 
 
 std::atomic<bool> g_is_started{false};
 std::atomic<int> g_queue{-1};
-std::mutex g_one_command;                // request and answer are one step: all answers have the same message type
+Mutex g_one_command;                     // request and answer are one step: all answers have the same message type
 std::atomic<bool> g_answers_come{true};  // the queue is new, or its last command had an answer
 
 // The queue's id, opened when it is not; negative when it cannot be had.

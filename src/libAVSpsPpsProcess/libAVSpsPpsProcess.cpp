@@ -1,8 +1,8 @@
 #include "libAVSpsPpsProcess.h"
 
 #include <cstring>
-#include <mutex>
 
+#include "Mutex.h"
 #include "PeerSegment.h"
 #include "RecursiveLock.h"
 #include "libIpcUtils.h"
@@ -15,7 +15,7 @@ pthread_mutex_t g_slot_locks[AV_SPS_PPS_SLOTS];
 
 // A slot's lock orders the writers of that slot; this one guards the following, and keeps a table that is being
 // published from changing in another slot meanwhile.  Taken after the slot's.
-std::mutex g_table_lock;
+Mutex g_table_lock;
 PeerSegment g_segment{AV_SPS_PPS_KEY, AV_SPS_PPS_SIZE};
 AVSpsPpsData g_table{};
 

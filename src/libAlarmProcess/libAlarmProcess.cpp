@@ -1,16 +1,16 @@
 #include "libAlarmProcess.h"
 
 #include <cstring>
-#include <mutex>
 
 #include "Clock.h"
+#include "Mutex.h"
 #include "PeerSegment.h"
 #include "libIpcUtils.h"
 #include "libLog.h"
 
 namespace {
 
-std::mutex g_lock;  // guards everything below
+Mutex g_lock;  // guards everything below
 PeerSegment g_segment{ALARM_BOARD_KEY, ALARM_BOARD_SIZE};
 AlarmData g_board{};
 Face_Alarm_Ret g_face{};

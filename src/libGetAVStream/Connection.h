@@ -2,9 +2,9 @@
 #pragma once
 
 #include <algorithm>
-#include <functional>
 #include <optional>
 
+#include "FunctionRef.h"
 #include "libGetAVStream.h"
 
 // Ring size of each stream; positions and payload lengths stay below it.
@@ -31,7 +31,7 @@ int RequestQueue(int video_index);
 void ForgetQueue(int qid);
 
 // Whether a reader still wants the answer it waits for; asked in between, on the reader's thread.
-using KeepAsking = std::function<bool()>;
+using KeepAsking = FunctionRef<bool()>;
 
 // How long to sleep where nobody has answered for `silence_ms`: ever longer, so that a camera without a media server
 // costs nothing, and never so long that much more is lost when it comes back.

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <iterator>
-#include <mutex>
 
 #include "Connection.h"
+#include "Mutex.h"
 #include "libIpcUtils.h"
 #include "libLog.h"
 
@@ -18,7 +18,7 @@ AVStreamSysInfo Disconnected() {
     return state;
 }
 
-std::mutex g_lock;  // guards everything below
+Mutex g_lock;  // guards everything below
 AVStreamSysInfo g_connection = Disconnected();
 int g_voice_talk_queue = -1;
 

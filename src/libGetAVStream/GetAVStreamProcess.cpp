@@ -9,10 +9,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <mutex>
 
 #include "Clock.h"
 #include "Connection.h"
+#include "Mutex.h"
 #include "libIpcUtils.h"
 
 namespace {
@@ -32,7 +32,7 @@ struct Question {
     Question* next = nullptr;
 };
 
-std::mutex g_lock;                // guards what follows
+Mutex g_lock;                     // guards what follows
 Question* g_asked = nullptr;      // on their way, oldest first
 bool g_gave_up[MSG_AV_TYPE_END];  // by client type: a reply may come that nobody waits for
 

@@ -5,10 +5,10 @@
 #include <atomic>
 #include <cstdio>
 #include <memory>
-#include <mutex>
 
 #include "Clock.h"
 #include "FrameReader.h"
+#include "Mutex.h"
 #include "Thread.h"
 #include "libLog.h"
 
@@ -22,7 +22,7 @@ std::atomic<int> g_alarm_is_end_frame{0};
 
 // The reader of one client type and stream.
 struct ReaderSlot {
-    std::mutex lock;  // held while the thread is made or waited for
+    Mutex lock;  // held while the thread is made or waited for
     pthread_t thread{};
     bool exists = false;      // started and not stopped; under the lock
     bool detached = false;    // ended by itself: not to be waited for; under the lock
@@ -35,7 +35,8 @@ thread_local ReaderSlot* t_own_slot = nullptr;  // of the reader that this threa
 // At the end of the reader's thread: one that nobody stopped will not be waited for.
 void LetGo(ReaderSlot& slot) {
     while (slot.run.load() != 0) {  // else the one that stops it waits for it, and holds the lock
-        if (const std::unique_lock guard(slot.lock, std::try_to_lock); guard.owns_lock()) {
+        if (slot.lock.try_lock()) {
+            const std::lock_guard guard(slot.lock, std::adopt_lock);
             slot.detached = true;
             pthread_detach(pthread_self());
             return;

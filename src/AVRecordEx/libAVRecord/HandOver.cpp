@@ -10,7 +10,6 @@
 #include <cstring>
 
 #include "CardFile.h"
-#include "Immortal.h"
 #include "RecordFormat.h"
 #include "Signal.h"
 #include "Thread.h"
@@ -104,9 +103,10 @@ struct HandOver::Jobs {
     Job all[2];
 };
 
+constinit Immortal<HandOver::Jobs> HandOver::jobs_;
+
 HandOver::Job* HandOver::FreeJob() {
-    static constinit Immortal<Jobs> jobs;
-    for (Job& job : jobs.value.all) {
+    for (Job& job : jobs_.value.all) {
         if (!job.busy.load(std::memory_order_acquire)) {
             return &job;
         }

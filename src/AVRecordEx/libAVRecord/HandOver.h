@@ -12,6 +12,7 @@
 #include <cstdint>
 
 #include "Descriptor.h"
+#include "Immortal.h"
 
 class HandOver {
   public:
@@ -39,6 +40,7 @@ class HandOver {
   private:
     struct Job;
     struct Jobs;
+    static Immortal<Jobs> jobs_;
     static Job* FreeJob();
     static void* Thread(void* job);
 

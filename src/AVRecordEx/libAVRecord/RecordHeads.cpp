@@ -1,11 +1,11 @@
 // The in-memory heads and their lock.
-#include <mutex>
 
+#include "Mutex.h"
 #include "libAVRecord.h"
 
 namespace {
 
-constinit std::mutex g_heads_mutex;
+constinit Mutex g_heads_mutex;
 constinit AVRecordHeads g_heads{};
 
 }  // namespace

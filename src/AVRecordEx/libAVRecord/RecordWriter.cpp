@@ -3,7 +3,6 @@
 #include <cassert>
 #include <cerrno>
 #include <cstdio>
-#include <mutex>
 
 #include "CardFile.h"
 #include "CardHealth.h"
@@ -11,6 +10,7 @@
 #include "FramePacker.h"
 #include "HandOver.h"
 #include "Immortal.h"
+#include "Mutex.h"
 #include "RecorderStatus.h"
 #include "RunIndex.h"
 #include "libAVRecord.h"
@@ -68,7 +68,7 @@ class Writer {
     int Append(std::span<const uint8_t> packed);
     [[maybe_unused]] bool OffsetIsTheFilesLength() const;  // asserted where assertions are on
 
-    std::mutex mutex_;                  // opening, closing and frames exclude each other
+    Mutex mutex_;                       // opening, closing and frames exclude each other
     std::atomic<bool> is_open_{false};  // m_bInit
     std::atomic<int> channel_{-1};      // m_AVIndex: the stream whose frames are taken
     Descriptor index_;                  // g_Rec_Fd

@@ -12,11 +12,11 @@
 #include <atomic>
 #include <cerrno>
 #include <memory>
-#include <mutex>
 #include <new>
 
 #include "CardFile.h"
 #include "Clock.h"
+#include "Mutex.h"
 #include "RecordCard.h"
 #include "RecordState.h"
 #include "Thread.h"
@@ -322,7 +322,7 @@ struct Start {
 };
 
 std::atomic<uint32_t> g_run{0};  // number of the newest run
-std::mutex g_turn;               // held by the thread at work; recording never takes it
+Mutex g_turn;                    // held by the thread at work; recording never takes it
 
 bool IsOn(const Start& start) {
     return g_flags.run_is_on && g_run == start.run;

@@ -3,15 +3,15 @@
 
 #include <cerrno>
 #include <cstring>
-#include <mutex>
 
+#include "Mutex.h"
 #include "libDebugOutput.h"
 #include "libLog.h"
 
 namespace {
 
 // Guards the three descriptors, all of this file's own: nobody else knows or closes them.
-std::mutex g_lock;
+Mutex g_lock;
 int g_client = -1;      // duplicate of the client's; -1: not redirected
 int g_own_stdout = -1;  // where descriptors 1 and 2 led before
 int g_own_stderr = -1;

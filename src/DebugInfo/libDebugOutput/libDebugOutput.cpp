@@ -13,9 +13,9 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <mutex>
 
 #include "Clock.h"
+#include "Mutex.h"
 #include "Thread.h"
 #include "libLog.h"
 
@@ -34,7 +34,7 @@ struct ConsoleThread {
     bool started = false;
 };
 
-std::mutex g_control;  // one start or stop at a time; guards the two threads, the console's threads never take it
+Mutex g_control;  // one start or stop at a time; guards the two threads, the console's threads never take it
 ConsoleThread g_listener;
 ConsoleThread g_receiver;
 std::atomic<int> g_listen_fd{-1};  // written under g_control

@@ -1,16 +1,16 @@
 #include "libWatchDog.h"
 
 #include <cstdio>
-#include <mutex>
 
 #include "Clock.h"
+#include "Mutex.h"
 #include "PeerSegment.h"
 #include "libIpcUtils.h"
 #include "libLog.h"
 
 namespace {
 
-std::mutex g_lock;  // guards everything below
+Mutex g_lock;  // guards everything below
 PeerSegment g_segment{WATCH_DOG_KEY, WATCH_DOG_SIZE};
 WatchDogData g_table{};
 

@@ -6,9 +6,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <mutex>
 
 #include "Clock.h"
+#include "Mutex.h"
 #include "RecorderStatus.h"
 #include "libLog.h"
 
@@ -34,7 +34,7 @@ struct Trouble {  // of one operation on one kind of file; times are s since boo
 };
 
 struct Health {
-    std::mutex mutex;
+    Mutex mutex;
     Trouble troubles[kOperations][kKinds];
     long writes_fail_since = kNever;
     long syncs_fail_since = kNever;  // then a write that works only reached the system's cache

@@ -11,9 +11,9 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 
 #include "Clock.h"
+#include "Mutex.h"
 #include "ShareMem.h"
 #include "libLog.h"
 #include "libOthers.h"
@@ -34,7 +34,7 @@ struct Place {
 std::atomic<SysInfo*> g_config{nullptr};
 std::atomic<bool> g_is_wanted{false};  // between start and stop
 std::atomic<long> g_last_look{0};      // s since boot
-std::mutex g_place_lock;               // guards the following
+Mutex g_place_lock;                    // guards the following
 Place g_place;
 int g_filled_segment = -1;  // the one that the last look found in place of ours, with something in it
 
@@ -124,8 +124,11 @@ void LookForSegment() {
     if (now == last || !g_last_look.compare_exchange_strong(last, now)) {
         return;
     }
-    const std::unique_lock alone(g_place_lock, std::try_to_lock);
-    if (!alone || !g_is_wanted) {
+    if (!g_place_lock.try_lock()) {
+        return;
+    }
+    const std::lock_guard alone(g_place_lock, std::adopt_lock);
+    if (!g_is_wanted) {
         return;
     }
     // While the server is gone its last settings go on to hold; only a first segment is created.

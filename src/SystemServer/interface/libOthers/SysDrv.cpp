@@ -2,9 +2,9 @@
 #include <sys/msg.h>
 
 #include <atomic>
-#include <mutex>
 
 #include "Clock.h"
+#include "Mutex.h"
 #include "PeerQueue.h"
 #include "ShareMem.h"
 #include "libLog.h"
@@ -20,7 +20,7 @@ constexpr int kQueuesMax = 10;  // one request's; a queue that is removed again 
 
 // Held over a request: the driver's lock is not destroyed under it, and a request that finds no lock
 // does not run beside one that does.
-std::mutex g_one_request;
+Mutex g_one_request;
 
 std::atomic<int> g_proc_id{kNoProcId};
 std::atomic<int> g_queue{-1};
