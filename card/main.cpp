@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "commands/Commands.h"
+#include "commands/Manual.h"
 #include "text/Error.h"
 
 namespace {
@@ -29,21 +30,27 @@ constexpr char kDescription[] =
     "unless a command says otherwise. \"recordcard COMMAND --help\" tells the options of a command.";
 
 constexpr char kFooter[] =
-    "Exit status: 0 done; 1 done, but with findings; 2 wrong usage; 3 the card could not be read or written.";
+    "Exit status: 0 done; 1 done, but with findings; 2 wrong usage; 3 the card could not be read or written;\n"
+    "4 nothing was recorded in the time asked for.";
 
 }  // namespace
 
 int main(int argc, char** argv) {
     CLI::App app(kDescription, "recordcard");
     app.footer(kFooter);
+    app.set_version_flag("--version", "recordcard " RECORDCARD_VERSION);
     app.require_subcommand(1);
     std::vector<std::pair<CLI::App*, card::Run>> commands;
     for (const card::Command& command : kCommands) {
         CLI::App* sub = app.add_subcommand(command.name, command.summary);
         commands.emplace_back(sub, command.prepare(*sub));
     }
+    CLI::App* const manual = app.add_subcommand("manual", "The manual page, made from this help")->group("");
+    CLI::App* const completion = app.add_subcommand("completion", "The completions for bash")->group("");
     try {
         app.parse(argc, argv);
+        if (manual->parsed()) return card::PrintManual(app);
+        if (completion->parsed()) return card::PrintCompletion(app);
         for (const auto& [sub, run] : commands) {
             if (sub->parsed()) return run();
         }

@@ -25,6 +25,19 @@ constexpr uint32_t kStartSlack = 60;    // s a section may begin in front of its
 constexpr uint32_t kFullEndSlack = 30;  // s a run may take to end when its file is full
 constexpr uint32_t kEndSlack = 2;       // s its last sound may lie behind its last picture
 
+uint8_t AudioStreamType(uint8_t code) {
+    switch (code) {
+        case CODE_AUDIO_AAC & 0xFF:
+            return record_file::kStreamAac;
+        case CODE_AUDIO_G711A & 0xFF:
+            return record_file::kStreamG711A;
+        case CODE_AUDIO_G711U & 0xFF:
+            return record_file::kStreamG711U;
+        default:
+            return record_file::kStreamNone;
+    }
+}
+
 // Stretch of a record file.
 struct Part {
     uint64_t begin;
@@ -235,7 +248,7 @@ class FileCheck {
     bool Agrees(const Section& section, const KeyFrame& key, const SurveyedFrame& frame) const {
         const bool first = key.record.m_u32KeyFilePos == 0;
         const uint64_t begin = first ? section.Begin() : frame.offset;
-        const uint32_t time = first ? section.Start() : frame.time;
+        const uint32_t time = first ? section.head.m_u32RecordStartTime : frame.time;
         const bool kind = frame.video && (frame.key || key.record.m_u8KeyFrameType == RECORD_KEY_FRAME_VIRTUAL);
         const bool timed = key.record.m_u32KeyFrameTime == time || (frame.corrected && !first);
         return kind && key.offset == begin && frame.End() - begin == key.record.m_u32KeyFrameLenth && timed;
@@ -245,13 +258,14 @@ class FileCheck {
         if (frames_.empty()) return;
         const uint64_t first = frames_.front()->time;
         const uint64_t last = frames_.back()->time;
-        const bool starts = section.Start() <= first && first <= uint64_t{section.Start()} + kStartSlack;
+        const uint32_t start = section.head.m_u32RecordStartTime;
+        const bool starts = start <= first && first <= uint64_t{start} + kStartSlack;
         const bool filled = file_.Full() && &section == sections_.back();  // the end goes on while the run ends
         const uint32_t slack =
             filled ? kFullEndSlack : kEndSlack + (section.cut_bytes != 0 ? record_file::kAheadSecondsMax : 0);
         const bool ends = section.head.m_u32RecordEndTime <= last + slack &&
                           last <= std::max(uint64_t{section.head.m_u32RecordEndTime},
-                                           uint64_t{section.Start()} + (frames_.size() == 1 ? kStartSlack : 0));
+                                           uint64_t{start} + (frames_.size() == 1 ? kStartSlack : 0));
         if (starts && ends) return;
         AddHead(Level::Error, "section-times", place, NameOf(section) + " has other times than its stream",
                 "footage is listed at a wrong time");
@@ -263,6 +277,13 @@ class FileCheck {
         const RecordInfoHead_S& head = section.head;
         const uint8_t codec =
             stream.video_type == record_file::kStreamH265 ? CODE_VIDEO_H265 & 0xFF : CODE_VIDEO_H264 & 0xFF;
+        const bool odd = head.m_u8RecordType != RECORD_TYPE_SCHEDULE || head.m_u8SmartEnable > 1 ||
+                         AudioStreamType(head.m_u8AudioType) != stream.audio_type;
+        if (odd) {
+            AddHead(Level::Remark, "section-kind", place,
+                    NameOf(section) + " has a record type, sound or encoding that it cannot have",
+                    "none for the footage; programs may show it wrong");
+        }
         if (head.m_u16Width == stream.width && head.m_u16Height == stream.height &&
             head.m_u8Frame == stream.frame_rate && head.m_u8VideoType == codec) {
             return;
@@ -326,11 +347,18 @@ class FileCheck {
             if (!section->Usable()) continue;
             keys = std::max(keys, section->head.m_u32StartKeyFramePos / uint32_t{sizeof(KeyFrameInfoHead_S)} +
                                       section->head.m_u32KeyFrameSum);
-            start = std::min(start, section->Start());
-            end = std::max(end, section->End());
+            start = std::min(start, section->head.m_u32RecordStartTime);
+            end = std::max({end, section->head.m_u32RecordStartTime, section->head.m_u32RecordEndTime});
         }
         const RecordFileInfoHead_S& head = file_.head;
         if (start == UINT32_MAX) return;
+        uint32_t types = 0;
+        for (const Section* section : sections_) types |= section->Usable() ? section->head.m_u8RecordType : 0;
+        if (types != head.m_u32RecordFileSumType && types == RECORD_TYPE_SCHEDULE) {
+            AddHead(Level::Remark, "file-types", FileHeadOffset(file_.number),
+                    FormatText("the head of file %u names record types that no section has", file_.number),
+                    "none for the footage");
+        }
         const bool keys_fit = keys == head.m_u32RecordKeyFrameSum || sections_.back()->cut_bytes != 0;
         const bool times_fit =
             start == head.m_u32RecordStartTime && head.m_u32RecordEndTime >= head.m_u32RecordStartTime &&

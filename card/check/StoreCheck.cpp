@@ -144,6 +144,12 @@ class StoreCheck {
             "recording would go on in the wrong file", Mend::System);
     }
 
+    bool HasSectionHead(uint32_t number) const {
+        const auto head =
+            volume_.OpenFile(RECORD_INDEX_NAME).Get<RecordInfoHead_S>(record_file::SectionHeadOffset(number, 1));
+        return head && head->m_u32RecordInfoHeadFlag == RECORD_SECTION_FLAG && head->m_u16RecordFileNo == number;
+    }
+
     // An empty head of the current file is right until its first frame; footage newer than the rest says that it is
     // lost.
     void CheckFresh(uint32_t number, uint64_t place) {
@@ -158,7 +164,8 @@ class StoreCheck {
         const uint32_t last = survey.runs[recordings.back().run].last_time;
         const std::optional<uint32_t> newest = index_.Newest();
         if (newest && uint64_t{first} + kClockStepBack < *newest) return;
-        if (!newest && volume_.Fat() != nullptr && number == 0) return;  // what lay there before the card was formatted
+        // Formatting zeroes all heads: then it lay there before.
+        if (!newest && volume_.Fat() != nullptr && number == 0 && !HasSectionHead(number)) return;
         const bool cut = last - first <= kClockStepBack;
         Add(cut ? Level::Remark : Level::Error, cut ? "footage-uncounted" : "file-head", RECORD_INDEX_NAME, place,
             FormatText("file %u holds %s of new footage, but its head is empty", number,
@@ -173,23 +180,76 @@ class StoreCheck {
             if (file.number >= ALARM_EVENT_FILE_MAX) break;
             const uint64_t place = record_file::EventHeadOffset(file.number);
             const auto head = events.Get<AlarmEventHead_S>(place);
-            if (!head || head->m_u32AlarmEventFlag == 0) continue;
-            if (head->m_u32AlarmEventFlag != ALARM_EVENT_FLAG || head->m_u32AlarmFileNo != file.number ||
-                head->m_u32AlarmEventSum > ALARM_EVENT_MAX) {
+            if (!head) continue;
+            const bool zero = head->m_u32AlarmEventFlag == 0 && head->m_u32AlarmEventSum == 0;
+            const bool damaged =
+                !zero && (head->m_u32AlarmEventFlag != ALARM_EVENT_FLAG || head->m_u32AlarmFileNo != file.number ||
+                          head->m_u32AlarmEventSum > ALARM_EVENT_MAX);
+            const EventSums sums = SumsOf(file.number);
+            if (damaged || sums.uncounted != 0) {
                 Add(Level::Error, "event-head", RECORD_EVENT_NAME, place,
-                    FormatText("the event head of file %u is damaged", file.number),
-                    "the alarms of this file are not listed", Mend::Events, file.number);
+                    damaged ? FormatText("the event head of file %u is damaged", file.number)
+                            : FormatText("the event head of file %u leaves out %u events that are there", file.number,
+                                         sums.uncounted),
+                    "the camera does not list these alarms, and writes new ones over them", Mend::Events, file.number);
+            } else if (!zero && sums.events != 0 && !sums.Agree(*head)) {
+                Add(Level::Remark, "event-sums", RECORD_EVENT_NAME, place,
+                    FormatText("the event head of file %u has other times or types than its events", file.number),
+                    "none for the events themselves", Mend::Events, file.number);
             }
         }
         for (const Event& event : index_.AllEvents()) {
-            if (!event.fits) CheckStrayEvent(event);
+            event.fits ? CheckEvent(event) : CheckStrayEvent(event);
+        }
+    }
+
+    // What an event head should say.
+    struct EventSums {
+        uint32_t events = 0;
+        uint32_t uncounted = 0;
+        uint32_t start = UINT32_MAX;
+        uint32_t end = 0;
+        uint8_t types = 0;
+
+        bool Agree(const AlarmEventHead_S& head) const {
+            const uint32_t end_said = head.m_u32AlarmEndTime;
+            return head.m_u32AlarmStartTime >= start && head.m_u32AlarmStartTime <= std::max(start, end) &&
+                   (end_said == 0 || (end_said >= start && end_said <= std::max(start, end))) &&
+                   (head.m_u8AlarmEventType & types) == types && (head.m_u8AlarmEventType & ~(1 | 4 | 8 | 32)) == 0;
+        }
+    };
+
+    EventSums SumsOf(uint32_t file) const {
+        EventSums sums;
+        for (const Event& event : index_.AllEvents()) {
+            if (event.file != file || !event.fits) continue;
+            ++sums.events;
+            sums.uncounted += event.counted ? 0 : 1;
+            sums.start = std::min(sums.start, event.Start());
+            sums.end = std::max({sums.end, event.Start(), event.End()});
+            sums.types = static_cast<uint8_t>(sums.types | event.record.m_u8AlarmFileType);
+        }
+        return sums;
+    }
+
+    void CheckEvent(const Event& event) {
+        const uint64_t place = record_file::EventOffset(event.file, event.slot);
+        if (event.bad_end) {
+            Add(Level::Error, "event-end", RECORD_EVENT_NAME, place,
+                FormatText("event %u of file %u has an end that cannot be", event.slot, event.file),
+                "it is shown as one that was still on", Mend::Events, event.file);
+        }
+        if (!event.KnownType()) {
+            Add(Level::Error, "event-type", RECORD_EVENT_NAME, place,
+                FormatText("event %u of file %u is of kind 0x%X, which there is not", event.slot, event.file,
+                           event.record.m_u8AlarmFileType),
+                "what set off this alarm is not shown", Mend::Events, event.file);
         }
     }
 
     void CheckStrayEvent(const Event& event) {
         const FileState& file = index_.Files()[event.file];
-        const bool stale =
-            event.record.m_u32AlarmEventFlag == ALARM_RECORD_FLAG && event.End() < file.head.m_u32RecordStartTime;
+        const bool stale = event.record.m_u32AlarmEventFlag == ALARM_RECORD_FLAG && event.End() < file.first;
         const uint64_t place = record_file::EventOffset(event.file, event.slot);
         Add(stale ? Level::Remark : Level::Error, "event", RECORD_EVENT_NAME, place,
             FormatText("event %u of file %u %s", event.slot, event.file,

@@ -33,7 +33,7 @@ class Lister {
     }
 
     // Times every frame, and lets go of those before the key frame that the first picture of `from` needs.
-    void Finish(uint32_t from) {
+    void Finish(uint32_t from, uint32_t to) {
         SettleTimes(frames_);
         size_t key = 0;
         for (const SurveyedFrame& frame : frames_) {
@@ -52,7 +52,11 @@ class Lister {
                 frame.at = times.at[picture - 1] + frame.at * times.frame_duration;
             }
         }
-        CutFront(from);
+        const bool any = std::any_of(marks_.begin(), marks_.end(), [from, to](const FrameMark& mark) {
+            return mark.second >= from && mark.second <= to;
+        });
+        if (any) CutFront(from);
+        if (!any) result_.frames.clear();
     }
 
   private:
@@ -107,9 +111,9 @@ class Lister {
     bool restarted_ = false;  // a stream head was found since the last frame
 };
 
-// Where an event that was never closed may reach to: nothing later is in its file.
-uint32_t LastSecond(const CardIndex& index, const Event& event) {
-    return event.Open() ? std::max(event.Start(), index.Files()[event.file].head.m_u32RecordEndTime) : event.End();
+// Where an event that was never closed may reach to.
+uint32_t LastSecond(const Event& event) {
+    return event.Open() ? std::max(event.Start(), event.limit) : event.End();
 }
 
 StreamScanner Scanner(const StoreFile& file, const Stretch& stretch) {
@@ -129,14 +133,14 @@ uint64_t Selection::StreamBytes() const {
 // The index knows whole seconds: a key frame of the second `from` may stand behind other pictures of it, so the
 // search begins a second earlier, and listing finds the place.
 Selection SelectTimes(const CardIndex& index, uint32_t from, uint32_t to) {
-    Selection selection{index.Find(std::max(from, 1u) - 1, to), from};
+    Selection selection{index.Find(std::max(from, 1u) - 1, to), from, to};
     std::erase_if(selection.stretches, [&](const Stretch& s) { return index.Sections()[s.section].End() < from; });
     return selection;
 }
 
 Selection SelectEvent(const CardIndex& index, uint32_t number) {
     for (const Event& event : index.Events()) {
-        if (event.number == number) return SelectTimes(index, event.Start(), LastSecond(index, event));
+        if (event.number == number) return SelectTimes(index, event.Start(), LastSecond(event));
     }
     throw CardError("There is no event " + std::to_string(number) + " on the card; \"recordcard events\" lists them.",
                     kUsage);
@@ -161,10 +165,11 @@ Selection SelectAll(const CardIndex& index) {
     return selection;
 }
 
-ClipReader::ClipReader(const CardIndex& index, const Stretch& stretch, uint32_t from)
+ClipReader::ClipReader(const CardIndex& index, const Stretch& stretch, uint32_t from, uint32_t to)
     : section_(index.Sections()[stretch.section]),
       stretch_(stretch),
       from_(from),
+      to_(to),
       file_(index.OpenRecordFile(section_.file)),
       scanner_(Scanner(file_, stretch)) {}
 
@@ -181,7 +186,7 @@ ClipStretch ClipReader::List(const BytesDone& done) {
         if (found == StreamScanner::Found::Frame) lister.Take(scanner_.Frame());
         done(scanner_.Position() - before);
     }
-    lister.Finish(from_);
+    lister.Finish(from_, to_);
     return result;
 }
 

@@ -19,7 +19,8 @@ namespace card {
 
 struct Selection {
     std::vector<Stretch> stretches;  // oldest first; empty: nothing was recorded there
-    uint32_t from = 0;  // s since 1970 UTC; of earlier pictures only those are wanted that its first one needs
+    uint32_t from = 0;         // s since 1970 UTC; of earlier pictures only those are wanted that its first one needs
+    uint32_t to = UINT32_MAX;  // a stretch without a picture from `from` to here gives nothing
 
     uint64_t StreamBytes() const;
 };
@@ -53,8 +54,8 @@ using BytesDone = std::function<void(uint64_t bytes)>;  // called with a number 
 
 class ClipReader {
   public:
-    // `from`: see Selection.
-    ClipReader(const CardIndex& index, const Stretch& stretch, uint32_t from = 0);
+    // `from`, `to`: see Selection.
+    ClipReader(const CardIndex& index, const Stretch& stretch, uint32_t from = 0, uint32_t to = UINT32_MAX);
 
     // Lists the stretch; without a key frame in it, no frames.
     ClipStretch List(const BytesDone& done);
@@ -68,6 +69,7 @@ class ClipReader {
     const Section& section_;
     Stretch stretch_;
     uint32_t from_;
+    uint32_t to_;
     StoreFile file_;
     StreamScanner scanner_;
     std::vector<uint8_t> bytes_;

@@ -2,10 +2,10 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 
 #include "commands/Commands.h"
+#include "commands/Json.h"
 #include "commands/Progress.h"
 #include "repair/Repairer.h"
 #include "text/Error.h"
@@ -25,8 +25,8 @@ const char* LevelText(Finding::Level level) {
     return level == Finding::Level::Error ? "error" : "remark";
 }
 
-void PrintJson(const std::string& path, const Findings& findings) {
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+void PrintReport(const std::string& path, const Findings& findings) {
+    Json list = Json::array();
     for (const Finding& finding : findings) {
         list.push_back({{"level", LevelText(finding.level)},
                         {"kind", finding.kind},
@@ -37,12 +37,11 @@ void PrintJson(const std::string& path, const Findings& findings) {
                         {"mendable", finding.mend != Finding::Mend::Nothing}});
     }
     const size_t errors = Errors(findings);
-    const nlohmann::ordered_json report = {{"card", path},
-                                           {"clean", errors == 0},
-                                           {"errors", errors},
-                                           {"remarks", findings.size() - errors},
-                                           {"findings", std::move(list)}};
-    std::printf("%s\n", report.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+    PrintJson({{"card", path},
+               {"clean", errors == 0},
+               {"errors", errors},
+               {"remarks", findings.size() - errors},
+               {"findings", std::move(list)}});
 }
 
 void PrintText(const std::string& path, const Findings& findings) {
@@ -70,7 +69,7 @@ int Check(const CheckArguments& arguments) {
         Progress progress("Checking");
         return CheckAll(volume, [&progress](uint64_t done, uint64_t total) { progress.Show(done, total); });
     }();
-    arguments.json ? PrintJson(arguments.path, findings) : PrintText(arguments.path, findings);
+    arguments.json ? PrintReport(arguments.path, findings) : PrintText(arguments.path, findings);
     return Errors(findings) == 0 ? kDone : kFindings;
 }
 

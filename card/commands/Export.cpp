@@ -1,8 +1,10 @@
 // recordcard export: a stretch of the card as a file that plays anywhere.
 #include <signal.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <charconv>
 #include <cinttypes>
 #include <cstdio>
@@ -30,12 +32,15 @@ struct ExportArguments {
     std::string out;
     std::string from;
     std::string to;
-    uint32_t event = 0;
+    std::string event;  // a number or "all"
     std::string section;
     bool all = false;
     bool force = false;
+    bool to_stdout = false;
     TimeStyle times;
 };
+
+constexpr char kNothingThere[] = "Nothing was recorded then; \"recordcard list\" tells what is there.";
 
 volatile sig_atomic_t stop_signal = 0;  // written by the handler alone
 
@@ -69,6 +74,15 @@ std::pair<uint32_t, uint32_t> ParseSection(const std::string& text) {
     throw CardError("--section takes FILE:SECTION as \"recordcard list\" prints it, not \"" + text + "\"", kUsage);
 }
 
+uint32_t ParseEvent(const std::string& text) {
+    uint32_t number = 0;
+    const char* const end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, number);
+    if (result.ec == std::errc() && result.ptr == end && number != 0) return number;
+    throw CardError("--event takes a number as \"recordcard events\" prints it, or \"all\", not \"" + text + "\"",
+                    kUsage);
+}
+
 Selection SelectAsked(const CardIndex& index, const ExportArguments& arguments) {
     const uint32_t newest = index.Newest().value_or(0);
     const uint32_t from = arguments.from.empty() ? 0 : arguments.times.Parse(arguments.from, newest);
@@ -80,13 +94,13 @@ Selection SelectAsked(const CardIndex& index, const ExportArguments& arguments) 
 
 Selection Select(const CardIndex& index, const ExportArguments& arguments) {
     const bool times = !arguments.from.empty() || !arguments.to.empty();
-    const int ways = int{times} + int{arguments.event != 0} + int{!arguments.section.empty()} + int{arguments.all};
+    const int ways = int{times} + int{!arguments.event.empty()} + int{!arguments.section.empty()} + int{arguments.all};
     if (ways != 1) {
         throw CardError("Say what to export: --from and/or --to, or --event, or --section, or --all (one of these)",
                         kUsage);
     }
     if (times) return SelectAsked(index, arguments);
-    if (arguments.event != 0) return SelectEvent(index, arguments.event);
+    if (!arguments.event.empty()) return SelectEvent(index, ParseEvent(arguments.event));
     if (arguments.all) return SelectAll(index);
     const auto [file, number] = ParseSection(arguments.section);
     return SelectSection(index, file, number);
@@ -102,18 +116,20 @@ void CheckSpace(const std::string& out, uint64_t bytes) {
     }
 }
 
-void PrintPart(const ExportPart& part, const TimeStyle& times) {
+void PrintPart(std::FILE* to, const ExportPart& part, const TimeStyle& times) {
     const auto seconds = static_cast<double>(part.length) / kTicksPerSecond;
-    std::printf("%s: from %s, %.2f s, %" PRIu64 " pictures, %s%s", part.path.c_str(),
-                times.DateTime(part.start).c_str(), seconds, part.pictures,
-                part.parameters.video_type == record_file::kStreamH265 ? "H.265" : "H.264",
-                part.has_sound ? " with sound" : "");
-    if (part.gaps != 0) std::printf(", %u gap%s left out", part.gaps, part.gaps == 1 ? "" : "s");
-    std::printf("\n");
+    std::fprintf(to, "%s: from %s, %.2f s, %" PRIu64 " pictures, %s%s", part.path.c_str(),
+                 times.DateTime(part.start).c_str(), seconds, part.pictures,
+                 part.parameters.video_type == record_file::kStreamH265 ? "H.265" : "H.264",
+                 part.has_sound ? " with sound" : "");
+    if (part.gaps != 0) std::fprintf(to, ", %u gap%s left out", part.gaps, part.gaps == 1 ? "" : "s");
+    std::fprintf(to, "\n");
 }
 
 ExportReport RunExport(const CardIndex& index, const ExportArguments& arguments, const Selection& selection) {
-    Exporter exporter(index, arguments.out, arguments.force, arguments.times);
+    using Mode = OutputFiles::Mode;
+    const Mode mode = arguments.to_stdout ? Mode::ToStdout : arguments.force ? Mode::Overwrite : Mode::New;
+    Exporter exporter(index, arguments.out, mode, arguments.times);
     const StopSignals signals;
     av_log_set_level(AV_LOG_FATAL);  // what fails is told by us
     Progress progress("Exporting");
@@ -125,24 +141,56 @@ ExportReport RunExport(const CardIndex& index, const ExportArguments& arguments,
     });
 }
 
-int Export(const ExportArguments& arguments) {
-    RequireApart(arguments.path, arguments.out);
-    const Volume volume = Volume::Open(arguments.path);
-    const CardIndex index(volume);
+int ExportOne(const CardIndex& index, const ExportArguments& arguments) {
     const Selection selection = Select(index, arguments);
-    if (selection.stretches.empty())
-        throw CardError("Nothing was recorded then; \"recordcard list\" tells what is there.", kFindings);
-    CheckSpace(arguments.out, selection.StreamBytes());
+    if (selection.stretches.empty()) throw CardError(kNothingThere, kNothing);
+    if (!arguments.to_stdout) CheckSpace(arguments.out, selection.StreamBytes());
     const ExportReport report = RunExport(index, arguments, selection);
-    for (const ExportPart& part : report.parts) PrintPart(part, arguments.times);
+    for (const ExportPart& part : report.parts) PrintPart(arguments.to_stdout ? stderr : stdout, part, arguments.times);
     if (report.damaged_bytes != 0 || report.foreign_frames != 0) {
         std::fprintf(stderr,
                      "recordcard: left out as damaged or of an earlier lap: %s, and %" PRIu64
                      " frames; \"recordcard check\" tells more\n",
                      Bytes(report.damaged_bytes).c_str(), report.foreign_frames);
     }
-    if (report.parts.empty()) throw CardError("There is no key frame in what is left of that time.", kFindings);
-    return kDone;
+    if (!report.parts.empty()) return kDone;
+    if (report.found == 0 && report.damaged_bytes == 0 && report.foreign_frames == 0)
+        throw CardError(kNothingThere, kNothing);
+    throw CardError("There is no key frame that a file can begin with in what is left of that time.", kFindings);
+}
+
+// One file each: OUT with the event's number in front of its ending.
+int ExportEvents(const CardIndex& index, const ExportArguments& arguments) {
+    if (arguments.to_stdout) throw CardError("--event all makes a file for each event", kUsage);
+    if (index.Events().empty()) throw CardError("There is no event on the card.", kNothing);
+    ContainerOf(arguments.out);
+    int worst = kDone;
+    for (const Event& event : index.Events()) {
+        ExportArguments one = arguments;
+        one.event = std::to_string(event.number);
+        one.out.insert(one.out.rfind('.'), "-event" + one.event);
+        try {
+            worst = std::max(worst, ExportOne(index, one));
+        } catch (const CardError& error) {
+            if (error.Code() != kNothing && error.Code() != kFindings) throw;
+            std::fprintf(stderr, "recordcard: event %u: %s\n", event.number, error.what());
+            worst = std::max<int>(worst, error.Code());
+        }
+    }
+    return worst;
+}
+
+int Export(ExportArguments arguments) {
+    if (arguments.to_stdout) {
+        if (arguments.out.empty()) arguments.out = "stream.mkv";
+        if (isatty(STDOUT_FILENO) != 0) throw CardError("--to-stdout wants a pipe or a file behind it", kUsage);
+    } else {
+        if (arguments.out.empty()) throw CardError("Say which file to make, or --to-stdout", kUsage);
+        RequireApart(arguments.path, arguments.out);
+    }
+    const Volume volume = Volume::Open(arguments.path);
+    const CardIndex index(volume);
+    return arguments.event == "all" ? ExportEvents(index, arguments) : ExportOne(index, arguments);
 }
 
 }  // namespace
@@ -150,12 +198,15 @@ int Export(const ExportArguments& arguments) {
 Run PrepareExport(CLI::App& command) {
     const auto arguments = std::make_shared<ExportArguments>();
     command.add_option("CARD", arguments->path, "Mounted card, folder, device or image file")->required();
-    command.add_option("OUT", arguments->out, "File to make: .mp4, .mkv, .h264, .h265 or .ps")->required();
+    command.add_option("OUT", arguments->out, "File to make: .mp4, .mkv, .h264, .h265 or .ps");
+    command.add_flag("--to-stdout", arguments->to_stdout, "Into a pipe, as .mkv or of the kind that OUT names");
     command.add_option("--from", arguments->from, "From the key frame at or before this time")->type_name("TIME");
     command.add_option("--to", arguments->to, "To this time, the whole second included")->type_name("TIME");
-    command.add_option("--event", arguments->event, "The event of this number, see \"recordcard events\"")
-        ->check(CLI::Range(1, 1 << 20))
-        ->type_name("N");
+    command
+        .add_option(
+            "--event", arguments->event,
+            "The event of this number, see \"recordcard events\"; \"all\": each in a file OUT-eventN of its own")
+        ->type_name("N|all");
     command.add_option("--section", arguments->section, "One section, see \"recordcard list\"")
         ->type_name("FILE:SECTION");
     command.add_flag("--all", arguments->all, "Everything on the card");
@@ -167,7 +218,8 @@ Run PrepareExport(CLI::App& command) {
         "an .mkv. Time in the file is real time; gaps of more than 2 s are left out and marked with a chapter.\n"
         "Where codec or picture size change, a further file OUT-2, OUT-3, ... begins. The raw files: .h264 and .h265\n"
         "hold pictures alone; .ps the program stream as it lies on the card, with its own clock of 25 frames a\n"
-        "second (and G.711 sound under a mark that FFmpeg's players do not know: they show its pictures alone).");
+        "second. To look at once: recordcard export CARD --event 1 --to-stdout | ffplay -\n"
+        "Exit status: 4 nothing was recorded in the time asked for.");
     return [arguments] { return Export(*arguments); };
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "commands/Commands.h"
+#include "commands/Json.h"
 #include "commands/Options.h"
 #include "index/CardIndex.h"
 #include "text/Error.h"
@@ -18,6 +19,7 @@ namespace {
 
 struct InfoArguments {
     std::string path;
+    bool json = false;
     TimeStyle times;
 };
 
@@ -41,6 +43,22 @@ int Info(const InfoArguments& arguments) {
     const auto& files = index.Files();
     const auto used = std::count_if(files.begin(), files.end(), [](const FileState& file) { return !file.empty; });
 
+    if (arguments.json) {
+        PrintJson({{"card", volume.Path()},
+                   {"kind", KindOf(volume)},
+                   {"bytes", volume.TotalBytes()},
+                   {"files", index.FileCount()},
+                   {"filesUsed", used},
+                   {"currentFile", system.m_u32RecordFileNo},
+                   {"recordedBytes", index.StreamBytes()},
+                   {"sections", index.Sections().size()},
+                   {"events", index.Events().size()},
+                   {"oldest", index.Oldest() ? Json(*index.Oldest()) : Json()},
+                   {"newest", index.Newest() ? Json(*index.Newest()) : Json()},
+                   {"bytesPerSecond", index.BytesPerSecond() ? Json(*index.BytesPerSecond()) : Json()},
+                   {"hoursKept", index.HoursKept() ? Json(*index.HoursKept()) : Json()}});
+        return kDone;
+    }
     std::printf("%-15s %s (%s)\n", "Card", volume.Path().c_str(), KindOf(volume).c_str());
     std::printf("%-15s %s\n", "Size", Bytes(volume.TotalBytes()).c_str());
     std::printf("%-15s %u of 256 MiB, %u in use, recording goes on in number %u\n", "Record files", index.FileCount(),
@@ -61,6 +79,7 @@ int Info(const InfoArguments& arguments) {
 Run PrepareInfo(CLI::App& command) {
     const auto arguments = std::make_shared<InfoArguments>();
     command.add_option("CARD", arguments->path, "Mounted card, folder, device or image file")->required();
+    command.add_flag("--json", arguments->json, "For scripts: one JSON object");
     AddTimeStyle(command, arguments->times);
     return [arguments] { return Info(*arguments); };
 }

@@ -23,6 +23,8 @@ struct ListArguments {
     TimeStyle times;
 };
 
+constexpr uint32_t kWaitShown = 2;  // s
+
 std::string StreamText(const RecordInfoHead_S& head) {
     const std::string video = VideoName(head);
     const std::string audio = AudioName(head);
@@ -45,6 +47,11 @@ void PrintKeyFrames(const CardIndex& index, const Section& section, const TimeSt
 }
 
 void PrintSection(const Section& section, const TimeStyle& times) {
+    if (section.Wait() >= kWaitShown) {
+        std::printf("  %s - %s   %-16s  -- asked for, no picture yet --\n",
+                    times.Clock(section.head.m_u32RecordStartTime).c_str(), times.Clock(section.Start()).c_str(),
+                    Duration(section.Wait()).c_str());
+    }
     const bool next_day = times.Day(section.Start()) != times.Day(section.End());
     std::printf("  %s - %s%s  %-16s %4u:%-3u  %10s  %s, %s\n", times.Clock(section.Start()).c_str(),
                 times.Clock(section.End()).c_str(), next_day ? "+" : " ", Duration(section.Seconds()).c_str(),

@@ -37,7 +37,7 @@ int Timeline(const TimelineArguments& arguments) {
     RequireApart(arguments.options.path, arguments.out);
     const Volume volume = Volume::Open(arguments.options.path);
     const CardIndex index(volume);
-    OutputFiles files(arguments.out, arguments.force);
+    OutputFiles files(arguments.out, arguments.force ? OutputFiles::Mode::Overwrite : OutputFiles::Mode::New);
     av_log_set_level(AV_LOG_FATAL);  // a damaged picture is left out in silence
     Progress progress("Pictures");
     const std::string page =

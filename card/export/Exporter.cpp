@@ -34,8 +34,8 @@ uint32_t ToSeconds(Ticks at) {
 
 }  // namespace
 
-Exporter::Exporter(const CardIndex& index, const std::string& path, bool overwrite, const TimeStyle& times)
-    : index_(index), container_(ContainerOf(path)), times_(times), files_(path, overwrite) {}
+Exporter::Exporter(const CardIndex& index, const std::string& path, OutputFiles::Mode mode, const TimeStyle& times)
+    : index_(index), container_(ContainerOf(path)), times_(times), files_(path, mode) {}
 
 ExportReport Exporter::Run(const Selection& selection, const BytesDone& done) {
     done_ = done;
@@ -50,11 +50,12 @@ ExportReport Exporter::Run(const Selection& selection, const BytesDone& done) {
 }
 
 void Exporter::Move(const Selection& selection, size_t number) {
-    ClipReader reader(index_, selection.stretches[number], selection.from);
+    ClipReader reader(index_, selection.stretches[number], selection.from, selection.to);
     ClipStretch listed = reader.List(done_);
     report_.damaged_bytes += listed.damaged_bytes;
     report_.foreign_frames += listed.foreign_frames;
     if (listed.frames.empty()) return;
+    report_.found += listed.frames.size();
     RequireCodec(container_, CodecOf(listed.parameters));
     if (!Raw()) {
         const VideoCodec codec = CodecOf(listed.parameters);
@@ -120,7 +121,9 @@ void Exporter::StartPart(const ClipStretch& stretch, const ClipFrame& frame, Byt
     FinishPart();
     const std::string& path = files_.Next();
     const ClipDetails details{ToSeconds(frame.at), stretch.steady_rate, bytes_left_};
-    writer_ = Raw() ? OpenRawWriter(path) : OpenMuxWriter(path, container_, shape, details, unit);
+    // Players know the stream's sound by the head that stands in front of it on the card.
+    const ByteView head = container_ == Container::ProgramStream ? ByteView(record_file::kStreamHead) : ByteView();
+    writer_ = Raw() ? OpenRawWriter(path, head) : OpenMuxWriter(path, container_, shape, details, unit);
     timeline_.StartFile(frame.at);
     chapter_due_ = false;
     writer_->Chapter(0, times_.DateTime(details.start_time));

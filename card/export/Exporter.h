@@ -32,6 +32,7 @@ struct ExportPart {
 
 struct ExportReport {
     std::vector<ExportPart> parts;  // empty: there was no key frame in any stretch
+    uint64_t found = 0;             // pictures of that time, whether a file could begin with them or not
     uint64_t damaged_bytes = 0;     // left out, as they are no frames
     uint64_t foreign_frames = 0;    // left out, as they are of an earlier lap
 };
@@ -39,7 +40,7 @@ struct ExportReport {
 class Exporter {
   public:
     // Throws CardError (kUsage) when the files must not be written there.  `index` outlives it.
-    Exporter(const CardIndex& index, const std::string& path, bool overwrite, const TimeStyle& times);
+    Exporter(const CardIndex& index, const std::string& path, OutputFiles::Mode mode, const TimeStyle& times);
 
     // Throws CardError; then no file was made.  `done` is called with up to twice the selection's bytes.
     ExportReport Run(const Selection& selection, const BytesDone& done);

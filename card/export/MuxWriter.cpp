@@ -72,7 +72,8 @@ class MuxWriter : public ClipWriter {
         AddVideo(shape, details, key_unit, mp4);
         if (shape.sound) AddSound(*shape.sound, mp4);
         av_dict_set(&context->metadata, "creation_time", IsoTime(details.start_time).c_str(), 0);
-        Require(avio_open(&context->pb, path.c_str(), AVIO_FLAG_WRITE), path);
+        const char* const url = path == "/dev/stdout" ? "pipe:1" : path.c_str();  // a pipe cannot be sought in
+        Require(avio_open(&context->pb, url, AVIO_FLAG_WRITE), path);
         AVDictionary* options = nullptr;
         if (mp4 && details.stream_bytes <= kFastStartMax) av_dict_set(&options, "movflags", "+faststart", 0);
         const int result = avformat_write_header(context, &options);
@@ -130,12 +131,23 @@ class MuxWriter : public ClipWriter {
         parameters->profile = picture.profile;
         parameters->level = picture.level;
         SetExtradata(parameters, shape.parameter_sets);
+        if (const auto turn = OrientationOf(shape.codec, key_unit)) Turn(*turn);
         // Phones play H.265 under this name only.
         if (mp4 && shape.codec == VideoCodec::H265) parameters->codec_tag = MKTAG('h', 'v', 'c', '1');
         video_->time_base = kClipClock;
         if (details.steady_rate != 0) {
             video_->avg_frame_rate = video_->r_frame_rate = {static_cast<int>(details.steady_rate), 1};
         }
+    }
+
+    // FFmpeg turns clockwise and flips afterwards, the stream flips first: each flip reverses the turn.
+    void Turn(const DisplayOrientation& turn) {
+        constexpr size_t kMatrix = 9 * sizeof(int32_t);
+        void* const data = RequireObject(av_stream_new_side_data(video_, AV_PKT_DATA_DISPLAYMATRIX, kMatrix), path_);
+        int32_t* const matrix = static_cast<int32_t*>(data);
+        const bool reversed = turn.flip_horizontally != turn.flip_vertically;
+        av_display_rotation_set(matrix, reversed ? turn.anticlockwise : -turn.anticlockwise);
+        av_display_matrix_flip(matrix, turn.flip_horizontally, turn.flip_vertically);
     }
 
     void AddSound(const SoundFormat& format, bool mp4) {

@@ -12,13 +12,19 @@
 
 namespace card {
 
+namespace {
+
+constexpr char kStdout[] = "/dev/stdout";
+
+}  // namespace
+
 std::string FolderOf(const std::string& path) {
     const size_t slash = path.rfind('/');
     if (slash == std::string::npos) return ".";
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-OutputFiles::OutputFiles(std::string path, bool overwrite) : path_(std::move(path)), overwrite_(overwrite) {
+OutputFiles::OutputFiles(std::string path, Mode mode) : path_(std::move(path)), mode_(mode) {
     RequireFree(path_);
 }
 
@@ -35,11 +41,20 @@ std::string OutputFiles::Name(size_t part) const {
 }
 
 void OutputFiles::RequireFree(const std::string& name) const {
-    if (overwrite_ || access(name.c_str(), F_OK) != 0) return;
+    if (mode_ != Mode::New || access(name.c_str(), F_OK) != 0) return;
     throw CardError(name + " is there already; --force overwrites it", kUsage);
 }
 
 const std::string& OutputFiles::Next() {
+    if (mode_ == Mode::ToStdout) {
+        if (!final_.empty()) {
+            throw CardError(
+                "codec, picture size or sound change there, and one stream has one of each: export to a file");
+        }
+        final_.push_back("standard output");
+        stdout_ = kStdout;
+        return stdout_;
+    }
     const std::string name = Name(final_.size());
     RequireFree(name);
     const std::string temporary = name + "." + std::to_string(getpid()) + ".part";

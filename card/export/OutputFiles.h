@@ -13,8 +13,14 @@ std::string FolderOf(const std::string& path);
 
 class OutputFiles {
   public:
-    // Throws CardError (kUsage) when `path` is there and `overwrite` is not allowed.
-    OutputFiles(std::string path, bool overwrite);
+    enum class Mode {
+        New,        // `path` must not be there
+        Overwrite,  // it may
+        ToStdout,   // one file alone, written to standard output; `path` names its kind
+    };
+
+    // Throws CardError (kUsage) when `path` is there and must not be.
+    OutputFiles(std::string path, Mode mode);
     ~OutputFiles();
     OutputFiles(const OutputFiles&) = delete;
     OutputFiles& operator=(const OutputFiles&) = delete;
@@ -31,7 +37,8 @@ class OutputFiles {
     void RequireFree(const std::string& name) const;
 
     std::string path_;
-    bool overwrite_;
+    Mode mode_;
+    std::string stdout_;
     std::vector<std::string> final_;
     std::vector<std::string> temporary_;
     size_t committed_ = 0;

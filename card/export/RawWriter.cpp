@@ -10,8 +10,9 @@ namespace {
 
 class RawWriter : public ClipWriter {
   public:
-    explicit RawWriter(const std::string& path) : path_(path), file_(std::fopen(path.c_str(), "wbe")) {
+    RawWriter(const std::string& path, ByteView head) : path_(path), file_(std::fopen(path.c_str(), "wbe")) {
         if (!file_) throw SystemError(path, errno);
+        Write(head);
     }
 
     void Picture(ByteView unit, bool, const PictureTimes&) override { Write(unit); }
@@ -35,8 +36,8 @@ class RawWriter : public ClipWriter {
 
 }  // namespace
 
-std::unique_ptr<ClipWriter> OpenRawWriter(const std::string& path) {
-    return std::make_unique<RawWriter>(path);
+std::unique_ptr<ClipWriter> OpenRawWriter(const std::string& path, ByteView head) {
+    return std::make_unique<RawWriter>(path, head);
 }
 
 }  // namespace card

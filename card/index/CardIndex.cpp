@@ -6,6 +6,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "index/SectionTimes.h"
 #include "text/Error.h"
 
 namespace card {
@@ -18,7 +19,6 @@ using record_file::kKeyFramesMax;
 using record_file::kPackedFrameMax;
 
 constexpr uint32_t kEventTolerance = 60;  // s an event may lie outside its file: pre-record, clock set
-constexpr uint32_t kClockStep = 60;       // s a frame's time may go back when the camera's clock is set
 constexpr uint32_t kRateSeconds = 600;    // of video the present bit rate is taken from
 
 template <typename Record>
@@ -62,7 +62,8 @@ bool CutKeyFrames(Section& section, const FileState& file) {
     return section.cut_key_frames <= kAheadKeyFramesMax;
 }
 
-Section::Fault SectionFault(Section& section, const FileState& file) {
+// `earliest`: the start of the file's lap.
+Section::Fault SectionFault(Section& section, const FileState& file, uint32_t earliest) {
     using Fault = Section::Fault;
     const RecordInfoHead_S& head = section.head;
     if (head.m_u32RecordInfoHeadFlag != RECORD_SECTION_FLAG) return Fault::NotFlagged;
@@ -70,10 +71,8 @@ Section::Fault SectionFault(Section& section, const FileState& file) {
         return Fault::WrongPlace;
     }
     if (!CutToFile(section, file)) return Fault::OutsideFile;
-    if (head.m_u32RecordStartTime < file.head.m_u32RecordStartTime) return Fault::EarlierLap;
+    if (head.m_u32RecordStartTime < earliest) return Fault::EarlierLap;
     if (!CutKeyFrames(section, file)) return Fault::BadKeyFrames;
-    const uint64_t end = head.m_u32RecordEndTime;
-    if (end != 0 && end + kClockStep < head.m_u32RecordStartTime) return Fault::BadTimes;
     return Fault::None;
 }
 
@@ -96,19 +95,19 @@ bool EventFits(const Event& event, const FileState& file) {
     const AlarmFileInfoHead_S& record = event.record;
     return record.m_u32AlarmEventFlag == ALARM_RECORD_FLAG &&
            record.m_u16AlarmFileNo == static_cast<uint16_t>(event.file) && record.m_u16AlarmFileUseNo == event.slot &&
-           (event.Open() || record.m_u32AlarmEndTime >= record.m_u32AlarmStartTime) &&
-           uint64_t{event.Start()} + kEventTolerance >= file.head.m_u32RecordStartTime &&
-           event.Start() <= uint64_t{file.head.m_u32RecordEndTime} + kEventTolerance;
+           uint64_t{event.Start()} + kEventTolerance >= file.first &&
+           event.Start() <= uint64_t{file.last} + kEventTolerance;
 }
 
 }  // namespace
 
-uint32_t Section::End() const {
-    return std::max(head.m_u32RecordEndTime, head.m_u32RecordStartTime);
+uint32_t Section::Wait() const {
+    const uint32_t asked = head.m_u32RecordStartTime;
+    return asked < first && first - asked <= 3600 ? first - asked : 0;
 }
 
 uint32_t Event::End() const {
-    return Open() ? Start() : record.m_u32AlarmEndTime;
+    return Open() ? Start() : std::max(record.m_u32AlarmEndTime, Start());
 }
 
 CardIndex::CardIndex(const Volume& volume) : volume_(&volume) {
@@ -135,6 +134,12 @@ void CardIndex::ReadFiles(const StoreFile& index) {
         index.Reachable() > RECORD_SECTION_BASE ? (index.Reachable() - RECORD_SECTION_BASE) / RECORD_SECTION_BLOCK : 0;
     files_.resize(
         static_cast<size_t>(std::min({uint64_t{system_.m_u32RecordFileSum}, uint64_t{RECORD_FILE_MAX}, blocks})));
+    // A count that its own check word contradicts is believed only as far as there are files.
+    const bool contradicts = system_.m_u32RecordSpaceSize != system_.m_u32RecordFileSum << RECORD_FILE_SIZE_SHIFT;
+    while (contradicts && !files_.empty() &&
+           !volume_->Has(Volume::RecordFileName(static_cast<uint32_t>(files_.size() - 1)))) {
+        files_.pop_back();
+    }
     for (uint32_t number = 0; number < files_.size(); ++number) {
         FileState& file = files_[number];
         file.number = number;
@@ -164,10 +169,16 @@ void CardIndex::OrderRing() {
 
 void CardIndex::ReadSections(const StoreFile& index) {
     for (const uint32_t number : ring_) {
-        const FileState& file = files_[number];
+        FileState& file = files_[number];
         std::array<RecordInfoHead_S, RECORD_SECTION_MAX> heads{};
         index.ReadAt(record_file::SectionHeadOffset(number, 1), heads.data(),
                      file.head.m_u32RecordSectionSum * sizeof(RecordInfoHead_S));
+        // A start of the file that no section reaches is damaged itself.
+        uint32_t earliest = file.head.m_u32RecordStartTime;
+        const bool any =
+            std::any_of(heads.begin(), heads.begin() + file.head.m_u32RecordSectionSum,
+                        [earliest](const RecordInfoHead_S& h) { return h.m_u32RecordStartTime >= earliest; });
+        if (!any) earliest = 0;
         std::vector<Section> sections(file.head.m_u32RecordSectionSum);
         Section* previous = nullptr;  // usable
         for (uint32_t i = 0; i < sections.size(); ++i) {
@@ -175,39 +186,74 @@ void CardIndex::ReadSections(const StoreFile& index) {
             section.file = number;
             section.number = i + 1;
             section.head = heads[i];
-            section.fault = SectionFault(section, file);
+            section.fault = SectionFault(section, file, earliest);
             const bool last = i + 1 == sections.size();
             if (section.Usable())
                 SettleOverlap(previous, section, last ? file.Length() : heads[i + 1].m_u32RecordStartPos);
             if (section.Usable()) previous = &section;
         }
+        TimeSections(sections, file);
         all_sections_.insert(all_sections_.end(), sections.begin(), sections.end());
     }
     std::copy_if(all_sections_.begin(), all_sections_.end(), std::back_inserter(sections_),
                  [](const Section& section) { return section.Usable() && section.head.m_u32RecordSize != 0; });
 }
 
+void CardIndex::TimeSections(std::vector<Section>& sections, FileState& file) const {
+    file.first = file.head.m_u32RecordStartTime;
+    file.last = file.head.m_u32RecordEndTime;
+    const std::string name = Volume::RecordFileName(file.number);
+    if (!volume_->Has(name)) return;
+    const StoreFile record = volume_->OpenFile(name);
+    std::optional<uint32_t> next;
+    bool first = true;
+    for (auto section = sections.rbegin(); section != sections.rend(); ++section) {
+        if (!section->Usable() || section->head.m_u32RecordSize == 0) continue;
+        ReadPictureTimes(record, *section, next, file.head.m_u32RecordEndTime);
+        // After a clock that was set back a later section begins before an earlier one's end.
+        next = next && *next < section->first ? std::nullopt : std::optional(section->first);
+        file.first = first ? section->first : std::min(file.first, section->first);
+        file.last = first ? section->last : std::max(file.last, section->last);
+        first = false;
+    }
+}
+
 void CardIndex::ReadEvents() {
     if (!volume_->Has(RECORD_EVENT_NAME)) return;
     const StoreFile file = volume_->OpenFile(RECORD_EVENT_NAME);
     for (const uint32_t number : ring_) {
-        if (number >= ALARM_EVENT_FILE_MAX) continue;
-        const auto head = file.Get<AlarmEventHead_S>(record_file::EventHeadOffset(number));
-        if (!head || head->m_u32AlarmEventFlag != ALARM_EVENT_FLAG || head->m_u32AlarmFileNo != number) continue;
-        const uint32_t count = std::min(head->m_u32AlarmEventSum, ALARM_EVENT_MAX);
-        for (uint32_t slot = 1; slot <= count; ++slot) {
-            const auto record = file.Get<AlarmFileInfoHead_S>(record_file::EventOffset(number, slot));
-            if (!record) break;
-            Event event{.number = 0, .file = number, .slot = slot, .record = *record};
-            event.fits = EventFits(event, files_[number]);
-            all_events_.push_back(event);
-        }
+        if (number < ALARM_EVENT_FILE_MAX) ReadEventsOf(file, number);
     }
     std::copy_if(all_events_.begin(), all_events_.end(), std::back_inserter(events_),
                  [](const Event& event) { return event.fits; });
     std::stable_sort(events_.begin(), events_.end(),
                      [](const Event& a, const Event& b) { return a.Start() < b.Start(); });
     for (size_t i = 0; i < events_.size(); ++i) events_[i].number = static_cast<uint32_t>(i + 1);
+}
+
+// Those that the head counts, and after them those that fit all the same: a head can be lost.
+void CardIndex::ReadEventsOf(const StoreFile& events, uint32_t file) {
+    const FileState& state = files_[file];
+    const auto head = events.Get<AlarmEventHead_S>(record_file::EventHeadOffset(file));
+    const bool good = head && head->m_u32AlarmEventFlag == ALARM_EVENT_FLAG && head->m_u32AlarmFileNo == file;
+    const uint32_t count = good ? std::min(head->m_u32AlarmEventSum, ALARM_EVENT_MAX) : 0;
+    for (uint32_t slot = 1; slot <= ALARM_EVENT_MAX; ++slot) {
+        const auto record = events.Get<AlarmFileInfoHead_S>(record_file::EventOffset(file, slot));
+        if (!record) break;
+        Event event{.file = file, .slot = slot, .record = *record, .counted = slot <= count};
+        event.fits = EventFits(event, state);
+        if (!event.fits && !event.counted) break;
+        event.limit = state.last;
+        for (const Section& section : all_sections_) {
+            const bool holds = section.file == file && section.Usable() && section.Start() <= event.Start() &&
+                               event.Start() <= section.End();
+            if (holds) event.limit = section.End();
+        }
+        const uint32_t end = record->m_u32AlarmEndTime;
+        event.bad_end = end != 0 && (uint64_t{end} + kEventTolerance < event.Start() ||
+                                     end > uint64_t{std::max(state.last, event.Start())} + kEventTolerance);
+        all_events_.push_back(event);
+    }
 }
 
 std::vector<KeyFrame> CardIndex::KeyFrames(const Section& section) const {
@@ -292,6 +338,7 @@ std::optional<double> CardIndex::BytesPerSecond() const {
     uint64_t bytes = 0;
     uint64_t seconds = 0;
     for (auto section = sections_.rbegin(); section != sections_.rend() && seconds < kRateSeconds; ++section) {
+        if (section->cut_bytes != 0) continue;  // then its size is not that of its seconds
         bytes += section->head.m_u32RecordSize;
         seconds += section->Seconds();
     }
@@ -337,8 +384,6 @@ const char* FaultText(Section::Fault fault) {
             return "it is left over from an earlier lap";
         case Section::Fault::BadKeyFrames:
             return "its key-frame records lie outside the file's";
-        case Section::Fault::BadTimes:
-            return "it ends before it starts";
     }
     return "";
 }

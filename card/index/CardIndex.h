@@ -28,6 +28,9 @@ struct FileState {
     bool empty = true;  // all zero: never used, or wiped
     Fault fault = Fault::None;
 
+    uint32_t first = 0;  // s since 1970 UTC: of its first picture, else as the head says
+    uint32_t last = 0;
+
     bool Usable() const { return !empty && fault == Fault::None; }
     uint32_t Length() const { return head.m_u32RecordFileSumLenth; }  // bytes of stream data
     bool Full() const { return Usable() && Length() >= RECORD_STREAM_LIMIT; }
@@ -41,7 +44,6 @@ struct Section {
         OutsideFile,   // reaches behind the file's stream data
         EarlierLap,    // overlaps its predecessor or is older than its file: left over from an earlier lap
         BadKeyFrames,  // its key-frame records lie outside the file's
-        BadTimes,      // ends before it starts, by more than a clock step of the camera explains
     };
     uint32_t file = 0;        // where it was read
     uint32_t number = 0;      // 1 to 251
@@ -51,10 +53,13 @@ struct Section {
     // frame ahead of what the file counts, and a later section begins on that frame.
     uint32_t cut_bytes = 0;
     uint32_t cut_key_frames = 0;
+    uint32_t first = 0;  // s since 1970 UTC, of its first picture
+    uint32_t last = 0;   // of its last
 
     bool Usable() const { return fault == Fault::None; }
-    uint32_t Start() const { return head.m_u32RecordStartTime; }  // s since 1970 UTC
-    uint32_t End() const;                                         // last frame; Start() while it has none
+    uint32_t Start() const { return first; }  // what can be seen: s since 1970 UTC
+    uint32_t End() const { return last; }
+    uint32_t Wait() const;  // s from asking for the recording to its first picture
     uint32_t Seconds() const { return End() - Start(); }
     uint64_t Begin() const { return head.m_u32RecordStartPos; }        // in the record file; a stream head is first
     uint64_t Limit() const { return Begin() + head.m_u32RecordSize; }  // behind its last byte
@@ -66,16 +71,25 @@ struct KeyFrame {
     bool fits = false;    // flagged, inside its section, behind its predecessor, type known
 };
 
+// 1 motion, 4 alarm input, 8 both, 32 smart event; there are no others.
+constexpr bool IsEventType(uint8_t type) {
+    return type == 1 || type == 4 || type == 8 || type == 32;
+}
+
 struct Event {
     uint32_t number = 0;  // 1, 2, ... in the order of the listing; what `--event` takes
     uint32_t file = 0;    // where it was read
     uint32_t slot = 0;    // 1 to 1024
     AlarmFileInfoHead_S record{};
-    bool fits = false;  // flagged, in its place, inside the time of its file
+    bool fits = false;     // flagged, in its place, inside the time of its file
+    bool counted = true;   // by its event head
+    bool bad_end = false;  // an end that cannot be: it counts as open
+    uint32_t limit = 0;    // s since 1970 UTC: it ended before, at the latest with the recording it began in
 
     uint32_t Start() const { return record.m_u32AlarmStartTime; }
     uint32_t End() const;  // Start() while it is still open
-    bool Open() const { return record.m_u32AlarmEndTime == 0; }
+    bool Open() const { return record.m_u32AlarmEndTime == 0 || bad_end; }
+    bool KnownType() const { return IsEventType(record.m_u8AlarmFileType); }
 };
 
 // Part of a section that covers an asked time: from its last key frame at or before it.
@@ -128,6 +142,8 @@ class CardIndex {
     void ReadSections(const StoreFile& index);
     void ReadEvents();
     void OrderRing();
+    void TimeSections(std::vector<Section>& sections, FileState& file) const;
+    void ReadEventsOf(const StoreFile& events, uint32_t file);
 
     const Volume* volume_;
     RecordSystemInfoHead_S system_{};

@@ -14,6 +14,7 @@ void AddSection(JsonText& json, const Section& section) {
         .Field("section", section.number)
         .Field("start", section.Start())
         .Field("end", section.End())
+        .Field("asked", head.m_u32RecordStartTime)
         .Field("bytes", uint64_t{head.m_u32RecordSize})
         .Field("video", VideoName(head))
         .Field("width", uint32_t{head.m_u16Width})

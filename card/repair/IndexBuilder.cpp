@@ -132,8 +132,8 @@ class FileBuilder {
         head.m_u32RecordStartPos = static_cast<uint32_t>(span.begin);
         head.m_u32RecordSize = static_cast<uint32_t>(span.end - span.begin);
         head.m_u32StartKeyFramePos = static_cast<uint32_t>(file_.key_frames.size()) * kRecordSize;
-        head.m_u8RecordType = left != nullptr ? left->m_u8RecordType : RECORD_TYPE_SCHEDULE;
-        head.m_u8SmartEnable = left != nullptr ? left->m_u8SmartEnable : 0;
+        head.m_u8RecordType = RECORD_TYPE_SCHEDULE;  // there are no others
+        head.m_u8SmartEnable = left != nullptr && left->m_u8SmartEnable == 1 ? 1 : 0;
         if (run.parameters) {
             head.m_u16Width = run.parameters->width;
             head.m_u16Height = run.parameters->height;

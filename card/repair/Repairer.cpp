@@ -24,6 +24,7 @@ namespace {
 using Mend = Finding::Mend;
 
 constexpr uint32_t kEventTolerance = 60;  // s an event may lie outside its file
+constexpr uint8_t kMotion = 1;            // the most common kind of event
 constexpr int kPassesMax = 3;
 
 // Record files of the card: numbers 0 to the highest.
@@ -223,12 +224,22 @@ class Writer {
         const RecordFileInfoHead_S& file = files_[number].head;
         return record.m_u32AlarmEventFlag == ALARM_RECORD_FLAG && record.m_u16AlarmFileNo == number &&
                record.m_u16AlarmFileUseNo == slot &&
-               (record.m_u32AlarmEndTime == 0 || record.m_u32AlarmEndTime >= record.m_u32AlarmStartTime) &&
                uint64_t{record.m_u32AlarmStartTime} + kEventTolerance >= file.m_u32RecordStartTime &&
                record.m_u32AlarmStartTime <= uint64_t{file.m_u32RecordEndTime} + kEventTolerance;
     }
 
-    // Keeps the events that fit, one behind the other; behind a damaged head all that follow without a break.
+    // An end that cannot be is as good as none; a kind that there is not becomes the one its head names.
+    AlarmFileInfoHead_S Mended(AlarmFileInfoHead_S record, const AlarmEventHead_S& head, uint32_t number) const {
+        const uint64_t end = record.m_u32AlarmEndTime;
+        const uint64_t latest = std::max(files_[number].head.m_u32RecordEndTime, record.m_u32AlarmStartTime);
+        if (end + kEventTolerance < record.m_u32AlarmStartTime || end > latest + kEventTolerance)
+            record.m_u32AlarmEndTime = 0;
+        if (IsEventType(record.m_u8AlarmFileType)) return record;
+        record.m_u8AlarmFileType = IsEventType(head.m_u8AlarmEventType) ? head.m_u8AlarmEventType : kMotion;
+        return record;
+    }
+
+    // Keeps the events that fit, one behind the other, also those that a damaged head does not count.
     void MendEvents(uint32_t number, WriteJournal& journal) {
         if (!events_ || number >= ALARM_EVENT_FILE_MAX || number >= files_.size()) return;
         const uint64_t place = record_file::EventHeadOffset(number);
@@ -237,25 +248,23 @@ class Writer {
         if (!head || block + ALARM_EVENT_BLOCK > events_->Reachable()) return;
         const bool good = head->m_u32AlarmEventFlag == ALARM_EVENT_FLAG && head->m_u32AlarmFileNo == number &&
                           head->m_u32AlarmEventSum <= ALARM_EVENT_MAX;
-        std::vector<AlarmFileInfoHead_S> records(good ? head->m_u32AlarmEventSum : ALARM_EVENT_MAX);
+        const uint32_t counted = good ? head->m_u32AlarmEventSum : 0;
+        std::vector<AlarmFileInfoHead_S> records(ALARM_EVENT_MAX);
         events_->ReadAt(block, records.data(), records.size() * sizeof records[0]);
         std::vector<AlarmFileInfoHead_S> kept;
         for (uint32_t slot = 1; slot <= records.size(); ++slot) {
             const bool fits = !files_[number].Empty() && Fits(records[slot - 1], number, slot);
-            if (fits) kept.push_back(records[slot - 1]);
-            if (!fits && !good) break;
+            if (!fits && slot > counted) break;
+            if (fits) kept.push_back(Mended(records[slot - 1], good ? *head : AlarmEventHead_S{}, number));
         }
-        if ((good && kept.size() == records.size()) || (!good && kept.empty() && head->m_u32AlarmEventFlag == 0))
-            return;
         if (!good) *head = AlarmEventHead_S{};
         Count(*head, kept, number);
-        const size_t counted = kept.size();
-        if (good) kept.resize(records.size());  // the slots that became free
-        if (!kept.empty()) journal.Write(*events_, block, kept.data(), kept.size() * sizeof kept[0]);
-        journal.Write(*events_, place, &*head, sizeof *head);
+        const size_t left = kept.size();
+        kept.resize(std::max<size_t>(left, counted));  // the slots that became free
+        bool changed = !kept.empty() && journal.Write(*events_, block, kept.data(), kept.size() * sizeof kept[0]);
+        changed = journal.Write(*events_, place, &*head, sizeof *head) || changed;
         events_->Sync();
-        if (good || counted != 0)
-            log_.push_back("events of file " + std::to_string(number) + ": " + std::to_string(counted) + " kept");
+        if (changed) log_.push_back("events of file " + std::to_string(number) + ": " + std::to_string(left) + " kept");
     }
 
     static void Count(AlarmEventHead_S& head, std::vector<AlarmFileInfoHead_S>& kept, uint32_t number) {

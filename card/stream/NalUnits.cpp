@@ -104,6 +104,63 @@ std::vector<uint8_t> WithoutParameterSets(VideoCodec codec, ByteView unit) {
     return bytes;
 }
 
+namespace {
+
+// The bytes of a unit without the 03 that keeps start codes out of them.
+std::vector<uint8_t> Unescaped(ByteView nal) {
+    std::vector<uint8_t> bytes;
+    size_t zeros = 0;
+    for (const uint8_t byte : nal) {
+        if (zeros >= 2 && byte == 3) {
+            zeros = 0;
+            continue;
+        }
+        zeros = byte == 0 ? zeros + 1 : 0;
+        bytes.push_back(byte);
+    }
+    return bytes;
+}
+
+std::optional<DisplayOrientation> OrientationIn(ByteView message) {
+    if (message.size() < 3 || (message[0] & 0x80) != 0) return std::nullopt;               // cancelled
+    const uint32_t turn = (message[0] & 0x1Fu) << 11 | message[1] << 3 | message[2] >> 5;  // of 65536 a whole turn
+    return DisplayOrientation{.anticlockwise = turn * 360.0 / 65536,
+                              .flip_horizontally = (message[0] & 0x40) != 0,
+                              .flip_vertically = (message[0] & 0x20) != 0};
+}
+
+// Messages of one SEI unit, each with its type and size in bytes of up to 255.
+std::optional<DisplayOrientation> OrientationInSei(ByteView sei) {
+    constexpr uint32_t kDisplayOrientation = 47;
+    for (size_t at = 0; at + 2 < sei.size();) {
+        uint32_t parts[2] = {0, 0};  // type, size
+        for (uint32_t& part : parts) {
+            while (at < sei.size() && sei[at] == 0xFF) part += sei[at++];
+            if (at >= sei.size()) return std::nullopt;
+            part += sei[at++];
+        }
+        if (parts[1] > sei.size() - at) return std::nullopt;
+        if (parts[0] == kDisplayOrientation) return OrientationIn(sei.subspan(at, parts[1]));
+        at += parts[1];
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<DisplayOrientation> OrientationOf(VideoCodec codec, ByteView unit) {
+    std::optional<DisplayOrientation> found;
+    ForEachNal(unit, [&](ByteView nal) {
+        const bool is_h264 = codec == VideoCodec::H264;
+        const size_t header = is_h264 ? 1 : 2;
+        const int sei = is_h264 ? int{h264::kSei} : int{h265::kPrefixSeiNut};
+        if (found || TypeOf(codec, nal) != sei || nal.size() <= header) return;
+        const std::vector<uint8_t> bytes = Unescaped(nal.subspan(header));
+        found = OrientationInSei(bytes);
+    });
+    return found;
+}
+
 std::optional<AacFrame> FirstAacFrame(ByteView payload) {
     if (payload.empty()) return std::nullopt;
     const bool has_header = payload.size() >= 7 && payload[0] == 0xFF && (payload[1] & 0xF6) == 0xF0;

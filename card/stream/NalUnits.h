@@ -34,6 +34,15 @@ std::vector<uint8_t> ParameterSets(VideoCodec codec, ByteView unit);
 // The access unit without them.
 std::vector<uint8_t> WithoutParameterSets(VideoCodec codec, ByteView unit);
 
+// How the pictures are to be turned when they are shown, as the stream itself says (display orientation SEI:
+// ITU-T H.264, D.1.27; H.265, D.2.17).
+struct DisplayOrientation {
+    double anticlockwise = 0;  // degrees, after the flips
+    bool flip_horizontally = false;
+    bool flip_vertically = false;
+};
+std::optional<DisplayOrientation> OrientationOf(VideoCodec codec, ByteView unit);
+
 // One frame of ADTS (ISO/IEC 13818-7, 6.2), or a whole payload that has no such header.
 struct AacFrame {
     ByteView raw;                      // raw data block

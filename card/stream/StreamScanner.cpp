@@ -98,6 +98,13 @@ size_t FindStreamHead(const uint8_t* bytes, size_t length) {
 
 }  // namespace
 
+std::optional<uint32_t> PictureTimeAt(const uint8_t* bytes, size_t length) {
+    if (length < PS_PACK_HEADER_SIZE + 4 || !GoodPack(bytes)) return std::nullopt;
+    const uint8_t* next = bytes + PS_PACK_HEADER_SIZE;
+    if (!HasCode(next, kSystemCode) && !HasCode(next, kVideoId)) return std::nullopt;
+    return Little32(bytes + 14);
+}
+
 uint64_t StreamFrame::PayloadSize() const {
     uint64_t sum = 0;
     for (const Payload& piece : payload) sum += piece.length;

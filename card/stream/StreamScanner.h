@@ -69,6 +69,9 @@ struct Garbage {
     uint64_t length = 0;  // up to where the walk goes on
     Reason reason = Reason::NoHeader;
 };
+// The time in the pack header at `bytes`; nothing when no picture plausibly begins there.
+std::optional<uint32_t> PictureTimeAt(const uint8_t* bytes, size_t length);
+
 const char* GarbageText(Garbage::Reason reason);
 
 class StreamScanner {

@@ -10,9 +10,10 @@ namespace card {
 
 enum ExitCode {
     kDone = 0,      // done, nothing to remark
-    kFindings = 1,  // done, but the card has faults or nothing was found
+    kFindings = 1,  // done, but the card has faults
     kUsage = 2,     // the command line cannot be followed
     kFailed = 3,    // the card could not be read or written
+    kNothing = 4,   // nothing was recorded in the time asked for
 };
 
 class CardError : public std::runtime_error {

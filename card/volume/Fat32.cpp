@@ -103,6 +103,51 @@ DirectoryEntry EntryFrom(const uint8_t* bytes, const LongName& long_name, uint64
     return entry;
 }
 
+// What `bytes`, the beginning of a volume, are instead of FAT32; empty: nothing known.
+std::string FormatOf(const std::vector<uint8_t>& bytes) {
+    const auto stands = [&bytes](size_t at, const char* text) {
+        return std::memcmp(bytes.data() + at, text, std::strlen(text)) == 0;
+    };
+    if (stands(3, "EXFAT   ")) return "is formatted with exFAT";
+    if (stands(3, "NTFS    ")) return "is formatted with NTFS";
+    if (stands(54, "FAT16   ") || stands(54, "FAT12   ")) return "is formatted with FAT16";
+    if (Get16(bytes.data() + 1080) == 0xEF53) return "is formatted with ext4 or a relative of it";
+    return "";
+}
+
+// Nothing but zeros or ones at many places: a card whose beginning is lost has footage further on.
+bool IsBlank(const Device& device) {
+    constexpr uint64_t kPlaces = 512;
+    std::vector<uint8_t> bytes(4096);
+    const uint64_t step = std::max<uint64_t>(device.Size() / kPlaces / bytes.size(), 1) * bytes.size();
+    for (uint64_t at = 0; at < device.Size(); at += step) {
+        const size_t got = device.ReadAt(at, bytes.data(), bytes.size());
+        const auto same = [&bytes](uint8_t byte) { return byte == bytes[0]; };
+        if ((bytes[0] != 0 && bytes[0] != 0xFF) ||
+            !std::all_of(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(got), same))
+            return false;
+    }
+    return true;
+}
+
+std::string OtherFormat(const Device& device) {
+    constexpr size_t kLength = 4096;
+    std::vector<uint8_t> bytes(1u << 20);
+    bytes.resize(std::max(device.ReadAt(0, bytes.data(), bytes.size()), kLength));
+    const std::string whole = FormatOf(bytes);
+    if (!whole.empty()) return whole;
+    if (IsBlank(device)) return "was never formatted";
+    if (Get16(bytes.data() + 510) != 0xAA55) return "";
+    for (const uint8_t* part = bytes.data() + 446; part != bytes.data() + 510; part += 16) {
+        std::vector<uint8_t> first(kLength);
+        if (part[4] == 0 || device.ReadAt(uint64_t{Get32(part + 8)} * kSector, first.data(), kLength) != kLength)
+            continue;
+        const std::string format = FormatOf(first);
+        if (!format.empty()) return format;
+    }
+    return "";
+}
+
 }  // namespace
 
 uint64_t FatGeometry::FatOffset(uint32_t copy) const {
@@ -115,6 +160,14 @@ uint64_t FatGeometry::ClusterOffset(uint32_t cluster) const {
 
 Fat32::Fat32(const Device& device) : device_(&device) {
     if (!FindVolume()) {
+        const std::string other = OtherFormat(device);
+        if (!other.empty()) {
+            throw CardError(device.Path() + " " + other +
+                            ", and cameras of this kind record on FAT32 alone. \"recordcard format " + device.Path() +
+                            "\" makes it a recording card and erases what is on it; recordings of before can be taken "
+                            "out first: \"recordcard repair " +
+                            device.Path() + " --out FOLDER/\".");
+        }
         throw CardError(device.Path() +
                         " holds no FAT32 volume that could be read. Is it a card that a camera has formatted? "
                         "\"recordcard repair\" finds recordings on a damaged card.");

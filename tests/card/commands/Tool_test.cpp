@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 
 #include "fixture/CardFixture.h"
 #include "fixture/Place.h"
@@ -115,6 +116,59 @@ TEST(Tool, EndsWithTheStatusThatScriptsExpect) {
 
 uint64_t SizeOf(const std::string& path) {
     return fs::exists(path) ? fs::file_size(path) : 0;
+}
+
+TEST(Tool, CountsWhatCanBeSeenAndSaysWhereNothingIs) {
+    const Place place;
+    Card{.files = 2,
+         .start = 1772409540,
+         .sections = {{.seconds = 3, .wait = 10}, {.seconds = 5, .pause = 100, .wait = 20}},
+         .events = {{.after = 1, .seconds = 1}, {.after = 104, .seconds = 1}}}
+        .RecordFolder(place);
+    const Outcome list = Tool({"list", place});
+    EXPECT_THAT(list.out, AllOf(HasSubstr("23:58:50 - 23:59:00   10 s              -- asked for, no picture yet --"),
+                                HasSubstr("23:59:00 - 23:59:02   2 s "), HasSubstr("2 sections, 6 s")));
+    const auto json = nlohmann::json::parse(Tool({"list", "--json", place}).out);
+    EXPECT_EQ(json.at("sections").at(1).at("start"), 1772409643);
+    EXPECT_EQ(json.at("sections").at(1).at("asked"), 1772409623);
+    EXPECT_EQ(nlohmann::json::parse(Tool({"info", "--json", place}).out).at("newest"), 1772409647);
+    EXPECT_EQ(nlohmann::json::parse(Tool({"events", "--json", place}).out).at("events").size(), 2u);
+    const Place folder;
+    fs::create_directories(folder.Path());
+    const std::string clip = folder.Path() + "/clip.mp4";
+    const Outcome nothing = Tool({"export", place, clip, "--from", "23:59:10", "--to", "23:59:20"});
+    EXPECT_EQ(nothing.status, 4) << nothing.out << nothing.err;
+    EXPECT_THAT(nothing.err, HasSubstr("Nothing was recorded then"));
+    EXPECT_EQ(Tool({"export", place, clip, "--from", "23:58:51", "--to", "23:58:55"}).status, 4);
+    EXPECT_TRUE(fs::is_empty(folder.Path()));
+    EXPECT_EQ(Tool({"export", place, clip, "--event", "all"}).status, 0);
+    EXPECT_TRUE(fs::exists(folder.Path() + "/clip-event1.mp4") && fs::exists(folder.Path() + "/clip-event2.mp4"));
+}
+
+TEST(Tool, NamesCardsOfOtherFormats) {
+    const struct {
+        const char* name;
+        size_t offset;
+        std::string mark;
+    } kCases[] = {
+        {"exFAT", 3, "EXFAT   "}, {"FAT16", 54, "FAT16   "}, {"ext4", 1080, "\x53\xEF"}, {"never formatted", 0, ""}};
+    for (const auto& other : kCases) {
+        const Place image;
+        std::ofstream(image.Path()) << std::string(2 << 20, '\0');
+        std::fstream file(image.Path());
+        file.seekp(static_cast<std::streamoff>(other.offset));
+        file << other.mark;
+        file.close();
+        const Outcome list = Tool({"list", image});
+        EXPECT_EQ(list.status, 3);
+        EXPECT_THAT(list.err, AllOf(HasSubstr(other.name), HasSubstr("recordcard format")));
+    }
+}
+
+TEST(Tool, KnowsItself) {
+    EXPECT_THAT(Tool({"--version"}).out, ::testing::StartsWith("recordcard "));
+    EXPECT_THAT(Tool({"manual"}).out, AllOf(HasSubstr(".SS export"), HasSubstr("\\-\\-to\\-stdout")));
+    EXPECT_THAT(Tool({"completion"}).out, HasSubstr("complete -o filenames -F _recordcard recordcard"));
 }
 
 // Whatever way leads to the card, nothing is written onto it but by a repair in place.

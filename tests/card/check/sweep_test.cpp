@@ -1,0 +1,205 @@
+// Every field of every head and record with wrong values: each is harmless, since nothing that is shown depends on
+// it, or found by the check and mended by a repair.  And no single number spoils what is shown until then.
+//
+// CARD_SWEEP_TABLE=1 tries more values and prints the table: field, value, found by, mended.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <random>
+
+#include "clip/Clip.h"
+#include "fixture/CardFixture.h"
+#include "fixture/Place.h"
+#include "fixture/StoreBytes.h"
+#include "repair/Repairer.h"
+#include "text/Error.h"
+
+namespace {
+
+using card::CardIndex;
+using card::Finding;
+using card::Volume;
+using fixture::Card;
+using fixture::Place;
+using fixture::Recording;
+
+const Card kCard{.files = 2,
+                 .sections = {{.seconds = 12, .rate = 5}, {.seconds = 8, .pause = 90, .rate = 5, .width = 640}},
+                 .events = {{.after = 3, .seconds = 4}, {.after = 103, .seconds = 2, .type = 4}},
+                 .keep_units = false};
+
+const bool kAll = std::getenv("CARD_SWEEP_TABLE") != nullptr;
+
+struct Field {
+    const char* name;
+    const char* file;
+    uint64_t offset;
+    size_t size;
+};
+
+#define FIELD(what, file, record, type, member)                                         \
+    Field {                                                                             \
+        what " " #member, file, (record) + offsetof(type, member), sizeof(type::member) \
+    }
+#define SYSTEM(member) FIELD("system", RECORD_INDEX_NAME, 0, RecordSystemInfoHead_S, member)
+#define FILE_HEAD(member) FIELD("file", RECORD_INDEX_NAME, fixture::FileHeadAt(0), RecordFileInfoHead_S, member)
+#define SECTION(member) FIELD("section", RECORD_INDEX_NAME, fixture::SectionAt(0, 1), RecordInfoHead_S, member)
+#define LAST(member) FIELD("last section", RECORD_INDEX_NAME, fixture::SectionAt(0, 2), RecordInfoHead_S, member)
+#define KEY(member) FIELD("key frame", "hi000000.mp4", RECORD_KEY_FRAME_BASE + 60, KeyFrameInfoHead_S, member)
+#define EVENT_HEAD(member) FIELD("event head", RECORD_EVENT_NAME, 0, AlarmEventHead_S, member)
+#define EVENT(member) FIELD("event", RECORD_EVENT_NAME, 8 * ALARM_EVENT_BLOCK, AlarmFileInfoHead_S, member)
+
+const Field kFields[] = {
+    SYSTEM(m_u32SystemInfoHeadFlag),
+    SYSTEM(m_u32SDCardFormat),
+    SYSTEM(m_u32SDCardSpaceSize),
+    SYSTEM(m_u32RecordSpaceSize),
+    SYSTEM(m_u32PictureSpaceSize),
+    SYSTEM(m_u32RecordFileSum),
+    SYSTEM(m_u32RecordUsedFileSum),
+    SYSTEM(m_u32RecordFileNo),
+    SYSTEM(m_u32SystemInfoCrc),
+    SYSTEM(m_u32RecordStartTime),
+    SYSTEM(m_u32RecordEndTime),
+    FILE_HEAD(m_u32FileInfoHeadFlag),
+    FILE_HEAD(m_u32FileInfoHeadNo),
+    FILE_HEAD(m_u32RecordStartTime),
+    FILE_HEAD(m_u32RecordEndTime),
+    FILE_HEAD(m_u32RecordFileSumLenth),
+    FILE_HEAD(m_u32RecordFileSumType),
+    FILE_HEAD(m_u32RecordSectionSum),
+    FILE_HEAD(m_u32RecordKeyFrameSum),
+    SECTION(m_u32RecordInfoHeadFlag),
+    SECTION(m_u32RecordStartTime),
+    SECTION(m_u32RecordEndTime),
+    SECTION(m_u16RecordFileNo),
+    SECTION(m_u16RecordUseNo),
+    SECTION(m_u32RecordStartPos),
+    SECTION(m_u32RecordSize),
+    SECTION(m_u32FrameSum),
+    SECTION(m_u32KeyFrameSum),
+    SECTION(m_u32StartKeyFramePos),
+    SECTION(m_u16Width),
+    SECTION(m_u16Height),
+    SECTION(m_u8Frame),
+    SECTION(m_u8RecordType),
+    SECTION(m_u8VideoType),
+    SECTION(m_u8AudioType),
+    SECTION(m_u8SmartEnable),
+    LAST(m_u32RecordStartTime),
+    LAST(m_u32RecordEndTime),
+    LAST(m_u32RecordStartPos),
+    LAST(m_u32RecordSize),
+    LAST(m_u32KeyFrameSum),
+    KEY(m_u32KeyFrameHeadFlag),
+    KEY(m_u32KeyFrameTime),
+    KEY(m_u32KeyFrameLenth),
+    KEY(m_u32KeyFilePos),
+    KEY(m_u8KeyFrameType),
+    EVENT_HEAD(m_u32AlarmEventFlag),
+    EVENT_HEAD(m_u32AlarmFileNo),
+    EVENT_HEAD(m_u32AlarmStartTime),
+    EVENT_HEAD(m_u32AlarmEndTime),
+    EVENT_HEAD(m_u32AlarmEventSum),
+    EVENT_HEAD(m_u32PreAlarmEndTime),
+    EVENT_HEAD(m_u8AlarmEventType),
+    EVENT(m_u32AlarmEventFlag),
+    EVENT(m_u32AlarmStartTime),
+    EVENT(m_u32AlarmEndTime),
+    EVENT(m_u32FileSize),
+    EVENT(m_u32FrameCount),
+    EVENT(m_u16AlarmFileNo),
+    EVENT(m_u16AlarmFileUseNo),
+    EVENT(m_u8AlarmFileType),
+    EVENT(m_u8FrameRate),
+};
+
+// Kinds of damage that leave nothing to mend it from: what the event itself said is gone.
+bool Irreplaceable(const std::string& field) {
+    return field.starts_with("event ") && !field.starts_with("event head");
+}
+
+// What commands show: sections by their pictures, events, totals, the pictures of an export of everything.
+struct Seen {
+    std::string text;
+    uint32_t newest = 0;
+    double hours = 0;
+};
+
+Seen See(const std::string& path) {
+    Seen seen;
+    try {
+        const Volume volume = Volume::Open(path);
+        const CardIndex index(volume);
+        const auto add = [&seen](auto... values) { ((seen.text += std::to_string(values) + " "), ...); };
+        for (const card::Section& s : index.Sections())
+            add(s.file, s.number, s.Start(), s.End(), s.head.m_u32RecordSize, s.head.m_u16Width, s.head.m_u16Height);
+        for (const card::Event& e : index.Events()) add(e.file, e.Start(), e.End(), e.record.m_u8AlarmFileType);
+        for (const card::Stretch& stretch : SelectAll(index).stretches) {
+            size_t pictures = 0;
+            for (const card::ClipFrame& frame : card::ClipReader(index, stretch).List([](uint64_t) {}).frames)
+                pictures += frame.video ? 1 : 0;
+            add(pictures);
+        }
+        for (const card::Stretch& s : index.Find(kCard.start + 5, kCard.start + 8)) add(s.begin, s.end);
+        seen.newest = index.Newest().value_or(0);
+        seen.hours = index.HoursKept().value_or(0);
+    } catch (const card::CardError&) {
+        seen.text = "unreadable";
+    }
+    return seen;
+}
+
+class Sweep : public testing::Test {
+  protected:
+    void Try(const Field& field, const char* name, const std::string& value) {
+        const std::string present = recording_.Read(field.file, field.offset, field.size);
+        // An end of 0 is a value of its own: the alarm was still on when the run ended.
+        const bool means_something =
+            field.name == std::string("event m_u32AlarmEndTime") && value == std::string(4, '\0');
+        if (value == present || means_something) return;
+        SCOPED_TRACE(std::string(field.name) + " = " + name);
+        recording_.Corrupt(field.file, field.offset, value);
+        const Seen damaged = See(place_);
+        EXPECT_LE(damaged.newest, pristine_.newest + 60);
+        EXPECT_LE(damaged.hours, 4 * pristine_.hours);
+        std::string found;
+        for (const Finding& finding : card::CheckAll(Volume::Open(place_))) {
+            if (found.find(finding.kind) == std::string::npos) found += (found.empty() ? "" : ", ") + finding.kind;
+        }
+        EXPECT_TRUE(!found.empty() || damaged.text == pristine_.text) << "not found, and not harmless";
+        card::RepairLog log;
+        card::RepairStore(Volume::Open(place_, card::Access::ReadWrite), log);
+        EXPECT_EQ(card::Errors(card::CheckAll(Volume::Open(place_))), 0u);
+        const bool mended = See(place_).text == pristine_.text;
+        EXPECT_TRUE(mended || Irreplaceable(field.name));
+        if (kAll) {
+            std::printf("| %s | %s | %s | %s |\n", field.name, name, found.empty() ? "harmless" : found.c_str(),
+                        mended ? "yes" : "as far as it can be known");
+        }
+        before_.PutBack();
+    }
+
+    Place place_;
+    Recording recording_ = kCard.RecordFolder(place_);
+    fixture::StoreBytes before_{recording_, 2};
+    Seen pristine_ = See(place_);
+};
+
+TEST_F(Sweep, EveryFieldIsHarmlessOrFoundAndMended) {
+    std::mt19937 generator(4711);
+    for (const Field& field : kFields) {
+        std::string random(field.size, '\0');
+        for (char& c : random) c = static_cast<char>(generator());
+        std::string one(field.size, '\0');
+        one[0] = 1;
+        Try(field, "0", std::string(field.size, '\0'));
+        Try(field, "all ones", std::string(field.size, '\xFF'));
+        if (!kAll) continue;
+        Try(field, "1", one);
+        Try(field, "random", random);
+        Try(field, "its neighbour's", recording_.Read(field.file, field.offset + field.size, field.size));
+    }
+}
+
+}  // namespace
