@@ -26,6 +26,7 @@ Run PrepareEvents(CLI::App& command);
 Run PrepareExport(CLI::App& command);
 Run PrepareCheck(CLI::App& command);
 Run PrepareTimeline(CLI::App& command);
+Run PrepareView(CLI::App& command);
 Run PrepareMount(CLI::App& command);
 Run PrepareRepair(CLI::App& command);
 

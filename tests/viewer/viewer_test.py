@@ -1,4 +1,5 @@
 """viewer.html in a real browser: opens, plays, seeks, saves; compared with recordcard and FFmpeg."""
+import http.client
 import json
 import os
 import pathlib
@@ -331,6 +332,68 @@ class Viewer(unittest.TestCase):
         path = self.browser.downloaded(".png")[0]
         self.assertEqual(pathlib.Path(path).read_bytes()[:8], b"\x89PNG\r\n\x1a\n")
         os.remove(path)
+
+
+class Served(unittest.TestCase):
+    """recordcard view: the same page and the card's bytes from this computer."""
+
+    def setUp(self):
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="viewer-"))
+        self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
+        run(BUILD / "tests" / "viewer" / "make_cards", self.folder)
+        self.card = self.folder / "busy.img"
+        self.process = subprocess.Popen([TOOL, "view", "--no-open", self.card], stdout=subprocess.PIPE, text=True)
+        self.addCleanup(self.stop)
+        self.address = self.process.stdout.readline().strip()
+        self.server, self.root = re.fullmatch(r"http://([^/]*)(/[0-9a-f]{32}/)", self.address).groups()
+
+    def stop(self):
+        self.process.terminate()
+        self.assertEqual(self.process.wait(20), 0)
+        self.process.stdout.close()
+
+    def get(self, path, method="GET", **headers):
+        connection = http.client.HTTPConnection(self.server, timeout=60)
+        connection.request(method, path, headers=headers)
+        answer = connection.getresponse()
+        body = answer.read()
+        connection.close()
+        return answer, body
+
+    def test_answers_programs(self):
+        card = tool_list(self.card)
+        self.assertEqual(json.loads(self.get(self.root + "list.json")[1]), card)
+        begin = card["sections"][0]["start"] + 3
+        answer, body = self.get(f"{self.root}clip.mp4?from={begin}&to={begin + 4}")
+        self.assertEqual((answer.status, answer.headers["X-Parts"], answer.headers["Content-Type"]), (200, "1", "video/mp4"))
+        (self.folder / "served.mp4").write_bytes(body)
+        run(TOOL, "export", self.card, "--utc", "--from", time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime(begin)), "--to",
+            time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime(begin + 4)), self.folder / "tool.mp4")
+        self.assertEqual(frame_sums(self.folder / "served.mp4"), frame_sums(self.folder / "tool.mp4"))
+        answer, body = self.get(self.root + "file/index000.bin", Range="bytes=1024-1071")
+        self.assertEqual((answer.status, body), (206, (self.folder / "busy" / "index000.bin").read_bytes()[1024:1072]))
+
+    def test_refuses_all_else(self):
+        other = self.root[:-2] + ("0" if self.root[-2] != "0" else "1") + "/"
+        for path in ("/", other, other + "list.json", self.root + "file/..%2Fbusy.img", self.root + "file/passwd", self.root + "nothing",
+                     self.root + "clip.mp4?from=1&to=2"):
+            self.assertEqual(self.get(path)[0].status, 404, path)
+        for query in ("", "?from=5", "?from=5&to=4", "?from=x&to=9", "?from=1&to=99999999999"):
+            self.assertEqual(self.get(self.root + "clip.mp4" + query)[0].status, 400, query)
+        self.assertEqual(self.get(self.root, Host="card.example")[0].status, 404, "another name for this address")
+        for method in ("POST", "PUT", "DELETE"):
+            self.assertEqual(self.get(self.root + "list.json", method)[0].status, 404, method)
+        self.assertEqual(subprocess.run([TOOL, "view", self.card, "--listen", "0.0.0.0"], stderr=subprocess.PIPE).returncode, 2)
+        self.assertEqual(subprocess.run([TOOL, "view", self.folder / "h265" / "index000.bin"], stderr=subprocess.PIPE).returncode, 3)
+
+    def test_plays_in_a_browser_that_asks_nobody_else(self):
+        browser = Browser(self.address)
+        self.addCleanup(browser.close)
+        browser.wait("list !== null && !player.loading && byId('video').readyState >= 2")
+        self.assertEqual(browser.run("list"), tool_list(self.card))
+        self.assertEqual(browser.run("byId('video').videoWidth"), 480)
+        self.assertEqual([u for u in browser.requests() if not u.startswith(self.address)], [])
+        self.assertEqual(browser.run("violations.concat(faults)"), [])
 
 
 class Page(unittest.TestCase):

@@ -1,0 +1,200 @@
+#include "view/CardServer.h"
+
+#include <fcntl.h>
+#include <httplib.h>
+#include <sys/random.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <vector>
+
+#include "clip/Clip.h"
+#include "export/Exporter.h"
+#include "index/CardIndex.h"
+#include "index/ListJson.h"
+#include "text/Error.h"
+#include "text/Json.h"
+#include "view/ViewerPage.h"
+#include "volume/Device.h"
+#include "volume/Volume.h"
+
+namespace card {
+
+namespace {
+
+namespace fs = std::filesystem;
+using httplib::Request;
+using httplib::Response;
+
+constexpr char kHost[] = "127.0.0.1";
+constexpr size_t kPiece = 1u << 20;  // bytes handed on at a time
+
+std::string RandomToken() {
+    std::array<unsigned char, 16> bytes;
+    if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
+        throw SystemError("no random number", errno);
+    }
+    static constexpr char kDigits[] = "0123456789abcdef";
+    std::string token;
+    for (const unsigned char byte : bytes) {
+        token += kDigits[byte >> 4];
+        token += kDigits[byte & 15];
+    }
+    return token;
+}
+
+// A folder that goes with all that is in it.
+class TemporaryFolder {
+  public:
+    TemporaryFolder() {
+        std::string name = (fs::temp_directory_path() / "recordcard-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr) throw SystemError(name, errno);
+        path_ = name;
+    }
+    ~TemporaryFolder() {
+        std::error_code nobody_minds;  // it lies in the folder for temporary files
+        fs::remove_all(path_, nobody_minds);
+    }
+    std::string File(const char* name) const { return std::string(path_).append("/").append(name); }
+
+  private:
+    std::string path_;
+};
+
+// Only names that a card has: a folder may hold other things.
+bool OfStore(const std::string& name) {
+    if (name == RECORD_INDEX_NAME || name == RECORD_EVENT_NAME) return true;
+    unsigned number = 0;
+    return std::sscanf(name.c_str(), RECORD_FILE_NAME, &number) == 1 && name == Volume::RecordFileName(number);
+}
+
+// Hands on `size` bytes from `read`, in the ranges asked for.
+template <typename Read>
+void Provide(Response& response, uint64_t size, const char* type, Read read) {
+    response.set_content_provider(
+        static_cast<size_t>(size), type, [read](size_t offset, size_t length, httplib::DataSink& sink) {
+            std::vector<char> bytes(std::min(length, kPiece));
+            try {
+                const size_t got = read(offset, bytes.data(), bytes.size());
+                return got != 0 && sink.write(bytes.data(), got);
+            } catch (const CardError&) {
+                return false;  // the browser sees a connection that broke off, and the page says so
+            }
+        });
+}
+
+std::optional<uint32_t> NumberOf(const Request& request, const char* name) {
+    const std::string text = request.get_param_value(name);
+    uint32_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (text.empty() || error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+    return value;
+}
+
+void Refuse(Response& response, int status, const std::string& why) {
+    response.status = status;
+    response.set_content(why + "\n", "text/plain");
+}
+
+std::string GivenFiles(const Volume& volume) {
+    JsonText json;
+    json.Open('{').Field("name", volume.Path()).Key("files").Open('[');
+    for (const std::string& name : volume.Names()) {
+        if (!OfStore(name)) continue;
+        json.Open('{')
+            .Field("path", std::string("/card/").append(name))
+            .Field("url", std::string("file/").append(name));
+        json.Field("size", volume.OpenFile(name).Reachable()).Close('}');
+    }
+    json.Close(']').Close('}');
+    return json.Text();
+}
+
+void SendFile(const std::string& path, const std::string& name, Response& response) {
+    const Volume volume = Volume::Open(path);
+    if (!OfStore(name) || !volume.Has(name)) return Refuse(response, 404, "There is no such file");
+    const StoreFile file = volume.OpenFile(name);
+    Provide(response, file.Reachable(), "application/octet-stream",
+            [file](uint64_t offset, void* buffer, size_t length) { return file.ReadAt(offset, buffer, length); });
+}
+
+void SendClip(const std::string& path, const Request& request, Response& response) {
+    const auto from = NumberOf(request, "from");
+    const auto to = NumberOf(request, "to");
+    const uint32_t part = request.has_param("part") ? NumberOf(request, "part").value_or(0) : 1;
+    if (!from || !to || *to < *from || part == 0)
+        return Refuse(response, 400, "from and to are seconds since 1970 UTC");
+    const Volume volume = Volume::Open(path);
+    const CardIndex index(volume);
+    const Selection selection = SelectTimes(index, *from, *to);
+    const TemporaryFolder folder;
+    Exporter exporter(index, folder.File("clip.mp4"), OutputFiles::Mode::New, TimeStyle{.utc = true});
+    const ExportReport report = exporter.Run(selection, [](uint64_t) {});
+    if (part > report.parts.size()) return Refuse(response, 404, "Nothing was recorded then");
+    // Open, it outlives its folder.
+    const auto file = std::make_shared<const Device>(Device::Open(report.parts[part - 1].path));
+    response.set_header("X-Parts", std::to_string(report.parts.size()));
+    Provide(response, file->Size(), "video/mp4",
+            [file](uint64_t offset, void* buffer, size_t length) { return file->ReadAt(offset, buffer, length); });
+}
+
+}  // namespace
+
+struct CardServer::Parts {
+    httplib::Server server;
+};
+
+CardServer::CardServer(std::string path) : path_(std::move(path)), parts_(std::make_unique<Parts>()) {
+    { const CardIndex readable(Volume::Open(path_)); }
+    httplib::Server& server = parts_->server;
+    const int port = server.bind_to_any_port(kHost);
+    if (port <= 0) throw SystemError("no port on " + std::string(kHost), errno);
+    const std::string host = std::string(kHost) + ":" + std::to_string(port);
+    const std::string root = std::string("/").append(RandomToken());
+    address_ = "http://" + host + root + "/";
+    server.set_pre_routing_handler([host, root](const Request& request, Response& response) {
+        const bool known = request.path.rfind(root + "/", 0) == 0 && request.get_header_value("Host") == host;
+        if (known && request.method == "GET") return httplib::Server::HandlerResponse::Unhandled;
+        Refuse(response, 404, "There is nothing here");
+        return httplib::Server::HandlerResponse::Handled;
+    });
+    server.set_default_headers(
+        {{"Cache-Control", "no-store"}, {"X-Content-Type-Options", "nosniff"}, {"Referrer-Policy", "no-referrer"}});
+    const auto answer = [&server, root](const std::string& pattern, auto action) {
+        server.Get(root + pattern, [action](const Request& request, Response& response) {
+            try {
+                action(request, response);
+            } catch (const std::exception& error) {
+                Refuse(response, 500, error.what());
+            }
+        });
+    };
+    answer("/", [this, host](const Request&, Response& response) {
+        response.set_content(ViewerPage(GivenFiles(Volume::Open(path_)), "http://" + host), "text/html; charset=utf-8");
+    });
+    answer("/list\\.json", [this](const Request&, Response& response) {
+        const Volume volume = Volume::Open(path_);
+        response.set_content(ListJson(CardIndex(volume)), "application/json");
+    });
+    answer("/file/([A-Za-z0-9.]+)",
+           [this](const Request& request, Response& response) { SendFile(path_, request.matches[1].str(), response); });
+    answer("/clip\\.mp4", [this](const Request& request, Response& response) { SendClip(path_, request, response); });
+}
+
+CardServer::~CardServer() = default;
+
+void CardServer::Run() {
+    parts_->server.listen_after_bind();
+}
+
+void CardServer::Stop() {
+    parts_->server.stop();
+}
+
+}  // namespace card
