@@ -101,19 +101,23 @@ bool IsHandOverThread() {
 
 }  // namespace
 
-// The interval of the hand-over thread: over when the script says so.
+// The interval of the hand-over thread: over when the script says so.  Until then it wakes up now and then and looks
+// whether its run has ended: that word may come in the very moment in which a wait is given up.
 bool AwaitHandOver(pthread_cond_t* condition, pthread_mutex_t* mutex, int* result) {
     if (!IsHandOverThread()) return false;
-    ++g_rests;
-    for (*result = ETIMEDOUT; !g_is_due.exchange(false);) {
-        timespec soon{};
-        clock_gettime(CLOCK_MONOTONIC, &soon);
-        soon.tv_nsec += 500'000;
-        if (soon.tv_nsec >= 1'000'000'000) ++soon.tv_sec, soon.tv_nsec -= 1'000'000'000;
-        *result = pthread_cond_clockwait(condition, mutex, CLOCK_MONOTONIC, &soon);
-        if (*result != ETIMEDOUT) return true;
+    thread_local bool rests = false;
+    if (!std::exchange(rests, true)) ++g_rests;
+    if (g_is_due.exchange(false)) {
+        rests = false;
+        *result = ETIMEDOUT;
+        return true;
     }
-    *result = ETIMEDOUT;
+    timespec soon{};
+    clock_gettime(CLOCK_MONOTONIC, &soon);
+    soon.tv_nsec += 500'000;
+    if (soon.tv_nsec >= 1'000'000'000) ++soon.tv_sec, soon.tv_nsec -= 1'000'000'000;
+    pthread_cond_clockwait(condition, mutex, CLOCK_MONOTONIC, &soon);
+    *result = 0;
     return true;
 }
 
