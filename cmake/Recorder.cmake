@@ -8,6 +8,16 @@ endif()
 
 add_compile_options(-Wall -Wextra -Werror)
 
+# warn_of_lost_values()
+#
+# For what the folder that calls it builds, and those below it: a value that another type may not hold and a name that
+# hides another are errors.  The tests go without: there a test's own wrong number is seen at once.
+macro(warn_of_lost_values)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU") # clang counts changes of sign in as well
+    add_compile_options(-Wconversion -Wshadow)
+  endif()
+endmacro()
+
 # RECORDER_SANITIZE: empty, "address,undefined" or "thread" (set by the presets).
 set(RECORDER_SANITIZE "" CACHE STRING "Sanitizers to build with, comma separated")
 if(RECORDER_SANITIZE)

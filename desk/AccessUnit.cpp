@@ -42,7 +42,7 @@ std::vector<View> SplitAtLengths(View data, int length_size) {
     std::vector<View> nals;
     const size_t width = static_cast<size_t>(length_size);
     while (data.size() > width) {
-        uint64_t length = 0;
+        size_t length = 0;
         for (size_t i = 0; i < width; ++i) length = length << 8 | data[i];
         data = data.subspan(width);
         if (length > data.size()) break;

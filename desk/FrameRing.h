@@ -35,7 +35,7 @@ class FrameRing {
     FrameRing(int key, uint32_t ring_size);
 
     uint32_t RingSize() const { return ring_size_; }
-    uint32_t LargestPayload() const { return ring_size_ - 2 * sizeof(AVDataInfo); }
+    uint32_t LargestPayload() const { return ring_size_ - 2 * uint32_t{sizeof(AVDataInfo)}; }
 
     // Where the record went; nothing when its payload is empty or larger than LargestPayload().
     std::optional<Place> Publish(const Record& record);

@@ -186,9 +186,9 @@ class FileBuilder {
 
 std::vector<SectionSpan> RebuiltFile::Spans() const {
     std::vector<SectionSpan> spans;
-    for (const RecordInfoHead_S& head : sections) {
-        spans.push_back({head.m_u32RecordStartPos, uint64_t{head.m_u32RecordStartPos} + head.m_u32RecordSize,
-                         head.m_u32RecordStartTime, head.m_u32RecordEndTime});
+    for (const RecordInfoHead_S& section : sections) {
+        spans.push_back({section.m_u32RecordStartPos, uint64_t{section.m_u32RecordStartPos} + section.m_u32RecordSize,
+                         section.m_u32RecordStartTime, section.m_u32RecordEndTime});
     }
     return spans;
 }

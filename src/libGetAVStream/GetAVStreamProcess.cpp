@@ -226,30 +226,30 @@ void DropAnswersOfEarlierProcess(int type) {
     HandOutReplies(RequestQueue(0), type);
 }
 
-#define POSITION_QUERY(function, name_for_clients, command)               \
-    int function(int MsgAVType, int VideoIndex, AVMsgBuf* pMsg) {         \
-        return Query(command, MsgAVType, VideoIndex, pMsg);               \
-    }                                                                     \
-    int name_for_clients(int MsgAVType, int VideoIndex, AVMsgBuf* pMsg) { \
-        return function(MsgAVType, VideoIndex, pMsg);                     \
+#define POSITION_QUERY(function, name_for_clients, command)          \
+    int function(int type, int VideoIndex, AVMsgBuf* pMsg) {         \
+        return Query(command, type, VideoIndex, pMsg);               \
+    }                                                                \
+    int name_for_clients(int type, int VideoIndex, AVMsgBuf* pMsg) { \
+        return function(type, VideoIndex, pMsg);                     \
     }
 POSITION_QUERY(AVStreamGetCurrentFrame, GetAVStreamCurrentFrame, AVSTREAM_CMD_CURRENT_FRAME)
 POSITION_QUERY(AVStreamGetLastIFrame, GetAVStreamLastIFrame, AVSTREAM_CMD_LAST_I_FRAME)
 POSITION_QUERY(AVStreamGetRecordIFrame, GetAVStreamRecordIFrame, AVSTREAM_CMD_RECORD_I_FRAME)
 POSITION_QUERY(AVStreamGetRealFrameRate, GetAVStreamRealFrameRate, AVSTREAM_CMD_REAL_FRAME_RATE)
 
-int AVStreamResourceLock(int MsgAVType, int VideoIndex, unsigned int VideoPos, int VideoLen) {
-    return Range(AVSTREAM_CMD_LOCK, MsgAVType, VideoIndex, VideoPos, VideoLen);
+int AVStreamResourceLock(int type, int VideoIndex, unsigned int VideoPos, int VideoLen) {
+    return Range(AVSTREAM_CMD_LOCK, type, VideoIndex, VideoPos, VideoLen);
 }
 
-int AVStreamResourceUnLock(int MsgAVType, int VideoIndex, unsigned int VideoPos, int VideoLen) {
-    return Range(AVSTREAM_CMD_UNLOCK, MsgAVType, VideoIndex, VideoPos, VideoLen);
+int AVStreamResourceUnLock(int type, int VideoIndex, unsigned int VideoPos, int VideoLen) {
+    return Range(AVSTREAM_CMD_UNLOCK, type, VideoIndex, VideoPos, VideoLen);
 }
 
-int AVStreamLock(int MsgAVType, int VideoIndex, unsigned int VideoPos, int VideoLen) {
-    return AVStreamResourceLock(MsgAVType, VideoIndex, VideoPos, VideoLen);
+int AVStreamLock(int type, int VideoIndex, unsigned int VideoPos, int VideoLen) {
+    return AVStreamResourceLock(type, VideoIndex, VideoPos, VideoLen);
 }
 
-int AVStreamUnLock(int MsgAVType, int VideoIndex, unsigned int VideoPos, int VideoLen) {
-    return AVStreamResourceUnLock(MsgAVType, VideoIndex, VideoPos, VideoLen);
+int AVStreamUnLock(int type, int VideoIndex, unsigned int VideoPos, int VideoLen) {
+    return AVStreamResourceUnLock(type, VideoIndex, VideoPos, VideoLen);
 }

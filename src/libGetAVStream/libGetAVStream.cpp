@@ -83,33 +83,33 @@ bool IsUrgent(int type, int video_index) {
     return is_urgent == nullptr || is_urgent(video_index) != 0;
 }
 
-void AVStreamUrgencySet(int MsgAVType, AVStreamUrgency IsUrgent) {
-    if (IsClientType(MsgAVType)) {
-        g_urgency[MsgAVType].store(IsUrgent);
+void AVStreamUrgencySet(int type, AVStreamUrgency IsUrgent) {
+    if (IsClientType(type)) {
+        g_urgency[type].store(IsUrgent);
     }
 }
 
-int GetAVStreamInit(int MsgAVType, AVStreamCallback AVStreamFunc, AVTransformStatus TransFormStatusFunc) {
-    LOG_TRACE(":type = %d func = %p\n", MsgAVType, reinterpret_cast<void*>(AVStreamFunc));
-    StoreCallbacks(MsgAVType, AVStreamFunc, TransFormStatusFunc);
+int GetAVStreamInit(int type, AVStreamCallback AVStreamFunc, AVTransformStatus TransFormStatusFunc) {
+    LOG_TRACE(":type = %d func = %p\n", type, reinterpret_cast<void*>(AVStreamFunc));
+    StoreCallbacks(type, AVStreamFunc, TransFormStatusFunc);
     const int result = GetAVControlInit();
-    if (result == AVSTREAM_OK && IsClientType(MsgAVType) && !g_initialised[MsgAVType].exchange(true)) {
-        DropAnswersOfEarlierProcess(MsgAVType);
+    if (result == AVSTREAM_OK && IsClientType(type) && !g_initialised[type].exchange(true)) {
+        DropAnswersOfEarlierProcess(type);
     }
     return result;
 }
 
-int GetVoiceTalkAVStreamInit(int MsgAVType, AVStreamCallback AVStreamFunc, AVTransformStatus TransFormStatusFunc) {
-    LOG_TRACE(":type = %d func = %p\n", MsgAVType, reinterpret_cast<void*>(AVStreamFunc));
-    StoreCallbacks(MsgAVType, AVStreamFunc, TransFormStatusFunc);
+int GetVoiceTalkAVStreamInit(int type, AVStreamCallback AVStreamFunc, AVTransformStatus TransFormStatusFunc) {
+    LOG_TRACE(":type = %d func = %p\n", type, reinterpret_cast<void*>(AVStreamFunc));
+    StoreCallbacks(type, AVStreamFunc, TransFormStatusFunc);
     return GetAVControlVoiceTalkInit();
 }
 
-int AVStreamGetAVData(int MsgAVType, int VideoIndex) {
-    if (!IsStream(VideoIndex) || !IsClientType(MsgAVType)) {
+int AVStreamGetAVData(int type, int VideoIndex) {
+    if (!IsStream(VideoIndex) || !IsClientType(type)) {
         return AVSTREAM_PARAM_ERROR;
     }
-    ReaderSlot& slot = g_readers[MsgAVType][VideoIndex];
+    ReaderSlot& slot = g_readers[type][VideoIndex];
     if (t_own_slot == &slot) {
         slot.run.store(1);
         return AVSTREAM_OK;
@@ -123,7 +123,7 @@ int AVStreamGetAVData(int MsgAVType, int VideoIndex) {
         Join(slot);  // one that stopped itself from inside its callback
         slot.run.store(1);
         slot.arguments = AVMsgBuf{};
-        slot.arguments.src = MsgAVType;
+        slot.arguments.src = type;
         slot.arguments.video_index = VideoIndex;
         if (StartThread(slot.thread, ThreadEnd::kJoined, AVStreamGetAVDataThread, &slot) != 0) {
             slot.run.store(0);
@@ -135,11 +135,11 @@ int AVStreamGetAVData(int MsgAVType, int VideoIndex) {
     return AVSTREAM_OK;
 }
 
-int AVStreamGetAVDataStop(int MsgAVType, int VideoIndex) {
-    if (!IsStream(VideoIndex) || !IsClientType(MsgAVType)) {
+int AVStreamGetAVDataStop(int type, int VideoIndex) {
+    if (!IsStream(VideoIndex) || !IsClientType(type)) {
         return AVSTREAM_PARAM_ERROR;
     }
-    ReaderSlot& slot = g_readers[MsgAVType][VideoIndex];
+    ReaderSlot& slot = g_readers[type][VideoIndex];
     slot.run.store(0);
     if (t_own_slot != &slot) {
         const std::lock_guard guard(slot.lock);

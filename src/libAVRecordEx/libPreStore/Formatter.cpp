@@ -27,7 +27,7 @@ class Pass {
         if (buffer_ == nullptr) {
             return "out of memory";
         }
-        const uint64_t sector = plan_.device.sector_bytes;
+        const uint32_t sector = plan_.device.sector_bytes;
         const std::vector<std::byte> boot = ReservedSectors(plan_, VolumeId(now_));
         const std::span<const std::byte> reserved(boot);
         const bool ok = WriteZeros({0, sector}) && Flush() && WriteTables() && WriteZeros(plan_.EventHeads()) &&
@@ -69,13 +69,14 @@ class Pass {
                                         : at < fats + plan_.FatBytes() ? fats + plan_.FatBytes()
                                         : at < root                    ? root
                                                                        : root + directory.size();
-                const std::span<std::byte> part = piece.first(std::min<uint64_t>(piece.size(), border - at));
+                const std::span<std::byte> part =
+                    piece.first(static_cast<size_t>(std::min<uint64_t>(piece.size(), border - at)));
                 if (at < fats) {
                     std::memset(part.data(), 0, part.size());
                 } else if (at < root) {
                     FillFat(plan_, (at - fats) % plan_.FatBytes(), part);
                 } else {
-                    std::memcpy(part.data(), &directory[at - root], part.size());
+                    std::memcpy(part.data(), &directory[static_cast<size_t>(at - root)], part.size());
                 }
                 at += part.size();
                 piece = piece.subspan(part.size());
