@@ -1,5 +1,8 @@
 #include "index/ListJson.h"
 
+#include <algorithm>
+#include <cstdint>
+
 #include "AVFrame.h"
 #include "text/Json.h"
 
@@ -36,6 +39,16 @@ void AddEvent(JsonText& json, const Event& event) {
         .Field("kind", EventTypeText(event.record.m_u8AlarmFileType))
         .Field("file", event.file)
         .Close('}');
+}
+
+uint32_t SecondsKept(const CardIndex& index) {
+    return static_cast<uint32_t>(std::min(index.HoursKept().value_or(0) * 3600, double{UINT32_MAX}));
+}
+
+size_t FilesUsed(const CardIndex& index) {
+    size_t used = 0;
+    for (const FileState& file : index.Files()) used += file.empty ? 0 : 1;
+    return used;
 }
 
 }  // namespace
@@ -79,6 +92,9 @@ std::string ListJson(const CardIndex& index) {
         .Field("start", index.Oldest().value_or(0))
         .Field("end", index.Newest().value_or(0))
         .Field("bytes", index.StreamBytes())
+        .Field("files", index.FileCount())
+        .Field("filesUsed", uint64_t{FilesUsed(index)})
+        .Field("keeps", SecondsKept(index))
         .Field("damaged", uint64_t{DamagedEntries(index)});
     json.Key("sections").Open('[');
     for (const Section& section : index.Sections()) AddSection(json, section);

@@ -1,13 +1,15 @@
 // What is on a card, as JSON for other programs: `recordcard list --json`, and what the page in a browser shows.
 //
-//   {"start": 1772352000, "end": 1772352060, "bytes": 1234, "damaged": 0,
+//   {"start": 1772352000, "end": 1772352060, "bytes": 1234, "files": 8, "filesUsed": 2, "keeps": 86400,
+//    "damaged": 0,
 //    "sections": [{"file": 0, "section": 1, "start": .., "end": .., "bytes": .., "video": "H.264", "width": 1920,
 //                  "height": 1080, "rate": 25, "audio": "G.711 A-law", "keyFrames": 30, "pictures": 750}, ...],
 //    "gaps": [{"start": .., "end": ..}, ...],
 //    "events": [{"number": 1, "start": .., "end": .., "open": false, "type": 1, "kind": "motion", "file": 0}, ...]}
 //
 // Times are seconds since 1970-01-01 UTC; sections stand in the order in which they were recorded.  "video" and "audio"
-// are empty where there is none; "damaged" counts entries of the index that are left out.
+// are empty where there is none; "keeps" is what a full card holds at this rate (0: unknown), "damaged" counts entries
+// of the index that are left out.
 #pragma once
 
 #include <string>

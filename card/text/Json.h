@@ -54,16 +54,14 @@ class JsonText {
         if (!first_) text_ += ',';
         first_ = false;
     }
-    // Pure ASCII, with nothing in it that could end a script element; bytes above 0x7E stand as U+FFFD.
+    // Nothing in it can end a script element.  Bytes above 0x7E stay; who reads them replaces those that are no UTF-8.
     void Quoted(const std::string& value) {
         static constexpr char kDigits[] = "0123456789abcdef";
         Separate();
         text_ += '"';
         for (const char c : value) {
             const auto byte = static_cast<unsigned char>(c);
-            if (byte > 0x7E) {
-                text_ += "\\ufffd";
-            } else if (byte < 0x20 || c == '"' || c == '\\' || c == '<') {
+            if (byte < 0x20 || c == '"' || c == '\\' || c == '<') {
                 text_ += "\\u00";
                 text_ += kDigits[byte >> 4];
                 text_ += kDigits[byte & 15];
