@@ -11,8 +11,9 @@
 #include "export/Ffmpeg.h"
 #include "export/OutputFiles.h"
 #include "index/CardIndex.h"
+#include "page/Overview.h"
+#include "page/ViewerPage.h"
 #include "text/Error.h"
-#include "timeline/TimelinePage.h"
 #include "volume/Apart.h"
 #include "volume/Volume.h"
 
@@ -23,7 +24,7 @@ namespace {
 struct TimelineArguments {
     std::string out;
     bool force = false;
-    TimelineOptions options;
+    OverviewOptions options;
 };
 
 void WriteFile(const std::string& path, const std::string& text) {
@@ -40,8 +41,8 @@ int Timeline(const TimelineArguments& arguments) {
     OutputFiles files(arguments.out, arguments.force ? OutputFiles::Mode::Overwrite : OutputFiles::Mode::New);
     av_log_set_level(AV_LOG_FATAL);  // a damaged picture is left out in silence
     Progress progress("Pictures");
-    const std::string page =
-        MakeTimelinePage(index, arguments.options, [&](size_t done, size_t total) { progress.Show(done, total); });
+    const std::string page = ViewerPage(
+        OverviewJson(index, arguments.options, [&](size_t done, size_t total) { progress.Show(done, total); }), "");
     WriteFile(files.Next(), page);
     files.Commit();
     progress.Clear();

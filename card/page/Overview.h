@@ -1,7 +1,6 @@
-// The card as one page of HTML that needs nothing else: days, sections, gaps, events, pictures.
+// What a page holds of a card that is not there: its list, pictures, and the zone its times are shown in.
 //
-// What the page shows goes into it as one JSON object (timeline/page.html draws it); pictures are bounded in
-// number and size, so that a page of a large card stays one that can be sent.  One thread.
+// Pictures are bounded in number and size, so that the page of a large card stays one that can be sent.  One thread.
 #pragma once
 
 #include <cstddef>
@@ -15,8 +14,8 @@
 
 namespace card {
 
-struct TimelineOptions {
-    std::string path;             // of the card, for the title and the commands to copy
+struct OverviewOptions {
+    std::string path;             // of the card, for its name and the commands to copy
     size_t thumbnails_max = 240;  // 0: none
     TimeStyle times;
 };
@@ -31,6 +30,10 @@ struct Wanted {
 std::vector<Wanted> ChoosePictures(const CardIndex& index, size_t max);
 
 using PicturesDone = std::function<void(size_t done, size_t total)>;
-std::string MakeTimelinePage(const CardIndex& index, const TimelineOptions& options, const PicturesDone& progress);
+
+// For ViewerPage():
+//   {"name": path, "zone": [[from, seconds east of UTC], ...], "list": as of ListJson.h,
+//    "thumbs": [{"section": .., "time": .., "jpeg": base64}, ...]}
+std::string OverviewJson(const CardIndex& index, const OverviewOptions& options, const PicturesDone& progress);
 
 }  // namespace card

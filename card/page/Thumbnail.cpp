@@ -1,4 +1,4 @@
-#include "timeline/Thumbnail.h"
+#include "page/Thumbnail.h"
 
 #include <algorithm>
 #include <cstring>

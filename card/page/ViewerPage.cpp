@@ -1,4 +1,4 @@
-#include "view/ViewerPage.h"
+#include "page/ViewerPage.h"
 
 #include "text/Error.h"
 

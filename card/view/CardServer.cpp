@@ -18,9 +18,9 @@
 #include "export/Exporter.h"
 #include "index/CardIndex.h"
 #include "index/ListJson.h"
+#include "page/ViewerPage.h"
 #include "text/Error.h"
 #include "text/Json.h"
-#include "view/ViewerPage.h"
 #include "volume/Device.h"
 #include "volume/Volume.h"
 

@@ -39,6 +39,9 @@ int main(int count, char** arguments) {
     for (int i = 0; i < 250; ++i)
         many.sections.push_back({.seconds = 1, .pause = 20, .rate = 2, .width = 64, .height = 48});
     many.RecordFolder(folder + "many");
+    // Eight days apart.
+    Card{.files = 1, .sections = {{.seconds = 3}, {.seconds = 3, .pause = 8 * 86400 - 3}}, .keep_units = false}
+        .RecordFolder(folder + "clocks");
     Card{.files = 1}.RecordFolder(folder + "empty");
     return 0;
 }

@@ -13,64 +13,10 @@ import unittest
 
 sys.path.insert(0, os.path.dirname(__file__))
 from browser import Browser
-
-ROOT = pathlib.Path(__file__).resolve().parents[2]
-BUILD = pathlib.Path(os.environ["BUILD"])
-TOOL = str(BUILD / "card" / "recordcard")
-PAGE = (ROOT / "viewer" / "viewer.html").as_uri()
-SMALL = (32, 24)  # pictures are told apart at this size
+from support import BUILD, PAGE, ROOT, SMALL, TOOL, PageTest, distance, frame_sums, run, small_pictures, tool_list
 
 
-def run(*command, **more):
-    return subprocess.run([str(c) for c in command], check=True, stdout=subprocess.PIPE, **more).stdout
-
-
-def tool_list(card):
-    return json.loads(run(TOOL, "list", "--json", card))
-
-
-def small_pictures(clip):
-    """Every picture of a clip, small and grey, in the order shown."""
-    raw = run("ffmpeg", "-v", "error", "-i", clip, "-vf", f"scale={SMALL[0]}:{SMALL[1]}:flags=area,format=gray", "-f", "rawvideo",
-              "-fps_mode", "passthrough", "-")
-    size = SMALL[0] * SMALL[1]
-    return [raw[i:i + size] for i in range(0, len(raw), size)]
-
-
-def distance(a, b):
-    return sum((x - y) ** 2 for x, y in zip(a, b))
-
-
-def frame_sums(clip, stream="v"):
-    """(time, checksum of the decoded picture) of every picture."""
-    lines = run("ffmpeg", "-v", "error", "-i", clip, "-map", "0:" + stream, "-c:v", "rawvideo", "-fps_mode", "passthrough", "-copyts",
-                "-enc_time_base", "1:90000", "-f", "framemd5", "-").decode().splitlines()
-    rows = [[field.strip() for field in line.split(",")] for line in lines if not line.startswith("#")]
-    return [(int(row[2]), row[5]) for row in rows]
-
-
-class Viewer(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.folder = pathlib.Path(tempfile.mkdtemp(prefix="viewer-"))
-        run(BUILD / "tests" / "viewer" / "make_cards", cls.folder)
-        cls.browser = Browser(PAGE)
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.browser.close()
-        shutil.rmtree(cls.folder, ignore_errors=True)
-
-    def tearDown(self):
-        self.assertEqual(self.browser.requests(), [], "nothing is asked of any network")
-        self.assertEqual(self.browser.run("violations.concat(faults)"), [])
-
-    def open(self, card, shown=True):
-        self.browser.run("list = null; byId('video').pause(); notice('')")
-        card = pathlib.Path(card)
-        self.browser.pick("#folder" if card.is_dir() else "#files", [card])
-        self.browser.wait("list !== null && !player.loading" + (" && byId('video').readyState >= 2" if shown else ""))
-
+class Viewer(PageTest):
     def small_shown(self):
         """The picture that the page shows."""
         self.browser.wait("!player.loading && !byId('video').seeking && byId('video').readyState >= 2")

@@ -15,9 +15,8 @@ const zone = {
     return seconds;
   },
   name() {
-    if (zone.utc) return "UTC";
     const minutes = zone.offset(Date.now() / 1000) / 60, m = Math.abs(minutes);
-    return "UTC" + (minutes < 0 ? "−" : "+") + two(Math.floor(m / 60)) + ":" + two(m % 60);
+    return minutes === 0 ? "UTC" : "UTC" + (minutes < 0 ? "−" : "+") + two(Math.floor(m / 60)) + ":" + two(m % 60);
   },
 };
 
@@ -50,6 +49,7 @@ function durationText(s) {
   s = Math.round(s);
   if (s < 60) return s + " s";
   if (s < 3600) return Math.floor(s / 60) + " min" + (s % 60 ? " " + two(s % 60) + " s" : "");
+  if (s >= 3 * DAY) return Math.round(s / DAY) + " days";
   return Math.floor(s / 3600) + " h" + (s % 3600 >= 60 ? " " + two(Math.floor(s / 60) % 60) + " min" : "");
 }
 

@@ -32,8 +32,9 @@ async function openFiles(picked) {
 function showCard(found) {
   list = found;
   byId("card").textContent = cardName;
-  byId("start").hidden = true;
+  byId("start").hidden = byId("thumb").hidden = true;
   byId("viewer").hidden = byId("reopen").hidden = false;
+  document.body.classList.toggle("overview", !readable);
   notice(!list.sections.length ? "Nothing is recorded on this card yet." : list.damaged ? counted(list.damaged, "damaged entry").replace("entrys", "entries") + " of the card's index left out." : "");
   span = null;
   showSpan();
@@ -91,6 +92,11 @@ function goSection(later) {
   const start = later ? starts.find(s => s > t + .5) : starts.findLast(s => s < t - 1.5);
   if (start !== undefined) goTo(start);
 }
+function step(by) {
+  if (readable) return player.step(by);
+  const t = now(), thumb = by > 0 ? thumbs.find(x => x.time > t) : thumbs.findLast(x => x.time < t);
+  if (thumb) goTo(thumb.time);
+}
 function togglePlay() {
   if (!readable) return;
   if (player.paused) { if (player.video.ended) goTo(list.start); player.play(); } else player.pause();
@@ -122,7 +128,7 @@ function showState() {
   byId("play").setAttribute("aria-label", playing ? "Pause" : "Play");
   byId("mute").textContent = player.rate > MUTED_ABOVE ? "No sound at this speed" : player.video.muted ? "Sound off" : "Sound on";
   byId("mute").setAttribute("aria-pressed", player.video.muted);
-  for (const id of ["play", "stepBack", "stepOn", "png", "save"]) byId(id).disabled = !readable || (id === "save" && !span);
+  for (const id of ["play", "png", "save"]) byId(id).disabled = !readable || (id === "save" && !span);
 }
 function showFault(text) { byId("message").textContent = text; byId("message").hidden = false; }
 
@@ -142,15 +148,26 @@ function showTip(t, x) {
   byId("tipTime").textContent = clockText(t) + (section < 0 ? " – nothing recorded" : event ? " – " + event.kind : "");
   tip.hidden = false;
   tip.style.left = Math.min(Math.max(x - 98, 0), Math.max(byId("line").clientWidth - 196, 0)) + "px";
+  const thumb = readable ? null : thumbAt(t);
+  byId("tipThumb").hidden = !thumb;
+  if (thumb) byId("tipThumb").src = thumb.address;
   preview.ask(readable ? section : -1, t, shown => { byId("tipPicture").hidden = !shown; });
 }
 
-function showThumb(t) {
+// Of an overview: the picture nearest to `t` in what was recorded then.
+function thumbAt(t) {
+  const section = list.sections.findIndex(s => t >= s.start && t < s.end + 1);
   let best = null;
-  for (const thumb of thumbs) if (!best || Math.abs(thumb.time - t) < Math.abs(best.time - t)) best = thumb;
+  for (const thumb of thumbs) if (thumb.section === section && (!best || Math.abs(thumb.time - t) < Math.abs(best.time - t))) best = thumb;
+  return best;
+}
+
+function showThumb(t) {
+  const best = thumbAt(t), recorded = list.sections.some(s => t >= s.start && t < s.end + 1);
   byId("thumb").hidden = !best;
-  if (best) { byId("thumb").src = "data:image/jpeg;base64," + best.jpeg; byId("thumb").alt = "Picture of " + clockText(best.time); }
-  showFault("This is an overview" + (best ? " with a picture of " + dateText(best.time) + " " + clockText(best.time) : "") + ". Open the card here to play it.");
+  if (best) { byId("thumb").src = best.address; byId("thumb").alt = "Picture of " + clockText(best.time); }
+  showFault((best ? "Picture of " + clockText(best.time) : recorded ? "No picture of this is kept here" : "Nothing was recorded then") +
+    ". This page is an overview; open the card in it to play.");
 }
 
 // ---- span and saving
@@ -222,6 +239,8 @@ function drawFacts() {
   }
   say("Recorded", durationText(seconds));
   say("Size", sizeText(list.bytes));
+  say("Record files", list.filesUsed + " of " + list.files + " used");
+  if (list.keeps) say("A full card", durationText(list.keeps));
   say("Sections", list.sections.length);
   say("Gaps", list.gaps.length);
   const kinds = new Set(list.sections.map(s => s.video && s.video + " " + s.width + "×" + s.height + ", " + s.rate + " fps" + (s.audio ? ", " + s.audio : "")));
@@ -307,6 +326,7 @@ function toggleTheme() {
   root.dataset.theme = dark ? "light" : "dark";
   line.draw();
 }
+matchMedia("(prefers-color-scheme: dark)").onchange = () => line.draw();
 function toggleMute() {
   player.silent = !player.video.muted;
   player.video.muted = player.silent || player.rate > MUTED_ABOVE;
@@ -321,7 +341,7 @@ function showZone() {
 const showAll = () => line.look(line.range[0], line.range[1]);
 
 const actions = {
-  play: togglePlay, stepBack: () => player.step(-1), stepOn: () => player.step(1), eventBack: () => goEvent(false), eventOn: () => goEvent(true),
+  play: togglePlay, stepBack: () => step(-1), stepOn: () => step(1), eventBack: () => goEvent(false), eventOn: () => goEvent(true),
   png: savePicture, mute: toggleMute, all: showAll, left: () => line.shift(-.5), right: () => line.shift(.5), zoomIn: () => line.zoom(.5),
   zoomOut: () => line.zoom(2), setFrom: () => setSpanEnd(0), setTo: () => setSpanEnd(1), clearSpan: () => setSpan(null), save, copy: copyCommand,
   theme: toggleTheme, zone: () => { zone.utc = !zone.utc; showZone(); },
@@ -360,6 +380,6 @@ if (given && given.files) {
   openFiles({ name: given.name, files });
 } else if (given && given.list) {
   cardName = given.name;
-  thumbs = given.thumbs || [];
+  thumbs = given.thumbs.map(x => ({ ...x, address: "data:image/jpeg;base64," + x.jpeg })).sort((a, b) => a.time - b.time);
   showCard(given.list);
 }
