@@ -21,9 +21,16 @@ using Mend = Finding::Mend;
 
 // Frames that a full file's last section counts though its lengths have stopped: those that arrive while the run ends.
 constexpr uint32_t kFullFileSlack = 250;
-constexpr uint32_t kStartSlack = 60;    // s a section may begin in front of its first frame
-constexpr uint32_t kFullEndSlack = 30;  // s a run may take to end when its file is full
-constexpr uint32_t kEndSlack = 2;       // s its last sound may lie behind its last picture
+constexpr uint32_t kShortestPicture = 5;  // bytes: a start code and the first byte of a NAL header
+constexpr uint32_t kStartSlack = 60;      // s a section may begin in front of its first frame
+constexpr uint32_t kFullEndSlack = 30;    // s a run may take to end when its file is full
+constexpr uint32_t kEndSlack = 2;         // s its last sound may lie behind its last picture
+
+// Sound without a byte, or a picture too short for the header of a NAL unit.
+bool IsBare(const SurveyedFrame& frame) {
+    const uint32_t headers = frame.video ? PS_PACK_HEADER_SIZE + PS_PES_HEADER_SIZE : PS_PES_HEADER_SIZE;
+    return frame.size < headers + (frame.video ? kShortestPicture : 1);
+}
 
 uint8_t AudioStreamType(uint8_t code) {
     switch (code) {
@@ -114,6 +121,7 @@ class FileCheck {
         CheckJoined(section);
         CheckForeign(section);
         CheckHoles(section);
+        CheckBare(section);
         CheckCounts(section, place);
         CheckKeyFrames(section);
         CheckTimes(section, place);
@@ -192,6 +200,16 @@ class FileCheck {
         };
         for (const Garbage& hole : survey_.holes) check(hole);
         for (const StreamRun& run : survey_.runs) std::for_each(run.holes.begin(), run.holes.end(), check);
+    }
+
+    void CheckBare(const Section& section) {
+        const auto bare =
+            std::count_if(frames_.begin(), frames_.end(), [](const SurveyedFrame* frame) { return IsBare(*frame); });
+        if (bare == 0) return;
+        Add(Level::Remark, "frames-bare", section.Begin(),
+            FormatText("%zu frames of section %u:%u hold no picture and no sound", static_cast<size_t>(bare),
+                       section.file, section.number),
+            "none: recorders of earlier versions wrote them; they are left out", Mend::Nothing);
     }
 
     bool Ahead(const Section& section, uint32_t counted, size_t found) const {
