@@ -6,12 +6,10 @@
 #include <thread>
 
 #include "CardFile.h"
-#include "libAVRecord.h"
-#include "support/BoundCamera.h"
+#include "OpenRun.h"
 
 namespace {
 
-using std::string_literals::operator""s;
 using support::Card;
 
 struct CardCall {
@@ -78,57 +76,22 @@ class Tape {
     static inline std::vector<CardCall> tape;
 };
 
-class HandOverTest : public support::BoundCamera {
+class HandOverTest : public OpenRun {
   protected:
-    explicit HandOverTest(uint32_t length = 0) : card_(support::Store{.current_length = length}) {
-        RecordSystemInfoHead_S* const system = AV_RecordSystemInfoHeadGet();
-        RecordFileInfoHead_S* const file = AV_RecordFileInfoHeadGet();
-        *system = {};
-        AV_SystemInfoHeadParamInit(system, 2048, 3);
-        *file = {};
-        AV_RecordFileInfoHeadAdd(system, file, 1700000000, RECORD_TYPE_SCHEDULE);
-        file->m_u32RecordFileSumLenth = length;
-        AV_RecordSectionInfoHeadAdd(file, AV_RecordInfoHeadGet(), 1700000000, RECORD_TYPE_SCHEDULE, 0);
-        AVRecordHandOverSet(RECORD_HAND_OVER_MIN_MS);
-    }
+    explicit HandOverTest(uint32_t length = 0) : OpenRun(length) { AVRecordHandOverSet(RECORD_HAND_OVER_MIN_MS); }
     ~HandOverTest() override {
         KQ_RecordUninit();
-        AwaitNoOpenFile();  // the tape and the card go with the test
+        AwaitNoOpenFile();  // the tape goes with the test
         AVRecordHandOverSet(RECORD_HAND_OVER_MS);
     }
 
-    static void Open() { ASSERT_EQ(KQ_RecordInit(AV_RecordFileInfoHeadGet(), 0), 0); }
-    static void Write(const std::string& frame) {
-        AVDataInfoOpt info{};
-        info.AVDataLen = static_cast<int32_t>(frame.size());
-        ASSERT_EQ(libAVRecordWriteFrame(0, AV_FRAME_TYPE_VIDEO, frame.data(), &info), 0);
-    }
-    static bool HasOpenFile() {
-        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-            std::error_code gone;
-            if (std::filesystem::read_symlink(entry, gone).string().find("sdcard") != std::string::npos) {
-                return true;
-            }
-        }
-        return false;
-    }
-    static bool AwaitNoOpenFile() {
-        for (int i = 0; i < 10000 && HasOpenFile(); ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return !HasOpenFile();
-    }
-    static inline const std::string kKey = "\0\0\0\1\x67sps\0\0\0\1\x68pps\0\0\0\1\x65 a key frame"s;
-    static inline const std::string kDelta = "\0\0\0\1\x41 a frame between key frames"s;
-
-    Card card_;
     Tape tape_;
 };
 
 TEST_F(HandOverTest, GivesTheCardStreamThenKeyRecordsThenHeads) {
     Open();
-    Write(kKey);
-    Write(kDelta);
+    EXPECT_EQ(Write(kH264Key), 0);
+    EXPECT_EQ(Write(kH264Delta), 0);
     const uint64_t end = AV_RecordFileInfoHeadGet()->m_u32RecordFileSumLenth;
     const auto given = Tape::AwaitHandOvers(3);
     ASSERT_GE(given.size(), 3u);
@@ -138,7 +101,7 @@ TEST_F(HandOverTest, GivesTheCardStreamThenKeyRecordsThenHeads) {
     EXPECT_EQ(given[1].offset, 0x0FC00000u);
     EXPECT_EQ(given[2].file, "index000.bin");
 
-    Write(kDelta);
+    EXPECT_EQ(Write(kH264Delta), 0);
     KQ_RecordUninit();  // the thread hands over the rest, and keeps no file open
     EXPECT_TRUE(AwaitNoOpenFile());
     const auto all = Tape::Only('s');
@@ -147,10 +110,29 @@ TEST_F(HandOverTest, GivesTheCardStreamThenKeyRecordsThenHeads) {
     EXPECT_EQ(last_stream->offset + last_stream->length, AV_RecordFileInfoHeadGet()->m_u32RecordFileSumLenth);
 }
 
+TEST_F(HandOverTest, GivesTheCardEveryKeyRecordOfALongInterval) {
+    constexpr uint32_t kRecords = 300;  // more than fit in a page
+    AVRecordHandOverSet(RECORD_HAND_OVER_MAX_MS);
+    Open();
+    for (uint32_t i = 0; i < kRecords; ++i) {
+        EXPECT_EQ(Write(kH264Key), 0);
+    }
+    ASSERT_EQ(AV_RecordFileInfoHeadGet()->m_u32RecordKeyFrameSum, kRecords);
+    KQ_RecordUninit();
+    ASSERT_TRUE(AwaitNoOpenFile());
+    uint64_t given = 0x0FC00000;
+    for (const CardCall& call : Tape::Only('s')) {
+        if (call.file == "hi000000.mp4" && call.offset == given) {
+            given += call.length;
+        }
+    }
+    EXPECT_EQ(given, 0x0FC00000 + 20 * kRecords);
+}
+
 TEST_F(HandOverTest, WritesWholeSectorsAndNothingElse) {
     Open();
-    Write(kKey);
-    Write(kDelta);
+    EXPECT_EQ(Write(kH264Key), 0);
+    EXPECT_EQ(Write(kH264Delta), 0);
     uint64_t end = 0;
     for (const CardCall& call : Tape::Only('w')) {
         if (call.file == "hi000000.mp4" && call.offset < 0x0FC00000) {
@@ -170,7 +152,7 @@ class HandOverAtTheLimit : public HandOverTest {
 
 TEST_F(HandOverAtTheLimit, NamesTheNextFileBeforeAHeadSaysThatThisOneIsFull) {
     Open();
-    Write(kKey);
+    EXPECT_EQ(Write(kH264Key), 0);
     const auto all = Tape::All();
     const auto is_at = [](char what, uint64_t offset) {
         return [=](const CardCall& call) {
@@ -188,7 +170,7 @@ TEST_F(HandOverAtTheLimit, NamesTheNextFileBeforeAHeadSaysThatThisOneIsFull) {
     EXPECT_EQ(system.m_u32RecordFileNo, 1u);
     EXPECT_EQ(system.m_u32RecordUsedFileSum, 1u);
 
-    Write(kDelta);  // after the limit, until the run ends: the same file, and no further step
+    EXPECT_EQ(Write(kH264Delta), 0);  // after the limit, until the run ends: the same file, and no further step
     EXPECT_EQ(AV_RecordSystemInfoHeadGet()->m_u32RecordFileNo, 1u);
     EXPECT_EQ(AV_RecordSystemInfoHeadGet()->m_u32RecordUsedFileSum, 1u);
 }

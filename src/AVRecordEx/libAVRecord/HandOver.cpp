@@ -93,6 +93,7 @@ struct HandOver::Job {
 
     bool Prepare(const Begin& begin_now);
     bool HandOverStream();
+    bool HandOverKeyRecords(uint32_t records) const;
     void HandOverOnce();
     void ReadNext();
     void Close();
@@ -149,6 +150,14 @@ bool HandOver::Job::HandOverStream() {
     return true;
 }
 
+// However many they are: an interval may be a minute long, and one that failed is tried again with the next.
+bool HandOver::Job::HandOverKeyRecords(uint32_t records) const {
+    const uint64_t first = KeyFrameRecordOffset(key_records_handed);
+    const uint64_t end = KeyFrameRecordOffset(records);
+    return end <= first ||
+           card::SyncRange(card::Kind::kRecord, stream.Get(), first, end - first) == card::Result::kDone;
+}
+
 // Stream data, the key-frame records that point into it, and the heads that count both, in this order.  Heads written
 // after the last look at the stream may go with them: the frames they name follow at once.
 void HandOver::Job::HandOverOnce() {
@@ -157,11 +166,8 @@ void HandOver::Job::HandOverOnce() {
         return;
     }
     const uint32_t records = key_records.load(std::memory_order_relaxed);
-    const uint64_t first_record = KeyFrameRecordOffset(key_records_handed);
-    const bool is_handed =
-        HandOverStream() &&
-        card::SyncRange(card::Kind::kRecord, stream.Get(), first_record, kPage) == card::Result::kDone &&
-        card::SyncRange(card::Kind::kIndex, index.Get(), 0, card::kToTheEnd) == card::Result::kDone;
+    const bool is_handed = HandOverStream() && HandOverKeyRecords(records) &&
+                           card::SyncRange(card::Kind::kIndex, index.Get(), 0, card::kToTheEnd) == card::Result::kDone;
     if (is_handed) {
         key_records_handed = records;
         heads_handed = heads_now;

@@ -1,0 +1,64 @@
+// A card, a bound camera, and heads in memory in which the writer's run can begin.
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+#include "libAVRecord.h"
+#include "support/BoundCamera.h"
+
+using std::string_literals::operator""s;
+
+class OpenRun : public support::BoundCamera {
+  protected:
+    static constexpr uint32_t kStart = 1699999999;  // of the section, a second before the clock
+    static inline const std::string kH264Key = "\0\0\0\1\x67sps\0\0\0\1\x68pps\0\0\0\1\x65 a key frame"s;
+    static inline const std::string kH264Delta = "\0\0\0\1\x41 a frame between key frames"s;
+
+    explicit OpenRun(uint32_t length = 0) : card_(support::Store{.current_length = length}) {
+        RecordSystemInfoHead_S* const system = AV_RecordSystemInfoHeadGet();
+        RecordFileInfoHead_S* const file = AV_RecordFileInfoHeadGet();
+        *system = {};
+        AV_SystemInfoHeadParamInit(system, 2048, 3);
+        *file = {};
+        AV_RecordFileInfoHeadAdd(system, file, kStart, RECORD_TYPE_SCHEDULE);
+        file->m_u32RecordFileSumLenth = length;
+        AV_RecordSectionInfoHeadAdd(file, AV_RecordInfoHeadGet(), kStart, RECORD_TYPE_SCHEDULE, 0);
+    }
+    ~OpenRun() override {
+        KQ_RecordUninit();
+        AwaitNoOpenFile();  // the card goes with the test
+    }
+
+    static void Open(int channel = 0) { ASSERT_EQ(KQ_RecordInit(AV_RecordFileInfoHeadGet(), channel), 0); }
+    static int Write(const std::string& frame, int kind = AV_FRAME_TYPE_VIDEO, bool is_virtual_key = false,
+                     int channel = 0) {
+        AVDataInfoOpt info{};
+        info.AVDataLen = static_cast<int32_t>(frame.size());
+        info.iVirtualIFrame = is_virtual_key;
+        return libAVRecordWriteFrame(channel, kind, frame.data(), &info);
+    }
+
+    // A run's last second is handed over beside us: false when a file of the card is still open after 10 s.
+    static bool AwaitNoOpenFile() {
+        for (int i = 0; i < 10000 && HasOpenFile(); ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return !HasOpenFile();
+    }
+
+    support::Card card_;
+
+  private:
+    static bool HasOpenFile() {
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+            std::error_code gone;
+            if (std::filesystem::read_symlink(entry, gone).string().find("sdcard") != std::string::npos) {
+                return true;
+            }
+        }
+        return false;
+    }
+};
