@@ -293,7 +293,6 @@ bool Events::Quiet(const RecordInfoHead_S& section, uint32_t now) {
     LOG_TRACE_AS(kOperation, " :AlarmDurationTime = %d RecordDelayTime = %d m_u32FileInfoHeadNo = %d\n",
                  static_cast<int>(quiet), static_cast<int>(delay_), static_cast<int>(file_no_));
     open_source_ = -1;
-    save_time_ = 0;
     return Save();
 }
 

@@ -40,9 +40,6 @@ int OpenKind(Kind kind, const char* path, int mode) {
         LOG_TRACE_AS("AVFileOpen", " :open %s fail %d\n", path, errno);
         return -1;
     }
-    if (fcntl(fd, F_SETFD, FD_CLOEXEC) < 0) {
-        LogTrace("Failed to set close on exec\n");
-    }
     return fd;
 }
 
