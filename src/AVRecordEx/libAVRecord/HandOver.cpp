@@ -153,9 +153,8 @@ bool HandOver::Job::HandOverStream() {
 // However many they are: an interval may be a minute long, and one that failed is tried again with the next.
 bool HandOver::Job::HandOverKeyRecords(uint32_t records) const {
     const uint64_t first = KeyFrameRecordOffset(key_records_handed);
-    const uint64_t end = KeyFrameRecordOffset(records);
-    return end <= first ||
-           card::SyncRange(card::Kind::kRecord, stream.Get(), first, end - first) == card::Result::kDone;
+    const uint64_t end = std::max(KeyFrameRecordOffset(records), first + kPage);
+    return card::SyncRange(card::Kind::kRecord, stream.Get(), first, end - first) == card::Result::kDone;
 }
 
 // Stream data, the key-frame records that point into it, and the heads that count both, in this order.  Heads written
