@@ -31,6 +31,9 @@ int main(int count, char** arguments) {
     SectionPlan h265 = b_frames;
     h265.video = CODE_VIDEO_H265;
     Card{.files = 1, .sections = {h265}, .keep_units = false}.RecordFolder(folder + "h265");
+    // Key frames that lie anywhere within their seconds.
+    Card{.files = 1, .sections = {{.seconds = 12, .audio = CODE_AUDIO_G711U, .key_interval = 37}}, .keep_units = false}
+        .RecordFolder(folder + "odd");
     // One run over the end of a record file.
     Card{.files = 2, .sections = {{.seconds = 40, .rate = 25, .frame_bytes = 300000}}, .keep_units = false}
         .RecordFolder(folder + "border");

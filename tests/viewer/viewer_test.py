@@ -174,6 +174,17 @@ class Viewer(PageTest):
             while self.nearest(pictures) != before + step:
                 self.assertLess(time.monotonic(), end, f"{key} at {before} shows {self.nearest(pictures)}")
 
+    def test_seeks_exactly_where_key_frames_lie_within_a_second(self):
+        clip = self.folder / "odd.mp4"
+        run(TOOL, "export", self.folder / "odd", "--all", clip, "--force")
+        pictures = small_pictures(clip)[:222]  # then they begin again
+        self.open(self.folder / "odd")
+        for wanted in (62, 105, 180, 110, 111, 0):
+            self.browser.run(f"player.close(); goTo(list.start + {(wanted + .5) / 25})")  # into media that has had nothing yet
+            self.browser.wait("!player.loading")
+            self.assertEqual(self.browser.run("byId('message').textContent"), "")
+            self.assertEqual(self.nearest(pictures), wanted)
+
     def test_b_frames_are_shown_in_their_order(self):
         clip = self.folder / "b.mp4"
         run(TOOL, "export", self.folder / "b_frames", "--all", clip, "--force")

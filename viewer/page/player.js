@@ -114,12 +114,11 @@ class Player {
 
   async begin(session, place, t) {
     if (!await this.openMedia(session)) return;
-    await this.source.ask("playStart");
-    let got = await this.load(session, place);
+    let got = await this.loadFirst(session, place);
     // A key frame's time is a whole second: what was on then may stand in front of it.
     while (got && got.pictures.length && got.pictures[0][1] > t + 1e-3 && place.chunk > 0 && t >= this.sections[place.section].start) {
       --place.chunk;
-      got = await this.load(session, place);
+      got = await this.loadFirst(session, place);
     }
     if (session !== this.session) return;
     while (got && !got.pictures.length) {
@@ -163,6 +162,13 @@ class Player {
     if (session !== this.session) return null;
     const { begin, end } = place.chunks[place.chunk];
     return this.source.ask("playNext", { section: place.section, begin, end, keysOnly: this.keysOnly });
+  }
+
+  // As the beginning of new media, which its head introduces.
+  async loadFirst(session, place) {
+    if (session !== this.session) return null;
+    await this.source.ask("playStart");
+    return this.load(session, place);
   }
 
   // Goes on to the next chunk, over the end of a section; false at the end of the card.
