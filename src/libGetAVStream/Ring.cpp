@@ -11,7 +11,7 @@ bool Ring::Attach(int segment_id) {
         return false;
     }
     void* const address = shmat(segment_id, nullptr, 0);
-    if (address == reinterpret_cast<void*>(-1)) {
+    if (reinterpret_cast<intptr_t>(address) == -1) {
         return false;
     }
     Detach();

@@ -373,7 +373,7 @@ int AlarmEventStart() {
     pthread_t thread;
     const int error = StartThread(thread, ThreadEnd::kDetached, AlarmEventThread, start.get());
     if (error == 0) {
-        start.release();  // the thread's now
+        static_cast<void>(start.release());  // the thread's now
     }
     return error;
 }

@@ -52,8 +52,8 @@ bool Reserve(size_t room) {
     if (Failed(reserved)) {
         return false;
     }
-    const uintptr_t aligned = (reinterpret_cast<uintptr_t>(reserved) + boundary - 1) / boundary * boundary;
-    g_place = {reserved, room + boundary, reinterpret_cast<uint8_t*>(aligned), room};
+    const uintptr_t past = reinterpret_cast<uintptr_t>(reserved) % boundary;
+    g_place = {reserved, room + boundary, static_cast<uint8_t*>(reserved) + (boundary - past) % boundary, room};
     return true;
 }
 
