@@ -2,6 +2,8 @@
 
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -16,26 +18,56 @@ constexpr int kMessageMax = 4095;  // characters of a message; the rest is cut
 
 std::atomic<bool> g_is_on{false};
 
+// What standard error leads to.  Looked up when it changes and not with every line: a line costs little but its calls.
+enum class Output { kNobody, kFile, kSocket, kMayBlock };
+std::atomic<Output> g_output{Output::kSocket};  // as which a line finds out for itself
+
+bool IsNullDevice(const struct stat64& status) {
+    constexpr unsigned kMajor = 1;
+    constexpr unsigned kMinor = 3;
+    return S_ISCHR(status.st_mode) && major(status.st_rdev) == kMajor && minor(status.st_rdev) == kMinor;
+}
+
+Output LookAtOutput() {
+    struct stat64 status {};
+    if (fstat64(STDERR_FILENO, &status) != 0) {
+        return Output::kSocket;
+    }
+    return IsNullDevice(status)       ? Output::kNobody
+           : S_ISREG(status.st_mode)  ? Output::kFile
+           : S_ISSOCK(status.st_mode) ? Output::kSocket
+                                      : Output::kMayBlock;
+}
+
+// Pipes and terminals are not made non-blocking: others that have them open would find them so too.
+bool HasRoom() {
+    pollfd reader{STDERR_FILENO, POLLOUT, 0};
+    return poll(&reader, 1, 0) == 1 && (reader.revents & (POLLERR | POLLHUP | POLLNVAL)) == 0;
+}
+
 // One write, so that lines of several threads do not mix.  It neither waits nor raises SIGPIPE: a reader that hangs
 // or has gone must not stop the recorder.  The line is lost then.
-void Write(const char* line, size_t length) {
-    if (send(STDERR_FILENO, line, length, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0 || errno != ENOTSOCK) {
-        return;
+void Write(Output output, const char* line, size_t length) {
+    if (output == Output::kSocket) {
+        if (send(STDERR_FILENO, line, length, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0 || errno != ENOTSOCK) {
+            return;
+        }
+        output = LookAtOutput();  // the console's client has just left
     }
-    // Not made non-blocking: others that have this pipe or terminal open would find it so too.
-    pollfd reader{STDERR_FILENO, POLLOUT, 0};
-    if (poll(&reader, 1, 0) == 1 && (reader.revents & (POLLERR | POLLHUP | POLLNVAL)) == 0) {
+    if (output == Output::kFile || HasRoom()) {
         [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line, length);
     }
 }
 
 void Print(std::string_view tag, const char* format, va_list arguments) {
     const int saved_errno = errno;  // a message between a failure and its report must not hide the cause
-    char line[16 + kMessageMax + 1];
-    const size_t head = tag.copy(line, tag.size());
-    const int wanted = vsnprintf(line + head, kMessageMax + 1, format, arguments);
-    const int length = wanted < 0 ? 0 : wanted < kMessageMax ? wanted : kMessageMax;
-    Write(line, head + static_cast<size_t>(length));
+    if (const Output output = g_output.load(std::memory_order_relaxed); output != Output::kNobody) {
+        char line[16 + kMessageMax + 1];
+        const size_t head = tag.copy(line, tag.size());
+        const int wanted = vsnprintf(line + head, kMessageMax + 1, format, arguments);
+        const int length = wanted < 0 ? 0 : wanted < kMessageMax ? wanted : kMessageMax;
+        Write(output, line, head + static_cast<size_t>(length));
+    }
     errno = saved_errno;
 }
 
@@ -45,7 +77,12 @@ bool IsOn() {
 
 }  // namespace
 
+void LogOutputChanged() {
+    g_output = LookAtOutput();
+}
+
 int LogInit(char*, LogMode) {
+    LogOutputChanged();
     g_is_on = true;
     return 0;
 }

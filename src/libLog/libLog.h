@@ -1,7 +1,7 @@
 /* The process-wide diagnostic log: tagged lines on standard error, one switch, no file.
  *
- * Owns the switch only.  Never allocates, never locks, never touches a file, never waits: a line that
- * its reader has no room for, or whose reader has gone, is lost.
+ * Owns the switch, and what it knows of standard error.  Never allocates, never locks, never touches a
+ * file, never waits: a line that its reader has no room for, or whose reader has gone, is lost.
  * Any thread may log at any time, a signal handler too: a message is formatted into a buffer of the
  * call and leaves in one write.
  * Nothing is printed before LogInit and after LogCleanup.
@@ -42,6 +42,10 @@ int LogInfo(const char* format, ...) __attribute__((format(printf, 1, 2)));
 /* Prints untagged, whether the log is on or not; cut at 4095 characters.  For lines that stand outside
  * the log, and like the log without ever waiting for a reader. */
 void PrintToStandardError(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+/* Standard error leads elsewhere from now on.  What it leads to is looked up once: a line for the null device is not
+ * even formatted, one for a file takes one call.  Whoever replaces descriptor 2 says so, after it. */
+void LogOutputChanged();
 
 /* The house pattern: "%s %d" with the function and the line, then the given text.
  *

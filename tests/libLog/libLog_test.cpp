@@ -72,6 +72,7 @@ class DeadReader : public testing::TestWithParam<bool> {
     ~DeadReader() override {
         LogCleanup();
         dup2(saved_, STDERR_FILENO);
+        LogOutputChanged();
         for (int fd : {saved_, ends_[0], ends_[1]}) {
             close(fd);
         }
@@ -100,6 +101,26 @@ TEST_P(DeadReader, ThatHangsStopsNobody) {
 
 INSTANTIATE_TEST_SUITE_P(Log, DeadReader, testing::Bool(),
                          [](const auto& is_pipe) { return is_pipe.param ? "Pipe" : "Socket"; });
+
+// Nobody can read there, so nothing is formatted, and the first line after it is whole again.
+TEST(Log, ForTheNullDeviceIsNotFormatted) {
+    support::Captured out;
+    LogInit(nullptr, LOG_MODE_ALL);
+    const int null = open("/dev/null", O_WRONLY);
+    const int saved = dup(STDERR_FILENO);
+    dup2(null, STDERR_FILENO);
+    LogOutputChanged();
+    int formatted = 0;
+    LogTrace("%s%n\n", "lost", &formatted);
+    dup2(saved, STDERR_FILENO);
+    LogOutputChanged();
+    EXPECT_EQ(formatted, 0);
+    LogTrace("%s\n", "seen");
+    LogCleanup();
+    close(null);
+    close(saved);
+    EXPECT_EQ(out.Text(), "[Trace]: seen\n");
+}
 
 TEST(Log, LinesOfManyThreadsNeverMix) {
     constexpr int kThreads = 8;

@@ -9,6 +9,8 @@
 
 #include <string>
 
+#include "libLog.h"
+
 namespace support {
 
 // While it lives, everything written to `fd` lands in an unnamed file; Text() returns it so far.
@@ -17,9 +19,11 @@ class Captured {
     explicit Captured(int fd = STDERR_FILENO) : fd_(fd), saved_(dup(fd)), file_(memfd_create("captured", MFD_CLOEXEC)) {
         fcntl(file_, F_SETFL, O_APPEND);  // a memory file does not order the writes of several threads by itself
         dup2(file_, fd_);
+        LogOutputChanged();
     }
     ~Captured() {
         dup2(saved_, fd_);
+        LogOutputChanged();
         close(saved_);
         close(file_);
     }

@@ -26,6 +26,7 @@ bool Lead(int number, int fd) {
     do {
         result = dup2(fd, number);
     } while (result < 0 && (errno == EINTR || errno == EBUSY));
+    LogOutputChanged();
     return result >= 0;
 }
 
