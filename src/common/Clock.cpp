@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "Mutex.h"
 
@@ -64,24 +65,41 @@ struct FileIdentity {
 };
 
 // Local time by the zone as it is now.  The C library reads the zone's file once; here it is looked at once a second.
+// The same few moments are asked for many times in that second, and a conversion divides more than anything else here.
 class LocalZone {
   public:
     tm Time(time_t seconds) {
         const std::lock_guard alone(lock_);
         if (const long now = KQ_COMMON_GetUptime(); now != last_look_) {
-            const bool is_first = last_look_ < 0;
-            last_look_ = now;
-            const Files files = Look();
-            if (is_first || (!(files.zone == files_.zone && files.rule == files_.rule) && ReadAgain())) {
-                files_ = files;
+            FollowZone(now);
+        }
+        for (size_t i = 0; i < kept_; ++i) {
+            if (answers_[i].seconds == seconds) {
+                return answers_[i].local;
             }
         }
-        tm local{};
-        localtime_r(&seconds, &local);
-        return local;
+        Answer& answer = answers_[kept_ < std::size(answers_) ? kept_++ : 0];
+        answer.seconds = seconds;
+        localtime_r(&seconds, &answer.local);
+        return answer.local;
     }
 
   private:
+    struct Answer {
+        time_t seconds;
+        tm local;
+    };
+
+    void FollowZone(long now) {
+        const bool is_first = last_look_ < 0;
+        last_look_ = now;
+        kept_ = 0;
+        const Files files = Look();
+        if (is_first || (!(files.zone == files_.zone && files.rule == files_.rule) && ReadAgain())) {
+            files_ = files;
+        }
+    }
+
     struct Files {
         FileIdentity zone;
         FileIdentity rule;
@@ -124,6 +142,8 @@ class LocalZone {
     Mutex lock_;
     long last_look_ = -1;  // s since boot; -1: the zone was not asked for yet
     Files files_;
+    Answer answers_[4]{};  // given since the last look
+    size_t kept_ = 0;
 };
 
 constinit LocalZone g_zone;

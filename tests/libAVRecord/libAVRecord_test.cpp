@@ -12,6 +12,7 @@
 #include "OpenRun.h"
 #include "RecorderStatus.h"
 #include "support/CardFault.h"
+#include "support/SteppedClock.h"
 
 namespace {
 
@@ -363,11 +364,13 @@ TEST_F(Writer, MayBeClosedWhileFramesArrive) {
 }
 
 TEST(WriterHelpers, ComputeTheZoneAndTheAudioConfiguration) {
+    support::SteppedClock clock;
     setenv("TZ", "XYZ-5:30", 1);
     tzset();
     int hours = 0;
     EXPECT_EQ(GetTimeZone(&hours), 0);
     EXPECT_EQ(hours, 5);
+    clock.uptime += 1;
     setenv("TZ", "XYZ+8", 1);
     tzset();
     EXPECT_EQ(GetTimeZone(&hours), 0);
