@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <limits>
 
 namespace {
 
@@ -28,27 +29,30 @@ void Rhythm::Beat::Add(int64_t now, bool is_exact) {
     }
 }
 
-// When the next record comes if it keeps time with the one `ago` records ago.
-int64_t Rhythm::Beat::Expect(int ago) const {
-    return came[static_cast<size_t>(next + kWindow - ago) % kWindow] + ago * interval;
+// When the next record comes if it keeps time with each of the window in turn, the newest first.
+template <class Visit>
+void Rhythm::Beat::ForEachExpected(Visit visit) const {
+    int64_t later = 0;
+    for (int ago = 1; ago <= kWindow; ++ago) {
+        later += interval;
+        visit(came[static_cast<size_t>(next + kWindow - ago) % kWindow] + later, ago);
+    }
 }
 
 // The earliest that any record of the window lets expect: a late one changes next to nothing.
 int64_t Rhythm::Beat::Due() const {
-    int64_t earliest = Expect(1);
-    for (int ago = 2; ago <= kWindow; ++ago) {
-        earliest = std::min(earliest, Expect(ago));
-    }
+    int64_t earliest = std::numeric_limits<int64_t>::max();
+    ForEachExpected([&](int64_t expected, int) { earliest = std::min(earliest, expected); });
     return earliest;
 }
 
 int Rhythm::Beat::LateOnes() const {
     const int64_t in_time = due + interval / 4;
     int late = 0;
-    for (int ago = 1; ago <= kWindow; ++ago) {
+    ForEachExpected([&](int64_t expected, int ago) {
         const bool came_so = (exact >> (ago - 1) & 1) != 0;  // else it may have been the look that was late
-        late += came_so && Expect(ago) > in_time ? 1 : 0;
-    }
+        late += came_so && expected > in_time ? 1 : 0;
+    });
     return late;
 }
 

@@ -45,7 +45,8 @@ class Rhythm {
         std::array<int64_t, kWindow> came{};  // the latest moment at which each can have come
 
         void Add(int64_t now, bool is_exact);
-        int64_t Expect(int ago) const;
+        template <class Visit>
+        void ForEachExpected(Visit visit) const;
         int64_t Due() const;
         int LateOnes() const;
     };
