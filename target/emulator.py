@@ -18,6 +18,7 @@ HERE = Path(__file__).resolve().parent
 ROOT = HERE.parent
 ARM = ROOT / "build/arm"
 WORK = ROOT / "build/target"
+RECORDER = ARM / "src/AVRecordEx/AVRecordAccess/AVRecordAccess"
 RECORDCARD = ROOT / "build/release/card/recordcard"
 CROSS_LIBRARIES = Path("/usr/arm-linux-gnueabihf/lib")
 PARTITION_START = 8192 * 512  # bytes; where cards have their first partition
@@ -61,7 +62,7 @@ def needed_libraries(program):
     return sorted(found | {"ld-linux-armhf.so.3"})
 
 
-def make_initrd(clip):
+def make_initrd(clip, recorder=RECORDER):
     """The guest's file system in memory; returns the kernel and the archive."""
     run(HERE / "fetch", WORK / "guest")
     tree = WORK / "initrd"
@@ -69,7 +70,6 @@ def make_initrd(clip):
     for folder in ("bin", "lib/modules"):
         (tree / folder).mkdir(parents=True)
     shutil.copy(WORK / "guest/bin/busybox", tree / "bin/busybox")
-    recorder = ARM / "src/AVRecordEx/AVRecordAccess/AVRecordAccess"
     shutil.copy(recorder, tree / "bin")
     shutil.copy(ARM / "target/guestcamera", tree / "bin")
     run("arm-linux-gnueabihf-strip", tree / "bin/AVRecordAccess", tree / "bin/guestcamera")
@@ -138,7 +138,7 @@ def copy_card(image, copy):
 class Camera:
     """A booted camera.  `card` is written as the guest writes it; what was cut off never reaches it."""
 
-    def __init__(self, kernel, initrd, card, folder, mount="noatime", vm="", trace=False):
+    def __init__(self, kernel, initrd, card, folder, mount="noatime", vm="", trace=False, log=""):
         self.folder = Path(folder)
         self.folder.mkdir(parents=True, exist_ok=True)
         self.console = self.folder / "console.log"
@@ -151,7 +151,7 @@ class Camera:
         command = ["qemu-system-arm", "-M", "virt,highmem=off", "-cpu", "cortex-a7", "-smp", "1", "-m", "192", "-nographic",
                    "-no-reboot", "-nodefaults", "-icount", "shift=1,sleep=off", "-rtc", "base=utc,clock=vm",
                    "-kernel", kernel, "-initrd", initrd,
-                   "-append", f"console=ttyAMA0 panic=1 quiet mount={mount} vm={vm} trace={int(trace)}",
+                   "-append", f"console=ttyAMA0 panic=1 quiet mount={mount} vm={vm} trace={int(trace)} log={log}",
                    "-device", "sdhci-pci", "-drive", f"if=none,id=card,format=raw,cache=writethrough,file={card}",
                    "-device", "sd-card,drive=card", "-serial", f"file:{self.console}", "-monitor", "none",
                    "-device", "virtio-serial-device"]
@@ -187,6 +187,13 @@ class Camera:
             if self.process.poll() is not None or time.monotonic() > end:
                 raise CameraError(f"only {self.published()} of {count} pictures\n{self.last_words()}")
             time.sleep(0.05)
+
+    def ask(self, command, answer):
+        """A line for the guest's first process, which says `answer` on the console."""
+        with socket.socket(socket.AF_UNIX) as control:
+            control.connect(str(self.control))
+            control.sendall(command.encode() + b"\n")
+            self.wait_for(answer)
 
     def stop(self, seconds=120):
         """Power off in order."""
