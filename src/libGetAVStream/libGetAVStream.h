@@ -122,7 +122,7 @@ int GetAVStreamInit(int MsgAVType, AVStreamCallback AVStreamFunc, AVTransformSta
 /* The same for voice talk (stream 3). */
 int GetVoiceTalkAVStreamInit(int MsgAVType, AVStreamCallback AVStreamFunc, AVTransformStatus TransFormStatusFunc);
 
-/* Whether somebody waits for a stream's frames now: others are handed over up to 40 ms late.  Asked by the stream's
+/* Whether somebody waits for a stream's frames now: others are handed over up to 80 ms late.  Asked by the stream's
  * reader before it sleeps. */
 typedef int (*AVStreamUrgency)(int videoindex);
 
