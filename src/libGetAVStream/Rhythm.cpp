@@ -8,10 +8,13 @@ namespace {
 
 constexpr int64_t kEarlier = 1000;         // us before it is due the first look is made
 constexpr int64_t kEarlierInDoubt = 5000;  // the same after a surprise
+constexpr int64_t kAfter = 1000;           // us after it is due the first look is made for a record taken on trust
+constexpr int64_t kInTime = 1000;          // us later than that is still the look that was meant
+constexpr int64_t kTogether = 2000;        // us between kinds that one look finds
 constexpr int64_t kExact = 5000;           // from the last look that found nothing: known well enough when it came
-constexpr int kExactOnes = Rhythm::kWindow / 2;
-constexpr int kLateOnes = 4;        // of the window: with more of them there is no beat
-constexpr int64_t kGone = 1000000;  // a kind that has not come for so long, beside three of its intervals
+constexpr int kExactOnes = Rhythm::kWindow / 4;  // every other record is taken on trust
+constexpr int kLateOnes = 4;                     // of the window: with more of them there is no beat
+constexpr int64_t kGone = 1000000;               // a kind that has not come for so long, beside three of its intervals
 
 }  // namespace
 
@@ -85,12 +88,14 @@ void Rhythm::Found(int kind, int64_t now) {
     } else if (beat->doubt > 0) {
         --beat->doubt;
     }
-    beat->Add(now, is_exact);
+    const bool is_on_trust = beat->Trusts() && !is_exact && now >= beat->due && now <= beat->due + kAfter + kInTime;
+    beat->Add(is_on_trust ? beat->due : now, is_exact);
 }
 
 int64_t Rhythm::NothingAt(int64_t now) {
     last_nothing_ = now;
-    int64_t look = now + kLongest;
+    int64_t early = now + kLongest;
+    int64_t trusted = now + kLongest;
     bool knows_all = !is_crowded_;
     bool knows_any = false;
     for (Beat& beat : beats_) {
@@ -99,12 +104,26 @@ int64_t Rhythm::NothingAt(int64_t now) {
         }
         if (now - beat.newest > kGone + 3 * beat.interval) {
             beat.count = 0;
-        } else if (beat.is_known) {
-            knows_any = true;
-            look = std::min(look, beat.due - (beat.doubt > 0 ? kEarlierInDoubt : kEarlier));
-        } else {
+        } else if (!beat.is_known) {
             knows_all = false;
+        } else if (knows_any = true; beat.Trusts()) {
+            trusted = std::min(trusted, beat.due + kAfter);
+        } else {
+            early = std::min(early, beat.due - (beat.doubt > 0 ? kEarlierInDoubt : kEarlier));
         }
     }
+    const int64_t look = std::min(early, Together(trusted));
     return knows_all && knows_any ? std::max(look - now, kShortest) : kShortest;
+}
+
+// The look at `trusted`, put off until it finds the kinds that come right after as well.
+int64_t Rhythm::Together(int64_t trusted) const {
+    int64_t look = trusted;
+    for (const Beat& beat : beats_) {
+        const int64_t at = beat.due + kAfter;
+        if (beat.count > 0 && beat.Trusts() && at <= trusted + kTogether) {
+            look = std::max(look, at);
+        }
+    }
+    return look;
 }

@@ -6,10 +6,14 @@
 //
 // Knows neither clock nor ring: it is told what was found when, and answers how long to sleep.  One reader's thread.
 //
+// A look just before a record is due finds nothing, but tells when the record came that the next look finds.  Every
+// other record is looked for like that.  The one between is taken on trust: the first look comes just after it is due,
+// and it counts as having come when it was.
+//
 // A record is found as soon as if nothing had been learned, unless it comes earlier than any of the last kWindow did in
-// their beat.  Such a surprise waits for the end of the sleep it fell into, kLongest at most; the next sleep is
-// shorter, and after a second surprise within the window that kind's beat is learned anew, with looks every kShortest.
-// So is one that was never regular.
+// their beat.  Such a surprise waits for the end of the sleep it fell into, kLongest at most; one that fell to a record
+// taken on trust is noticed with the next record.  Sleeps are shorter then, and after a second surprise within the
+// window that kind's beat is learned anew, with looks every kShortest.  So is one that was never regular.
 #pragma once
 
 #include <array>
@@ -44,6 +48,8 @@ class Rhythm {
         int64_t newest = 0;                   // when that one came
         std::array<int64_t, kWindow> came{};  // the latest moment at which each can have come
 
+        // The next record is looked for after it is due and not before: the last one came when it was.
+        bool Trusts() const { return is_known && doubt == 0 && (exact & 1) != 0; }
         void Add(int64_t now, bool is_exact);
         template <class Visit>
         void ForEachExpected(Visit visit) const;
@@ -52,6 +58,7 @@ class Rhythm {
     };
 
     Beat* BeatOf(int kind);
+    int64_t Together(int64_t trusted) const;
 
     std::array<Beat, 4> beats_{};
     bool is_crowded_ = false;   // there were more kinds than beats

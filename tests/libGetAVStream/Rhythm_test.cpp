@@ -132,31 +132,31 @@ TEST(Rhythm, LooksSeldomAndInTime) {
     };
     const double kAac8 = 1024 / 8.0, kAac44 = 1024 / 44.1;
     const Case cases[] = {
-        {"pictures alone", Beat(40, Exact()), 62, 2.2},
+        {"pictures alone", Beat(40, Exact()), 54, 2.3},
         {"with sound in step", Beat(40, Exact()) + Beat(40, Exact(), kSound, 0.3), 62, 2.3},
-        {"with sound out of step", Beat(40, Exact()) + Beat(40, Exact(), kSound, 13), 115, 2.3},
-        {"with AAC of 8 kHz", Beat(40, Exact()) + Beat(kAac8, Exact(), kSound, 5), 92, 2.3},
-        {"with AAC of 44.1 kHz", Beat(40, Exact()) + Beat(kAac44, Exact(), kSound, 5), 150, 2.4},
-        {"a published frame is a little late", Beat(40, Late(0.3)), 65, 2.3},
-        {"a loaded camera", Beat(40, Late(2)), 130, 2.3},
-        {"some very late", Beat(40, SeldomLate()), 90, 2.4},
-        {"jitter", Beat(40, Normal(1)), 110, 4},
-        {"much jitter", Beat(40, Normal(3)), 490, 9},
+        {"with sound out of step", Beat(40, Exact()) + Beat(40, Exact(), kSound, 13), 100, 2.3},
+        {"with AAC of 8 kHz", Beat(40, Exact()) + Beat(kAac8, Exact(), kSound, 5), 80, 3.6},
+        {"with AAC of 44.1 kHz", Beat(40, Exact()) + Beat(kAac44, Exact(), kSound, 5), 130, 3.6},
+        {"a published frame is a little late", Beat(40, Late(0.3)), 60, 3.5},
+        {"a loaded camera", Beat(40, Late(2)), 85, 5},
+        {"some very late", Beat(40, SeldomLate()), 75, 3.5},
+        {"jitter", Beat(40, Normal(1)), 75, 5},
+        {"much jitter", Beat(40, Normal(3)), 490, 12},
         {"hardly a beat", Beat(40, Normal(8)), 490, 9},
         {"no beat", Beat(40, Uniform(20)), 490, 9},
         {"chance", Chance(40), 490, 9},
         {"1 a second", Beat(1000, Late(0.3)), 160, 2.3},
-        {"5 a second", Beat(200, Late(0.3)), 62, 2.3},
-        {"10 a second", Beat(100, Late(0.3)), 62, 2.3},
-        {"12.5 a second", Beat(80, Late(0.3)), 62, 2.3},
-        {"15 a second", Beat(1000 / 15.0, Late(0.3)), 65, 2.3},
-        {"29.97 a second", Beat(1001 / 30.0, Late(0.3)), 80, 2.3},
-        {"60 a second", Beat(1000 / 60.0, Late(0.3)), 160, 2.3},
+        {"5 a second", Beat(200, Late(0.3)), 60, 3.5},
+        {"10 a second", Beat(100, Late(0.3)), 60, 3.5},
+        {"12.5 a second", Beat(80, Late(0.3)), 56, 3.5},
+        {"15 a second", Beat(1000 / 15.0, Late(0.3)), 60, 3.5},
+        {"29.97 a second", Beat(1001 / 30.0, Late(0.3)), 70, 3.5},
+        {"60 a second", Beat(1000 / 60.0, Late(0.3)), 140, 3.5},
         {"ten at once now and then", Bursts(40, 10), 490, 3.2},
         {"as published", Published(), 490, 9},
-        {"half the rate from now on", Then(Beat(40, Exact()), Beat(80, Exact()), 80), 65, 2.3},
-        {"twice the rate from now on", Then(Beat(80, Exact()), Beat(40, Exact()), 40), 65, 9},
-        {"a little faster from now on", Then(Beat(40, Exact()), Beat(1000 / 30.0, Exact()), 1000 / 30.0), 75, 9},
+        {"half the rate from now on", Then(Beat(40, Exact()), Beat(80, Exact()), 80), 56, 2.3},
+        {"twice the rate from now on", Then(Beat(80, Exact()), Beat(40, Exact()), 40), 56, 9},
+        {"a little faster from now on", Then(Beat(40, Exact()), Beat(1000 / 30.0, Exact()), 1000 / 30.0), 65, 12},
         {"less regular from now on", Then(Beat(40, Exact()), Beat(40, Uniform(15)), 40), 490, 30},
     };
     for (const Case& c : cases) {
@@ -167,10 +167,11 @@ TEST(Rhythm, LooksSeldomAndInTime) {
     }
 }
 
-// What nobody could have foreseen waits for the end of a sleep, but only twice.
+// What nobody could have foreseen waits for the end of a sleep, but only three times: the first of them may fall to a
+// record that was taken on trust.
 TEST(Rhythm, IsLearnedAnewAfterTheSecondSurprise) {
     const Reading shifted = Read(Then(Beat(40, Exact()), Beat(40, Exact()), 15));
-    EXPECT_LE(shifted.late, 2);
+    EXPECT_LE(shifted.late, 3);
     EXPECT_LE(shifted.worst, Rhythm::kLongest);
     const Reading sound_begins = Read(Beat(40, Exact()) + Stream{{60000 * kMs + 5 * kMs, kSound}});
     EXPECT_LE(sound_begins.late, 1);
