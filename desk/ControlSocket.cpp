@@ -42,7 +42,7 @@ ControlSocket::ControlSocket(const std::string& path)
     : path_(path), listener_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const bool taken = Connect(probe.Get(), path);
-    if (!taken) unlink(path.c_str());  // left behind by one that was killed
+    if (!taken) unlink(path.c_str());  // left by one that was killed
     const sockaddr_un address = AddressOf(path);
     if (taken || bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         listen(listener_, 4) != 0) {

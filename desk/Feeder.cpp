@@ -7,7 +7,7 @@ namespace {
 
 using std::chrono::microseconds;
 
-constexpr microseconds kLatest{1000000};       // further behind than this, time is let go instead of caught up
+constexpr microseconds kLatest{1000000};       // later than this, lost time is let go instead of caught up
 constexpr microseconds kLongestWait{5000000};  // a longer one is a jump in the input's time stamps
 constexpr int64_t kSoundFrame_us = 1000000LL * kSoundFrameSamples / kSoundRate;
 

@@ -31,7 +31,7 @@ class FrameRing {
     };
 
     // The segment of `key` is 64 bytes longer than the ring of `ring_size` bytes.  A ring that a killed camera left
-    // behind is written on from where that one stopped, so that its readers go on too.
+    // is written on from where that one stopped, so that its readers go on too.
     FrameRing(int key, uint32_t ring_size);
 
     uint32_t RingSize() const { return ring_size_; }

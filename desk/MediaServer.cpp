@@ -161,7 +161,7 @@ AVAccessMsgBuf MediaServer::Answer(AVAccessMsgBuf command) {
             }
             break;
         default:
-            return answer;  // the setting behind it lies in the configuration, which the encoders follow by themselves
+            return answer;  // the setting itself lies in the configuration, which the encoders follow by themselves
     }
     if (command.cmd == kAVServerVideoForceIFrame) ForceKeyFrame(command.index);
     if (command.cmd == kAVServerVideoRestart) RequestRestart(command.index);

@@ -130,7 +130,7 @@ uint64_t Selection::StreamBytes() const {
     return sum;
 }
 
-// The index knows whole seconds: a key frame of the second `from` may stand behind other pictures of it, so the
+// The index knows whole seconds: a key frame of the second `from` may stand after other pictures of it, so the
 // search begins a second earlier, and listing finds the place.
 Selection SelectTimes(const CardIndex& index, uint32_t from, uint32_t to) {
     Selection selection{index.Find(std::max(from, 1u) - 1, to), from, to};

@@ -57,7 +57,7 @@ bool CanBegin(VideoCodec codec, ByteView key_unit);
 // Mp4 or Matroska.  `key_unit`: the first picture.  Throws CardError, as every function of a writer.
 std::unique_ptr<ClipWriter> OpenMuxWriter(const std::string& path, Container container, const ClipShape& shape,
                                           const ClipDetails& details, ByteView key_unit);
-// `head`, and then the bytes of pictures (and of sounds, when they are given) one behind the other.
+// `head`, and then the bytes of pictures (and of sounds, when they are given) one after the other.
 std::unique_ptr<ClipWriter> OpenRawWriter(const std::string& path, ByteView head);
 
 }  // namespace card

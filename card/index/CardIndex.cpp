@@ -267,7 +267,7 @@ std::vector<KeyFrame> CardIndex::KeyFrames(const Section& section) const {
 
     std::vector<KeyFrame> frames;
     frames.reserve(records.size());
-    uint64_t free_from = 0;  // behind the last frame that fits, from the section's start
+    uint64_t free_from = 0;  // after the last frame that fits, from the section's start
     for (const KeyFrameInfoHead_S& record : records) {
         const uint64_t end = uint64_t{record.m_u32KeyFilePos} + record.m_u32KeyFrameLenth;
         KeyFrame frame{.record = record, .offset = section.Begin() + record.m_u32KeyFilePos};

@@ -41,7 +41,7 @@ struct Section {
         None,
         NotFlagged,    // no section head in this slot
         WrongPlace,    // speaks of another file or slot
-        OutsideFile,   // reaches behind the file's stream data
+        OutsideFile,   // reaches past the file's stream data
         EarlierLap,    // overlaps its predecessor or is older than its file: left over from an earlier lap
         BadKeyFrames,  // its key-frame records lie outside the file's
     };
@@ -62,13 +62,13 @@ struct Section {
     uint32_t Wait() const;  // s from asking for the recording to its first picture
     uint32_t Seconds() const { return End() - Start(); }
     uint64_t Begin() const { return head.m_u32RecordStartPos; }        // in the record file; a stream head is first
-    uint64_t Limit() const { return Begin() + head.m_u32RecordSize; }  // behind its last byte
+    uint64_t Limit() const { return Begin() + head.m_u32RecordSize; }  // after its last byte
 };
 
 struct KeyFrame {
     KeyFrameInfoHead_S record{};
     uint64_t offset = 0;  // in the record file; the section's first one begins with the stream head
-    bool fits = false;    // flagged, inside its section, behind its predecessor, type known
+    bool fits = false;    // flagged, inside its section, after its predecessor, type known
 };
 
 // 1 motion, 4 alarm input, 8 both, 32 smart event; there are no others.
@@ -96,7 +96,7 @@ struct Event {
 struct Stretch {
     size_t section = 0;       // index into CardIndex::Sections()
     uint64_t begin = 0;       // in the record file: first byte of a key frame (a stream head may be first)
-    uint64_t end = 0;         // behind the last byte: a key frame later than the asked end, or the section's end
+    uint64_t end = 0;         // after the last byte: a key frame later than the asked end, or the section's end
     uint32_t start_time = 0;  // of that key frame
 };
 

@@ -239,7 +239,7 @@ class Writer {
         return record;
     }
 
-    // Keeps the events that fit, one behind the other, also those that a damaged head does not count.
+    // Keeps the events that fit, one after the other, also those that a damaged head does not count.
     void MendEvents(uint32_t number, WriteJournal& journal) {
         if (!events_ || number >= ALARM_EVENT_FILE_MAX || number >= files_.size()) return;
         const uint64_t place = record_file::EventHeadOffset(number);

@@ -16,7 +16,7 @@ int TypeOf(VideoCodec codec, ByteView nal) {
     return codec == VideoCodec::H264 ? int{h264::TypeOf(nal[0])} : int{h265::TypeOf(nal[0])};
 }
 
-// Offset of the next 00 00 01 at or behind `from`; the size when there is none.
+// Offset of the next 00 00 01 at or after `from`; the size when there is none.
 size_t FindStartCode(ByteView stream, size_t from) {
     for (size_t at = from + 2; at < stream.size(); ++at) {
         const void* found = std::memchr(stream.data() + at, 1, stream.size() - at);

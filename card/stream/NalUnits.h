@@ -29,7 +29,7 @@ enum class SliceRole { None, SequenceStart, DecodableLeading, Other };  // None:
 // or (H.265) is shown before its key frame and yet needs nothing from in front of it.
 SliceRole RoleOf(VideoCodec codec, ByteView unit);
 
-// The access unit's parameter sets in order, each once and behind a four-byte start code; empty: none.
+// The access unit's parameter sets in order, each once and after a four-byte start code; empty: none.
 std::vector<uint8_t> ParameterSets(VideoCodec codec, ByteView unit);
 // The access unit without them.
 std::vector<uint8_t> WithoutParameterSets(VideoCodec codec, ByteView unit);

@@ -266,7 +266,7 @@ bool StreamScanner::PlausibleStart(uint64_t offset) {
            (HasCode(pack + PS_PACK_HEADER_SIZE, kSystemCode) || HasCode(pack + PS_PACK_HEADER_SIZE, kVideoId));
 }
 
-// The next place at or behind `from` where a run or video frame plausibly begins; the end when none does.
+// The next place at or after `from` where a run or video frame plausibly begins; the end when none does.
 uint64_t StreamScanner::NextStart(uint64_t from) {
     while (from < end_) {
         const size_t wanted = static_cast<size_t>(std::min<uint64_t>(kBufferSize, end_ - from));

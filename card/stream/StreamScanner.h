@@ -2,7 +2,7 @@
 //
 // Strict: what it calls a frame is exactly what the packer makes; every other byte is reported as garbage
 // with its place, and the walk goes on at the next plausible pack header or stream head.  No length is
-// trusted: every header is checked before and behind it.  Reads ahead in large pieces; holds one buffer
+// trusted: the headers before and after each are checked as well.  Reads ahead in large pieces; holds one buffer
 // and no payload.  One thread at a time.
 #pragma once
 

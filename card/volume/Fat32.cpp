@@ -281,7 +281,7 @@ Chain Fat32::Follow(uint32_t first_cluster, uint32_t max_clusters, uint32_t copy
         chain.bytes += cluster_bytes;
         chain.last_cluster = cluster;
         const std::optional<uint32_t> next = Entry(copy, cluster);
-        cluster = next ? *next : 1;  // behind the end of a cut table: no cluster
+        cluster = next ? *next : 1;  // past the end of a cut table: no cluster
     }
 }
 

@@ -19,7 +19,7 @@ class StoreFile {
   public:
     const std::string& Name() const { return name_; }
     uint64_t Size() const { return size_; }            // bytes the directory gives it
-    uint64_t Reachable() const { return reachable_; }  // bytes that really are behind it; less when damaged
+    uint64_t Reachable() const { return reachable_; }  // bytes that it really leads to; less when damaged
 
     // Reads up to `length` bytes at `offset`; less only at Reachable().  Throws CardError when reading fails.
     size_t ReadAt(uint64_t offset, void* buffer, size_t length) const;

@@ -220,7 +220,7 @@ class Restorer {
         done_.push_back(std::to_string(mended) + " directory entries rebuilt");
     }
 
-    // Behind the store's entries: those of other files stay, bytes that cannot be entries go.
+    // After the store's entries: those of other files stay, bytes that cannot be entries go.
     void ClearNonsense(std::vector<std::byte>& directory) const {
         for (size_t at = size_t{plan_.Files()} * 64; at < directory.size(); at += 32) {
             const uint8_t* entry = reinterpret_cast<const uint8_t*>(&directory[at]);

@@ -35,7 +35,7 @@ int load_ini_file(const char* file, char* buf, int* file_size);
 /* Finds `key` of `section` in the terminated text `buf`.  The positions are offsets into `buf`, each
  * -1 until found: sec_s first character of the section's name, sec_e start of its body, key_s and
  * key_e first and last character of the key, value_s and value_e first character of the value and
- * the one that ends it.  A section that lacks the key leaves its positions behind, the last one wins.
+ * the one that ends it.  A section that lacks the key leaves its positions as they are; the last one wins.
  * Returns 1 when the key was found, else 0. */
 int parse_file(const char* section, const char* key, const char* buf, int* sec_s, int* sec_e, int* key_s, int* key_e,
                int* value_s, int* value_e);

@@ -21,7 +21,7 @@ bool IsStart(const uint8_t* at, uint8_t code) {
     return at[0] == 0 && at[1] == 0 && at[2] == 1 && at[3] == code;
 }
 
-// Behind the packet at `at`; 0: there is none.
+// After the packet at `at`; 0: there is none.
 uint32_t PacketEnd(const uint8_t* bytes, uint32_t at, uint32_t end, uint8_t code) {
     if (at + 14 > end || !IsStart(bytes + at, code)) return 0;
     const uint32_t length = bytes[at + 4] * 256u + bytes[at + 5];

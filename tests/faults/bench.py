@@ -86,7 +86,7 @@ class Bench:
             index.write(struct.pack("<I", STREAM_LIMIT - 60000))
 
     def is_worn(self):
-        """Behind the last file comes the first, section 251 is used again: rightly, but gone is gone."""
+        """After the last file comes the first, section 251 is used again: rightly, but gone is gone."""
         system = self.camera.card.system()
         head = self.camera.card.file_head(system.current)
         return system.current == system.file_count - 1 or (head is not None and head.sections > 200)

@@ -712,7 +712,7 @@ TEST_F(FrameReader, SurvivesPositionsThatCannotBe) {
     peer_.AnswerWith(nullptr);
 }
 
-TEST_F(FrameReader, ARepeatAtTheVeryEndOfTheRingIsNotLookedBehind) {
+TEST_F(FrameReader, ARepeatAtTheVeryEndOfTheRingIsNotLookedPast) {
     const std::string payload(50, 'x');
     const int position = 614464 - 64 - 50;
     peer_.Put(0, position, 3, payload);

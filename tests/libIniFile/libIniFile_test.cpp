@@ -128,7 +128,7 @@ TEST_F(Ini, WritesAddSectionsAndKeysAndReplaceValues) {
     EXPECT_EQ(Write("[S", "S", "k", "v"), "[Sk=v\n");
 }
 
-TEST_F(Ini, ANewKeyPassesTheTextBehindItThroughAPrint) {
+TEST_F(Ini, ANewKeyPassesTheTextAfterItThroughAPrint) {
     struct {
         const char *rest, *printed;
     } const cases[] = {

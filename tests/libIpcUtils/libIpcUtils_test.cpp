@@ -44,7 +44,7 @@ class Queue : public testing::Test {
     const int qid = IpcMsgInit(kQueueKey);
 };
 
-TEST_F(Queue, CarriesThePayloadBehindAFourByteTypeInBothDirections) {
+TEST_F(Queue, CarriesThePayloadAfterAFourByteTypeInBothDirections) {
     ASSERT_GE(qid, 0);
     EXPECT_EQ(IpcMsgInit(kQueueKey), qid);
 

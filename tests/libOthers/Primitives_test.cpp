@@ -78,7 +78,7 @@ TEST(Queue, IsOpenedOrCreatedAndToldSo) {
               "Creat queue id:" + id + "\nqueue id:" + id + "\nqueue id:" + id + "\nKill queue id:" + id + "\n");
 }
 
-TEST(Lock, ExcludesAndIsDestroyedBehindItsHolder) {
+TEST(Lock, ExcludesAndIsDestroyedAfterItsHolder) {
     SemHandl_t lock = MakeSem();
     ASSERT_NE(lock, nullptr);
     int guarded = 0;

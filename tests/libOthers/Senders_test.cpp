@@ -93,7 +93,7 @@ TEST_F(Client, EverySenderSendsItsCommandAndItsPayload) {
     EXPECT_EQ(int{SYS_MSG_MAX}, 369);
 }
 
-TEST_F(Client, RequestHasTwentyBytesBehindItsType) {
+TEST_F(Client, RequestHasTwentyBytesAfterItsType) {
     EXPECT_EQ(Send({1, 2, 3}), 3);
     EXPECT_EQ(SendSysQuitCmd(), 0);
     ASSERT_TRUE(support::WaitUntil([&] { return server_->Queue().Requests().size() == 2; }));

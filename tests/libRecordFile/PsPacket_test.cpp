@@ -84,7 +84,7 @@ TEST(PsPacket, AKeyFrameIsCutAtItsFirstThreeStartCodes) {
     EXPECT_EQ(PackVideo(true, idr), headers + Packet("E0", 304) + idr);
 }
 
-TEST(PsPacket, AKeyFrameCountsOnlyStartCodesWithDataBehindThem) {
+TEST(PsPacket, AKeyFrameCountsOnlyStartCodesWithDataAfterThem) {
     const std::string headers = Hex(kPack) + Hex(kSystem) + Hex(kMap);
     struct {
         const char* frame;

@@ -72,7 +72,7 @@ class Viewer(PageTest):
                 self.assertLess(self.browser.run("source.ask('statistics').then(s => s.bytesRead)"), 24 << 20, "only what is needed is read")
 
     def fill_files_like_the_first(self, card, files):
-        """Each of the others as if it had been recorded behind it, in the same manner."""
+        """Each of the others as if it had been recorded after it, in the same manner."""
         index = bytearray((card / "index000.bin").read_bytes())
         stream = bytearray((card / "hi000000.mp4").read_bytes()[:int.from_bytes(index[1024 + 16:1024 + 20], "little")])
         with open(card / "hi000000.mp4", "rb") as file:

@@ -46,7 +46,7 @@ struct Piece {
     SoundFormat sound;         // of this stretch
     card::Ticks duration = 0;  // of its last picture
     std::vector<Picture> pictures;
-    std::vector<uint8_t> video;  // their bytes: units behind their lengths
+    std::vector<uint8_t> video;  // their bytes: units after their lengths
     std::vector<Sound> sounds;
     std::vector<uint8_t> audio;  // their bytes; AAC without its headers, one frame each
 };

@@ -21,7 +21,7 @@ struct DecoderConfig {
 // `sets`: as of card::ParameterSets().  Nothing when one is missing or cannot be read.
 std::optional<DecoderConfig> MakeDecoderConfig(card::VideoCodec codec, card::ByteView sets);
 
-// Appends the units of an Annex B stream, each behind its length in four bytes, parameter sets left out.
+// Appends the units of an Annex B stream, each after its length in four bytes, parameter sets left out.
 void AppendSample(card::VideoCodec codec, card::ByteView unit, bool without_sets, std::vector<uint8_t>& bytes);
 
 }  // namespace viewer

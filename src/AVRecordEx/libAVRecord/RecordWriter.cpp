@@ -49,7 +49,7 @@ class RunClock {
     long uptime_ = 0;
 };
 
-// The given names of the state stand behind the members.
+// The given names of the state stand after the members.
 class Writer {
   public:
     int Open(const RecordFileInfoHead_S* file, int channel);

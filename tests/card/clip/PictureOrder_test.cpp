@@ -51,7 +51,7 @@ TEST(PictureOrder, OnlyLeadingPicturesOfTheFirstKeyFrameAreLost) {
 }
 
 TEST(Orientation, IsReadFromTheStream) {
-    // A quarter turn, behind a message of another kind; with both flips and a three to be left out.
+    // A quarter turn, after a message of another kind; with both flips and a three to be left out.
     const std::vector<uint8_t> h264 = {0, 0, 1, 0x06, 0x05, 1, 0xAA, 0x2F, 3, 0x08, 0x00, 0x10, 0x80};
     const auto quarter = card::OrientationOf(card::VideoCodec::H264, h264);
     ASSERT_TRUE(quarter);

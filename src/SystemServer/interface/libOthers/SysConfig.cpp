@@ -26,7 +26,7 @@ struct Place {
     void* reserved = nullptr;  // zero pages; the record begins at the first address in them that shmat takes
     size_t reserved_size = 0;
     uint8_t* address = nullptr;
-    size_t room = 0;      // behind address
+    size_t room = 0;      // from address on
     int id = -1;          // of the segment that lies there
     size_t occupied = 0;  // bytes of it, whole pages
 };
@@ -66,7 +66,7 @@ void Release() {
     g_filled_segment = -1;
 }
 
-// Puts the segment at the record's place, in one step; behind a short one the record reads as zeros.
+// Puts the segment at the record's place, in one step; past the end of a short one the record reads as zeros.
 bool Lay(int id) {
     const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     const size_t size = (SegmentSize(id) + page - 1) / page * page;
