@@ -1,5 +1,6 @@
 """A headless Chromium, driven over a pipe: no port, no package.  One page; every wait has a bound."""
 import base64
+import itertools
 import json
 import os
 import shutil
@@ -103,6 +104,34 @@ class Browser:
 
     def key(self, key):
         self.run(f"dispatchEvent(new KeyboardEvent('keydown', {{key: {json.dumps(key)}, bubbles: true}})) || true")
+
+    def box(self, selector):
+        """Left, top, width and height of an element, in view."""
+        return self.run(f"(e => (e.scrollIntoView({{block: 'nearest'}}), e = e.getBoundingClientRect(), [e.x, e.y, e.width, e.height]))"
+                        f"(document.querySelector({json.dumps(selector)}))")
+
+    def mouse(self, kind, x, y, **more):
+        self.call("Input.dispatchMouseEvent", type=kind, x=x, y=y, **more)
+
+    def hover(self, x, y, condition, seconds=60):
+        """Moves there, and about there until the condition holds: a resting mouse may be forgotten when the page moves."""
+        end = time.monotonic() + seconds
+        for i in itertools.count():
+            self.mouse("mouseMoved", x + i % 2 / 4, y)
+            if self.run(condition):
+                return
+            assert time.monotonic() < end, f"not within {seconds} s: {condition}"
+            time.sleep(.05)
+
+    def drag(self, begin, end, steps=8, **more):
+        self.mouse("mouseMoved", *begin)
+        self.mouse("mousePressed", *begin, button="left", clickCount=1, **more)
+        for i in range(1, steps + 1):
+            self.mouse("mouseMoved", *(a + (b - a) * i / steps for a, b in zip(begin, end)), button="left", buttons=1, **more)
+        self.mouse("mouseReleased", *end, button="left", clickCount=1, **more)
+
+    def touch(self, kind, *points):
+        self.call("Input.dispatchTouchEvent", type=kind, touchPoints=[{"x": x, "y": y, "id": i} for i, (x, y) in enumerate(points)])
 
     def screenshot(self, path):
         data = self.call("Page.captureScreenshot", format="png")["data"]

@@ -1,11 +1,24 @@
 // Makes the cards that the page's tests open, in the folder given.
 #include <cstdio>
+#include <fstream>
+#include <iomanip>
 #include <string>
 
 #include "fixture/CardFixture.h"
+#include "fixture/Damage.h"
 
 using fixture::Card;
 using fixture::SectionPlan;
+
+// A line each: name, file, offset, bytes in hexadecimal.
+void ListDamages(const std::string& path, const fixture::Recording& recording) {
+    std::ofstream list(path);
+    for (const fixture::Damage& damage : fixture::Damages(recording)) {
+        list << damage.name << '\t' << damage.file << '\t' << damage.offset << '\t' << std::hex << std::setfill('0');
+        for (const unsigned char byte : damage.bytes) list << std::setw(2) << unsigned{byte};
+        list << std::dec << '\n';
+    }
+}
 
 int main(int count, char** arguments) {
     if (count != 2) {
@@ -23,7 +36,7 @@ int main(int count, char** arguments) {
                                {.after = 86425, .seconds = 4, .type = 1},
                                {.after = 86430, .seconds = 3, .type = 32}},
                     .keep_units = false};
-    busy.RecordFolder(folder + "busy");
+    ListDamages(folder + "damages.txt", busy.RecordFolder(folder + "busy"));
     busy.RecordImage(folder + "busy.img");
     // B-frames, and long distances between key frames.
     const SectionPlan b_frames{.seconds = 20, .audio = CODE_AUDIO_G711A, .key_interval = 50, .b_frames = true};
@@ -31,6 +44,10 @@ int main(int count, char** arguments) {
     SectionPlan h265 = b_frames;
     h265.video = CODE_VIDEO_H265;
     Card{.files = 1, .sections = {h265}, .keep_units = false}.RecordFolder(folder + "h265");
+    SectionPlan h264 = {.seconds = 10, .pause = 60};
+    h265 = h264;
+    h265.video = CODE_VIDEO_H265;
+    Card{.files = 1, .sections = {h264, h265, h264}, .keep_units = false}.RecordFolder(folder + "mixed");
     // Key frames that lie anywhere within their seconds.
     Card{.files = 1, .sections = {{.seconds = 12, .audio = CODE_AUDIO_G711U, .key_interval = 37}}, .keep_units = false}
         .RecordFolder(folder + "odd");

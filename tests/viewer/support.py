@@ -64,3 +64,18 @@ class PageTest(unittest.TestCase):
         card = pathlib.Path(card)
         self.browser.pick("#folder" if card.is_dir() else "#files", [card])
         self.browser.wait("list !== null && !player.loading" + (" && byId('video').readyState >= 2" if shown else ""))
+
+    def exported(self, card, section):
+        """A section as the tool exports it."""
+        clip = self.folder / f"{card.name}-{section.replace(':', '-')}.mp4"
+        run(TOOL, "export", card, "--section", section, clip, "--force")
+        return clip
+
+    def grey(self, source):
+        """What a video or canvas of the page shows, as small_pictures() gives it."""
+        return bytes(self.browser.run(
+            "(s => { const c = document.createElement('canvas'); c.width = %d; c.height = %d;"
+            "const g = c.getContext('2d'); g.imageSmoothingQuality = 'high'; g.drawImage(s, 0, 0, c.width, c.height);"
+            "const d = g.getImageData(0, 0, c.width, c.height).data, r = [];"
+            "for (let i = 0; i < d.length; i += 4) r.push(Math.round(.299 * d[i] + .587 * d[i + 1] + .114 * d[i + 2])); return r; })(%s)"
+            % (*SMALL, source)))

@@ -3,6 +3,7 @@ import http.client
 import json
 import os
 import pathlib
+import random
 import re
 import shutil
 import subprocess
@@ -20,11 +21,7 @@ class Viewer(PageTest):
     def small_shown(self):
         """The picture that the page shows."""
         self.browser.wait("!player.loading && !byId('video').seeking && byId('video').readyState >= 2")
-        return bytes(self.browser.run(
-            "(() => { const v = byId('video'), c = document.createElement('canvas'); c.width = %d; c.height = %d;"
-            "const g = c.getContext('2d'); g.imageSmoothingQuality = 'high'; g.drawImage(v, 0, 0, c.width, c.height);"
-            "const d = g.getImageData(0, 0, c.width, c.height).data, r = [];"
-            "for (let i = 0; i < d.length; i += 4) r.push(Math.round(.299 * d[i] + .587 * d[i + 1] + .114 * d[i + 2])); return r; })()" % SMALL))
+        return self.grey("byId('video')")
 
     def nearest(self, pictures):
         shown = self.small_shown()
@@ -118,7 +115,7 @@ class Viewer(PageTest):
         self.assertLess(memory, 64 << 20)
         self.assertLess(self.browser.call("Runtime.getHeapUsage")["usedSize"], 64 << 20)
 
-    def test_empty_damaged_and_foreign_cards_are_told_and_do_no_harm(self):
+    def test_empty_and_foreign_cards_are_told_and_names_do_no_harm(self):
         self.open(self.folder / "empty", shown=False)
         self.assertIn("Nothing is recorded", self.browser.run("byId('notice').textContent"))
         foreign = self.folder / "<img src=x onerror=alert(1)>.img"
@@ -128,22 +125,30 @@ class Viewer(PageTest):
         self.browser.pick("#files", [self.folder / "busy" / "hi000000.mp4"])
         self.browser.wait("byId('notice').textContent.includes('index000.bin')")
         self.assertEqual(self.browser.run("document.querySelectorAll('#notice *, #card *').length"), 0, "names are no markup")
-        damage = [("index000.bin", 0, 1 << 19), ("index000.bin", 131072, 4096), ("event000.bin", 0, 1 << 16), ("hi000000.mp4", 0, 700),
-                  ("hi000000.mp4", 100000, 300000), ("hi000000.mp4", 0xFC00000, 4096)]
-        for number, (name, offset, length) in enumerate(damage):
-            for fill in ("random", "zero"):
-                card = self.folder / "damaged"
-                shutil.rmtree(card, ignore_errors=True)
-                run("cp", "-a", "--sparse=always", self.folder / "busy", card)
-                with open(card / name, "r+b") as file:
-                    file.seek(offset)
-                    file.write(os.urandom(length) if fill == "random" else bytes(length))
-                with self.subTest(damage=(number, fill)):
-                    self.browser.run("list = null; notice('')")
-                    self.browser.pick("#folder", [card])
-                    self.browser.wait("(list !== null && !player.loading) || byId('notice').textContent.startsWith('This is not')")
+
+    def test_damaged_cards_show_what_the_tool_lists(self):
+        lines = [line.split("\t") for line in (self.folder / "damages.txt").read_text().splitlines()]
+        damages = {name: (file, int(offset), bytes.fromhex(data)) for name, file, offset, data in lines}
+        for file, offset, length in (("index000.bin", 0, 1 << 19), ("index000.bin", 131072, 4096), ("event000.bin", 0, 1 << 16),
+                                     ("hi000000.mp4", 0, 700), ("hi000000.mp4", 100000, 300000), ("hi000000.mp4", 0xFC00000, 4096)):
+            damages[f"noise in {file} at {offset}"] = file, offset, random.Random(offset).randbytes(length)
+        self.assertGreater(len(damages), 15)
+        card = self.folder / "damaged"
+        for name, (file, offset, data) in damages.items():
+            shutil.rmtree(card, ignore_errors=True)
+            run("cp", "-a", "--sparse=always", self.folder / "busy", card)
+            with open(card / file, "r+b") as changed:
+                changed.seek(offset)
+                changed.write(data)
+            with self.subTest(name):
+                self.browser.run("list = null; notice('')")
+                self.browser.pick("#folder", [card])
+                self.browser.wait("(list !== null && !player.loading) || byId('notice').textContent.startsWith('This is not')")
+                told = subprocess.run([TOOL, "list", "--json", card], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+                self.assertEqual(self.browser.run("list"), json.loads(told.stdout) if told.returncode == 0 else None)
+                for moment in ("list.start + 1", "list.sections[list.sections.length >> 1].start", "list.end"):
                     if self.browser.run("list !== null && list.sections.length > 0"):
-                        self.browser.run("goTo(list.start + 1)")
+                        self.browser.run(f"goTo({moment})")
                         self.browser.wait("!player.loading")
 
     def test_a_card_that_is_taken_out_is_asked_for_again(self):
@@ -182,8 +187,23 @@ class Viewer(PageTest):
         for wanted in (62, 105, 180, 110, 111, 0):
             self.browser.run(f"player.close(); goTo(list.start + {(wanted + .5) / 25})")  # into media that has had nothing yet
             self.browser.wait("!player.loading")
-            self.assertEqual(self.browser.run("byId('message').textContent"), "")
+            self.assertIs(self.browser.run("byId('message').hidden || byId('message').textContent"), True)
             self.assertEqual(self.nearest(pictures), wanted)
+
+    def test_every_picture_played_is_the_one_recorded_then(self):
+        pictures = small_pictures(self.exported(self.folder / "busy", "0:1"))[:250]
+        self.open(self.folder / "busy")
+        self.browser.run("goTo(list.start + 2); player.setRate(.25); true")
+        self.browser.wait("!player.loading && !byId('video').seeking && byId('video').readyState >= 3")
+        self.browser.run("window.seen = []; (function look(now, frame) { if (frame && seen.length < 30) {"
+                         "const real = player.pictures[player.indexAt(frame.mediaTime + .001)][1]; const small = createImageBitmap(byId('video'));"
+                         "seen.push({ index: Math.round((real - list.start) * 25), small }); } byId('video').requestVideoFrameCallback(look); })(); player.play(); true")
+        self.browser.wait("seen.length === 30")
+        self.browser.run("player.pause(); player.setRate(1); true")
+        for i in range(30):
+            wanted = self.browser.run(f"seen[{i}].small.then(small => (window.still = small, seen[{i}].index))")
+            shown = self.grey("still")
+            self.assertEqual(min(range(250), key=lambda k: distance(pictures[k], shown)), wanted)
 
     def test_b_frames_are_shown_in_their_order(self):
         clip = self.folder / "b.mp4"
@@ -264,8 +284,35 @@ class Viewer(PageTest):
                     self.assertEqual(frame_sums(mine), frame_sums(other))
                     if card == "h265":
                         self.assertIn(b"hvc1", mine.read_bytes())
-        if not self.browser.run("MediaSource.isTypeSupported('video/mp4; codecs=\"hvc1.1.6.L93.B0\"')"):
-            self.assertIn("does not decode H.265", self.browser.run("byId('message').textContent"))
+
+    def test_what_the_browser_does_not_decode_is_said_and_can_be_saved(self):
+        card = self.folder / "mixed"  # H.264, H.265, H.264
+        refusals = {  # in a browser that decodes H.265, too
+            "refuses": "MediaSource.isTypeSupported = t => !t.includes('hvc1')",
+            "breaks its word": "MediaSource.isTypeSupported = () => true; for (const [of, name] of [[MediaSource, 'addSourceBuffer'], [SourceBuffer, 'changeType']])"
+                               "{ const own = of.prototype[name]; of.prototype[name] = function(t) {"
+                               "if (t.includes('hvc1')) throw new DOMException('no', 'NotSupportedError'); return own.call(this, t); }; }"}
+        for name, script in refusals.items():
+            with self.subTest(name):
+                self.browser.open(PAGE)
+                self.browser.run(script + "; true")
+                self.open(card)
+                self.browser.run("goTo(list.sections[1].start + 3)")
+                self.browser.wait("!player.loading && byId('message').textContent.startsWith('This browser does not decode H.265')")
+                self.assertEqual(self.browser.run("byId('video').videoWidth"), 0, "no older picture stays")
+                begin = self.browser.run("list.sections[1].start")
+                own, tools = self.save(card, begin, begin + 5)
+                self.assertEqual(frame_sums(own[0]), frame_sums(tools[0]))
+                self.browser.run("goTo(list.sections[0].end - 2)")
+                self.browser.wait("!player.loading && byId('video').readyState >= 2 && byId('message').hidden")
+                self.browser.run("player.play()")
+                self.browser.wait("byId('video').ended && !byId('message').hidden")
+                self.assertGreater(self.browser.run("player.moment - list.sections[0].end"), 0, "played to its end")
+                self.browser.run("goTo(list.sections[2].start + 1)")
+                self.browser.wait("!player.loading && byId('video').readyState >= 2 && byId('message').hidden")
+        self.browser.run("window.MediaSource = undefined; goTo(list.start)")
+        self.browser.wait("byId('message').textContent.startsWith('This browser cannot play recordings')")
+        self.browser.open(PAGE)
 
     def test_the_sound_of_a_saved_clip_is_that_of_the_card(self):
         card = self.folder / "busy"

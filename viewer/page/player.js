@@ -4,7 +4,14 @@
 // was recorded.  A seek to what is not there throws the media away and begins again behind it.
 const AHEAD_SECONDS = 6, KEEP_BEHIND = 20; // s of media
 const ENDLESS = 1e8; // s; no place may lie behind what counts as the media's end, or a seek stops in front of it
+const SAVED_STILL = "What you choose can still be saved as a file, and played elsewhere.";
 const KEYS_ONLY_FROM = 8, MUTED_ABOVE = 2; // speeds
+
+class Unplayable extends Error {
+  constructor(type) {
+    super("This browser does not decode " + (type.includes("hvc1") ? "H.265" : "this kind of recording") + ". " + SAVED_STILL);
+  }
+}
 
 class Player {
   // handlers: moment(t), state(), fault(text)
@@ -20,7 +27,7 @@ class Player {
     this.loading = false;
     for (const type of ["play", "pause", "waiting", "playing", "ratechange"]) video.addEventListener(type, () => this.handlers.state());
     video.addEventListener("error", () => { if (this.media) this.fault("This browser could not decode the recording" + (video.error && video.error.message ? " (" + video.error.message + ")" : "") + "."); });
-    video.addEventListener("ended", () => this.handlers.state());
+    video.addEventListener("ended", () => { this.handlers.state(); if (this.afterwards) this.handlers.fault(this.afterwards); });
     video.addEventListener("timeupdate", () => this.tell());
     video.addEventListener("seeked", () => this.tell());
     const frame = () => { if (!video.paused) this.tell(); requestAnimationFrame(frame); };
@@ -38,6 +45,7 @@ class Player {
     this.buffers = null;
     this.pictures = [];
     this.moment = null;
+    this.loading = false;
     this.video.removeAttribute("src");
     this.video.load();
   }
@@ -78,6 +86,7 @@ class Player {
 
   // Goes to the picture that was on at `t`, or the next one recorded.
   async seek(t) {
+    if (typeof MediaSource === "undefined") return this.fault("This browser cannot play recordings (it has no Media Source Extensions). " + SAVED_STILL);
     this.ended = false;
     const i = this.pictures.findLastIndex(([, real]) => real <= t + 1e-3);
     const next = this.pictures[i + 1];
@@ -87,12 +96,13 @@ class Player {
     }
     const session = ++this.session;
     this.loading = true;
+    this.afterwards = "";
     try {
       const place = await this.findPlace(t);
       if (session !== this.session || !place) return;
       await this.begin(session, place, t);
     } catch (error) {
-      if (session === this.session) this.handlers.fault(error.message);
+      if (session === this.session) { this.close(); this.handlers.fault(error.message); }
     } finally {
       if (session === this.session) { this.loading = false; this.tell(); }
     }
@@ -192,9 +202,15 @@ class Player {
         if (!got || !await this.append(session, got)) return;
         await this.forget(session);
       }
+      const { sound } = await this.source.ask("playEnd");
+      if (session !== this.session || !this.media) return;
+      if (sound.length) await this.appendTo("sound", this.buffers.sound.type, sound, session);
       await this.finish(session);
     } catch (error) {
-      if (session === this.session) this.handlers.fault(error.message);
+      if (session !== this.session) return;
+      if (!(error instanceof Unplayable)) return this.handlers.fault(error.message);
+      this.afterwards = error.message; // what is here plays to its end
+      await this.finish(session);
     }
   }
 
@@ -205,14 +221,15 @@ class Player {
 
   async append(session, got) {
     if (session !== this.session) return false;
-    if (got.videoType && !MediaSource.isTypeSupported(got.videoType)) {
-      const what = got.videoType.includes("hvc1") ? "H.265" : "this kind of video";
-      this.fault("This browser does not decode " + what + ". What you choose can still be saved as a file, and played elsewhere.");
-      return false;
-    }
+    if (got.videoType && !MediaSource.isTypeSupported(got.videoType)) throw new Unplayable(got.videoType);
     for (const [kind, type, data] of [["video", got.videoType, got.video], ["sound", got.soundType, got.sound]]) {
       if (!type || data.length === 0) continue;
-      await this.appendTo(kind, type, data, session);
+      try {
+        await this.appendTo(kind, type, data, session);
+      } catch (error) {
+        if (error.name !== "NotSupportedError") throw error;
+        throw new Unplayable(type); // it had said yes
+      }
       if (session !== this.session) return false;
     }
     for (const picture of got.pictures) this.pictures.push(picture);
@@ -249,10 +266,7 @@ class Player {
   }
 
   async finish(session) {
-    const { sound } = await this.source.ask("playEnd");
-    if (session !== this.session || !this.media) return;
-    if (sound.length) await this.appendTo("sound", this.buffers.sound.type, sound, session);
-    if (session !== this.session || this.media.readyState !== "open") return;
+    if (session !== this.session || !this.media || this.media.readyState !== "open") return;
     for (const buffer of Object.values(this.buffers)) await idle(buffer);
     this.media.endOfStream();
     this.ended = true;

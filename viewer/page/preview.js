@@ -6,12 +6,13 @@ class Preview {
     this.cache = new Map(); // "section:offset" -> ImageBitmap, the latest used last
     this.wanted = null;
     this.busy = false;
+    this.cancelled = 0; // times
   }
 
   clear() {
     for (const picture of this.cache.values()) picture.close();
     this.cache.clear();
-    this.wanted = null;
+    this.cancel();
   }
 
   // Draws the key frame before `time`; of requests that come while one is under way only the last counts.
@@ -21,15 +22,17 @@ class Preview {
     if (!this.wanted) return shown(false);
     if (!this.busy) this.run();
   }
-  cancel() { this.wanted = null; }
+  // Also of what is under way nothing is shown any more.
+  cancel() { this.wanted = null; ++this.cancelled; }
 
   async run() {
     this.busy = true;
     while (this.wanted) {
-      const { section, time, shown } = this.wanted;
+      const { section, time, shown } = this.wanted, cancelled = this.cancelled;
       this.wanted = null;
       let picture = null;
       try { picture = await this.picture(section, time); } catch { /* a damaged key frame has no preview */ }
+      if (cancelled !== this.cancelled) continue;
       if (picture) {
         this.canvas.width = picture.width;
         this.canvas.height = picture.height;

@@ -55,6 +55,7 @@ byId("reopen").onclick = () => { player.pause(); byId("viewer").hidden = true; b
 for (const id of ["folder", "files"]) {
   byId(id).onchange = e => { const files = [...e.target.files]; e.target.value = ""; openFiles(cardFiles(files)); };
 }
+addEventListener("resize", () => showTip(null));
 addEventListener("dragover", e => { e.preventDefault(); document.body.classList.add("dragging"); });
 addEventListener("dragleave", e => { if (!e.relatedTarget) document.body.classList.remove("dragging"); });
 addEventListener("drop", async e => {
@@ -71,7 +72,8 @@ async function goTo(t) {
   scrubPreview.cancel();
   byId("message").hidden = true;
   t = Math.min(Math.max(t, list.start), list.end + .99);
-  if (readable) { line.follow(t); await player.seek(t); } else { showMoment(t); showThumb(t); }
+  showMoment(t);
+  if (readable) await player.seek(t); else showThumb(t);
 }
 
 function scrubTo(t) {
@@ -216,7 +218,7 @@ async function save() {
 }
 
 async function savePicture() {
-  if (!player.video.videoWidth || player.moment === null) return;
+  if (!player.video.videoWidth || player.moment === null) return showFault("There is no picture to save.");
   download(await pictureOf(player.video), "picture_" + fileTime(player.moment) + ".png");
 }
 

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "fixture/CardFixture.h"
+#include "fixture/Damage.h"
 #include "fixture/Place.h"
 #include "fixture/StoreBytes.h"
 #include "index/CardIndex.h"
@@ -16,6 +17,8 @@ using card::Finding;
 using card::Findings;
 using card::Volume;
 using fixture::Card;
+using fixture::Damage;
+using fixture::Damages;
 using fixture::FileHeadAt;
 using fixture::Outcome;
 using fixture::Place;
@@ -104,40 +107,6 @@ TEST(Check, RemarksOnPowerCuts) {
     card::RepairStore(Volume::Open(place, card::Access::ReadWrite), log);
     EXPECT_EQ(Listed(Check(place)), "");
     EXPECT_EQ(before.Difference(), "");
-}
-
-struct Damage {
-    const char* name;
-    const char* file;
-    uint32_t offset;
-    std::string bytes;
-    const char* kind;
-};
-
-std::vector<Damage> Damages(const Recording& recording) {
-    const char* const index = RECORD_INDEX_NAME;
-    const char* const stream = "hi000000.mp4";
-    const auto start_of = [&](size_t section) {
-        for (const auto& frame : recording.frames) {
-            if (frame.section == section) return frame.offset - 40;
-        }
-        return 0u;
-    };
-    return {
-        {"system flag", index, 0, "XXXX", "index"},
-        {"system head gone", index, 0, std::string(236, '\0'), "index"},
-        {"current file wrong", index, 28, Word(1), "system-current"},
-        {"file flag", index, FileHeadAt(0), "XXXX", "file-head"},
-        {"file head gone", index, FileHeadAt(0), std::string(48, '\0'), "file-head"},
-        {"file length", index, FileHeadAt(0) + 16, Word(200 << 20), "file-length"},
-        {"file length small", index, FileHeadAt(0) + 16, Word(start_of(1) + 7), "file-sums"},
-        {"section flag", index, SectionAt(0, 2), "XXXX", "footage-unlisted"},
-        {"section head gone", index, SectionAt(0, 1), std::string(64, '\0'), "footage-unlisted"},
-        {"section place", index, SectionAt(0, 2) + 16, Word(start_of(1) + 100), "section-begin"},
-        {"key-frame place", stream, RECORD_KEY_FRAME_BASE + 60 + 12, Word(4711), "key-frames"},
-        {"key-frame records gone", stream, RECORD_KEY_FRAME_BASE, std::string(1000, '\0'), "key-frames"},
-        {"stream head gone", stream, start_of(1), std::string(40, '\0'), "section-begin"},
-    };
 }
 
 TEST(Check, FindsEachDamageAndRepairMendsIt) {
