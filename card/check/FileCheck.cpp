@@ -12,7 +12,6 @@ namespace card {
 namespace {
 
 using record_file::FileHeadOffset;
-using record_file::kClockPerFrame;
 using record_file::kStreamHeadSize;
 using record_file::SectionHeadOffset;
 

@@ -47,6 +47,7 @@ TEST_F(Ini, FindsWhatTheFormatSays) {
         {"[S]\n#key=1\n", "S", "#key", "1"},
         {"[S]\nkey=a=b\n", "S", "key", "a=b"},
         {"[S]\nkey=\n", "S", "key", ""},
+        {"[S]\na=\n", "S", "a", ""},
         {"[S]\n=5\n", "S", "=", "(none)"},
         {"[S]\n==5\n", "S", "=", "5"},
         {"[S]\nk\nkey=1\n", "S", "key", "1"},
