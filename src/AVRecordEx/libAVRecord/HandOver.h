@@ -3,10 +3,10 @@
 // A thread a run, beside the writer and never in a frame's way: the writer leaves two figures, the thread makes the
 // system write what they name and waits for that, on descriptors of its own.  Stream data goes before the heads that
 // name it.  It also reads in advance what the writer is about to write into in part, since such a write would wait
-// until the card was read: the next key-frame records, and the next file before this one is full. Owns its descriptors.
-// Never writes a byte itself, never keeps a run from beginning or ending: when a card hangs, the thread is left to it.
-// Threads: Start and Stop by the one that opens and closes the writer, the others by the one that writes a frame; the
-// writer's lock keeps them apart.
+// until the card was read: the next key-frame records, and the next file before this one is full.  Owns its
+// descriptors. Never writes a byte itself, never keeps a run from beginning or ending: when a card hangs, the thread is
+// left to it. Threads: Start and Stop by the one that opens and closes the writer, the others by the one that writes a
+// frame; the writer's lock keeps them apart.
 #pragma once
 
 #include <cstdint>

@@ -74,7 +74,7 @@ int AVRecordHandOverSet(int milliseconds);
  * that its first frames do not wait for them.  Waits for the card.  Returns 0, or -1 when they cannot be opened. */
 int AVRecordReadAhead(const RecordFileInfoHead_S* file);
 
-/* The current record file alone: open `path` read/write (created when missing), close it, tell its descriptor (-1:
+/* The current record file alone: open `path` read/write (created when missing), close it, its descriptor (-1:
  * none). Open returns 0 or -1; close the result of closing, -1 when none is open. */
 int KQ_RecordOpen(const char* path);
 int KQ_RecordClose(void);
@@ -88,7 +88,7 @@ int KQ_RecordConfigGet(void);
 int AVRecordStoreIsWritable(uint32_t file_no);
 
 /* 1 when the card has turned read-only, is gone, or has refused every write for 10 s: a reason to end a run.
- * Ends with a write that works, or with the next KQ_RecordInit, which tries anew. */
+ * Ends with a write that works, or with the next KQ_RecordInit, which tries again. */
 int AVRecordCardFailing(void);
 
 /* ---- Frames ------------------------------------------------------------------------------------- */
@@ -100,7 +100,7 @@ int AVRecordCardFailing(void);
  * was overwritten while it was packed, a failed write. */
 int libAVRecordWriteFrame(int channel, int kind, const char* data, const AVDataInfoOpt* info);
 
-/* Asked once more between packing a frame and writing it: 0 when `data` or the header in front of it is not any more
+/* Asked once more between packing a frame and writing it: 0 when `data` or the header in front of it is no longer
  * what `info` was copied with.  Such a frame is dropped whole and counted as torn; nothing of it is written. */
 typedef int (*AVRecordFrameCheck)(const char* data, const AVDataInfoOpt* info);
 

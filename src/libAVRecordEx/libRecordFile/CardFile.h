@@ -25,7 +25,7 @@ enum class Kind : uint8_t {
     kIndex,   // "index000.bin"
     kRecord,  // "hi%06d.mp4"
     kEvents,  // "event000.bin"
-    kOther,   // none of the recorder's own: its failures are the caller's alone to tell
+    kOther,   // none of the recorder's own: the caller alone reports its failures
 };
 
 enum class Result : uint8_t {
@@ -66,12 +66,12 @@ Result WriteRecord(Kind kind, int fd, uint64_t offset, const Record* record) {
     return WriteAt(kind, fd, offset, record, sizeof(Record));
 }
 
-// A result as the C interface tells it: 0, or -1.
+// A result as the C interface returns it: 0, or -1.
 inline int AsInt(Result result) {
     return result == Result::kDone ? 0 : -1;
 }
 
-// A result of reading a head as AVHeadLoad tells it.
+// A result of reading a head as AVHeadLoad returns it.
 inline AVHeadLoad AsHeadLoad(Result result) {
     return result == Result::kDone ? AV_HEAD_LOADED : result == Result::kEndOfFile ? AV_HEAD_ABSENT : AV_HEAD_FAILED;
 }

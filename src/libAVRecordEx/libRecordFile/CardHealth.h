@@ -1,4 +1,4 @@
-// What works and what does not at the door to the card: says it once in the log, and judges the card.
+// What works and what does not at the door to the card: reports it once in the log, and judges the card.
 //
 // For every operation on every kind of file the first failure is logged with file, place and errno, then once a
 // minute with a count while it lasts, and its end.  A card that fails now and then costs two lines a minute.
@@ -20,14 +20,14 @@ struct Place {
     int64_t length;
 };
 
-// `error` is the errno.  Files of kind kOther are nobody's business here.
+// `error` is the errno.  Files of kind kOther are not watched.
 void TellFailure(Operation operation, Kind kind, const Place& place, int error);
 void TellSuccess(Operation operation, Kind kind);
 
 // The card turned read-only, or is gone, or every write has failed for 10 s.  Ends with the next write that works.
 bool IsFailing();
 
-// A new run tries its luck: what was held against the card until now does not count.
+// A new run begins: the failures before it no longer count against the card.
 void Pardon();
 
 // All is as at the start of the process.
