@@ -3,7 +3,6 @@
 #include <cstring>
 #include <filesystem>
 #include <mutex>
-#include <thread>
 
 #include "CardFile.h"
 #include "OpenRun.h"
@@ -40,11 +39,8 @@ class Tape {
         std::erase_if(found, [&](const CardCall& call) { return call.what != what; });
         return found;
     }
-    // Until so many hand-overs were made, 10 s at most.
     static std::vector<CardCall> AwaitHandOvers(size_t count) {
-        for (int i = 0; i < 10000 && Only('s').size() < count; ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
+        support::WaitUntil([&] { return Only('s').size() >= count; });
         return Only('s');
     }
 

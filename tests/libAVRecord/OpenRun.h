@@ -1,13 +1,12 @@
 // A card, a bound camera, and heads in memory in which the writer's run can begin.
 #pragma once
 
-#include <chrono>
 #include <filesystem>
 #include <string>
-#include <thread>
 
 #include "libAVRecord.h"
 #include "support/BoundCamera.h"
+#include "support/WaitUntil.h"
 
 using std::string_literals::operator""s;
 
@@ -41,12 +40,9 @@ class OpenRun : public support::BoundCamera {
         return libAVRecordWriteFrame(channel, kind, frame.data(), &info);
     }
 
-    // A run's last second is handed over beside us: false when a file of the card is still open after 10 s.
+    // A run's last second is handed over beside us; false when a file of the card stays open.
     static bool AwaitNoOpenFile() {
-        for (int i = 0; i < 10000 && HasOpenFile(); ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return !HasOpenFile();
+        return support::WaitUntil([] { return !HasOpenFile(); });
     }
 
     support::Card card_;

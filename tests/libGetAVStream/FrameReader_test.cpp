@@ -82,10 +82,7 @@ class FrameReader : public testing::Test {
     }
     // Waits until the reader sleeps so long at a time.
     static bool ComesToSleep(unsigned ms) {
-        for (int i = 0; i < 5000 && g_last_sleep != ms; ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return g_last_sleep == ms;
+        return WaitUntil([ms] { return g_last_sleep == ms; });
     }
     void AwaitLine(const std::string& text) const {
         EXPECT_TRUE(WaitUntil([&] { return log_.Count(text) != 0; })) << text;
@@ -757,7 +754,7 @@ TEST_F(FrameReader, GivesAPlaceUpAfterTheSameTimeHoweverSeldomItLooks) {
     peer_.Put(0, 0, 1, kKey, peer_.Frame(7));  // never ready
     const unsigned before = g_slept;
     Start();
-    for (int i = 0; i < 2000 && slept == 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    EXPECT_TRUE(WaitUntil([] { return slept != 0; }));
     EXPECT_GE(slept - before, 500u + 95u) << "with the sleep of the start";
     EXPECT_LE(slept - before, 500u + 115u);
 }

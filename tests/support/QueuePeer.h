@@ -17,20 +17,9 @@
 #include <utility>
 #include <vector>
 
-namespace support {
+#include "support/WaitUntil.h"
 
-// Waits for `condition` to hold, 20 seconds at most; whether it did.
-template <class Condition>
-bool WaitUntil(Condition condition) {
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > limit) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
+namespace support {
 
 // Receives requests (message type 1) of `words` 4-byte words and answers them.
 template <size_t words>
