@@ -4,10 +4,14 @@ const PLAY_FEED = 0, SAVE_FEED = 1, PREVIEW_FEED = 2;
 
 class Card {
   // files: see CardFiles.  One file that is no record file is an image of a whole card.
-  static async open(files, wasm) {
+  static async open(files, compiled) {
     const folder = files.some(file => file.path.startsWith("/card/"));
     const source = new CardFiles(files);
-    const module = await CardModule({ wasmBinary: wasm, files: source });
+    const instantiateWasm = (imports, done) => {
+      WebAssembly.instantiate(compiled, imports).then(instance => done(instance, compiled));
+      return {};
+    };
+    const module = await CardModule({ instantiateWasm, files: source });
     // The code looks for files by their names; empty ones are enough for that.
     if (folder) module.FS.mkdir("/card");
     for (const file of files) module.FS.writeFile(file.path, "");

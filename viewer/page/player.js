@@ -84,8 +84,8 @@ class Player {
 
   // ---- seeking
 
-  // Goes to the picture that was on at `t`, or the next one recorded.
-  async seek(t) {
+  // Goes to the picture that was on at `t`, or the next one recorded; `about`: a key frame near to it will do.
+  async seek(t, about = false) {
     if (typeof MediaSource === "undefined") return this.fault("This browser cannot play recordings (it has no Media Source Extensions). " + SAVED_STILL);
     this.ended = false;
     const i = this.pictures.findLastIndex(([, real]) => real <= t + 1e-3);
@@ -100,7 +100,7 @@ class Player {
     try {
       const place = await this.findPlace(t);
       if (session !== this.session || !place) return;
-      await this.begin(session, place, t);
+      await this.begin(session, place, t, about);
     } catch (error) {
       if (session === this.session) { this.close(); this.handlers.fault(error.message); }
     } finally {
@@ -122,11 +122,11 @@ class Player {
     return { section, chunk: Math.max(chunks.findLastIndex(c => c.time <= t), 0), chunks };
   }
 
-  async begin(session, place, t) {
+  async begin(session, place, t, about) {
     if (!await this.openMedia(session)) return;
     let got = await this.loadFirst(session, place);
     // A key frame's time is a whole second: what was on then may stand in front of it.
-    while (got && got.pictures.length && got.pictures[0][1] > t + 1e-3 && place.chunk > 0 && t >= this.sections[place.section].start) {
+    while (!about && got && got.pictures.length && got.pictures[0][1] > t + 1e-3 && place.chunk > 0 && t >= this.sections[place.section].start) {
       --place.chunk;
       got = await this.loadFirst(session, place);
     }
@@ -137,9 +137,10 @@ class Player {
     }
     if (!got || !await this.append(session, got)) return;
     if (this.media.duration !== ENDLESS) this.media.duration = ENDLESS;
-    const i = Math.max(got.pictures.findLastIndex(([, real]) => real <= t + 1e-3), 0);
+    const i = about ? 0 : Math.max(got.pictures.findLastIndex(([, real]) => real <= t + 1e-3), 0);
     this.target(got.pictures[i][0]);
-    this.pump(session, place);
+    await Promise.race([new Promise(shown => this.video.addEventListener("seeked", shown, { once: true })), sleep(250)]);
+    this.pump(session, place); // the picture first
   }
 
   async openMedia(session) {

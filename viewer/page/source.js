@@ -3,13 +3,15 @@ class CardSource {
   constructor() {
     const script = new Blob([byId("worker").textContent], { type: "text/javascript" });
     this.address = URL.createObjectURL(script);
-    this.wasm = Uint8Array.from(atob(byId("wasm").textContent), c => c.charCodeAt(0)).buffer;
+    this.compiled = WebAssembly.compile(Uint8Array.from(atob(byId("wasm").textContent), c => c.charCodeAt(0)));
+    this.compiled.catch(() => {}); // told when a card is opened
     this.start();
   }
 
   start() {
     this.waiting = new Map();
     this.next = 0;
+    this.used = false;
     this.worker = new Worker(this.address);
     this.worker.onmessage = ({ data: { id, result, error } }) => {
       const { resolve, reject } = this.waiting.get(id);
@@ -30,10 +32,13 @@ class CardSource {
   }
 
   // A fresh worker a card: nothing of the last one is left in its memory.
-  open(files) {
-    this.worker.terminate();
-    this.start();
-    return this.ask("open", { files, wasm: this.wasm });
+  async open(files) {
+    if (this.used) {
+      this.worker.terminate();
+      this.start();
+    }
+    this.used = true;
+    return this.ask("open", { files, compiled: await this.compiled });
   }
 }
 

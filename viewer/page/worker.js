@@ -165,9 +165,8 @@ function saveNext() {
 // ----
 
 const requests = {
-  async open({ files, wasm }) {
-    card = null;
-    card = await Card.open(files, wasm);
+  async open({ files, compiled }) {
+    card = await Card.open(files, compiled);
     return { list: card.list, bytesRead: card.source.bytesRead };
   },
   chunks: ({ section }) => chunksOf(section),
