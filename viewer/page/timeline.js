@@ -175,7 +175,9 @@ class Timeline {
       g.fillRect(x, RULER - 4, 1, bottom - RULER + 4);
       g.fillStyle = colour(midnight ? "text" : "dim");
       const text = midnight ? dateText(t) : step < 60 ? clockText(t) : clockText(t).slice(0, 5);
-      g.fillText(text, Math.min(Math.max(x, 34), width - 34), 9);
+      const half = g.measureText(text).width / 2;
+      if (midnight) g.fillText(text, Math.min(Math.max(x, half), width - half), 9);
+      else if (x > half && x < width - half) g.fillText(text, x, 9);
     }
   }
 

@@ -46,7 +46,7 @@ function showCard(found) {
   byId("moment").textContent = "–";
   if (!list.sections.length) return;
   const newest = list.sections[list.sections.length - 1];
-  goTo(Math.max(newest.start, list.end - 10));
+  goTo(Math.max(newest.start, list.end - 10), true);
 }
 
 byId("openFolder").onclick = () => byId("folder").click();
@@ -66,14 +66,14 @@ addEventListener("drop", async e => {
 
 // ---- moving about
 
-async function goTo(t) {
+async function goTo(t, about = false) {
   if (!list || !list.sections.length) return;
   byId("scrub").hidden = true;
   scrubPreview.cancel();
   byId("message").hidden = true;
   t = Math.min(Math.max(t, list.start), list.end + .99);
   showMoment(t);
-  if (readable) await player.seek(t); else showThumb(t);
+  if (readable) await player.seek(t, about); else showThumb(t);
 }
 
 function scrubTo(t) {
@@ -267,7 +267,7 @@ function drawDays() {
     const row = make("button", byId("days"), null, { type: "button", className: "day" });
     row.dataset.day = day;
     make("span", row, dateText(start));
-    make("span", row, weekdayText(start).slice(0, 3), { className: "dim", title: weekdayText(start) });
+    make("span", row, weekdayText(start).slice(0, 3), { className: "dim weekday", title: weekdayText(start) });
     const bar = make("span", row, null, { className: "bar" });
     let end = -1;
     for (const [from, to] of parts) {
@@ -335,7 +335,7 @@ function toggleMute() {
   showState();
 }
 function showZone() {
-  byId("zone").textContent = "Times: " + zone.name();
+  byId("zone").replaceChildren(make("span", null, "Times: ", { className: "wide" }), zone.name());
   if (!list) return;
   drawFacts(); drawDays(); drawEvents(); showView(); showSpan();
   if (line.now !== null) showMoment(line.now);
