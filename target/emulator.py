@@ -193,7 +193,7 @@ class Camera:
         with socket.socket(socket.AF_UNIX) as control:
             control.connect(str(self.control))
             control.sendall(command.encode() + b"\n")
-            self.wait_for(answer)
+            self.wait_for(answer, seconds=600)
 
     def stop(self, seconds=120):
         """Power off in order."""

@@ -187,10 +187,13 @@ class Resilience(CameraTest):
         camera = self.camera
         camera.start()
         wait_for("frames on the card", lambda: sum(s.frames for s in camera.card.all_sections()) > 50, 30)
-        with open(f"/proc/{camera.recorder.child.pid}/status") as status:
-            kib = {line.split(":")[0]: int(line.split()[1]) for line in status if line.startswith(("VmSize", "RssAnon"))}
+        process = f"/proc/{camera.recorder.child.pid}"
+        with open(f"{process}/status") as status, open(f"{process}/smaps_rollup") as rollup:
+            kib = {line.split(":")[0]: int(line.split()[1]) for line in [*status, *rollup]
+                   if line.startswith(("VmSize", "Anonymous", "Private_Clean", "Private_Dirty"))}
         self.assertLess(kib["VmSize"], 6144, "address space")
-        self.assertLess(kib["RssAnon"], 512, "memory of its own")
+        self.assertLess(kib["Anonymous"], 320, "written by the recorder")
+        self.assertLess(kib["Private_Clean"] + kib["Private_Dirty"], 512, "and the program itself, which nobody shares")
         self.assert_stopped_in_order()
 
 
