@@ -24,6 +24,7 @@ class RawWriter : public ClipWriter {
 
   private:
     void Write(ByteView bytes) {
+        if (bytes.empty()) return;
         if (std::fwrite(bytes.data(), 1, bytes.size(), file_.get()) != bytes.size()) throw SystemError(path_, errno);
     }
 
