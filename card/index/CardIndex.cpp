@@ -51,8 +51,9 @@ bool CutToFile(Section& section, const FileState& file) {
 
 bool CutKeyFrames(Section& section, const FileState& file) {
     RecordInfoHead_S& head = section.head;
-    const uint32_t first = head.m_u32StartKeyFramePos / sizeof(KeyFrameInfoHead_S);
-    if (head.m_u32StartKeyFramePos % sizeof(KeyFrameInfoHead_S) != 0) return false;
+    constexpr uint32_t kRecord = sizeof(KeyFrameInfoHead_S);
+    const uint32_t first = head.m_u32StartKeyFramePos / kRecord;
+    if (head.m_u32StartKeyFramePos % kRecord != 0) return false;
     if (first > file.head.m_u32RecordKeyFrameSum) return false;
     const uint32_t room = file.head.m_u32RecordKeyFrameSum - first;
     if (head.m_u32KeyFrameSum > room) {
