@@ -1,5 +1,7 @@
 // What reaches the card when: the steady hand-over, the switch to the next file, and writes in whole sectors.
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <mutex>
@@ -21,6 +23,9 @@ struct CardCall {
 // Notes every write and hand-over that passes the door, in order.
 class Tape {
   public:
+    static constexpr off64_t kNothing = -1;
+    static inline std::atomic<off64_t> refused{kNothing};  // the next hand-over, if it is that place's
+
     Tape() {
         {
             const std::lock_guard guard(lock);
@@ -55,8 +60,13 @@ class Tape {
                 return put;
             };
             noting.SyncRange = [](int fd, off64_t offset, off64_t length) {
-                const int done = real.SyncRange(fd, offset, length);
+                off64_t meant = offset;
+                const bool is_refused = refused.compare_exchange_strong(meant, kNothing);
+                const int done = is_refused ? -1 : real.SyncRange(fd, offset, length);
                 Note('s', fd, static_cast<uint64_t>(offset), static_cast<uint64_t>(length));
+                if (done != 0) {
+                    errno = EIO;
+                }
                 return done;
             };
             return noting;
@@ -104,6 +114,31 @@ TEST_F(HandOverTest, GivesTheCardStreamThenKeyRecordsThenHeads) {
     const auto last_stream = std::find_if(all.rbegin(), all.rend(),
                                           [](auto& call) { return call.file[0] == 'h' && call.offset < 0x0FC00000; });
     EXPECT_EQ(last_stream->offset + last_stream->length, AV_RecordFileInfoHeadGet()->m_u32RecordFileSumLenth);
+}
+
+// The system counts what the card refused as written, and says so once.
+TEST_F(HandOverTest, WritesAgainWhatTheCardRefused) {
+    for (const uint32_t place : {0u, 0x0FC00000u + 20}) {  // the second run's first record
+        SCOPED_TRACE(place);
+        Tape::refused = place;
+        Open();
+        EXPECT_EQ(Write(kH264Key), 0);
+        const auto is_there = [&](char what) {
+            return [=](const CardCall& call) {
+                return call.what == what && call.file == "hi000000.mp4" && call.offset == place;
+            };
+        };
+        bool is_given = false;
+        for (int i = 0; i < 10000 && !is_given; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(1))) {
+            const auto all = Tape::All();
+            const auto refused = std::find_if(all.begin(), all.end(), is_there('s'));
+            const auto again = std::find_if(refused, all.end(), is_there('w'));
+            is_given = std::find_if(again, all.end(), is_there('s')) != all.end();
+        }
+        EXPECT_TRUE(is_given);
+        KQ_RecordUninit();
+        ASSERT_TRUE(AwaitNoOpenFile());
+    }
 }
 
 TEST_F(HandOverTest, GivesTheCardEveryKeyRecordOfALongInterval) {

@@ -1,12 +1,10 @@
 // A card, a bound camera, and heads in memory in which the writer's run can begin.
 #pragma once
 
-#include <filesystem>
 #include <string>
 
 #include "libAVRecord.h"
 #include "support/BoundCamera.h"
-#include "support/WaitUntil.h"
 
 using std::string_literals::operator""s;
 
@@ -40,21 +38,5 @@ class OpenRun : public support::BoundCamera {
         return libAVRecordWriteFrame(channel, kind, frame.data(), &info);
     }
 
-    // A run's last second is handed over beside us; false when a file of the card stays open.
-    static bool AwaitNoOpenFile() {
-        return support::WaitUntil([] { return !HasOpenFile(); });
-    }
-
     support::Card card_;
-
-  private:
-    static bool HasOpenFile() {
-        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-            std::error_code gone;
-            if (std::filesystem::read_symlink(entry, gone).string().find("sdcard") != std::string::npos) {
-                return true;
-            }
-        }
-        return false;
-    }
 };

@@ -376,6 +376,39 @@ TEST_F(RecordLoop, ACardThatTakesNoDataEndsTheRunAndIsRecordedOnOnceItDoes) {
     EXPECT_EQ(AV_RecordInfoHeadGet()->m_u16RecordUseNo, 2);
 }
 
+TEST_F(RecordLoop, ARecordFileThatTakesNoDataIsLeftForTheNext) {
+    std::optional<support::CardFault> fault;
+    card_.Prepare({.files = 3, .current_length = 777});
+    const auto offer = [] {
+        for (int second = 0; second <= 10; ++second, ++uptime, ++wall) {
+            EXPECT_EQ(WriteKeyFrame(), -1);
+        }
+    };
+    EXPECT_EQ(Run([&] {
+                  EXPECT_EQ(WriteKeyFrame(), 0);
+                  const off64_t end = AV_RecordFileInfoHeadGet()->m_u32RecordFileSumLenth;
+                  fault.emplace(support::Refused{.offset = end});  // the frames, not the index
+                  offer();
+              }),
+              0);
+    EXPECT_EQ(CheckRecordStart(), 0);
+    EXPECT_TRUE(Logged(": record file 0 takes no data, recording goes on in file 1\n"));
+    EXPECT_EQ(Index(28, 4), "\1\0\0\0"s) << "another start would try the old file again";
+
+    ASSERT_TRUE(AwaitNoOpenFile()) << "the first frame is handed over, and the file has taken something";
+    fault.emplace(support::Refused{.length = 512});  // the first frame of any file
+    std::string current;
+    for (int run = 0; run < 3; ++run) {
+        SCOPED_TRACE(run);
+        current = Index(28, 4);
+        EXPECT_EQ(Run(offer), 0);
+        EXPECT_EQ(CheckRecordStart(), 0);
+    }
+    EXPECT_EQ(Index(28, 4), current) << "none takes anything: the ring's heads are not spent on trying";
+    fault.reset();
+    EXPECT_EQ(Run([] { EXPECT_EQ(WriteKeyFrame(), 0); }), 0);
+}
+
 TEST_F(RecordLoop, AFrameThatIsNotInTheRingAnyMoreIsNotWritten) {
     g_no_more_threads = true;
     EXPECT_EQ(StartAVStream(MSG_AV_TYPE_MSG5), 0);

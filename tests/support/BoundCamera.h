@@ -6,6 +6,7 @@
 #include <sys/shm.h>
 
 #include <atomic>
+#include <filesystem>
 
 #include "Clock.h"
 #include "libCameraAccess.h"
@@ -13,6 +14,7 @@
 #include "libOthers.h"
 #include "support/Card.h"
 #include "support/Stderr.h"
+#include "support/WaitUntil.h"
 
 namespace support {
 
@@ -41,10 +43,25 @@ class BoundCamera : public testing::Test {
     static SysInfo& Config() { return *GetSysconfigData(); }
     bool Logged(const std::string& text) const { return log_.Text().find(text) != std::string::npos; }
 
+    // A run's last second is handed over beside us; false when a file of the card stays open.
+    static bool AwaitNoOpenFile() {
+        return support::WaitUntil([] { return !HasOpenFile(); });
+    }
+
     static inline std::atomic<int64_t> wall;  // s since 1970 UTC
     static inline std::atomic<long> uptime;   // s since boot
 
   private:
+    static bool HasOpenFile() {
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+            std::error_code gone;
+            if (std::filesystem::read_symlink(entry, gone).string().find("sdcard") != std::string::npos) {
+                return true;
+            }
+        }
+        return false;
+    }
+
     static constexpr ClockSource kClock{[] {
                                             return timeval{static_cast<time_t>(wall.load()), 0};
                                         },

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "CardFile.h"
+#include "CardHealth.h"
 #include "RecordFormat.h"
 #include "Signal.h"
 #include "Thread.h"
@@ -87,13 +88,16 @@ struct HandOver::Job {
 
     // The thread's own.
     uint32_t stream_handed = 0;
+    uint32_t stream_refused = 0;  // end of what the card may have refused since
     uint32_t key_records_handed = 0;
+    uint32_t key_records_refused = 0;
     uint32_t heads_handed = 0;
     bool next_file_is_read = false;
 
     bool Prepare(const Begin& begin_now);
+    bool HandOverBytes(uint64_t first, uint64_t end, uint64_t refused) const;
     bool HandOverStream();
-    bool HandOverKeyRecords(uint32_t records) const;
+    bool HandOverKeyRecords(uint32_t records);
     void HandOverOnce();
     void ReadNext();
     void Close();
@@ -119,6 +123,7 @@ bool HandOver::Job::Prepare(const Begin& begin_now) {
     begin = begin_now;
     stream_end = stream_handed = begin.stream_end;
     key_records = key_records_handed = begin.key_records;
+    stream_refused = key_records_refused = 0;
     heads = heads_handed = 0;
     next_file_is_read = false;
     interval_ms = g_interval_ms;
@@ -133,6 +138,27 @@ void HandOver::Job::Close() {
     stream.Close();
 }
 
+// What the card refused counts as written for the system, and asked again it would say so: those bytes are written once
+// more.  They are final, so nobody else writes them, and the system still has them in memory or the card has them.
+bool WriteAgain(int fd, uint64_t first, uint64_t end) {
+    char bytes[16 * 1024];
+    while (first < end) {
+        const auto length = static_cast<int64_t>(std::min<uint64_t>(end - first, sizeof bytes));
+        if (card::ReadAt(card::Kind::kRecord, fd, first, bytes, length) != card::Result::kDone ||
+            card::WriteAt(card::Kind::kRecord, fd, first, bytes, length) != card::Result::kDone) {
+            return false;
+        }
+        first += static_cast<uint64_t>(length);
+    }
+    return true;
+}
+
+// Bytes of the record file; those below `refused` once more.
+bool HandOver::Job::HandOverBytes(uint64_t first, uint64_t end, uint64_t refused) const {
+    return WriteAgain(stream.Get(), first, std::min(refused, end)) &&
+           card::SyncRange(card::Kind::kRecord, stream.Get(), first, end - first) == card::Result::kDone;
+}
+
 // Stream data up to what is written now; what comes in meanwhile follows at once, so that the heads find it there.
 bool HandOver::Job::HandOverStream() {
     constexpr int kTries = 3;  // the writer may be as fast as the card
@@ -141,20 +167,26 @@ bool HandOver::Job::HandOverStream() {
         if (end == stream_handed) {
             return true;
         }
-        const auto result = card::SyncRange(card::Kind::kRecord, stream.Get(), stream_handed, end - stream_handed);
-        if (result != card::Result::kDone) {
-            return false;  // the same stretch is tried again
+        if (!HandOverBytes(stream_handed, end, stream_refused)) {
+            stream_refused = end;
+            return false;
         }
         stream_handed = end;
+        card::RecordFileTook();
     }
     return true;
 }
 
 // However many they are: an interval may be a minute long, and one that failed is tried again with the next.
-bool HandOver::Job::HandOverKeyRecords(uint32_t records) const {
+bool HandOver::Job::HandOverKeyRecords(uint32_t records) {
     const uint64_t first = KeyFrameRecordOffset(key_records_handed);
     const uint64_t end = std::max(KeyFrameRecordOffset(records), first + kPage);
-    return card::SyncRange(card::Kind::kRecord, stream.Get(), first, end - first) == card::Result::kDone;
+    if (!HandOverBytes(first, end, KeyFrameRecordOffset(key_records_refused))) {
+        key_records_refused = records;
+        return false;
+    }
+    key_records_handed = records;
+    return true;
 }
 
 // Stream data, the key-frame records that point into it, and the heads that count both, in this order.  Heads written
@@ -168,7 +200,6 @@ void HandOver::Job::HandOverOnce() {
     const bool is_handed = HandOverStream() && HandOverKeyRecords(records) &&
                            card::SyncRange(card::Kind::kIndex, index.Get(), 0, card::kToTheEnd) == card::Result::kDone;
     if (is_handed) {
-        key_records_handed = records;
         heads_handed = heads_now;
     }
     HandOverStream();

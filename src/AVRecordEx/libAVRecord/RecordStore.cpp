@@ -22,6 +22,10 @@ int AVRecordCardFailing(void) {
     return card::IsFailing() ? 1 : 0;
 }
 
+int AVRecordFileFails(void) {
+    return card::RecordFileFails() ? 1 : 0;
+}
+
 int KQ_RecordConfigGet(void) {
     return AV_SystemInfoInitCheck(card::kIndexPath);
 }

@@ -87,9 +87,13 @@ int KQ_RecordConfigGet(void);
  * fails is logged by the door to the card.  To be asked before a run changes a count or forces a key frame. */
 int AVRecordStoreIsWritable(uint32_t file_no);
 
-/* 1 when the card has turned read-only, is gone, or has refused every write for 10 s: a reason to end a run.
- * Ends with a write that works, or with the next KQ_RecordInit, which tries again. */
+/* 1 when the card has turned read-only, is gone, has refused what it was handed for 3 s, or every write for 10 s: a
+ * reason to end a run.  Ends with a write that works, or with the next KQ_RecordInit, which tries again. */
 int AVRecordCardFailing(void);
+
+/* 1 when record files refuse what is written while the file system takes it, else 0.  Says so once, until a record file
+ * has taken something. */
+int AVRecordFileFails(void);
 
 /* ---- Frames ------------------------------------------------------------------------------------- */
 

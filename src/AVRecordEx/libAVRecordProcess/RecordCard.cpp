@@ -51,6 +51,13 @@ AVRecordHeads g_heads{};  // as the card has them, or ought to
 AVRecordHeads g_refused{};  // of a section whose head the card refused
 bool g_has_refused = false;
 
+struct LeftFile {  // it refused what was written
+    bool is_one = false;
+    uint32_t number = 0;
+    uint32_t start = 0;  // of its lap; 0: nothing of it was recorded
+};
+LeftFile g_left;
+
 void SetHeads(const RecordSystemInfoHead_S& system, const RecordFileInfoHead_S& file) {
     AVRecordFramesHold();
     AVRecordHeadsLock();
@@ -136,9 +143,35 @@ void WriteHeads(int fd) {
     AV_SystemInfoHeadWrite(fd, &g_heads.system);
 }
 
+// Waits for the card: what is written only reaches the system's cache.  On failure errno says why.
+bool PutSystemHead(int fd, const RecordSystemInfoHead_S& system) {
+    return AV_SystemInfoHeadWrite(fd, &system) >= 0 &&
+           card::SyncRange(card::Kind::kIndex, fd, 0, sizeof system) == card::Result::kDone;
+}
+
 // A card that refused every write is tried with one that changes nothing, instead of with a run.
 bool TakesData(int fd) {
-    return AVRecordCardFailing() == 0 || AV_SystemInfoHeadWrite(fd, &g_heads.system) >= 0;
+    return AVRecordCardFailing() == 0 || PutSystemHead(fd, g_heads.system);
+}
+
+// When the file that was left is the current one still: the next one becomes it, as if this one were full.
+bool GoOnAfterLeft(int fd, AVRecordHeads* heads) {
+    const bool is_its_lap = g_left.start == 0 || g_left.start == heads->file.m_u32RecordStartTime;
+    if (!g_left.is_one || heads->system.m_u32RecordFileNo != g_left.number || !is_its_lap) {
+        return true;
+    }
+    RecordFileInfoHead_S full = heads->file;
+    full.m_u32RecordFileSumLenth = RECORD_STREAM_LIMIT;
+    AV_SystemInfoHeadUsedFileSumFresh(&heads->system, &full);
+    AV_SystemInfoHeadFileNoFresh(&heads->system, &full);
+    if (!PutSystemHead(fd, heads->system)) {
+        RecorderStatusActivity("card cannot be written");
+        return false;
+    }
+    LOG_ERROR_AS("AVRecordParamInit", ": record file %u takes no data, recording goes on in file %u\n", g_left.number,
+                 heads->system.m_u32RecordFileNo);
+    g_left = {};
+    return ReadFileHead(fd, heads->system.m_u32RecordFileNo, &heads->file);
 }
 
 // The door to the card has logged what failed.
@@ -172,7 +205,7 @@ bool CardLoadHeads() {
     AVRecordHeads heads{};
     SetHeads(heads.system, heads.file);
     RecorderStatusActivity("card cannot be read");
-    const Descriptor index = card::OpenIndex(AVFILE_READ);
+    const Descriptor index = card::OpenIndex(g_left.is_one ? AVFILE_READ_WRITE : AVFILE_READ);
     if (!index.IsOpen() || !Identify(index.Get(), &g_identity)) {
         LOG_TRACE_AS("AVRecordParamInit", ": open file fail \n");
         return false;
@@ -186,7 +219,8 @@ bool CardLoadHeads() {
         RecorderStatusActivity("card not prepared for recording");
         return false;
     }
-    if (!ReadFileHead(index.Get(), heads.system.m_u32RecordFileNo, &heads.file)) {
+    if (!ReadFileHead(index.Get(), heads.system.m_u32RecordFileNo, &heads.file) ||
+        !GoOnAfterLeft(index.Get(), &heads)) {
         return false;
     }
     g_heads = heads;
@@ -227,6 +261,21 @@ CardMatch CardMatchHeads() {
     }
     LOG_TRACE(": the card is another one or was changed, its heads are read anew\n");
     return CardMatch::Other;
+}
+
+bool CardLeaveFile() {
+    AVRecordHeads heads;
+    AVRecordHeadsCopy(&heads);
+    const Descriptor index = card::OpenIndex(AVFILE_READ_WRITE);
+    const bool takes_heads = index.IsOpen() && PutSystemHead(index.Get(), heads.system);
+    if (!takes_heads && errno != EROFS) {
+        return false;  // it is not the file
+    }
+    const bool is_in_use = heads.file.m_u32FileInfoHeadFlag == RECORD_FILE_FLAG;
+    g_left = {.is_one = true,
+              .number = is_in_use ? heads.file.m_u32FileInfoHeadNo : heads.system.m_u32RecordFileNo,
+              .start = heads.file.m_u32RecordStartTime};
+    return true;
 }
 
 void CardRetryRefused() {

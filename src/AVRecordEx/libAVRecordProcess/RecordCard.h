@@ -26,5 +26,9 @@ enum class CardMatch {
 // written are written again.
 CardMatch CardMatchHeads();
 
+// The current record file is left if it is not the whole card that refuses what is written: true, and the heads must be
+// loaded anew, with the next file as the current one.
+bool CardLeaveFile();
+
 // Tries the section head again that the card refused at the end of a run; to be called now and then.
 void CardRetryRefused();

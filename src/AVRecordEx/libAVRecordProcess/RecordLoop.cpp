@@ -399,6 +399,16 @@ void FinishFile() {
     }
 }
 
+bool FileFails() {
+    return AVRecordCardFailing() != 0 && AVRecordFileFails() != 0;
+}
+
+void LeaveFile() {
+    if (CardLeaveFile()) {
+        g_control.heads_loaded = false;
+    }
+}
+
 // The next section begins in the new day, and the schedule is asked about that day.  Bounded: a clock that was set
 // back to before midnight again is no reason to wait for long.
 void AwaitNewDay() {
@@ -412,6 +422,7 @@ void AwaitNewDay() {
 
 void EndRun(const Run& run) {
     LOG_TRACE_AS(kOperation, ": #########Record Over !!!!!!!!!!!!#######\n");
+    const bool file_failed = FileFails();
     AVRecordHeads heads;
     AVRecordHeadsCopy(&heads);
     LogEndTime(run.start_time.tv_sec + (KQ_COMMON_GetUptime() - run.start_uptime));
@@ -426,6 +437,9 @@ void EndRun(const Run& run) {
         TakeBackSection(run);
     } else {
         FinishFile();
+    }
+    if (file_failed) {
+        LeaveFile();
     }
     if (g_control.ended_at_midnight) {
         AwaitNewDay();
@@ -465,6 +479,9 @@ int StartRecord(int VideoId, int duration) {
         run.stream = VideoId;
         g_flags.stream = VideoId;
         if (!BeginRun(&run, settings, *config)) {
+            if (FileFails()) {
+                LeaveFile();
+            }
             return -1;
         }
     }

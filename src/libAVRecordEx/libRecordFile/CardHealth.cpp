@@ -18,7 +18,7 @@ namespace {
 constexpr long kNever = -1;
 constexpr long kRepeatSeconds = 60;
 constexpr long kWritesFailSeconds = 10;
-constexpr long kGoneSeconds = 3;  // nothing at all has worked for so long
+constexpr long kGoneSeconds = 3;  // nothing at all has worked for so long, or the card itself has refused
 constexpr int kOperations = 5;
 constexpr int kKinds = 3;  // kOther is not kept
 
@@ -39,6 +39,8 @@ struct Health {
     long writes_fail_since = kNever;
     long syncs_fail_since = kNever;  // then a write that works only reached the system's cache
     long all_fails_since = kNever;
+    bool file_fails[3] = {};  // a record file refuses to be read, to be written, to be handed over
+    bool file_fails_told = false;
     std::atomic<bool> has_trouble{false};  // anything above is not as it was at the start
     std::atomic<bool> is_failing{false};
 };
@@ -76,6 +78,14 @@ void LogFailure(Operation operation, const Place& place, int error, const Troubl
               name, where, error, std::strerror(error), trouble.failures, trouble.logged - trouble.began);
 }
 
+bool IsWriting(Operation operation) {
+    return operation == Operation::kWrite || operation == Operation::kSync;
+}
+
+bool& FileFails(Operation operation) {
+    return g_health.file_fails[operation == Operation::kSync ? 2 : operation == Operation::kWrite ? 1 : 0];
+}
+
 // What one more failure says of the card as a whole.
 void Judge(Operation operation, int error, long now) {
     Health& health = g_health;
@@ -84,12 +94,13 @@ void Judge(Operation operation, int error, long now) {
     }
     const bool is_away = error == ENODEV || error == ENXIO || error == EIO;
     bool is_failing = error == EROFS || (is_away && now - health.all_fails_since >= kGoneSeconds);
-    if (operation == Operation::kWrite || operation == Operation::kSync) {
+    if (IsWriting(operation)) {
         long& since = operation == Operation::kWrite ? health.writes_fail_since : health.syncs_fail_since;
         if (since == kNever) {
             since = now;
         }
-        is_failing = is_failing || now - since >= kWritesFailSeconds;
+        const bool is_told_by_card = operation == Operation::kSync && error == EIO;
+        is_failing = is_failing || now - since >= (is_told_by_card ? kGoneSeconds : kWritesFailSeconds);
     }
     if (is_failing) {
         health.is_failing = true;
@@ -117,7 +128,7 @@ void TellFailure(Operation operation, Kind kind, const Place& place, int error) 
     if (kind == Kind::kOther) {
         return;
     }
-    if (operation == Operation::kWrite) {
+    if (IsWriting(operation)) {
         RecorderStatusWriteFailed();
     }
     const long now = KQ_COMMON_GetUptime();
@@ -126,6 +137,10 @@ void TellFailure(Operation operation, Kind kind, const Place& place, int error) 
         const std::lock_guard lock(g_health.mutex);
         g_health.has_trouble = true;
         Judge(operation, error, now);
+        const bool is_transfer = IsWriting(operation) || operation == Operation::kRead;
+        if (is_transfer && kind == Kind::kRecord && error != EROFS) {
+            FileFails(operation) = true;
+        }
         Trouble& trouble = TroubleOf(operation, kind);
         if (!Count(trouble, error, now)) {
             return;
@@ -144,6 +159,10 @@ void TellSuccess(Operation operation, Kind kind) {
     {
         const std::lock_guard lock(g_health.mutex);
         g_health.all_fails_since = kNever;
+        if (IsWriting(operation) && kind == Kind::kRecord) {
+            FileFails(operation) = false;
+            FileFails(Operation::kRead) = false;
+        }
         long& since = operation == Operation::kSync ? g_health.syncs_fail_since : g_health.writes_fail_since;
         if (operation == Operation::kWrite || (operation == Operation::kSync && since != kNever)) {
             since = kNever;
@@ -165,8 +184,24 @@ bool IsFailing() {
     return g_health.is_failing;
 }
 
+bool RecordFileFails() {
+    const std::lock_guard lock(g_health.mutex);
+    const bool* const fail = g_health.file_fails;
+    const bool fails = (fail[0] || fail[1] || fail[2]) && !g_health.file_fails_told;
+    g_health.file_fails_told = g_health.file_fails_told || fails;
+    return fails;
+}
+
+void RecordFileTook() {
+    if (g_health.has_trouble.load(std::memory_order_relaxed)) {
+        const std::lock_guard lock(g_health.mutex);
+        g_health.file_fails_told = false;
+    }
+}
+
 void Pardon() {
     const std::lock_guard lock(g_health.mutex);
+    FileFails(Operation::kWrite) = FileFails(Operation::kSync) = false;
     g_health.writes_fail_since = kNever;
     g_health.syncs_fail_since = kNever;
     g_health.all_fails_since = kNever;
@@ -176,6 +211,7 @@ void Pardon() {
 void ForgetFailures() {
     Pardon();
     const std::lock_guard lock(g_health.mutex);
+    g_health.file_fails_told = false;
     for (auto& kinds : g_health.troubles) {
         for (Trouble& trouble : kinds) {
             trouble = {};

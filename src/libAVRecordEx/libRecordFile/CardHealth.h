@@ -24,8 +24,17 @@ struct Place {
 void TellFailure(Operation operation, Kind kind, const Place& place, int error);
 void TellSuccess(Operation operation, Kind kind);
 
-// The card turned read-only, or is gone, or every write has failed for 10 s.  Ends with the next write that works.
+// The card turned read-only, is gone, has refused what it was handed for 3 s, or every write for 10 s.  Ends with the
+// next write that works.
 bool IsFailing();
+
+// A record file refuses to be written since the last run began, or to be read, which is tried before it, and not
+// because the file system is read-only.  Not said again before a record file has taken something: where each of them
+// refuses, the ring's heads are not to be spent on trying.
+bool RecordFileFails();
+
+// Footage was handed over, and the card has it.
+void RecordFileTook();
 
 // A new run begins: the failures before it no longer count against the card.
 void Pardon();
