@@ -363,6 +363,13 @@ void Judge::Describe(const Cut& cut) const {
         std::printf("  file %zu: length %u, %u sections, %u key frames, %u to %u, claims %u\n", n,
                     head.m_u32RecordFileSumLenth, head.m_u32RecordSectionSum, head.m_u32RecordKeyFrameSum,
                     head.m_u32RecordStartTime, head.m_u32RecordEndTime, listing.claimed[n]);
+        for (uint32_t u = 1; u <= std::min(head.m_u32RecordSectionSum, RECORD_SECTION_MAX); ++u) {
+            const auto section = RecordAt<RecordInfoHead_S>(
+                medium_.File(kIndex), record_file::SectionHeadOffset(static_cast<uint32_t>(n), u));
+            std::printf("    section %u: %u bytes at %u, %u key frames, %u to %u\n", u, section.m_u32RecordSize,
+                        section.m_u32RecordStartPos, section.m_u32KeyFrameSum, section.m_u32RecordStartTime,
+                        section.m_u32RecordEndTime);
+        }
     }
     std::printf("  current file %u\n", listing.current);
     for (const card::Finding& finding : card::CheckStore(volume_))

@@ -44,7 +44,7 @@ uint64_t ClockOf(const uint8_t* pack) {
 }
 
 struct Section {
-    uint32_t start, position, size, key_frames, first_key;
+    uint32_t start, position, size, first_key;
     uint32_t end;  // of its bytes, that of a later section which begins inside of it taken off
 };
 
@@ -55,12 +55,11 @@ struct FileHead {
 // The tests of the heads.
 bool Counts(const Section& section, bool is_last, const FileHead& file) {
     const uint64_t end = uint64_t{section.position} + section.size;
-    const bool is_ahead = end > file.length;
     if (end > uint64_t{file.length} + (is_last ? kKeyFrameAt : kFrameMax) || section.position > file.length ||
         section.start < file.start)
         return false;
-    return section.first_key % 20 == 0 &&
-           (is_ahead || section.first_key / 20 + section.key_frames <= file.key_frames + 1);
+    // Of a section that is ahead, or once was, the last records are the next one's, or nobody's.
+    return section.first_key % 20 == 0 && section.first_key / 20 <= file.key_frames;
 }
 
 // The last one: the stream at its position.
@@ -77,7 +76,7 @@ std::vector<Section> SectionsOf(const uint8_t* block, uint32_t n, const FileHead
     for (uint32_t u = 1; u <= file.sections; ++u) {
         const uint8_t* const at = block + 64 * u;
         if (std::memcmp(at, "RIHF", 4) != 0 || Half(at + 12) != n || Half(at + 14) != u) continue;
-        Section section{Word(at + 4), Word(at + 16), Word(at + 20), Word(at + 28), Word(at + 32), 0};
+        Section section{Word(at + 4), Word(at + 16), Word(at + 20), Word(at + 32), 0};
         if (!Counts(section, u == file.sections, file)) continue;
         section.end = section.position + section.size;
         claimed = std::max(claimed, section.end);
