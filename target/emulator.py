@@ -4,7 +4,9 @@
 by counted instructions (500 million a second), so figures do not depend on what else this machine does.
 """
 
+import json
 import os
+import re
 import shutil
 import signal
 import socket
@@ -12,6 +14,8 @@ import struct
 import subprocess
 import sys
 import time
+from contextlib import contextmanager
+from datetime import datetime, timezone
 from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
@@ -23,8 +27,8 @@ RECORDCARD = ROOT / "build/release/card/recordcard"
 CROSS_LIBRARIES = Path("/usr/arm-linux-gnueabihf/lib")
 PARTITION_START = 8192 * 512  # bytes; where cards have their first partition
 
-MODULES = ["virtio_mmio", "virtio_pci", "virtio_console", "virtio_blk", "nls_cp437", "nls_ascii", "nls_iso8859-1", "nls_utf8", "fat",
-           "vfat", "cqhci", "sdhci", "sdhci-pci"]
+MODULES = ["virtio_mmio", "virtio_pci", "virtio_console", "nls_cp437", "nls_ascii", "nls_iso8859-1", "nls_utf8", "fat",
+           "vfat", "cqhci", "sdhci", "sdhci-pci", "dm-mod", "dm-flakey"]
 
 
 class CameraError(Exception):
@@ -44,9 +48,9 @@ def run(*arguments, **options):
 def build():
     if not (ROOT / "build/release/build.ninja").exists():
         run("cmake", "--preset", "release", "-DRECORDER_TESTS=OFF", cwd=ROOT)
-    run("cmake", "--build", ROOT / "build/release", "--target", "recordcard", cwd=ROOT)
+    run("nice", "cmake", "--build", ROOT / "build/release", "--target", "recordcard", cwd=ROOT)
     run("cmake", "--preset", "arm", cwd=ROOT)
-    run("cmake", "--build", ARM, "--target", "recorder", "guestcamera", cwd=ROOT)
+    run("nice", "cmake", "--build", ARM, "--target", "recorder", "guestcamera", "cardmap", cwd=ROOT)
 
 
 def needed_libraries(program):
@@ -62,17 +66,18 @@ def needed_libraries(program):
     return sorted(found | {"ld-linux-armhf.so.3"})
 
 
-def make_initrd(clip, recorder=RECORDER):
-    """The guest's file system in memory; returns the kernel and the archive."""
+def make_initrd(folder, clip, recorder=RECORDER):
+    """The guest's file system in memory, made in `folder`; returns the kernel and the archive."""
     run(HERE / "fetch", WORK / "guest")
-    tree = WORK / "initrd"
+    tree = Path(folder) / "initrd"
     shutil.rmtree(tree, ignore_errors=True)
-    for folder in ("bin", "lib/modules"):
-        (tree / folder).mkdir(parents=True)
+    for part in ("bin", "lib/modules"):
+        (tree / part).mkdir(parents=True)
     shutil.copy(WORK / "guest/bin/busybox", tree / "bin/busybox")
-    shutil.copy(recorder, tree / "bin")
-    shutil.copy(ARM / "target/guestcamera", tree / "bin")
-    run("arm-linux-gnueabihf-strip", tree / "bin/AVRecordAccess", tree / "bin/guestcamera")
+    shutil.copy(recorder, tree / "bin/AVRecordAccess")
+    for name in ("guestcamera", "cardmap"):
+        shutil.copy(ARM / "target" / name, tree / "bin")
+    run("arm-linux-gnueabihf-strip", *(tree / "bin" / name for name in ("AVRecordAccess", "guestcamera", "cardmap")))
     for name in needed_libraries(recorder):
         shutil.copy(CROSS_LIBRARIES / name, tree / "lib")
     for name in MODULES:
@@ -80,16 +85,18 @@ def make_initrd(clip, recorder=RECORDER):
             shutil.copy(module, tree / "lib/modules")
     shutil.copy(HERE / "guest/init", tree / "init")
     shutil.copy(clip, tree / "clip.bin")
-    archive = WORK / "initrd.gz"
-    subprocess.run(f"cd '{tree}' && find . | cpio -o -H newc -R 0:0 --quiet | gzip -1 >'{archive}.new'", shell=True, check=True)
-    os.rename(f"{archive}.new", archive)
+    archive = Path(folder).resolve() / "initrd.gz"
+    subprocess.run(f"cd '{tree}' && find . | cpio -o -H newc -R 0:0 --quiet | gzip -1 >'{archive}'", shell=True, check=True)
+    shutil.rmtree(tree)
     return next((WORK / "guest/boot").glob("vmlinuz-*")), archive
 
 
 def make_clip(source="test"):
-    clip = WORK / ("test.clip" if source == "test" else "input.clip")
+    """A video file, or a test picture of 4 Mbit/s; "test32" has 32."""
+    is_test = re.fullmatch(r"test\d*", source)
+    clip = WORK / (f"{source}.clip" if is_test else "input.clip")
     WORK.mkdir(parents=True, exist_ok=True)
-    if source != "test" or not clip.exists():
+    if not is_test or not clip.exists():
         run(sys.executable, HERE / "make-clip", source, f"{clip}.new")
         os.rename(f"{clip}.new", clip)
     return clip
@@ -126,46 +133,47 @@ def copy_data(source, source_start, target, target_start):
                 at += len(data)
 
 
-def copy_card(image, copy):
-    with open(copy, "wb") as file:
-        file.truncate(image.stat().st_size)
-    copy_data(image, 0, copy, 0)
-
-
 # ---- One boot
+
+
+def image_node(name, image):
+    return {"node-name": name, "driver": "raw", "file": {"driver": "file", "filename": str(Path(image).resolve())}}
 
 
 class Camera:
     """A booted camera.  `card` is written as the guest writes it; what was cut off never reaches it."""
 
-    def __init__(self, kernel, initrd, card, folder, mount="noatime", vm="", trace=False, log=""):
+    def __init__(self, kernel, initrd, card, folder, mount="noatime", vm="", trace=False, mapped=False, clock=None, log=""):
         self.folder = Path(folder)
         self.folder.mkdir(parents=True, exist_ok=True)
         self.console = self.folder / "console.log"
         self.journal = self.folder / "journal.log"
         self.log = self.folder / "recorder.log"
         self.trace = self.folder / "trace.log"
-        control = self.folder / "control"
-        for stale in (self.console, self.journal, self.log, self.trace, control):  # nobody takes an earlier boot's words for this one's
+        self.control = self.folder / "control"
+        self.monitor = self.folder / "monitor"
+        for stale in (self.console, self.journal, self.log, self.trace, self.control, self.monitor):  # nobody takes an earlier boot's words for this one's
             stale.unlink(missing_ok=True)
+        self.booted = int(clock or time.time())  # the guest's clock begins here
         command = ["qemu-system-arm", "-M", "virt,highmem=off", "-cpu", "cortex-a7", "-smp", "1", "-m", "192", "-nographic",
-                   "-no-reboot", "-nodefaults", "-icount", "shift=1,sleep=off", "-rtc", "base=utc,clock=vm",
+                   "-no-reboot", "-nodefaults", "-icount", "shift=1,sleep=off",
+                   "-rtc", f"base={datetime.fromtimestamp(self.booted, timezone.utc):%Y-%m-%dT%H:%M:%S},clock=vm",
                    "-kernel", kernel, "-initrd", initrd,
-                   "-append", f"console=ttyAMA0 panic=1 quiet mount={mount} vm={vm} trace={int(trace)} log={log}",
-                   "-device", "sdhci-pci", "-drive", f"if=none,id=card,format=raw,cache=writethrough,file={card}",
-                   "-device", "sd-card,drive=card", "-serial", f"file:{self.console}", "-monitor", "none",
+                   "-append", f"console=ttyAMA0 panic=1 quiet mount={mount} vm={vm} trace={int(trace)} "
+                   f"mapped={int(mapped)} log={log}",
+                   "-blockdev", json.dumps(image_node("card", card)), "-device", "sdhci-pci", "-device", "sd-card,id=sd,drive=card",
+                   "-serial", f"file:{self.console}", "-monitor", "none", "-qmp", f"unix:{self.monitor},server=on,wait=off",
                    "-device", "virtio-serial-device"]
         for name, path in (("journal", self.journal), ("log", self.log), ("trace", self.trace)):
             command += ["-chardev", f"file,id={name},path={path}", "-device", f"virtserialport,chardev={name},name={name}"]
-        command += ["-chardev", f"socket,id=control,path={control},server=on,wait=off",
+        command += ["-chardev", f"socket,id=control,path={self.control},server=on,wait=off",
                     "-device", "virtserialport,chardev=control,name=control"]
-        self.control = control
-        self.booted = int(time.time())  # the guest's clock begins here
         self.published_at_cut = 0
+        self.told = 0
         self.process = subprocess.Popen([str(part) for part in command], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                                         stderr=open(self.folder / "emulator.log", "wb"))
 
-    def wait_for(self, text, file=None, seconds=120):
+    def wait_for(self, text, file=None, seconds=600):
         """Until `text` stands in the console (or another of the camera's logs)."""
         path = file or self.console
         end = time.monotonic() + seconds
@@ -181,6 +189,12 @@ class Camera:
         """Pictures published so far."""
         return self.journal.read_bytes().count(b"kind=video") if self.journal.exists() else 0
 
+    def published_bytes(self):
+        """The same, with sound, as it is packed (about)."""
+        if not self.journal.exists():
+            return 0
+        return sum(int(length) + 40 for length in re.findall(rb"stream=0 .*length=(\d+)", self.journal.read_bytes()))
+
     def wait_published(self, count, seconds=600):
         end = time.monotonic() + seconds
         while self.published() < count:
@@ -188,34 +202,59 @@ class Camera:
                 raise CameraError(f"only {self.published()} of {count} pictures\n{self.last_words()}")
             time.sleep(0.05)
 
-    def ask(self, command, answer):
-        """A line for the guest's first process, which says `answer` on the console."""
+    def tell(self, line):
+        """A line for the camera's shell; "stop" is an orderly power off."""
         with socket.socket(socket.AF_UNIX) as control:
             control.connect(str(self.control))
-            control.sendall(command.encode() + b"\n")
-            self.wait_for(answer, seconds=600)
+            control.sendall(f"{line}\n".encode())
+            if line == "stop":
+                self.process.wait(600)
+            else:
+                self.told += 1
+                self.wait_for(f"camera: done {self.told}")
 
-    def stop(self, seconds=120):
-        """Power off in order."""
-        with socket.socket(socket.AF_UNIX) as control:
-            control.connect(str(self.control))
-            control.sendall(b"stop\n")
-            self.process.wait(seconds)
+    def pull(self):
+        """The card is pulled out."""
+        self._ask("blockdev-remove-medium", id="sd")
+
+    def insert(self, node="card"):
+        self._ask("blockdev-insert-medium", **{"id": "sd", "node-name": node})
+
+    def add_image(self, node, image):
+        """Another card to insert."""
+        self._ask("blockdev-add", **image_node(node, image))
+
+    def _ask(self, command, **arguments):
+        with socket.socket(socket.AF_UNIX) as monitor:
+            monitor.connect(str(self.monitor))
+            lines = monitor.makefile("rw")
+            for request in ({"execute": "qmp_capabilities"}, {"execute": command, "arguments": arguments}):
+                print(json.dumps(request), file=lines, flush=True)
+                while True:  # greeting and events come between
+                    answer = json.loads(lines.readline())
+                    if "error" in answer:
+                        raise CameraError(f"{command}: {answer['error']['desc']}")
+                    if "return" in answer:
+                        break
 
     def cut(self):
         """The power goes."""
         if self.process.poll() is None:
-            self.process.send_signal(signal.SIGSTOP)
-            self.published_at_cut = self.published()
+            self._stand_still()
             self.process.send_signal(signal.SIGKILL)
         self.process.wait()
 
-    def freeze(self, card, copy):
-        """What a cut at this moment would leave, without the cut."""
+    def _stand_still(self):
         self.process.send_signal(signal.SIGSTOP)
+        os.waitid(os.P_PID, self.process.pid, os.WSTOPPED | os.WEXITED | os.WNOWAIT)  # a write under way ends first
         self.published_at_cut = self.published()
+
+    @contextmanager
+    def frozen(self):
+        """Meanwhile the card is what a cut at this moment would leave.  The guest does not notice that it stood still."""
+        self._stand_still()
         try:
-            copy_card(card, copy)
+            yield
         finally:
             self.process.send_signal(signal.SIGCONT)
 

@@ -4,15 +4,16 @@ import re
 import struct
 import subprocess
 import sys
-from dataclasses import dataclass
+from dataclasses import dataclass, field, replace
 from pathlib import Path
 
 import emulator
 
 sys.path.insert(0, str(emulator.ROOT / "tests/end_to_end"))
-from card_reader import Card, FormatError, need  # noqa: E402
+from card_reader import KEY_FRAME_BASE, STREAM_LIMIT, Card, FormatError, need  # noqa: E402
 
 FRAME_RATE = 25
+AFTER_LIMIT = 4 << 20  # more than arrives until the recording of a full file ends
 PICTURE_STAMP = re.compile(rb"recframerecframe([0-9a-f]{16})\x80$")
 SOUND_STAMP = re.compile(rb"^recsound([0-9a-f]{16})")
 
@@ -23,12 +24,14 @@ class ImageCard(Card):
     def __init__(self, image):
         super().__init__(str(image))
         self.image = open(image, "rb")
-        start = struct.unpack_from("<I", self._bytes(0, 512), 446 + 8)[0] * 512
+        first, self.sectors = struct.unpack_from("<II", self._bytes(0, 512), 446 + 8)  # of the partition
+        self.start = start = first * 512
         boot = self._bytes(start, 512)
         sector, cluster, reserved = struct.unpack_from("<HBH", boot, 11)
         fat_sectors, = struct.unpack_from("<I", boot, 36)
         root, = struct.unpack_from("<I", boot, 44)
         self.cluster_bytes = sector * cluster
+        self.fats = [start + (reserved + i * fat_sectors) * sector for i in range(2)]
         self.data = start + (reserved + 2 * fat_sectors) * sector
         self.places = {}
         for at in range(0, self.cluster_bytes, 32):
@@ -39,7 +42,10 @@ class ImageCard(Card):
                 high, low, size = struct.unpack_from("<H4xHI", entry, 20)
                 self.places[entry[:11]] = (self._place(high << 16 | low), size)
 
-    def close(self):
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
         self.image.close()
 
     def _place(self, cluster):
@@ -62,9 +68,9 @@ class Found:
 
     file: int
     number: int
-    start: int
-    stamps: list  # of its pictures, in order
-    claimed: int  # pictures, by its head
+    start: int = 0
+    stamps: list = field(default_factory=list)  # of its pictures, in order
+    claimed: int = 0  # pictures, by its head
     broken: str = ""  # why reading ended before the claimed size
 
 
@@ -79,34 +85,41 @@ def stamped(frame):
 
 
 def read_section(card, section):
-    found = Found(section.file, section.number, section.start, [], section.frames)
+    """What a section holds; with the pictures that came after its file was full, which its head counts and its size does not."""
+    found = Found(section.file, section.number, section.start, claimed=section.frames)
+    size, reached = section.size, 0
+    if section.position + size > STREAM_LIMIT:
+        section = replace(section, size=min(KEY_FRAME_BASE - section.position, size + AFTER_LIMIT))
     try:
         for frame in card.frames(section):
             number = stamped(frame)
+            is_late = frame.offset >= size
             if frame.kind == "video":
-                need(not found.stamps or number > found.stamps[-1], f"picture {number} after {found.stamps[-1:]}")
+                last = found.stamps[-1] if found.stamps else number - 1
+                need(number == last + 1 if is_late else number > last, f"picture {number} after {last}")
                 found.stamps.append(number)
+            reached = frame.offset + frame.packed
     except FormatError as error:
-        found.broken = str(error)
+        found.broken = str(error) if reached < size else ""
     return found
 
 
 def read_card(image):
-    card = ImageCard(image)
-    try:
-        return [read_section(card, s) for s in card.all_sections() if s.size]
-    finally:
-        card.close()
+    found = []
+    with ImageCard(image) as card:
+        for number in range(card.system().file_count):
+            try:
+                found += [read_section(card, s) for s in card.sections(number) if s.size]
+            except FormatError as error:  # a head that the file's head counts is not there
+                found.append(Found(number, 0, broken=str(error)))
+    return found
 
 
-def partition(image, copy):
-    """The partition alone, for checkers that know no partition table."""
-    start, sectors = struct.unpack_from("<II", Path(image).open("rb").read(512), 446 + 8)
-    with open(copy, "wb") as file:
-        file.truncate(sectors * 512)
-    emulator.copy_data(image, start * 512, copy, 0)
-    with open(copy, "rb+") as file:
-        file.truncate(sectors * 512)
+def file_system_alone(image, copy):
+    """The partition without its files' data, for checkers that know no partition table."""
+    with ImageCard(image) as card, open(copy, "wb") as file:
+        file.write(card._bytes(card.start, min(place for place, _ in card.places.values()) - card.start))
+        file.truncate(card.sectors * 512)
     return copy
 
 
@@ -117,7 +130,7 @@ HARMLESS = re.compile(r"fsck\.fat|Free cluster summary|There are differences bet
 
 def file_system_faults(image, scratch):
     """What fsck finds in the file system."""
-    part = partition(image, scratch)
+    part = file_system_alone(image, scratch)
     done = subprocess.run(["fsck.vfat", "-n", str(part)], capture_output=True, text=True)
     part.unlink()
     return [line for line in done.stdout.splitlines() if not HARMLESS.search(line)]
