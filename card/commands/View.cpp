@@ -40,8 +40,7 @@ int View(const ViewArguments& arguments) {
     if (!arguments.listen.empty()) {
         throw CardError(
             "The card is shown to this computer alone: to send its pictures over a network would need a password and "
-            "an "
-            "encrypted connection, which this command does not have. From another computer use ssh: "
+            "an encrypted connection, which this command does not have. From another computer use ssh: "
             "ssh -L PORT:127.0.0.1:PORT THIS_COMPUTER, with the port that the command prints.",
             kUsage);
     }

@@ -6,6 +6,7 @@ import pathlib
 import random
 import re
 import shutil
+import socket
 import subprocess
 import sys
 import tempfile
@@ -338,6 +339,39 @@ class Viewer(PageTest):
         os.remove(path)
 
 
+    def test_no_way_leads_out(self):
+        """Whatever a script in the page tried, if one ever got there: a server on this computer does not get a byte."""
+        listening = socket.create_server(("127.0.0.1", 0))
+        self.addCleanup(listening.close)
+        address = "127.0.0.1:%d" % listening.getsockname()[1]
+        browser = Browser(PAGE)  # its log will be full of attempts
+        worker = f"for (const f of [() => fetch('http://{address}/'), () => importScripts('http://{address}/'), () => new WebSocket('ws://{address}/')])" \
+                 "{ try { f().catch(() => {}); } catch {} } setTimeout(() => postMessage(1), 300);"
+        try:
+            browser.run(f"""(async () => {{
+                const at = 'http://{address}/', add = (tag, set) => document.body.append(Object.assign(document.createElement(tag), set));
+                const ways = [() => fetch(at, {{ mode: 'no-cors' }}), () => {{ const x = new XMLHttpRequest(); x.open('GET', at); x.send(); }},
+                    () => new WebSocket('ws://{address}/'), () => new EventSource(at), () => navigator.sendBeacon(at, 'x'), () => import(at),
+                    () => add('img', {{ src: at }}), () => add('video', {{ src: at }}), () => add('iframe', {{ src: at }}), () => add('script', {{ src: at }}),
+                    () => add('link', {{ rel: 'stylesheet', href: at }}), () => add('link', {{ rel: 'prefetch', href: at }}),
+                    () => add('style', {{ textContent: `@import "${{at}}"; body {{ background: url(${{at}}) }}` }}),
+                    () => {{ const f = document.createElement('form'); f.action = at; f.method = 'post'; document.body.append(f); f.submit(); }}];
+                for (const way of ways) {{ try {{ const done = way(); if (done && done.catch) done.catch(() => {{}}); }} catch {{}} }}
+                await new Promise(done => {{
+                    const w = new Worker(URL.createObjectURL(new Blob([{json.dumps(worker)}]))); w.onmessage = done; }});
+            }})()""")
+            browser.wait("violations.length >= 10")
+        finally:
+            browser.close()
+        listening.setblocking(False)
+        with self.assertRaises(BlockingIOError):
+            while True:  # a browser may connect ahead of what the policy then stops
+                connection = listening.accept()[0]
+                connection.settimeout(60)
+                with connection:
+                    self.assertEqual(connection.recv(1000), b"")
+
+
 class Served(unittest.TestCase):
     """recordcard view: the same page and the card's bytes from this computer."""
 
@@ -387,7 +421,10 @@ class Served(unittest.TestCase):
         self.assertEqual(self.get(self.root, Host="card.example")[0].status, 404, "another name for this address")
         for method in ("POST", "PUT", "DELETE"):
             self.assertEqual(self.get(self.root + "list.json", method)[0].status, 404, method)
-        self.assertEqual(subprocess.run([TOOL, "view", self.card, "--listen", "0.0.0.0"], stderr=subprocess.PIPE).returncode, 2)
+        listen = subprocess.run([TOOL, "view", self.card, "--listen", "0.0.0.0"], stderr=subprocess.PIPE, text=True)
+        self.assertEqual(listen.returncode, 2)
+        self.assertIn("would need a password and an encrypted connection", listen.stderr)
+        self.assertIn("ssh -L PORT:127.0.0.1:PORT", listen.stderr)
         self.assertEqual(subprocess.run([TOOL, "view", self.folder / "h265" / "index000.bin"], stderr=subprocess.PIPE).returncode, 3)
 
     def test_plays_in_a_browser_that_asks_nobody_else(self):
@@ -412,7 +449,7 @@ class Page(unittest.TestCase):
     def test_is_small_and_cannot_connect(self):
         page = (ROOT / "viewer" / "viewer.html").read_text()
         self.assertLess(len(page), 3 << 19)
-        for way_out in ("RTCPeerConnection", "WebSocket", "EventSource", "sendBeacon", "connect-src", "https:", "importScripts"):
+        for way_out in ("RTCPeerConnection", "WebSocket", "EventSource", "sendBeacon", "connect-src", "preconnect", "dns-prefetch", "https:", "importScripts"):
             self.assertNotIn(way_out, page)
 
 
