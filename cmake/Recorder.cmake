@@ -63,7 +63,7 @@ function(recorder_test name)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/desk/in-camera ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${name}>)
   if(NOT ARG_TIMEOUT)
-    set(ARG_TIMEOUT 120)
+    set(ARG_TIMEOUT 300)
   endif()
   if(RECORDER_SANITIZE) # built without optimization, and watched
     math(EXPR ARG_TIMEOUT "${ARG_TIMEOUT} * 5")
