@@ -214,7 +214,8 @@ void Judge::JudgeItems(const Cut& cut, const Listing& listing, Verdict& verdict)
             const auto section = RecordAt<RecordInfoHead_S>(index, item.offset);
             const bool is_short = uint64_t{section.m_u32RecordStartPos} + section.m_u32RecordSize < length_of(file);
             const bool is_another = std::memcmp(&section, item.Newest(cut.at)->data(), 2 * sizeof(uint32_t)) != 0;
-            if (is_short || is_another) verdict.rows.insert(Row::kSectionBehind);
+            const bool is_full = length_of(file) >= RECORD_STREAM_LIMIT;  // then lengths stand still, and counts do not
+            if (is_short || is_another || is_full) verdict.rows.insert(Row::kSectionBehind);
         }
     }
     for (const Frame& frame : frames_) {  // of a lap whose file still has the head of the one before
