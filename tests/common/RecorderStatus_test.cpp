@@ -113,6 +113,7 @@ TEST_F(StateFile, OneThatCannotBeWrittenIsLoggedOnceAndTriedAgain) {
         RecorderStatusFrameTorn();
         for (int i = 0; i < 5; ++i) PublishASecondLater();
         EXPECT_EQ(LoggedLines(), before + 1) << name;
+        EXPECT_FALSE(fs::is_regular_file(kState + ".new")) << "what could not take its place is gone";
         fs::remove_all(name);
         PublishASecondLater();
         EXPECT_TRUE(Says("activity testing")) << name << ": tried again although nothing changed since";

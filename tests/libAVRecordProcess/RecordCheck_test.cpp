@@ -263,6 +263,8 @@ TEST_F(RecordCheck, MotionJpegIsNeverRecorded) {
     EXPECT_EQ(Mp4RecordVideoCallbackFunc(AV_FRAME_TYPE_VIDEO, 0, picture, &info), 0);
     info.AVDataLen = 1;
     EXPECT_EQ(Mp4RecordVideoCallbackFunc(AV_FRAME_TYPE_VIDEO, 0, picture, &info), -1) << "looked at, not dropped";
+    EXPECT_EQ(Mp4RecordVideoCallbackFunc(AV_FRAME_TYPE_AUDIO, 0, picture, &info), -1) << "of this stream: no key frame";
+    EXPECT_EQ(Mp4RecordVideoCallbackFunc(AV_FRAME_TYPE_VIDEO, 1, picture, &info), 0) << "of another stream";
     KQ_RecordUninit();
 }
 

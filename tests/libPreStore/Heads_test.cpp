@@ -63,6 +63,7 @@ TEST(Heads, AFreshSystemHeadMakesItARecordingCard) {
         prestore::Format(image.Path().c_str(), {.video_percent = 75, .system_head = true, .progress = progress});
     ASSERT_TRUE(result.Ok()) << result.message;
     EXPECT_EQ(last, expected);
+    EXPECT_GT(last, 0u);
     const std::string index = image.File("index000.bin");
     const std::string copy = "/tmp/index000.bin";
     FILE* file = fopen(copy.c_str(), "we");
