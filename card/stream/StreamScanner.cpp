@@ -91,6 +91,18 @@ size_t FindPack(const uint8_t* bytes, size_t length) {
     return length;
 }
 
+// A header of this stream begins in a payload: neither coded pictures (their start codes are followed by smaller
+// values) nor sound can hold one by chance.  `readable`: bytes that may be looked at, `length` of them the payload.
+bool HasHeaderInside(const uint8_t* bytes, size_t length, size_t readable) {
+    static constexpr uint8_t kStartCode[] = {0, 0, 1};
+    const uint8_t* const end = bytes + readable;
+    for (const uint8_t* at = bytes;; at += sizeof kStartCode) {
+        at = static_cast<const uint8_t*>(memmem(at, static_cast<size_t>(end - at), kStartCode, sizeof kStartCode));
+        if (at == nullptr || at >= bytes + length || end - at < PS_PACK_HEADER_SIZE) return false;
+        if (GoodPack(at) || GoodPacket(at, kVideoId) || GoodPacket(at, kAudioId)) return true;
+    }
+}
+
 size_t FindStreamHead(const uint8_t* bytes, size_t length) {
     const void* found = memmem(bytes, length, kStreamHead, 4);
     return found == nullptr ? length : static_cast<size_t>(static_cast<const uint8_t*>(found) - bytes);
@@ -125,6 +137,8 @@ const char* GarbageText(Garbage::Reason reason) {
             return "the packets of one frame disagree about its clock";
         case Garbage::Reason::CutOff:
             return "the frame is cut off";
+        case Garbage::Reason::Torn:
+            return "the frame is torn, and another one shows inside of it";
     }
     return "";
 }
@@ -251,6 +265,10 @@ std::optional<Garbage::Reason> StreamScanner::TakePackets(uint8_t stream_id, uin
         const uint32_t length = Big16(packet + 4) == 0 ? 0 : Big16(packet + 4) - 8;
         const uint64_t begin = at + PS_PES_HEADER_SIZE;
         if (length > end_ - begin) return Garbage::Reason::CutOff;
+        const size_t readable = static_cast<size_t>(std::min<uint64_t>(length + PS_PACK_HEADER_SIZE, end_ - begin));
+        const uint8_t* payload = Bytes(begin, readable);
+        if (payload == nullptr) return Garbage::Reason::CutOff;
+        if (HasHeaderInside(payload, length, readable)) return Garbage::Reason::Torn;
         frame_.payload.push_back({begin, length});
         at = begin + length;
     } while (!one);

@@ -64,6 +64,7 @@ struct Garbage {
         BadPacket,   // a packet header is wrong, or its length impossible
         MixedClock,  // the packets of one frame disagree about its clock
         CutOff,      // the range ends inside of it
+        Torn,        // another frame's header stands inside its payload: part of it was never written, or written over
     };
     uint64_t offset = 0;
     uint64_t length = 0;  // up to where the walk goes on

@@ -13,6 +13,7 @@
 
 #include "fixture/CardFixture.h"
 #include "fixture/Place.h"
+#include "volume/Volume.h"
 
 namespace {
 
@@ -388,10 +389,30 @@ TEST_F(Export, NothingOfAnEarlierLapIsShown) {
 }
 
 TEST_F(Export, ARingThatHasBegunItsSecondLapIsExportedInOrder) {
-    const SectionPlan plan{.seconds = 26, .rate = 30, .frame_bytes = 390000};  // a little more than a file
+    const SectionPlan plan{
+        .seconds = 26, .pause = 600, .rate = 30, .frame_bytes = 390000};  // a little more than a file
     const Recording card = Card{.files = 2, .sections = {plan, plan, plan}}.RecordFolder(Path("card"));
     ASSERT_TRUE(card.sections.front().overwritten);
-    ExpectSamePictures(Decode(Made(card, "clip.mkv", {"--all"})), Source(card.KeptVideo(), false));
+    const std::vector<const WrittenFrame*> video = card.KeptVideo();
+    ExpectSamePictures(Decode(Made(card, "clip.mkv", {"--all"})), Source(video, false));
+
+    // A picture whose tail did not reach the card: a frame of the earlier lap begins in it.
+    const fixture::WrittenSection& newest = card.sections.back();
+    const std::string file = ::card::Volume::RecordFileName(newest.file);
+    const auto old = std::find_if(card.frames.begin(), card.frames.end(), [&](const WrittenFrame& frame) {
+        return frame.video && frame.file == newest.file && frame.offset > card.frames.back().offset + (1u << 20);
+    });
+    std::vector<const WrittenFrame*> section;
+    std::copy_if(video.begin(), video.end(), std::back_inserter(section),
+                 [&](const WrittenFrame* frame) { return frame->section + 1 == card.sections.size(); });
+    ASSERT_NE(old, card.frames.end());
+    const WrittenFrame& torn = *section[section.size() / 2];
+    card.Corrupt(file, (torn.offset + torn.size / 2) / 512 * 512, card.Read(file, old->offset / 512 * 512, 100 << 10));
+    std::string wanted;
+    for (const WrittenFrame* frame : section) wanted += frame == &torn ? "" : frame->unit;
+    const std::string name = std::to_string(newest.file) + ":" + std::to_string(newest.number);
+    EXPECT_TRUE(ReadAll(Made(card, "clip.h264", {"--section", name})) == wanted);
+    EXPECT_NE(Tool({"check", card.path}).out.find("another one shows inside"), std::string::npos);
 }
 
 TEST_F(Export, DamagedBytesAreLeftOutAndTheRestIsExported) {
@@ -451,6 +472,12 @@ TEST_F(Export, RawFilesAreTheStreamItself) {
     }
     EXPECT_EQ(ReadAll(Made(card, "clip.h265", {"--all"})), units);
     EXPECT_EQ(ReadAll(Made(card, "clip.ps", {"--all"})), packed);
+    // Into a pipe nothing but the clip.
+    const Outcome piped = Tool({"export", card.path, "--all", "--to-stdout"});
+    EXPECT_EQ(piped.status, 0) << piped.err;
+    EXPECT_NE(piped.err.find("48 pictures"), std::string::npos) << piped.err;
+    std::ofstream(Path("piped.mkv"), std::ios::binary) << piped.out;
+    EXPECT_EQ(Decode(Path("piped.mkv")).size(), 4 * 12u);
 }
 
 TEST_F(Export, NeverHarmsWhatIsThere) {
