@@ -59,7 +59,10 @@ class FileCheck {
     void Run(const StoreFile& record, const SurveyProgress& progress, const SurveyVisitor& visit) {
         Surveyor surveyor(record, progress);
         surveyor.GoTo(file_.Length());
-        if (!file_.Full()) surveyor.GoToHole();
+        if (!file_.Full()) {
+            surveyor.GoTo(uint64_t{file_.Length()} + record_file::kAheadMax);
+            surveyor.GoToHole();
+        }
         survey_ = surveyor.Result();
         for (const Section& section : index_.AllSections()) {
             if (section.file == file_.number) sections_.push_back(&section);
@@ -192,8 +195,10 @@ class FileCheck {
             if (hole.offset + hole.length <= section.Begin() || hole.offset >= section.Limit()) return;
             const bool cut = hole.reason == Garbage::Reason::CutOff && section.cut_bytes != 0;
             if (cut) return;
-            Add(Level::Error, "stream-damaged", hole.offset,
-                FormatText("%llu bytes of ", static_cast<unsigned long long>(hole.length)) + NameOf(section) +
+            const uint64_t begin = std::max(hole.offset, section.Begin());
+            const uint64_t end = std::min(hole.offset + hole.length, section.Limit());
+            Add(Level::Error, "stream-damaged", begin,
+                FormatText("%llu bytes of ", static_cast<unsigned long long>(end - begin)) + NameOf(section) +
                     " are no footage: " + GarbageText(hole.reason),
                 "what was recorded there is lost; the rest plays", Mend::Nothing);
         };
@@ -388,28 +393,36 @@ class FileCheck {
                 "new footage may be indexed at wrong places");
     }
 
-    // What a power cut left behind the heads.
+    // What a power cut left after the heads.  It may begin with sound or, as pages reach the card in any order, with
+    // a hole; after one only the next times are taken for the file's own.
     void CheckBehind() {
-        std::vector<const SurveyedFrame*> behind;
+        const uint64_t newest = file_.head.m_u32RecordEndTime;
+        size_t frames = 0;
+        size_t pictures = 0;
+        uint32_t first = 0;
+        uint32_t last = 0;
         for (const Recording& recording : recordings_) {
             for (const SurveyedFrame* frame : FramesOf(survey_, SpanOf(recording))) {
-                if (frame->offset >= file_.Length() && frame->video) behind.push_back(frame);
+                if (frame->offset < file_.Length() || frame->time + uint64_t{kClockStepBack} < newest) continue;
+                const uint64_t begin = frame->offset - (frame->headed ? kStreamHeadSize : 0);
+                const bool joined = frames != 0 || begin == file_.Length();
+                const bool close = frame->time + uint64_t{kEndSlack} >= newest &&
+                                   frame->time <= newest + record_file::kAheadSecondsMax;
+                if (!joined && !close) continue;
+                if (frames++ == 0) first = frame->time;
+                pictures += frame->video ? 1 : 0;
+                last = std::max(first, frame->time);
             }
         }
-        if (behind.empty()) return;
-        const SurveyedFrame& first = *behind.front();
-        if (first.offset - (first.headed ? kStreamHeadSize : 0) != file_.Length()) return;
-        if (uint64_t{first.time} + kClockStepBack < file_.head.m_u32RecordEndTime) return;
+        if (frames == 0) return;
         Add(Level::Remark, "footage-uncounted", file_.Length(),
-            FormatText("%zu pictures (%s) lie behind what the heads count, as after a power cut", behind.size(),
-                       Duration(behind.back()->time - std::min(first.time, behind.back()->time)).c_str()),
+            FormatText("%zu pictures (%s) lie after what the heads count, as after a power cut", pictures,
+                       Duration(last - first).c_str()),
             "they are not listed, and are written over when recording goes on", Mend::File);
     }
 
-    SectionSpan SpanOf(const Recording& recording) const {
-        const size_t next = static_cast<size_t>(&recording - recordings_.data()) + 1;
-        return {recording.begin, next < recordings_.size() ? recordings_[next].begin : recording.end,
-                recording.first_time, UINT32_MAX};
+    static SectionSpan SpanOf(const Recording& recording) {
+        return {recording.begin, recording.end, recording.first_time, recording.last_time};
     }
 
     const CardIndex& index_;

@@ -14,6 +14,8 @@ namespace {
 using Level = Finding::Level;
 using Mend = Finding::Mend;
 
+constexpr uint32_t kCutMax = 10;  // s of footage whose file has no head that a power cut explains
+
 // The store as a whole.
 class StoreCheck {
   public:
@@ -102,7 +104,8 @@ class StoreCheck {
         }
     }
 
-    // Only the current file may be neither empty nor full; an empty one only follows when the ring was never round.
+    // Only the current file may be neither empty nor full, but for a cut at a switch; an empty one only follows when
+    // the ring was never round.
     void CheckRing() {
         const uint32_t count = index_.FileCount();
         const uint32_t current = index_.System().m_u32RecordFileNo;
@@ -127,18 +130,26 @@ class StoreCheck {
             } else if (file.empty && file.number == current) {
                 CheckFresh(file.number, place);
             } else if (file.Usable() && !file.Full() && file.number != current) {
-                Add(Level::Error, "file-short", RECORD_INDEX_NAME, place,
+                const bool cut = CutBeforeFull(file);
+                Add(cut ? Level::Remark : Level::Error, "file-short", RECORD_INDEX_NAME, place,
                     FormatText("file %u is not full, though recording went on elsewhere", file.number),
-                    "part of its footage may not be listed, or recording goes on in the wrong file", Mend::File,
-                    file.number);
+                    cut ? "none: power was cut while the next file was begun"
+                        : "part of its footage may not be listed, or recording goes on in the wrong file",
+                    cut ? Mend::Nothing : Mend::File, file.number);
             }
         }
         if (current < count && any && index_.Files()[current].empty) CheckBeforeCurrent(current, count);
     }
 
+    // The frame that fills a file names the next one before the heads count it: a power cut can leave the file short by
+    // all that came after the last hand-over.
+    static bool CutBeforeFull(const FileState& file) {
+        return file.Usable() && uint64_t{file.Length()} + record_file::kAheadMax >= RECORD_STREAM_LIMIT;
+    }
+
     void CheckBeforeCurrent(uint32_t current, uint32_t count) {
         const FileState& before = index_.Files()[(current + count - 1) % count];
-        if (before.Full() || before.fault != FileState::Fault::None) return;
+        if (before.Full() || before.fault != FileState::Fault::None || CutBeforeFull(before)) return;
         Add(Level::Error, "system-current", RECORD_INDEX_NAME, 28,
             FormatText("the current file is number %u, but the one before it is not full", current),
             "recording would go on in the wrong file", Mend::System);
@@ -156,17 +167,22 @@ class StoreCheck {
         const std::string name = Volume::RecordFileName(number);
         if (!volume_.Has(name)) return;
         Surveyor surveyor(volume_.OpenFile(name));
+        surveyor.GoTo(record_file::kAheadMax);
         surveyor.GoToHole();
         const Survey survey = surveyor.Result();
         const std::vector<Recording> recordings = RecordingsOf(survey, {}).recordings;
-        if (recordings.empty() || recordings.front().begin != 0) return;
+        if (recordings.empty()) return;
         const uint32_t first = recordings.front().first_time;
-        const uint32_t last = survey.runs[recordings.back().run].last_time;
+        const uint32_t last = recordings.back().last_time;
         const std::optional<uint32_t> newest = index_.Newest();
+        // After a hole only what follows the newest footage closely is new for certain.
+        const bool close =
+            newest && first + uint64_t{2} >= *newest && first <= uint64_t{*newest} + record_file::kAheadSecondsMax;
+        if (recordings.front().begin != 0 && !close) return;
         if (newest && uint64_t{first} + kClockStepBack < *newest) return;
         // Formatting zeroes all heads: then it lay there before.
         if (!newest && volume_.Fat() != nullptr && number == 0 && !HasSectionHead(number)) return;
-        const bool cut = last - first <= kClockStepBack;
+        const bool cut = last - first <= kCutMax;
         Add(cut ? Level::Remark : Level::Error, cut ? "footage-uncounted" : "file-head", RECORD_INDEX_NAME, place,
             FormatText("file %u holds %s of new footage, but its head is empty", number,
                        Duration(last - first).c_str()),

@@ -79,13 +79,12 @@ struct Cover {
     SectionSpan span;
 };
 
-// Sections lie without a gap: what is damaged behind a section's last frame may still hold sound.  When there are
-// more recordings than sections can be counted, the last section takes the rest.
+// A section ends with its last frame: what lies between it and the next is no footage, or none of either.  When there
+// are more recordings than sections can be counted, the last section takes the rest.
 std::vector<Cover> Covers(const std::vector<Recording>& recordings) {
     std::vector<Cover> covers;
     for (const Recording& recording : recordings) {
         if (covers.size() < RECORD_SECTION_MAX) {
-            if (!covers.empty()) covers.back().span.end = recording.begin;
             covers.push_back({&recording, {recording.begin, recording.end, recording.first_time, 0}});
         }
         SectionSpan& span = covers.back().span;

@@ -1,6 +1,8 @@
 #include "stream/Continuity.h"
 
 #include <algorithm>
+#include <set>
+#include <utility>
 #include <vector>
 
 namespace card {
@@ -49,7 +51,8 @@ bool IsTail(Pictures pictures, size_t at) {
     return pictures.size() - at <= kTailMax && pictures[at - 1]->End() + (1u << 16) >= pictures[at]->offset;
 }
 
-void SettleChain(Pictures pictures) {
+// Pictures without a hole between them, in which times that agree show what is damage.
+void SettleIsland(Pictures pictures) {
     constexpr size_t kNone = SIZE_MAX;
     size_t good = kNone;
     size_t first = 0;  // of those that wait for a good one
@@ -72,6 +75,69 @@ void SettleChain(Pictures pictures) {
     }
 }
 
+// After a hole may lie what an earlier lap left.  So pictures beyond one are asked only about a picture that stands
+// alone, and not when its time is one that was seen before, or the newer one at a file's begin.
+class ChainSettler {
+  public:
+    ChainSettler(Pictures pictures, std::set<uint32_t>& seen) : pictures_(pictures), seen_(seen) {
+        for (size_t i = 0; i < pictures.size(); ++i) {
+            if (i == 0 || pictures[i]->after_hole) islands_.push_back({i, i, false});
+            Island& island = islands_.back();
+            island.end = i + 1;
+            island.sure = island.sure || (i > island.begin && TimeGoesOn(*pictures[i - 1], *pictures[i]));
+        }
+    }
+
+    void Run() {
+        for (const Island& island : islands_) {
+            if (island.sure) SettleIsland(pictures_.subspan(island.begin, island.end - island.begin));
+        }
+        const SurveyedFrame* before = nullptr;  // the last one that is sure
+        for (size_t i = 0; i < islands_.size(); ++i) {
+            const Island& island = islands_[i];
+            for (size_t k = island.begin; !island.sure && k < island.end; ++k)
+                SettleAlone(*pictures_[k], before, FirstSure(i + 1));
+            if (island.sure) before = pictures_[island.end - 1];
+            seen_.insert(pictures_[island.begin]->time);
+            seen_.insert(pictures_[island.end - 1]->time);
+        }
+    }
+
+  private:
+    struct Island {
+        size_t begin;
+        size_t end;
+        bool sure;  // two of its times agree
+    };
+
+    const SurveyedFrame* FirstSure(size_t from) const {
+        for (size_t i = from; i < islands_.size(); ++i) {
+            if (islands_[i].sure) return pictures_[islands_[i].begin];
+        }
+        return nullptr;
+    }
+
+    bool WasSeen(uint32_t time) const {
+        const auto at = seen_.lower_bound(std::max(time, kTimeJump) - kTimeJump);
+        return at != seen_.end() && *at <= uint64_t{time} + kTimeJump;
+    }
+
+    void SettleAlone(SurveyedFrame& picture, const SurveyedFrame* before, const SurveyedFrame* after) const {
+        const bool goes_on =
+            (before == nullptr || TimeGoesOn(*before, picture)) && (after == nullptr || TimeGoesOn(picture, *after));
+        if (goes_on || WasSeen(picture.time)) return;
+        if (before == nullptr) {
+            if (!seen_.empty() || picture.time < after->time) Correct(picture, after->time);
+        } else if (after != nullptr ? TimeGoesOn(*before, *after) : before->End() + (1u << 16) >= picture.offset) {
+            Correct(picture, before->time);
+        }
+    }
+
+    Pictures pictures_;
+    std::set<uint32_t>& seen_;
+    std::vector<Island> islands_;
+};
+
 }  // namespace
 
 bool ClockGoesOn(const SurveyedFrame& last, const SurveyedFrame& next) {
@@ -86,17 +152,27 @@ bool TimeGoesOn(const SurveyedFrame& last, const SurveyedFrame& next) {
     return uint64_t{next.time} + kClockStepBack >= last.time && next.time <= uint64_t{last.time} + kTimeJump + steps;
 }
 
+bool GoesOnAfterHole(const SurveyedFrame& last, const SurveyedFrame& next) {
+    return GoesOn(last, next) && uint64_t{next.time} + kSpike >= last.time;
+}
+
 void SettleTimes(std::span<SurveyedFrame> frames) {
     std::vector<SurveyedFrame*> chain;
+    std::set<uint32_t> seen;  // s since 1970 UTC
+    uint64_t end = 0;         // of the frame before
+    bool after_hole = false;
     for (SurveyedFrame& frame : frames) {
+        after_hole = after_hole || frame.offset > end + (frame.restarted ? record_file::kStreamHeadSize : 0);
+        end = frame.End();
         if (!frame.video || frame.empty) continue;
+        frame.after_hole = std::exchange(after_hole, false);
         if (!chain.empty() && (frame.restarted || !ClockGoesOn(*chain.back(), frame))) {
-            SettleChain(chain);
+            ChainSettler(chain, seen).Run();
             chain.clear();
         }
         chain.push_back(&frame);
     }
-    SettleChain(chain);
+    ChainSettler(chain, seen).Run();
 }
 
 uint64_t FrameNumber(uint64_t clock, uint64_t near) {

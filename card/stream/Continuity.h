@@ -17,11 +17,12 @@ struct SurveyedFrame {
     uint32_t time = 0;    // s since 1970 UTC; sound: that of the picture before it
     bool video = false;
     bool key = false;
-    bool headed = false;     // a stream head stands directly in front
-    bool restarted = false;  // a stream head stands between it and the frame before it
-    bool empty = false;      // no packet: it has no clock
-    bool corrected = false;  // `time` is not what the picture says: its neighbours contradict that
-    uint64_t clock = 0;      // 33 bits, 90 kHz
+    bool headed = false;      // a stream head stands directly in front
+    bool restarted = false;   // a stream head stands between it and the frame before it
+    bool empty = false;       // no packet: it has no clock
+    bool after_hole = false;  // bytes of no frame lie between it and the picture before; set by SettleTimes
+    bool corrected = false;   // `time` is not what the picture says: its neighbours contradict that
+    uint64_t clock = 0;       // 33 bits, 90 kHz
 
     uint64_t End() const { return uint64_t{offset} + size; }
 };
@@ -34,6 +35,9 @@ bool TimeGoesOn(const SurveyedFrame& last, const SurveyedFrame& next);
 inline bool GoesOn(const SurveyedFrame& last, const SurveyedFrame& next) {
     return ClockGoesOn(last, next) && TimeGoesOn(last, next);
 }
+
+// The same where something else lies between the two: a time that goes back there is that of what was recorded before.
+bool GoesOnAfterHole(const SurveyedFrame& last, const SurveyedFrame& next);
 
 // Corrects the times that their neighbours contradict; frames in the order of the stream, sound among them.
 void SettleTimes(std::span<SurveyedFrame> frames);

@@ -25,7 +25,7 @@ class RunMaker {
             pending_.push_back({frame.offset, frame.size, Garbage::Reason::MixedClock});
             return;
         }
-        if (frame.video && (!run_ || frame.headed || !GoesOn(last_, frame))) Begin(frame);
+        if (frame.video && (!run_ || frame.headed || !Continues(frame))) Begin(frame);
         Append(frame);
     }
 
@@ -42,6 +42,10 @@ class RunMaker {
         next.clock += kClockPerFrame;  // sound of the last picture's own clock is fine
         return pending_.empty() ? ClockGoesOn(last_, next)
                                 : ClockGoesOn(last_, next) && sound.clock <= last_.clock + kSoundAhead;
+    }
+
+    bool Continues(const SurveyedFrame& picture) const {
+        return pending_.empty() ? GoesOn(last_, picture) : GoesOnAfterHole(last_, picture);
     }
 
     void Begin(const SurveyedFrame& frame) {
@@ -191,7 +195,8 @@ const SurveyedFrame* FirstKey(const StreamRun& run) {
 
 class RecordingFinder {
   public:
-    RecordingFinder(const Survey& survey, const LapHints& hints) : runs_(survey.runs), hints_(hints) {}
+    RecordingFinder(const Survey& survey, const LapHints& hints)
+        : runs_(survey.runs), holes_(survey.holes), hints_(hints) {}
 
     Recordings Run() {
         for (size_t i = 0; i < runs_.size(); ++i) {
@@ -215,10 +220,8 @@ class RecordingFinder {
   private:
     void Begin(size_t i, const SurveyedFrame& key) {
         const StreamRun& run = runs_[i];
-        const uint64_t before = i == 0 ? 0 : runs_[i - 1].end;
         const bool at_key = &key == &run.frames.front();
-        const bool lost_head =
-            !run.headed && at_key && run.first_clock == kClockPerFrame && run.begin >= before + kStreamHeadSize;
+        const bool lost_head = !run.headed && at_key && HasRoomForHead(run.begin);
         const uint64_t begin = lost_head ? run.begin - kStreamHeadSize : at_key ? run.begin : key.offset;
         result_.recordings.push_back({.begin = begin,
                                       .end = run.end,
@@ -230,10 +233,18 @@ class RecordingFinder {
         last_ = i;
     }
 
+    // Bytes of no frame, sound neither, directly in front.
+    bool HasRoomForHead(uint64_t begin) const {
+        return std::any_of(holes_.begin(), holes_.end(), [begin](const Garbage& hole) {
+            return hole.offset + hole.length == begin && hole.length >= kStreamHeadSize &&
+                   hole.reason != Garbage::Reason::MixedClock;
+        });
+    }
+
     // The run goes on where the recording ended, whatever lies between them.
     bool Joins(size_t i) const {
         if (result_.recordings.empty() || runs_[i].headed || BeginsAt(runs_[i], hints_.begins)) return false;
-        return GoesOn(runs_[last_].LastPicture(), runs_[i].frames.front());
+        return GoesOnAfterHole(runs_[last_].LastPicture(), runs_[i].frames.front());
     }
     bool IsOlder(size_t i) const { return uint64_t{runs_[i].first_time} + kClockStepBack < latest_; }
 
@@ -260,6 +271,7 @@ class RecordingFinder {
     }
 
     const std::vector<StreamRun>& runs_;
+    const std::vector<Garbage>& holes_;
     const LapHints& hints_;
     Recordings result_;
     size_t last_ = 0;  // run of the recording being made

@@ -109,6 +109,34 @@ TEST(Check, RemarksOnPowerCuts) {
     EXPECT_EQ(before.Difference(), "");
 }
 
+// The frame that fills a file names the next one before the heads count it: a cut then leaves the file short by what
+// was not handed over, and recording goes on in the next.
+TEST(Check, RemarksOnACutAtASwitch) {
+    const Place place;
+    const Card card{.files = 3, .sections = {{.seconds = 20, .frame_bytes = kLarge}}, .keep_units = false};
+    const Recording recording = card.RecordFolder(place);
+    const StoreBytes before(recording, 2);
+    const auto index = Volume::Open(place).OpenFile(RECORD_INDEX_NAME);
+    auto head = *index.Get<RecordFileInfoHead_S>(FileHeadAt(0));
+    ASSERT_GE(head.m_u32RecordFileSumLenth, RECORD_STREAM_LIMIT);
+    head.m_u32RecordFileSumLenth -= 2 * kLarge;
+    for (const bool begun : {true, false}) {
+        SCOPED_TRACE(begun ? "the next file has begun" : "the next file is empty");
+        recording.Corrupt(RECORD_INDEX_NAME, FileHeadAt(0), std::string(reinterpret_cast<char*>(&head), sizeof head));
+        if (!begun) {
+            recording.Corrupt(RECORD_INDEX_NAME, FileHeadAt(1), std::string(sizeof head, '\0'));
+            recording.Corrupt("hi000001.mp4", 0, std::string(64 << 20, '\0'));
+        }
+        EXPECT_EQ(card::Errors(Check(place)), 0u) << Listed(Check(place));
+        EXPECT_TRUE(Has(Check(place), "file-short"));
+        EXPECT_TRUE(Has(Check(place), "footage-uncounted"));
+        card::RepairLog log;
+        card::RepairStore(Volume::Open(place, card::Access::ReadWrite), log);
+        EXPECT_EQ(Listed(Check(place)), "") << "what was on the card is counted again";
+        if (begun) before.PutBack();
+    }
+}
+
 TEST(Check, FindsEachDamageAndRepairMendsIt) {
     const Place place;
     const Recording recording = kDay.RecordFolder(place);

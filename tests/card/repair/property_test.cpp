@@ -1,7 +1,7 @@
 // Whatever happened to a card: after a repair no fewer pictures can be exported than before, every picture that
 // can was recorded, and no section or day appears that was not.
 //
-// CARD_SEED (the first, 1) and CARD_SEEDS (how many, 12) choose the damage; a failure names its seed.
+// CARD_SEED (the first, 1) and CARD_SEEDS (how many, 25) choose the damage; a failure names its seed.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -194,11 +194,11 @@ void LoseNothing(const Card& card, uint32_t seeds) {
 }
 
 TEST(RepairProperty, ADayLosesNothing) {
-    LoseNothing(kDay, Setting("CARD_SEEDS", 12));
+    LoseNothing(kDay, Setting("CARD_SEEDS", 25));
 }
 
 TEST(RepairProperty, ARingLosesNothing) {
-    LoseNothing(kRing, std::max(1u, Setting("CARD_SEEDS", 12) / 10));
+    LoseNothing(kRing, std::max(1u, Setting("CARD_SEEDS", 25) / 10));
 }
 
 }  // namespace

@@ -298,6 +298,47 @@ TEST(Repair, AFlippedBitInATimeCostsNothing) {
     }
 }
 
+// What a power cut left uncounted comes back when sound stands first, and when a hole does.
+TEST(Repair, BringsBackWhatACutLeftUncounted) {
+    const Place place;
+    const Recording recording = Card{.files = 2, .sections = {{.seconds = 8, .rate = 10}}}.RecordFolder(place);
+    const StoreBytes before(recording, 2);
+    const std::string list = List(place);
+    std::vector<const fixture::WrittenFrame*> sounds;
+    std::vector<const fixture::WrittenFrame*> pictures;
+    for (const fixture::WrittenFrame& frame : recording.frames) (frame.video ? pictures : sounds).push_back(&frame);
+    const auto cut_at = [&](const fixture::WrittenFrame& first) {
+        const auto index = Volume::Open(place, card::Access::ReadWrite).OpenFile(RECORD_INDEX_NAME);
+        auto section = *index.Get<RecordInfoHead_S>(fixture::SectionAt(0, 1));
+        auto file = *index.Get<RecordFileInfoHead_S>(fixture::FileHeadAt(0));
+        section.m_u32RecordSize = file.m_u32RecordFileSumLenth = first.offset;
+        section.m_u32RecordEndTime = file.m_u32RecordEndTime = first.time;
+        const auto counts = [&](const auto* frame) { return frame->offset < first.offset; };
+        section.m_u32FrameSum = static_cast<uint32_t>(std::count_if(pictures.begin(), pictures.end(), counts));
+        section.m_u32KeyFrameSum = file.m_u32RecordKeyFrameSum = static_cast<uint32_t>(
+            std::count_if(pictures.begin(), pictures.end(), [&](const auto* f) { return f->key && counts(f); }));
+        index.WriteAt(fixture::SectionAt(0, 1), &section, sizeof section);
+        index.WriteAt(fixture::FileHeadAt(0), &file, sizeof file);
+    };
+    const auto repair = [&] {
+        EXPECT_NE(Tool({"check", place}).out.find("after what the heads count"), std::string::npos);
+        card::RepairLog log;
+        card::RepairStore(Volume::Open(place, card::Access::ReadWrite), log);
+    };
+    cut_at(*sounds[sounds.size() / 2]);
+    repair();
+    EXPECT_EQ(before.Difference(), "");
+    ExpectRepaired(place, list);
+
+    const fixture::WrittenFrame& first = *pictures[52];
+    cut_at(first);
+    recording.Corrupt("hi000000.mp4", first.offset, std::string(pictures[58]->offset - first.offset, '\0'));
+    repair();
+    const CardIndex index(Volume::Open(place));
+    EXPECT_EQ(index.Sections().at(0).head.m_u32FrameSum, 80u - 6);
+    EXPECT_EQ(index.Sections().at(0).Limit(), recording.frames.back().offset + recording.frames.back().size);
+}
+
 TEST(Repair, BelievesAFilesOwnMark) {
     const Place image;
     const Recording recording = kDay.RecordImage(image);
