@@ -14,6 +14,8 @@ namespace {
 
 using Head = RecordFileInfoHead_S;
 
+constexpr uint32_t kLapApart = 300;  // s, at least, from one lap of a file to the next
+
 struct RowRule {
     const char* name;
     std::set<std::string> errors;  // that the checker may find then
@@ -31,13 +33,13 @@ const RowRule& RuleOf(Row row) {
         {"a key-frame record in two sectors", {"key-frames"}},
         {"section head, file head written",
          {"footage-unlisted", "file-sums", "file-length", "section-begin", "section-end", "section-frames",
-          "section-times", "section-joined", "key-frames"}},
+          "section-times", "section-joined", "stream-foreign", "key-frames"}},
         {"file head, section head written", {"section-frames", "section-times", "file-sums"}},
         {"a file head in two sectors", {"file-sums"}},
         {"the file head at a switch to a used file",
          {"stream-damaged", "section-begin", "section-frames", "section-times", "key-frames", "file-lap",
           "footage-unlisted", "file-sums", "file-length", "stream-foreign"}},
-        {"file full, the next one named", {"file-short", "system-current"}},
+        {"file full, the next one named", {}},
         {"event head", {"event-head"}},
         {"event, head written", {"event"}},
         {"an event in two sectors", {"event"}},
@@ -190,6 +192,13 @@ Judge::State Judge::StateOf(const Item& item, size_t at) const {
     return State::kOld;
 }
 
+// Of a new lap whose file still has the head of the one before.
+bool Judge::HasOldHead(const Frame& frame, const Cut& cut) const {
+    const auto head = RecordAt<Head>(medium_.File(kIndex), record_file::FileHeadOffset(frame.file));
+    const bool is_newest = frame.lap > 1 && frame.written <= cut.at && !IsOverwritten(frame, cut.at);
+    return is_newest && head.m_u32FileInfoHeadFlag != 0 && head.m_u32RecordStartTime + kLapApart < frame.time;
+}
+
 void Judge::JudgeItems(const Cut& cut, const Listing& listing, Verdict& verdict) const {
     const auto index = medium_.File(kIndex);
     const auto length_of = [&](uint64_t n) {
@@ -218,12 +227,8 @@ void Judge::JudgeItems(const Cut& cut, const Listing& listing, Verdict& verdict)
             if (is_short || is_another || is_full) verdict.rows.insert(Row::kSectionBehind);
         }
     }
-    for (const Frame& frame : frames_) {  // of a lap whose file still has the head of the one before
-        const auto head = RecordAt<Head>(index, record_file::FileHeadOffset(frame.file));
-        const bool is_newest = frame.lap > 1 && frame.written <= cut.at && !IsOverwritten(frame, cut.at);
-        if (is_newest && head.m_u32FileInfoHeadFlag != 0 && head.m_u32RecordEndTime < frame.time &&
-            frame.offset < RECORD_STREAM_LIMIT / 2)
-            verdict.rows.insert(Row::kFileAtSwitch);
+    for (const Frame& frame : frames_) {
+        if (HasOldHead(frame, cut)) verdict.rows.insert(Row::kFileAtSwitch);
     }
     for (uint32_t file = 0; file < medium_.RecordFiles(); ++file) {
         if (listing.claimed[file] > length_of(file)) verdict.rows.insert(Row::kSectionAhead);
@@ -280,15 +285,15 @@ void Judge::JudgeCheck(Verdict& verdict) const {
 }
 
 std::string Judge::AfterRepair(const Cut& cut) {
-    std::vector<uint32_t> counted;  // bytes, by file
-    for (uint32_t n = 0; n < medium_.RecordFiles(); ++n)
-        counted.push_back(RecordAt<Head>(medium_.File(kIndex), record_file::FileHeadOffset(n)).m_u32RecordFileSumLenth);
     card::RepairLog log;
     card::RepairStore(card::Volume::Open(support::kCardDirectory, card::Access::ReadWrite), log);
     for (const card::Finding& finding : card::CheckStore(volume_)) {
         const bool is_gone = finding.mend == card::Finding::Mend::Nothing;  // what was there: no repair brings it back
-        const bool is_short = finding.kind == "file-short" && rows_before_.count(Row::kNextNamed) != 0;
-        if (finding.level == card::Finding::Level::Error && !is_gone && !is_short)
+        // Few new frames in the midst of an earlier lap: a repair keeps what it would lose more of, the earlier lap.
+        const bool is_kept = std::any_of(frames_.begin(), frames_.end(), [&](const Frame& frame) {
+            return frame.file == finding.file && HasOldHead(frame, cut);
+        });
+        if (finding.level == card::Finding::Level::Error && !is_gone && !is_kept)
             return "after repair: " + finding.kind + ", " + finding.what;
     }
     const Listing listing = ReadCard(medium_);
@@ -297,18 +302,19 @@ std::string Judge::AfterRepair(const Cut& cut) {
     if (!verdict.fault.empty()) return "after repair: " + verdict.fault;
     std::set<std::pair<uint32_t, uint32_t>> listed;
     for (const Listed& each : listing.frames) listed.insert({each.file, each.offset});
-    // After a hole, and after sound that comes first behind what the heads count, nothing is asked for.
+    // Asked for: each whole picture from its run's first whole key frame on, and the sound that follows a whole frame.
     const Frame* before = nullptr;
-    bool is_broken = false;
+    bool has_begun = false;  // the run
+    bool is_whole = false;   // the frame before
     for (const Frame& frame : frames_) {
-        if (!frame.promised || frame.written > cut.at || IsOverwritten(frame, cut.at)) continue;
-        const bool goes_on = before != nullptr && before->file == frame.file && before->lap == frame.lap;
-        const bool is_first_behind =
-            frame.End() > counted[frame.file] && (!goes_on || before->End() <= counted[frame.file]);
-        is_broken = (goes_on && is_broken) || !IsIntact(frame) || (is_first_behind && frame.IsSound());
+        if (!frame.promised || frame.written > cut.at || IsOverwritten(frame, cut.at) || HasOldHead(frame, cut))
+            continue;
+        const bool goes_on = before != nullptr && before->file == frame.file && before->lap == frame.lap &&
+                             before->End() == frame.offset;
+        has_begun = (goes_on && has_begun) || (IsIntact(frame) && frame.IsKey());
+        is_whole = IsIntact(frame) && (!frame.IsSound() || (goes_on && is_whole));
         before = &frame;
-        if (is_broken) continue;
-        if (listed.count({frame.file, frame.offset}) == 0)
+        if (has_begun && is_whole && listed.count({frame.file, frame.offset}) == 0)
             return "after repair: " + Place(frame) + " is on the card and not listed";
     }
     return "";

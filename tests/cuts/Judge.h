@@ -72,6 +72,7 @@ class Judge {
         return overwritten_[static_cast<size_t>(&frame - frames_.data())] <= at;
     }
     State StateOf(const Item& item, size_t at) const;
+    bool HasOldHead(const Frame& frame, const Cut& cut) const;
     void JudgeFrames(const Cut& cut, const Listing& listing, Verdict& verdict) const;
     void JudgeListed(const Cut& cut, const Listing& listing, Verdict& verdict) const;
     void JudgeItems(const Cut& cut, const Listing& listing, Verdict& verdict) const;

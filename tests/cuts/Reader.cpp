@@ -21,18 +21,23 @@ bool IsStart(const uint8_t* at, uint8_t code) {
     return at[0] == 0 && at[1] == 0 && at[2] == 1 && at[3] == code;
 }
 
+bool IsPack(const uint8_t* at) {
+    return IsStart(at, 0xBA) && std::memcmp(at + 10, "\x00\xA0\x03\xFC", 4) == 0;
+}
+
 // After the packet at `at`; 0: there is none.
 uint32_t PacketEnd(const uint8_t* bytes, uint32_t at, uint32_t end, uint8_t code) {
     if (at + 14 > end || !IsStart(bytes + at, code)) return 0;
     const uint32_t length = bytes[at + 4] * 256u + bytes[at + 5];
     if (bytes[at + 6] != 0x80 || bytes[at + 7] != 0x80 || bytes[at + 8] != 5 || length < 8) return 0;
     const uint32_t behind = at + 6 + length;
-    return behind <= end ? behind : 0;
+    if (behind > end) return 0;
+    for (uint32_t inside = at + 14; inside < behind && inside + 18 <= end; ++inside) {
+        if (IsPack(bytes + inside)) return 0;  // torn
+    }
+    return behind;
 }
 
-bool IsPack(const uint8_t* at) {
-    return IsStart(at, 0xBA) && std::memcmp(at + 10, "\x00\xA0\x03\xFC", 4) == 0;
-}
 uint32_t TimeOf(const uint8_t* pack) {
     return Word(pack + 14);
 }
@@ -66,8 +71,10 @@ bool Counts(const Section& section, bool is_last, const FileHead& file) {
 bool IsThere(const Section& section, const uint8_t* stream) {
     const uint8_t* const head = stream + section.position;
     const uint8_t* const pack = head + kStreamHeadBytes;
-    return IsStreamHead(head) && IsPack(pack) && IsStart(pack + 18, 0xBB) && ClockOf(pack) >= 3600 &&
-           TimeOf(pack) >= section.start;
+    const auto is_key = [&](const uint8_t* at) {
+        return IsPack(at) && IsStart(at + 18, 0xBB) && ClockOf(at) >= 3600 && TimeOf(at) >= section.start;
+    };
+    return is_key(head) || (IsStreamHead(head) && is_key(pack));
 }
 
 std::vector<Section> SectionsOf(const uint8_t* block, uint32_t n, const FileHead& file, const uint8_t* stream,
@@ -95,7 +102,8 @@ void Walk(const Section& section, uint32_t n, const uint8_t* stream, std::vector
     uint64_t clock = 0;
     uint32_t time = section.start;
     bool sound_counts = false;
-    for (uint32_t at = section.position + kStreamHeadBytes; at < section.end;) {
+    const uint32_t head = IsStreamHead(stream + section.position) ? kStreamHeadBytes : 0;
+    for (uint32_t at = section.position + head; at < section.end;) {
         const uint32_t length = FrameLength(stream, at, section.end);
         if (length == 0) {
             sound_counts = false;

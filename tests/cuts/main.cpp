@@ -19,7 +19,7 @@
 namespace cuts {
 namespace {
 
-constexpr uint64_t kRepairEvery = 100;     // states
+constexpr uint64_t kRepairEvery = 50;      // states
 constexpr uint64_t kSecondCutEvery = 500;  // states are recorded on
 constexpr uint64_t kSecondCuts = 100;      // states of each of these
 constexpr uint64_t kReportedMax = 20;
@@ -140,7 +140,7 @@ void Simulation::RunScenario(size_t number) {
 void Simulation::RunSecond(Medium& medium, Recorder& recorder, Take& first, const Cut& cut, const std::string& name) {
     const Medium::Copy copy = medium.Take();
     const std::set<Row> rows = first.TheJudge().Of(cut).rows;
-    recorder.Restart(options_.seed, first.TheJudge().Carried(cut));
+    recorder.Restart(options_.seed + 1, first.TheJudge().Carried(cut));
     Take take(medium, recorder, SecondRun(), rows);
     for (uint64_t i = 0; i < kSecondCuts; ++i) {
         const std::string second = name + "+" + std::to_string(take.Listed() + i);
