@@ -271,6 +271,10 @@ bool CardLeaveFile() {
     if (!takes_heads && errno != EROFS) {
         return false;  // it is not the file
     }
+    Identity identity;
+    if (takes_heads && (!Identify(index.Get(), &identity) || !(identity == g_identity))) {
+        return false;  // it was gone, and is back or another one
+    }
     const bool is_in_use = heads.file.m_u32FileInfoHeadFlag == RECORD_FILE_FLAG;
     g_left = {.is_one = true,
               .number = is_in_use ? heads.file.m_u32FileInfoHeadNo : heads.system.m_u32RecordFileNo,

@@ -138,7 +138,7 @@ void TellFailure(Operation operation, Kind kind, const Place& place, int error) 
         g_health.has_trouble = true;
         Judge(operation, error, now);
         const bool is_transfer = IsWriting(operation) || operation == Operation::kRead;
-        if (is_transfer && kind == Kind::kRecord && error != EROFS) {
+        if (is_transfer && kind == Kind::kRecord && error == EIO) {
             FileFails(operation) = true;
         }
         Trouble& trouble = TroubleOf(operation, kind);
