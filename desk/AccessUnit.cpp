@@ -52,7 +52,8 @@ std::vector<View> SplitAtLengths(View data, int length_size) {
     return nals;
 }
 
-AccessUnitMaker::AccessUnitMaker(VideoCodec codec, View extradata) : codec_(codec) {
+AccessUnitMaker::AccessUnitMaker(VideoCodec codec, View extradata, int quarter_turns)
+    : codec_(codec), orientation_(quarter_turns != 0 ? OrientationMessage(quarter_turns) : Bytes{}) {
     const bool start_codes = extradata.size() >= 4 && extradata[0] == 0 && extradata[1] == 0;
     if (start_codes) {
         Remember(SplitAtStartCodes(extradata));
@@ -110,6 +111,19 @@ bool AccessUnitMaker::IsRandomAccess(int type) const {
     return codec_ == VideoCodec::kH264 ? type == h264::kCodedSliceIdr : type >= h265::kBlaWLp && type <= h265::kCraNut;
 }
 
+bool AccessUnitMaker::IsSlice(int type) const {
+    return codec_ == VideoCodec::kH264 ? type >= h264::kCodedSliceNonIdr && type <= h264::kCodedSliceIdr
+                                       : type < h265::kVpsNut;
+}
+
+// No cancelling, no flip, the turn in 1/65536 of a circle, good until another one comes.
+Bytes AccessUnitMaker::OrientationMessage(int quarter_turns) const {
+    constexpr uint8_t kDisplayOrientation = 47, kPayloadBytes = 3, kTrailing = 0x80;
+    const auto turn = static_cast<uint8_t>(quarter_turns << 3);  // after three flags; its other 14 bits are zero
+    if (codec_ == VideoCodec::kH264) return {h264::kSei, kDisplayOrientation, kPayloadBytes, turn, 0, 0x09, kTrailing};
+    return {h265::kPrefixSeiNut << 1, 1, kDisplayOrientation, kPayloadBytes, turn, 0, 0x18, kTrailing};
+}
+
 // Each type's sets are replaced together: a stream that sends one set of a type again sends them all.
 void AccessUnitMaker::Remember(const std::vector<View>& nals) {
     std::map<int, std::vector<Bytes>> seen;
@@ -138,7 +152,14 @@ AccessUnit AccessUnitMaker::Make(View packet) {
         }
         unit.key = true;
     }
-    for (const View nal : nals) Append(unit.bytes, nal);
+    bool is_told = !unit.key || orientation_.empty();
+    for (const View nal : nals) {
+        if (!is_told && IsSlice(TypeOf(nal))) {
+            Append(unit.bytes, orientation_);
+            is_told = true;
+        }
+        Append(unit.bytes, nal);
+    }
     return unit;
 }
 

@@ -3,7 +3,9 @@
 // An encoder of the camera puts out one access unit a frame: every NAL unit after a 4-byte start code, no access
 // unit delimiter, and a key frame begins with its parameter sets (H.264: SPS; H.265: VPS).  Any H.264 or H.265
 // packet that FFmpeg reads, length-prefixed or with start codes, is brought into that form here; the bytes of the
-// NAL units are never changed.  Owns the latest parameter sets of its stream.  One thread.
+// NAL units are never changed.  A turn that only the container knows becomes a display orientation message in each key
+// frame (ITU-T H.264 D.1.27, H.265 D.2.17), where a player of the recording finds it.  Owns the latest parameter sets
+// of its stream.  One thread.
 #pragma once
 
 #include <cstdint>
@@ -32,7 +34,8 @@ std::vector<View> SplitAtLengths(View data, int length_size);
 class AccessUnitMaker {
   public:
     // `extradata`: the container's parameter sets (ISO configuration record, or start codes, or nothing).
-    AccessUnitMaker(VideoCodec codec, View extradata);
+    // `quarter_turns`: anticlockwise, that the container asks players for; 0 to 3.
+    AccessUnitMaker(VideoCodec codec, View extradata, int quarter_turns = 0);
 
     AccessUnit Make(View packet);
 
@@ -41,10 +44,13 @@ class AccessUnitMaker {
     bool IsParameterSet(int type) const;
     bool IsDelimiter(int type) const;
     bool IsRandomAccess(int type) const;
+    bool IsSlice(int type) const;
+    Bytes OrientationMessage(int quarter_turns) const;
     void Remember(const std::vector<View>& nals);
     std::vector<View> ReadConfigurationRecord(View extradata);
 
     VideoCodec codec_;
+    Bytes orientation_;                                 // a NAL unit; empty: the picture stands upright
     int length_size_ = 0;                               // 0: packets come with start codes
     std::map<int, std::vector<Bytes>> parameter_sets_;  // latest of each NAL type; ascending is the order to send them
 };

@@ -1,6 +1,7 @@
 extern "C" {
 #include <libavdevice/avdevice.h>
 #include <libavutil/channel_layout.h>
+#include <libavutil/display.h>
 #include <libavutil/opt.h>
 }
 
@@ -20,6 +21,13 @@ std::optional<VideoCodec> PassThroughCodec(AVCodecID id) {
     if (id == AV_CODEC_ID_H264) return VideoCodec::kH264;
     if (id == AV_CODEC_ID_HEVC) return VideoCodec::kH265;
     return std::nullopt;
+}
+
+// Anticlockwise, as a player is asked to turn what it decodes; what is no quarter of a circle is rounded to one.
+int QuarterTurns(const AVStream& stream) {
+    const uint8_t* const matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr);
+    const double angle = matrix != nullptr ? av_display_rotation_get(reinterpret_cast<const int32_t*>(matrix)) : 0;
+    return std::isnan(angle) ? 0 : static_cast<int>(std::lround(angle / 90)) & 3;
 }
 
 Owned<AVCodecContext> OpenDecoder(const AVStream& stream) {
@@ -178,7 +186,8 @@ void Input::Open() {
     const AVStream& video = *context->streams[video_stream_];
     if (const auto codec = PassThroughCodec(video.codecpar->codec_id)) {
         unit_maker_.emplace(*codec,
-                            View(video.codecpar->extradata, static_cast<size_t>(video.codecpar->extradata_size)));
+                            View(video.codecpar->extradata, static_cast<size_t>(video.codecpar->extradata_size)),
+                            QuarterTurns(video));
     } else {
         picture_decoder_ = OpenDecoder(video);
     }

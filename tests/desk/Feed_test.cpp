@@ -17,7 +17,7 @@ std::string MakeFile(const std::string& name, const std::string& codecs) {
 }
 
 std::string Md5(const std::string& path) {
-    return Shell("ffmpeg -v error -i " + path + " -map v -f md5 -");
+    return Shell("ffmpeg -v error -noautorotate -i " + path + " -map v -f md5 -");
 }
 
 // Feeds the file to its end; the streams lie in "/tmp/desk_test.0" and ".1" then.
@@ -53,6 +53,25 @@ TEST(Feed, H264AndH265PassThroughUnchanged) {
         EXPECT_TRUE(video.front().key);
         EXPECT_GE(std::ranges::count_if(video, &Line::key), 4) << "every 30 frames";
         EXPECT_NEAR(static_cast<double>(Sounds()), kSeconds * 25, 5) << file.name;
+    }
+}
+
+TEST(Feed, ATurnThatOnlyTheContainerKnowsGoesIntoTheStream) {
+    const auto rotation = [](const std::string& of, const std::string& path) {
+        return Shell("ffprobe -v error -read_intervals %+#1 -select_streams v -show_entries " + of +
+                     "=rotation -of default=nk=1:nw=1 " + path);
+    };
+    for (const std::string codec : {"libx264", "libx265 -x265-params log-level=error"}) {
+        const std::string upright = MakeFile("upright.mp4", "-an -g 30 -c:v " + codec);
+        for (const std::string turn : {"90", "180", "270"}) {
+            const std::string turned = "/tmp/desk_test_turned.mp4";
+            Shell("ffmpeg -v error -y -i " + upright + " -c copy -metadata:s:v:0 rotate=" + turn + " " + turned);
+            const std::string asked = rotation("stream_side_data", turned);
+            ASSERT_NE(asked, "");
+            Feed(turned);
+            EXPECT_EQ(rotation("frame_side_data", "/tmp/desk_test.0"), asked) << codec << " " << turn;
+            EXPECT_EQ(Md5("/tmp/desk_test.0"), Md5(turned));
+        }
     }
 }
 
