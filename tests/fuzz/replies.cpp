@@ -67,7 +67,8 @@ void Serve(unsigned) {
 // A reader's question.  An answer without a command belongs to the oldest question, which is this one.
 void AskPosition(AVStreamCommand command, int stream) {
     g_given.clear();
-    const std::optional<int> position = RequestPosition([] { return true; }, command, kType, stream);
+    unsigned silence_ms = 0;
+    const std::optional<int> position = RequestPosition([] { return true; }, silence_ms, command, kType, stream);
     const auto gave_it = [&](const AVMsgBuf& given) {
         const bool ours = given.cmd == 0 || (given.cmd == command && given.video_index == stream);
         return ours && static_cast<int>(given.video_pos) == *position;
