@@ -48,13 +48,13 @@ bool Load(int control, char** lines, int count) {
         const std::string parameters = lines[i] + read;
         const size_t size = (sizeof(dm_target_spec) + parameters.size() + 1 + 7) / 8 * 8;
         if (at + size > request.rest.size()) return false;
-        dm_target_spec spec{};
-        spec.sector_start = start;
-        spec.length = length;
-        spec.next = static_cast<uint32_t>(size);
-        std::memcpy(spec.target_type, type, sizeof type);
-        std::memcpy(&request.rest[at], &spec, sizeof spec);
-        std::memcpy(&request.rest[at + sizeof spec], parameters.c_str(), parameters.size() + 1);
+        dm_target_spec target{};
+        target.sector_start = start;
+        target.length = length;
+        target.next = static_cast<uint32_t>(size);
+        std::memcpy(target.target_type, type, sizeof type);
+        std::memcpy(&request.rest[at], &target, sizeof target);
+        std::memcpy(&request.rest[at + sizeof target], parameters.c_str(), parameters.size() + 1);
         at += size;
     }
     request.head.target_count = static_cast<uint32_t>(count);
