@@ -1,4 +1,4 @@
-// A million power cuts:  cuts [--states N] [--seed S] [--only NUMBER]
+// Power cuts, simulated:  cuts [--states N] [--seed S] [--only NUMBER]
 //
 // The real recorder records short scenarios; the cards that a cut can make of what it wrote are judged, one by one:
 // each page old, new or torn while the rest is old, and new; then drawn ones; then some that are recorded on and cut

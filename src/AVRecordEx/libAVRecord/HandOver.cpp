@@ -53,6 +53,21 @@ void ReadAhead(int index_fd, int stream_fd, uint32_t file_no, uint32_t stream_en
     TouchKeyRecords(stream_fd, key_records);
 }
 
+// What the card refused counts as written for the system, and asked again it would say so: those bytes are written once
+// more.  They are final, so nobody else writes them, and the system still has them in memory or the card has them.
+bool WriteAgain(int fd, uint64_t first, uint64_t end) {
+    char bytes[16 * 1024];
+    while (first < end) {
+        const auto length = static_cast<int64_t>(std::min<uint64_t>(end - first, sizeof bytes));
+        if (card::ReadAt(card::Kind::kRecord, fd, first, bytes, length) != card::Result::kDone ||
+            card::WriteAt(card::Kind::kRecord, fd, first, bytes, length) != card::Result::kDone) {
+            return false;
+        }
+        first += static_cast<uint64_t>(length);
+    }
+    return true;
+}
+
 }  // namespace
 
 int AVRecordHandOverSet(int milliseconds) {
@@ -136,21 +151,6 @@ bool HandOver::Job::Prepare(const Begin& begin_now) {
 void HandOver::Job::Close() {
     index.Close();
     stream.Close();
-}
-
-// What the card refused counts as written for the system, and asked again it would say so: those bytes are written once
-// more.  They are final, so nobody else writes them, and the system still has them in memory or the card has them.
-bool WriteAgain(int fd, uint64_t first, uint64_t end) {
-    char bytes[16 * 1024];
-    while (first < end) {
-        const auto length = static_cast<int64_t>(std::min<uint64_t>(end - first, sizeof bytes));
-        if (card::ReadAt(card::Kind::kRecord, fd, first, bytes, length) != card::Result::kDone ||
-            card::WriteAt(card::Kind::kRecord, fd, first, bytes, length) != card::Result::kDone) {
-            return false;
-        }
-        first += static_cast<uint64_t>(length);
-    }
-    return true;
 }
 
 // Bytes of the record file; those below `refused` once more.
