@@ -94,13 +94,14 @@ size_t FindPack(const uint8_t* bytes, size_t length) {
 // A header of this stream begins in a payload: neither coded pictures (their start codes are followed by smaller
 // values) nor sound can hold one by chance.  `readable`: bytes that may be looked at, `length` of them the payload.
 bool HasHeaderInside(const uint8_t* bytes, size_t length, size_t readable) {
-    static constexpr uint8_t kStartCode[] = {0, 0, 1};
-    const uint8_t* const end = bytes + readable;
-    for (const uint8_t* at = bytes;; at += sizeof kStartCode) {
-        at = static_cast<const uint8_t*>(memmem(at, static_cast<size_t>(end - at), kStartCode, sizeof kStartCode));
-        if (at == nullptr || at >= bytes + length || end - at < PS_PACK_HEADER_SIZE) return false;
-        if (GoodPack(at) || GoodPacket(at, kVideoId) || GoodPacket(at, kAudioId)) return true;
+    if (readable < PS_PACK_HEADER_SIZE) return false;
+    const uint8_t* const end = bytes + std::min(length, readable - PS_PACK_HEADER_SIZE + 1);  // of where one may begin
+    for (const uint8_t* one = bytes + 2; one < end + 2; ++one) {  // a start code's last byte is rarer than its zeros
+        one = static_cast<const uint8_t*>(std::memchr(one, 1, static_cast<size_t>(end + 2 - one)));
+        if (one == nullptr) return false;
+        if (GoodPack(one - 2) || GoodPacket(one - 2, kVideoId) || GoodPacket(one - 2, kAudioId)) return true;
     }
+    return false;
 }
 
 size_t FindStreamHead(const uint8_t* bytes, size_t length) {

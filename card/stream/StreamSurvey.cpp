@@ -132,12 +132,18 @@ void Surveyor::GoToHole() {
     }
 }
 
+// The recorder counts nothing that it begins to write after a full file's mark; a section's stream head and first
+// frame are one write.
+bool Surveyor::MayCount(const StreamFrame& frame) const {
+    const bool headed = head_ && frame.kind == StreamFrame::Kind::Video;
+    return (headed ? *head_ : frame.offset) <= RECORD_STREAM_LIMIT;
+}
+
 bool Surveyor::Step() {
     if (ended_) return false;
     const StreamScanner::Found found = scanner_.Next();
-    // The recorder counts nothing that begins after a full file's mark.
-    ended_ = found == StreamScanner::Found::End ||
-             (found == StreamScanner::Found::Frame && scanner_.Frame().offset > RECORD_STREAM_LIMIT);
+    ended_ =
+        found == StreamScanner::Found::End || (found == StreamScanner::Found::Frame && !MayCount(scanner_.Frame()));
     if (progress_ && (ended_ || scanner_.Position() - told_ > (1u << 20))) {
         progress_(scanner_.Position() - told_);
         told_ = scanner_.Position();

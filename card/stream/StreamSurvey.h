@@ -62,6 +62,7 @@ class Surveyor {
 
   private:
     bool Step();  // false at the end
+    bool MayCount(const StreamFrame& frame) const;
 
     SurveyProgress progress_;
     StreamScanner scanner_;

@@ -9,6 +9,7 @@
 #include "fixture/CardFixture.h"
 #include "fixture/Place.h"
 #include "libRecordFile.h"
+#include "stream/StreamSurvey.h"
 
 namespace {
 
@@ -143,6 +144,31 @@ TEST(StreamScanner, TilesAnyBytes) {
         }
         const uint64_t end = random() % 3 == 0 ? random() % stream.bytes.size() : stream.bytes.size();
         ExpectTiled(ScanAll(stream.Scanner(end)), end);
+    }
+}
+
+// A section's stream head and first frame are one write: the head's place decides whether both count.
+TEST(StreamSurvey, EndsWithTheWriteThatBeginsAtTheMark) {
+    const Stream stream;
+    const auto second = std::find_if(stream.frames.begin() + 1, stream.frames.end(),
+                                     [](const WrittenFrame& frame) { return frame.first_of_run; });
+    const uint64_t head = second->offset - record_file::kStreamHeadSize;
+    for (const uint64_t begin : {uint64_t{RECORD_STREAM_LIMIT}, uint64_t{RECORD_STREAM_LIMIT} + 1}) {
+        card::Surveyor surveyor(
+            [&](uint64_t offset, void* buffer, size_t length) -> size_t {
+                char* const to = static_cast<char*>(buffer);
+                const size_t zeros = offset < begin ? std::min<uint64_t>(length, begin - offset) : 0;
+                std::memset(to, 0, zeros);
+                if (zeros == length) return length;
+                return zeros + stream.bytes.copy(to + zeros, length - zeros, head + offset + zeros - begin);
+            },
+            begin + stream.bytes.size() - head);
+        surveyor.GoToEnd();
+        const auto runs = surveyor.Result().runs;
+        ASSERT_EQ(runs.size(), begin == RECORD_STREAM_LIMIT ? 1u : 0u);
+        if (runs.empty()) continue;
+        EXPECT_EQ(runs[0].begin, begin);
+        EXPECT_EQ(runs[0].end, begin + record_file::kStreamHeadSize + second->size);
     }
 }
 
