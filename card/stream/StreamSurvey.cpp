@@ -132,11 +132,13 @@ void Surveyor::GoToHole() {
     }
 }
 
-// The recorder counts nothing that it begins to write after a full file's mark; a section's stream head and first
-// frame are one write.
+// The recorder counts nothing that it begins to write after a full file's mark.  A section's stream head and first
+// frame are one write, of which the stream head may be lost.
 bool Surveyor::MayCount(const StreamFrame& frame) const {
-    const bool headed = head_ && frame.kind == StreamFrame::Kind::Video;
-    return (headed ? *head_ : frame.offset) <= RECORD_STREAM_LIMIT;
+    const bool hole = !holes_.empty() && holes_.back().offset + holes_.back().length == frame.offset &&
+                      holes_.back().length >= kStreamHeadSize;
+    const bool first = frame.key && (head_ || hole);
+    return frame.offset - (first ? kStreamHeadSize : 0) <= RECORD_STREAM_LIMIT;
 }
 
 bool Surveyor::Step() {

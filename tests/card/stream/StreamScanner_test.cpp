@@ -147,17 +147,24 @@ TEST(StreamScanner, TilesAnyBytes) {
     }
 }
 
-// A section's stream head and first frame are one write: the head's place decides whether both count.
+// A section's stream head and first frame are one write: the head's place decides whether both count, also when the
+// head itself is lost.
 TEST(StreamSurvey, EndsWithTheWriteThatBeginsAtTheMark) {
     const Stream stream;
     const auto second = std::find_if(stream.frames.begin() + 1, stream.frames.end(),
                                      [](const WrittenFrame& frame) { return frame.first_of_run; });
     const uint64_t head = second->offset - record_file::kStreamHeadSize;
-    for (const uint64_t begin : {uint64_t{RECORD_STREAM_LIMIT}, uint64_t{RECORD_STREAM_LIMIT} + 1}) {
+    struct Case {
+        uint64_t begin;
+        bool lost_head;
+    };
+    constexpr uint64_t kMark = RECORD_STREAM_LIMIT;
+    for (const auto& [begin, lost_head] : {Case{kMark, false}, Case{kMark, true}, Case{kMark + 1, false}}) {
+        const uint64_t shown = begin + (lost_head ? record_file::kStreamHeadSize : 0);
         card::Surveyor surveyor(
             [&](uint64_t offset, void* buffer, size_t length) -> size_t {
                 char* const to = static_cast<char*>(buffer);
-                const size_t zeros = offset < begin ? std::min<uint64_t>(length, begin - offset) : 0;
+                const size_t zeros = offset < shown ? std::min<uint64_t>(length, shown - offset) : 0;
                 std::memset(to, 0, zeros);
                 if (zeros == length) return length;
                 return zeros + stream.bytes.copy(to + zeros, length - zeros, head + offset + zeros - begin);
@@ -165,9 +172,9 @@ TEST(StreamSurvey, EndsWithTheWriteThatBeginsAtTheMark) {
             begin + stream.bytes.size() - head);
         surveyor.GoToEnd();
         const auto runs = surveyor.Result().runs;
-        ASSERT_EQ(runs.size(), begin == RECORD_STREAM_LIMIT ? 1u : 0u);
+        ASSERT_EQ(runs.size(), begin == kMark ? 1u : 0u);
         if (runs.empty()) continue;
-        EXPECT_EQ(runs[0].begin, begin);
+        EXPECT_EQ(runs[0].begin, shown);
         EXPECT_EQ(runs[0].end, begin + record_file::kStreamHeadSize + second->size);
     }
 }
