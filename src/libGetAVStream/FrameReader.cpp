@@ -15,7 +15,6 @@ constexpr char kOperation[] = "AVStreamGetAVDataThread";  // for the log
 constexpr int kHeader = sizeof(AVDataInfo);
 constexpr int kBadCheckLimit = 101;  // the pass at which the place counts as lost
 constexpr int kNotReadyLimit = 50;
-constexpr unsigned kIdleMs = 80;  // between looks at a stream whose frames nobody waits for; its ring holds 230 ms
 constexpr int kGapLimit = 10;
 constexpr int kRestartLimit = 4;
 constexpr unsigned kAttachWaitMs = 20;  // for a ring, or a queue

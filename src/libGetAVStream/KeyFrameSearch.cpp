@@ -10,7 +10,6 @@ namespace {
 
 constexpr int kKeyFrameRoom = 68;  // header, and start code of the payload
 constexpr unsigned kKeyFrameWaitMs = 10;
-constexpr unsigned kIdleSearchMs = 100;  // the same for a stream whose frames nobody waits for
 
 }  // namespace
 
@@ -53,7 +52,7 @@ FrameReader::Found FrameReader::GetLastIFrame(Serial newer_than, int64_t& positi
         } else if (!answer) {
             SleepInSilence();
         } else if (in_range || asked_in_vain) {
-            SleepMs(IsUrgent(type_, index_) ? kKeyFrameWaitMs : kIdleSearchMs);
+            SleepMs(IsUrgent(type_, index_) ? kKeyFrameWaitMs : kIdleMs);
         }
         asked_in_vain = answer && !in_range;  // once it asks again at once
     }

@@ -734,7 +734,7 @@ TEST_F(FrameReader, LooksSeldomWhereNobodyWaits) {
         peer_.Park(1, position);
         EXPECT_EQ(g_received.Until(serial).size(), serial);
     }
-    EXPECT_TRUE(ComesToSleep(80));
+    EXPECT_TRUE(ComesToSleep(160));
     urgent = 1;
     EXPECT_TRUE(ComesToSleep(2));
     peer_.Put(1, position, 21, kDelta);
