@@ -40,11 +40,19 @@ void Signal::Set() {
 }
 
 bool Signal::WaitFor(int milliseconds) {
+    return Wait(milliseconds, false);
+}
+bool Signal::TakeWithin(int milliseconds) {
+    return Wait(milliseconds, true);
+}
+
+bool Signal::Wait(int milliseconds, bool takes) {
     const timespec end = After(milliseconds);
     pthread_mutex_lock(&mutex_);
     while (!is_set_ && pthread_cond_timedwait(&set_, &mutex_, &end) != ETIMEDOUT) {
     }
     const bool is_set = is_set_;
+    is_set_ = is_set && !takes;
     pthread_mutex_unlock(&mutex_);
     return is_set;
 }

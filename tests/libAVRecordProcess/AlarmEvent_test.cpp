@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <set>
@@ -76,6 +77,10 @@ class Timeline {
     int64_t Seconds() {
         const std::lock_guard lock(mutex_);
         return now_ms_ / 1000;
+    }
+    bool IsAsleep() {
+        const std::lock_guard lock(mutex_);
+        return is_asleep_;
     }
     int64_t Wall() { return kNoon + Seconds() + wall_shift_; }
 
@@ -375,6 +380,24 @@ TEST_F(AlarmThread, AnOpenEventIsSavedEveryTwentySeconds) {
     EXPECT_EQ(
         log_.Count(std::string(22, '#') + "AlarmEndTime = 1700049720 RecordDelayTime = 60 m_u32FileInfoHeadNo = 1 \n"),
         1);
+}
+
+TEST_F(AlarmThread, RestsWhileTheRecordLoopLooksForIt) {
+    AlarmWatch watch;
+    Launch();
+    const auto looks_until = [&](const std::function<bool()>& is_so) {
+        return WaitUntil([&] {
+            watch.Pass();
+            return is_so();
+        });
+    };
+    PreRecordAndDelay(0, 1);
+    Set(ALARM_SOURCE_DEF_MOTION, true);
+    ASSERT_TRUE(looks_until([] { return g_timeline.IsAsleep(); })) << "called, it looks every 80 ms by itself";
+    g_timeline.Run(10000);
+    Set(ALARM_SOURCE_DEF_MOTION, false);
+    g_timeline.RunFreely();
+    EXPECT_TRUE(WaitUntil([] { return Events() == "0-14"; })) << Events();
 }
 
 TEST_F(AlarmThread, AnOverwrittenFileStartsWithoutEvents) {

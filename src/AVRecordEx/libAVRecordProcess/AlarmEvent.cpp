@@ -19,6 +19,7 @@
 #include "Mutex.h"
 #include "RecordCard.h"
 #include "RecordState.h"
+#include "Signal.h"
 #include "Thread.h"
 #include "libAVRecord.h"
 #include "libAVRecordProcess.h"
@@ -31,6 +32,8 @@ namespace {
 
 constexpr char kOperation[] = "AlarmEventThread";  // for the log
 constexpr unsigned int kLookMs = 80;
+constexpr int kPassesALook = 4;              // of the record loop
+constexpr int kRestMs = 1000;                // should the record loop be held up, the thread looks for itself
 constexpr uint32_t kSaveSeconds = 20;        // an event that waits for its end is saved no more often
 constexpr uint8_t kReachBackToSection = 10;  // ucpreRecordTime: from the section's start
 
@@ -79,7 +82,7 @@ Watched WatchedAlarm(uint8_t record_time_type, const AlarmData& board) {
 }
 
 // Tells what the present moment is recorded for; false when the run's range is over.
-bool TakeRecordTimeType(const SysInfo& config, uint8_t* type) {
+bool RecordTimeType(const SysInfo& config, uint8_t* type) {
     *type = ARG_RECORD_TIME_REGULAR;
     const tm local = LocalTime(WallSeconds());
     if (config.Record_config.weekScope.dayScope[local.tm_wday].ucSocpeMode != TIME_SCOPE_DIFF) {
@@ -87,11 +90,7 @@ bool TakeRecordTimeType(const SysInfo& config, uint8_t* type) {
     }
     const Hour_Scope range = RunRange(config, local);
     *type = range.endHour.ucType;
-    if (!DayRange::Of(range).Holds(MinuteOfDay(local))) {
-        LOG_TRACE_AS(kOperation, "  TIME_SCOPE_DIFF Record Time Over ! \n");
-        return false;
-    }
-    return true;
+    return DayRange::Of(range).Holds(MinuteOfDay(local));
 }
 
 // ---- The events of one record file ----
@@ -105,7 +104,9 @@ class Events {
     Outcome Begin();
     bool ReadHead();
     Outcome LookAtBoard();
-    bool Save();  // false: the head could not be written
+    bool IsAtRest() const { return open_source_ < 0 && !record_is_refused_; }
+    bool IsCalled();  // at rest: whether there is something to do or to say
+    bool Save();      // false: the head could not be written
 
   private:
     uint32_t Now() const { return start_time_ + static_cast<uint32_t>(KQ_COMMON_GetUptime() - start_uptime_); }
@@ -202,7 +203,8 @@ Outcome Events::LookAtBoard() {
     }
     TakeSettings(config->Record_config);
     uint8_t record_time_type;
-    if (!TakeRecordTimeType(*config, &record_time_type)) {
+    if (!RecordTimeType(*config, &record_time_type)) {
+        LOG_TRACE_AS(kOperation, "  TIME_SCOPE_DIFF Record Time Over ! \n");
         return Outcome::GoOn;
     }
     if (CardWasPulled()) {
@@ -228,6 +230,18 @@ Outcome Events::LookAtBoard() {
         is_written = Quiet(heads.section, now);
     }
     return is_written ? Outcome::GoOn : Outcome::WriteFailed;
+}
+
+bool Events::IsCalled() {
+    const SysInfo* config = GetSysconfigData();
+    uint8_t record_time_type;
+    if (config == nullptr || !RecordTimeType(*config, &record_time_type)) {
+        return true;
+    }
+    TakeSettings(config->Record_config);
+    AlarmData board{};
+    AlarmDataRead(&board);
+    return WatchedAlarm(record_time_type, board).is_on;
 }
 
 // False when the event that was still open could not be saved.
@@ -323,6 +337,45 @@ struct Start {
 std::atomic<uint32_t> g_run{0};  // number of the newest run
 Mutex g_turn;                    // held by the thread at work; recording never takes it
 
+// Where the thread waits while the record loop looks at the board for it.
+class Rest {
+  public:
+    void Prepare() { call_.Clear(); }  // before the first run
+    void WatchBegins() { is_watched_ = true; }
+    void WatchEnds() {
+        is_watched_ = false;
+        call_.Set();
+    }
+    void Look() {
+        const std::lock_guard guard(lock_);
+        if (resting_ != nullptr && resting_->IsCalled()) {
+            call_.Set();
+        }
+    }
+    // True after a rest; false when there is none to be had.
+    bool Take(Events& events) {
+        if (!is_watched_ || !events.IsAtRest()) {
+            return false;
+        }
+        SetResting(&events);
+        call_.TakeWithin(kRestMs);
+        SetResting(nullptr);
+        return true;
+    }
+
+  private:
+    void SetResting(Events* events) {
+        const std::lock_guard guard(lock_);
+        resting_ = events;
+    }
+
+    std::atomic<bool> is_watched_{false};  // by the record loop
+    Mutex lock_;
+    Events* resting_ = nullptr;
+    Signal call_;
+};
+constinit Rest g_rest;
+
 bool IsOn(const Start& start) {
     return g_flags.run_is_on && g_run == start.run;
 }
@@ -334,7 +387,9 @@ bool FollowRun(Events& events, const Start& start) {
         LOG_ERROR_AS(kOperation, ": the events of file %u cannot be read, tried again\n", start.file_no);
     }
     while (outcome == Outcome::GoOn || outcome == Outcome::ReadFailed) {
-        SleepMs(kLookMs);
+        if (outcome != Outcome::GoOn || !g_rest.Take(events)) {
+            SleepMs(kLookMs);
+        }
         if (!IsOn(start)) {
             events.Save();
             return true;
@@ -366,6 +421,9 @@ void* AlarmEventThread(void* argument) {
 int AlarmEventStart() {
     AVRecordHeads heads;
     AVRecordHeadsCopy(&heads);
+    if (g_run == 0) {
+        g_rest.Prepare();
+    }
     std::unique_ptr<Start> start(new (std::nothrow) Start{++g_run, heads.file.m_u32FileInfoHeadNo});
     if (start == nullptr) {
         return ENOMEM;
@@ -376,4 +434,16 @@ int AlarmEventStart() {
         static_cast<void>(start.release());  // the thread's now
     }
     return error;
+}
+
+AlarmWatch::AlarmWatch() {
+    g_rest.WatchBegins();
+}
+AlarmWatch::~AlarmWatch() {
+    g_rest.WatchEnds();
+}
+void AlarmWatch::Pass() {
+    if (++passes_ % kPassesALook == 0) {
+        g_rest.Look();
+    }
 }

@@ -365,6 +365,7 @@ void (*g_chore)() = nullptr;
 // Returns when the run is over: 0, or -1 when the configuration went away.
 int Watch(const Run& run) {
     long last_second = run.start_uptime;
+    AlarmWatch alarms;
     while (true) {
         if (const long second = KQ_COMMON_GetUptime(); second != last_second) {
             last_second = second;
@@ -378,6 +379,7 @@ int Watch(const Run& run) {
         if (look != Look::GoOn) {
             return look == Look::Over ? 0 : -1;
         }
+        alarms.Pass();
         SleepMs(kWatchMs);
     }
 }
