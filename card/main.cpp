@@ -20,7 +20,7 @@ constexpr card::Command kCommands[] = {
     {"export", "A moment, an event, a section or everything as a file that plays anywhere", card::PrepareExport},
     {"check", "Does everything on the card agree? Tells what does not, and what it costs", card::PrepareCheck},
     {"view", "The card in this computer's browser: play, scrub, save clips", card::PrepareView},
-    {"timeline", "The card as one HTML page: days, gaps, events, pictures", card::PrepareTimeline},
+    {"timeline", "The card as one HTML page: days, gaps, events, pictures; with --clips the footage", card::PrepareTimeline},
     {"repair", "Rebuild lost heads, index or file system from what is on the card (into a copy)", card::PrepareRepair},
     {"mount", "Mount an image's files for a recorder to write (FUSE, needs no privileges)", card::PrepareMount},
 };

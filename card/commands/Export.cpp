@@ -1,6 +1,4 @@
 // recordcard export: a stretch of the card as a file that plays anywhere.
-#include <signal.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 #include <CLI/CLI.hpp>
 
@@ -12,11 +10,13 @@
 #include <string>
 
 #include "clip/Clip.h"
+#include "commands/Asked.h"
 #include "commands/Commands.h"
 #include "commands/Options.h"
 #include "commands/Progress.h"
 #include "export/Exporter.h"
 #include "export/Ffmpeg.h"
+#include "export/OutputFiles.h"
 #include "index/CardIndex.h"
 #include "text/Error.h"
 #include "text/TimeText.h"
@@ -30,36 +30,13 @@ namespace {
 struct ExportArguments {
     std::string path;
     std::string out;
-    std::string from;
-    std::string to;
+    AskedTimes asked;
     std::string event;  // a number or "all"
     std::string section;
     bool all = false;
     bool force = false;
     bool to_stdout = false;
     TimeStyle times;
-};
-
-constexpr char kNothingThere[] = "Nothing was recorded then; \"recordcard list\" tells what is there.";
-
-volatile sig_atomic_t stop_signal = 0;  // written by the handler alone
-
-// While it lives, a stop signal is noted instead of ending the process, so that half a file can be removed.
-class StopSignals {
-  public:
-    StopSignals() {
-        struct sigaction action {};
-        action.sa_handler = [](int signal) { stop_signal = signal; };
-        for (size_t i = 0; i < kCount; ++i) sigaction(kSignals[i], &action, &before_[i]);
-    }
-    ~StopSignals() {
-        for (size_t i = 0; i < kCount; ++i) sigaction(kSignals[i], &before_[i], nullptr);
-    }
-
-  private:
-    static constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
-    static constexpr size_t kCount = std::size(kSignals);
-    struct sigaction before_[kCount];
 };
 
 // "F:U" as "list" prints it.
@@ -74,46 +51,18 @@ std::pair<uint32_t, uint32_t> ParseSection(const std::string& text) {
     throw CardError("--section takes FILE:SECTION as \"recordcard list\" prints it, not \"" + text + "\"", kUsage);
 }
 
-uint32_t ParseEvent(const std::string& text) {
-    uint32_t number = 0;
-    const char* const end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, number);
-    if (result.ec == std::errc() && result.ptr == end && number != 0) return number;
-    throw CardError("--event takes a number as \"recordcard events\" prints it, or \"all\", not \"" + text + "\"",
-                    kUsage);
-}
-
-Selection SelectAsked(const CardIndex& index, const ExportArguments& arguments) {
-    const uint32_t newest = index.Newest().value_or(0);
-    const uint32_t from = arguments.from.empty() ? 0 : arguments.times.Parse(arguments.from, newest);
-    const uint32_t day = arguments.from.empty() ? newest : from;
-    const uint32_t to = arguments.to.empty() ? UINT32_MAX : arguments.times.Parse(arguments.to, day, true);
-    if (to < from) throw CardError("--to lies before --from", kUsage);
-    return SelectTimes(index, from, to);
-}
-
 Selection Select(const CardIndex& index, const ExportArguments& arguments) {
-    const bool times = !arguments.from.empty() || !arguments.to.empty();
-    const int ways = int{times} + int{!arguments.event.empty()} + int{!arguments.section.empty()} + int{arguments.all};
+    const int ways = int{arguments.asked.Any()} + int{!arguments.event.empty()} + int{!arguments.section.empty()} +
+                     int{arguments.all};
     if (ways != 1) {
         throw CardError("Say what to export: --from and/or --to, or --event, or --section, or --all (one of these)",
                         kUsage);
     }
-    if (times) return SelectAsked(index, arguments);
+    if (arguments.asked.Any()) return arguments.asked.Select(index, arguments.times);
     if (!arguments.event.empty()) return SelectEvent(index, ParseEvent(arguments.event));
     if (arguments.all) return SelectAll(index);
     const auto [file, number] = ParseSection(arguments.section);
     return SelectSection(index, file, number);
-}
-
-// Nothing is begun that cannot end well.
-void CheckSpace(const std::string& out, uint64_t bytes) {
-    const std::string folder = FolderOf(out);
-    struct statvfs space {};
-    if (statvfs(folder.c_str(), &space) == 0 && uint64_t{space.f_bavail} * space.f_frsize < bytes) {
-        throw CardError("There are " + Bytes(uint64_t{space.f_bavail} * space.f_frsize) + " free in " + folder +
-                        ", and " + Bytes(bytes) + " may be needed.");
-    }
 }
 
 void PrintPart(std::FILE* to, const ExportPart& part, const TimeStyle& times) {
@@ -136,7 +85,7 @@ ExportReport RunExport(const CardIndex& index, const ExportArguments& arguments,
     const uint64_t total = 2 * selection.StreamBytes();
     uint64_t done = 0;
     return exporter.Run(selection, [&](uint64_t bytes) {
-        if (stop_signal != 0) throw CardError("Stopped; nothing was written.");
+        signals.ThrowIfStopped();
         progress.Show(done += bytes, total);
     });
 }
@@ -144,7 +93,7 @@ ExportReport RunExport(const CardIndex& index, const ExportArguments& arguments,
 int ExportOne(const CardIndex& index, const ExportArguments& arguments) {
     const Selection selection = Select(index, arguments);
     if (selection.stretches.empty()) throw CardError(kNothingThere, kNothing);
-    if (!arguments.to_stdout) CheckSpace(arguments.out, selection.StreamBytes());
+    if (!arguments.to_stdout) RequireSpace(arguments.out, selection.StreamBytes());
     const ExportReport report = RunExport(index, arguments, selection);
     for (const ExportPart& part : report.parts) PrintPart(arguments.to_stdout ? stderr : stdout, part, arguments.times);
     if (report.damaged_bytes != 0 || report.foreign_frames != 0) {
@@ -200,8 +149,8 @@ Run PrepareExport(CLI::App& command) {
     command.add_option("CARD", arguments->path, "Mounted card, folder, device or image file")->required();
     command.add_option("OUT", arguments->out, "File to make: .mp4, .mkv, .h264, .h265 or .ps");
     command.add_flag("--to-stdout", arguments->to_stdout, "Into a pipe, as .mkv or of the kind that OUT names");
-    command.add_option("--from", arguments->from, "From the key frame at or before this time")->type_name("TIME");
-    command.add_option("--to", arguments->to, "To this time, the whole second included")->type_name("TIME");
+    command.add_option("--from", arguments->asked.from, "From the key frame at or before this time")->type_name("TIME");
+    command.add_option("--to", arguments->asked.to, "To this time, the whole second included")->type_name("TIME");
     command
         .add_option(
             "--event", arguments->event,
@@ -213,7 +162,7 @@ Run PrepareExport(CLI::App& command) {
     command.add_flag("--force", arguments->force, "Overwrite OUT when it is there");
     AddTimeStyle(command, arguments->times);
     command.footer(
-        "TIME: \"2026-11-21 08:00:05\", \"2026-11-21\" or \"08:00\" (of the newest day).\n"
+        std::string(kTimeText) +
         "Pictures are taken over as they are, cut at key frames; sound becomes AAC in an .mp4 and stays as it is in\n"
         "an .mkv. Time in the file is real time; gaps of more than 2 s are left out and marked with a chapter.\n"
         "Where codec or picture size change, a further file OUT-2, OUT-3, ... begins. The raw files: .h264 and .h265\n"

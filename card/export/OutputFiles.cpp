@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,6 +10,7 @@
 #include <utility>
 
 #include "text/Error.h"
+#include "text/TimeText.h"
 
 namespace card {
 
@@ -16,12 +18,21 @@ namespace {
 
 constexpr char kStdout[] = "/dev/stdout";
 
-}  // namespace
-
 std::string FolderOf(const std::string& path) {
     const size_t slash = path.rfind('/');
     if (slash == std::string::npos) return ".";
     return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+}  // namespace
+
+void RequireSpace(const std::string& out, uint64_t bytes) {
+    const std::string folder = FolderOf(out);
+    struct statvfs space {};
+    if (statvfs(folder.c_str(), &space) == 0 && uint64_t{space.f_bavail} * space.f_frsize < bytes) {
+        throw CardError("There are " + Bytes(uint64_t{space.f_bavail} * space.f_frsize) + " free in " + folder +
+                        ", and " + Bytes(bytes) + " may be needed.");
+    }
 }
 
 OutputFiles::OutputFiles(std::string path, Mode mode) : path_(std::move(path)), mode_(mode) {

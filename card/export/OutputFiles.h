@@ -4,12 +4,15 @@
 // What was not committed is removed when this is destroyed.  One thread.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 namespace card {
 
-std::string FolderOf(const std::string& path);
+// Throws CardError when the file system that `out` is to lie on has less than `bytes` free: nothing is begun that
+// cannot end well.
+void RequireSpace(const std::string& out, uint64_t bytes);
 
 class OutputFiles {
   public:

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 #include "index/CardIndex.h"
 
@@ -14,5 +15,8 @@ namespace card {
 
 // `next`: start of the following section as its head says; `file_end`: the file head's, when nothing follows.
 void ReadPictureTimes(const StoreFile& record, Section& section, std::optional<uint32_t> next, uint32_t file_end);
+
+// Where it found them in the record file: a copy that has these bytes, and zeros elsewhere, tells the same times.
+std::vector<Extent> PictureTimePlaces(const StoreFile& record, const Section& section);
 
 }  // namespace card

@@ -9,6 +9,7 @@
 #include "index/ListJson.h"
 #include "page/Thumbnail.h"
 #include "stream/StreamScanner.h"
+#include "text/Base64.h"
 #include "text/Json.h"
 
 namespace card {
@@ -43,20 +44,6 @@ void AddZone(JsonText& json, const CardIndex& index, const TimeStyle& times) {
         if (now != std::exchange(offset, now)) add(static_cast<uint32_t>(time), now);
     }
     json.Close(']');
-}
-
-std::string Base64(ByteView bytes) {
-    static constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string text;
-    for (size_t i = 0; i < bytes.size(); i += 3) {
-        const size_t left = std::min<size_t>(bytes.size() - i, 3);
-        uint32_t group = bytes[i] << 16;
-        if (left > 1) group |= bytes[i + 1] << 8;
-        if (left > 2) group |= bytes[i + 2];
-        for (size_t digit = 0; digit < 4; ++digit)
-            text += digit <= left ? kDigits[group >> (18 - 6 * digit) & 63] : '=';
-    }
-    return text;
 }
 
 struct Picture {
@@ -164,12 +151,14 @@ std::vector<Wanted> ChoosePictures(const CardIndex& index, size_t max) {
     return spread;
 }
 
-std::string OverviewJson(const CardIndex& index, const OverviewOptions& options, const PicturesDone& progress) {
+std::string OverviewJson(const CardIndex& index, const OverviewOptions& options, const Footage* footage,
+                         const PicturesDone& progress) {
     JsonText json;
     json.Open('{').Field("name", options.path).Key("zone");
     AddZone(json, index, options.times);
     json.Key("list").Plain(ListJson(index)).Key("thumbs");
     AddThumbnails(json, index, options, progress);
+    if (footage != nullptr) AddFootage(json, *footage);
     json.Close('}');
     return json.Text();
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "index/CardIndex.h"
+#include "page/Footage.h"
 #include "text/TimeText.h"
 
 namespace card {
@@ -33,7 +34,8 @@ using PicturesDone = std::function<void(size_t done, size_t total)>;
 
 // For ViewerPage():
 //   {"name": path, "zone": [[from, seconds east of UTC], ...], "list": as of ListJson.h,
-//    "thumbs": [{"section": .., "time": .., "jpeg": base64}, ...]}
-std::string OverviewJson(const CardIndex& index, const OverviewOptions& options, const PicturesDone& progress);
+//    "thumbs": [{"section": .., "time": .., "jpeg": base64}, ...]}, and with `footage` what AddFootage says.
+std::string OverviewJson(const CardIndex& index, const OverviewOptions& options, const Footage* footage,
+                         const PicturesDone& progress);
 
 }  // namespace card

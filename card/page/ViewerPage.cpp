@@ -8,10 +8,14 @@ extern const char kViewerPage[];  // viewer.html
 
 namespace {
 
-void Replace(std::string& page, const std::string& mark, const std::string& text) {
+size_t Find(const std::string& page, const std::string& mark) {
     const size_t at = page.find(mark);
     if (at == std::string::npos) throw CardError("The page has no place for \"" + mark + "\"");
-    page.replace(at, mark.size(), text);
+    return at;
+}
+
+void Replace(std::string& page, const std::string& mark, const std::string& text) {
+    page.replace(Find(page, mark), mark.size(), text);
 }
 
 }  // namespace
@@ -21,6 +25,10 @@ std::string ViewerPage(const std::string& given, const std::string& origin) {
     Replace(page, "id=\"given\">null<", "id=\"given\">" + given + "<");
     if (!origin.empty()) Replace(page, "default-src 'none';", "default-src 'none'; connect-src " + origin + ";");
     return page;
+}
+
+size_t PlaceOfFootage(const std::string& page) {
+    return Find(page, "<script type=\"text/plain\" id=\"wasm\">");
 }
 
 }  // namespace card

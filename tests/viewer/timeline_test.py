@@ -4,7 +4,7 @@ import sys
 import unittest
 
 sys.path.insert(0, os.path.dirname(__file__))
-from support import TOOL, PageTest, run, tool_list
+from support import TOOL, PageTest, distance, frame_sums, run, small_pictures, tool_list
 
 
 class Timeline(PageTest):
@@ -70,6 +70,45 @@ class Timeline(PageTest):
             self.assertEqual(self.moment(), moment)
         self.browser.run("byId('when').value = '2026-03-09 04:00:02'; byId('goto').requestSubmit()")
         self.assertEqual(self.browser.run("now() - list.sections[1].start"), 2)
+
+    def test_footage_in_the_page_plays_without_the_card(self):
+        card = self.folder / "busy.img"
+        self.show(card, "--clips", "--event", "1", "--utc")  # of the first section, seconds 5 to 9
+        self.browser.wait("!player.loading && byId('video').readyState >= 2")
+        self.assertEqual(self.browser.run("list"), tool_list(card))
+        self.assertIn("This page plays 5 s of what was recorded", self.browser.run("byId('notice').textContent"))
+        pictures = small_pictures(self.exported(self.folder / "busy", "0:1"))[:250]
+        for wanted in (125, 130, 249, 201):
+            self.browser.run(f"goTo(list.start + {(wanted + .5) / 25})")
+            self.browser.wait("!player.loading && !byId('video').seeking && byId('video').readyState >= 2")
+            shown = self.grey("byId('video')")
+            self.assertEqual(min(range(250), key=lambda i: distance(pictures[i], shown)), wanted)
+        self.browser.run("player.play()")
+        self.browser.wait("byId('video').ended && player.moment > list.start + 9.9")
+
+        for away in ("list.start + 2", "list.start + 15", "list.sections[1].start - 50", "list.sections[3].start + 1"):
+            self.browser.run(f"goTo({away})")
+            self.browser.wait("!byId('message').hidden && byId('video').readyState === 0")
+            self.assertIn("Nothing was recorded" if "-" in away else "The footage of it is not in this page",
+                          self.browser.run("byId('message').textContent"))
+        self.browser.run("setSpan([list.start + 3, list.start + 8]); save()")
+        self.assertIn("Not all of this is in this page", self.browser.run("byId('saveNote').textContent"))
+        self.browser.key(" ")
+        self.browser.wait("player.moment > list.start + 5.5 && !player.paused", 60)
+
+        self.browser.run("player.pause(); setSpan([list.start + 6, list.start + 8]); save()")
+        self.browser.wait("byId('saveNote').textContent.startsWith('Saved')")
+        saved = self.browser.downloaded(".mp4")[0]
+        self.addCleanup(os.remove, saved)
+        times = self.command().split()[3:7]
+        run(TOOL, "export", card, *times, self.folder / "event.mp4")
+        self.assertEqual(frame_sums(saved), frame_sums(self.folder / "event.mp4"))
+
+    def test_all_footage_in_the_page_is_the_card(self):
+        page = self.show(self.folder / "b_frames", "--clips", "--thumbnails", "0")
+        self.assertLess(page.stat().st_size, 4 << 20)
+        self.browser.wait("!player.loading && byId('video').readyState >= 2")
+        self.assertEqual(self.browser.run("[held, byId('notice').hidden, document.querySelectorAll('.footage').length]"), [None, True, 0])
 
     def test_an_empty_card_says_so(self):
         self.show(self.folder / "empty")

@@ -45,7 +45,7 @@ class Card {
     return result;
   }
 
-  // [{time, offset}], and the section's limit as the last one's end.
+  // [{time, offset, end}] of those whose bytes can be had; they end with the next one, the last with the section.
   keyFrames(section) {
     if (!this.keys.has(section)) {
       const at = this.call("ViewerKeyFrames", section);
@@ -54,8 +54,9 @@ class Card {
       const keys = [];
       for (let i = 0; i < count; ++i) keys.push({ time: values[2 * i], offset: values[2 * i + 1], end: values[2 * i + 3] });
       keys[count - 1].end = values[2 * count];
+      const path = "/card/hi" + String(this.list.sections[section].file).padStart(6, "0") + ".mp4";
       if (this.keys.size > 64) this.keys.clear();
-      this.keys.set(section, keys);
+      this.keys.set(section, keys.filter(key => this.source.holds(path, key.offset, key.end)));
     }
     return this.keys.get(section);
   }

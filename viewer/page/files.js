@@ -1,11 +1,12 @@
-// The bytes of what was picked: files of this computer, or of the server that the page came from.  Worker.
+// The bytes of what was picked: files of this computer, of the server that the page came from, or in the page.  Worker.
 //
 // Reads blocks of 1 MiB and keeps the last sixteen: the card's code reads headers of some bytes.
 const BLOCK = 1 << 20;
 const BLOCKS_KEPT = 16;
 
 class CardFiles {
-  // files: [{path, blob}] or [{path, url, size}]
+  // files: [{path, blob}], [{path, url, size}] or, in the page, [{path, size, parts: [[offset, bytes, place]], text}]: `text` is
+  // a Blob of Base64, in which a part begins at byte `place` of what it stands for; what lies in no part counts as zeros.
   constructor(files) {
     this.files = files;
     this.byPath = new Map(files.map((file, i) => [file.path, i]));
@@ -18,6 +19,12 @@ class CardFiles {
   size(handle) {
     const file = this.files[handle];
     return file.blob ? file.blob.size : file.size;
+  }
+
+  // Whether all of [begin, end) can be had.
+  holds(path, begin, end) {
+    const file = this.files[this.byPath.get(path)];
+    return !file || !file.parts || file.parts.some(([offset, bytes]) => offset <= begin && end <= offset + bytes);
   }
 
   // Returns the number of bytes read, less only at the end; -1: the file cannot be read (any more).
@@ -56,6 +63,7 @@ class CardFiles {
 
   fetch(file, begin, end) {
     if (file.blob) return new Uint8Array(new FileReaderSync().readAsArrayBuffer(file.blob.slice(begin, end)));
+    if (file.parts) return this.compose(file, begin, end);
     const request = new XMLHttpRequest();
     request.open("GET", file.url, false);
     request.setRequestHeader("Range", "bytes=" + begin + "-" + (end - 1));
@@ -63,5 +71,23 @@ class CardFiles {
     request.send();
     if (request.status !== 206) throw new Error("status " + request.status);
     return new Uint8Array(request.response);
+  }
+
+  compose(file, begin, end) {
+    const bytes = new Uint8Array(end - begin);
+    for (const [offset, length, place] of file.parts) {
+      const from = Math.max(begin, offset), to = Math.min(end, offset + length);
+      if (from < to) bytes.set(this.decode(file.text, place + from - offset, place + to - offset), from - begin);
+    }
+    return bytes;
+  }
+
+  // Four digits are three bytes.
+  decode(text, begin, end) {
+    const first = Math.floor(begin / 3);
+    const decoded = atob(new FileReaderSync().readAsText(text.slice(4 * first, 4 * Math.ceil(end / 3))));
+    const bytes = new Uint8Array(end - begin);
+    for (let i = 0, at = begin - 3 * first; i < bytes.length; ++i, ++at) bytes[i] = decoded.charCodeAt(at);
+    return bytes;
   }
 }

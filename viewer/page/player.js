@@ -119,6 +119,7 @@ class Player {
     const section = this.sectionAt(t);
     if (section < 0) return null;
     const chunks = await this.source.ask("chunks", { section });
+    if (chunks.length === 0) return null; // its footage is not there
     return { section, chunk: Math.max(chunks.findLastIndex(c => c.time <= t), 0), chunks };
   }
 
@@ -184,10 +185,10 @@ class Player {
 
   // Goes on to the next chunk, over the end of a section; false at the end of the card.
   async advance(place) {
-    if (++place.chunk < place.chunks.length) return true;
-    if (++place.section >= this.sections.length) return false;
-    place.chunk = 0;
-    place.chunks = await this.source.ask("chunks", { section: place.section });
+    for (++place.chunk; place.chunk >= place.chunks.length; place.chunk = 0) {
+      if (++place.section >= this.sections.length) return false;
+      place.chunks = await this.source.ask("chunks", { section: place.section });
+    }
     return true;
   }
 

@@ -42,6 +42,19 @@ class CardSource {
   }
 }
 
+// The footage that the tool put into this page, as files for the worker.  The texts leave the page: a Blob needs not stand in
+// its memory.
+function filesInPage(files) {
+  const text = new Blob([...document.querySelectorAll("script.footage")].map(element => {
+    const part = new Blob([element.textContent]);
+    element.remove();
+    return part;
+  }));
+  let place = 0;
+  const placed = ([offset, bytes]) => [offset, bytes, (place += bytes) - bytes];
+  return files.map(({ path, size, parts }) => ({ path, size, parts: parts.map(placed), text }));
+}
+
 const STORE_FILE = /^(hi\d{6}\.(mp4|pic)|(index|event)\d{3}\.bin|keyframe\.bin)$/i;
 
 // Files picked (or of a dropped folder) as the worker takes them; a single other file is an image of a card.

@@ -13,6 +13,7 @@ class Timeline {
     this.handlers = handlers;
     this.sections = [];
     this.events = [];
+    this.held = []; // [from, to) of what can be played, where that is not all
     this.range = [0, DAY];
     this.view = [0, DAY];
     this.now = null;
@@ -28,9 +29,11 @@ class Timeline {
     canvas.addEventListener("pointerleave", () => this.hover(null));
   }
 
-  show(list) {
+  // `held`: see ui.js.
+  show(list, held) {
     this.sections = list.sections.map(s => ({ start: s.start, end: Math.max(s.end, s.start + 1), audio: s.audio })).sort((a, b) => a.start - b.start);
     this.longest = this.sections.reduce((most, s) => Math.max(most, s.end - s.start), 0);
+    this.held = held ? this.sections.flatMap(s => held.map(([from, to]) => [Math.max(from, s.start), Math.min(to + 1, s.end)])).filter(([from, to]) => from < to) : [];
     const margin = Math.max((list.end - list.start) * .02, 5);
     this.range = [list.start - margin, list.end + margin];
     this.look(this.range[0], this.range[1]);
@@ -193,7 +196,8 @@ class Timeline {
 
   paintSections(g, colour, top, bottom) {
     const [from, to] = this.visible(), width = this.canvas.clientWidth;
-    g.fillStyle = colour("record");
+    const recorded = colour(this.held.length ? "away" : "record");
+    g.fillStyle = recorded;
     let painted = -1;
     for (let i = from; i < to; ++i) {
       const s = this.sections[i], left = Math.max(this.x(s.start), painted, -2);
@@ -201,7 +205,12 @@ class Timeline {
       if (right <= left) continue;
       g.fillRect(left, top, right - left, bottom - top);
       painted = right;
-      if (right - left > 6) { g.fillStyle = colour("seam"); g.fillRect(left, top, 1, bottom - top); g.fillStyle = colour("record"); }
+      if (right - left > 6) { g.fillStyle = colour("seam"); g.fillRect(left, top, 1, bottom - top); g.fillStyle = recorded; }
+    }
+    g.fillStyle = colour("record");
+    for (const [from, to] of this.held) {
+      const left = Math.max(this.x(from), -2), right = Math.min(Math.max(this.x(to), this.x(from) + 1.5), width + 2);
+      if (right > left) g.fillRect(left, top, right - left, bottom - top);
     }
   }
 

@@ -1,7 +1,10 @@
 // The page: what is opened, shown and pressed.
+//
+// A card is there whole, in part (`held`: footage in the page, of some spans), or not at all (`readable` is false: a list and
+// pictures).
 const source = new CardSource();
 const given = JSON.parse(byId("given").textContent); // by the tool: a list and pictures, or files to read
-let list = null, cardName = "card", thumbs = [], readable = false;
+let list = null, cardName = "card", thumbs = [], readable = false, held = null;
 let span = null, shownKinds = new Set(EVENT_KINDS.map(([kind]) => kind)), saving = null;
 
 const player = new Player(byId("video"), source, { moment: showMoment, state: showState, fault: showFault });
@@ -21,12 +24,24 @@ async function openFiles(picked) {
     const opened = await source.open(picked.files);
     readable = true;
     cardName = picked.name;
-    thumbs = [];
-    showCard(opened.list);
+    thumbs = picked.thumbs || [];
+    list = opened.list;
+    held = picked.held || null;
+    if (held && list.sections.every(s => holds(s.start, s.end))) held = null;
+    showCard(list);
   } catch (error) {
     readable = false;
     notice("This is not a recording card that can be read. " + error.message);
   }
+}
+
+// Whether what was recorded from second `from` to `to` can be played; where nothing was recorded, there is nothing to miss.
+function holds(from, to = from) {
+  if (!readable || !held) return readable;
+  return list.sections.every(s => {
+    const begin = Math.max(Math.floor(from), s.start), end = Math.min(Math.floor(to), s.end);
+    return begin > end || held.some(([a, b]) => a <= begin && end <= b);
+  });
 }
 
 function showCard(found) {
@@ -35,18 +50,20 @@ function showCard(found) {
   byId("start").hidden = byId("thumb").hidden = true;
   byId("viewer").hidden = byId("reopen").hidden = false;
   document.body.classList.toggle("overview", !readable);
-  notice(!list.sections.length ? "Nothing is recorded on this card yet." : list.damaged ? counted(list.damaged, "damaged entry").replace("entrys", "entries") + " of the card's index left out." : "");
+  document.body.classList.toggle("partial", held !== null);
   span = null;
   showSpan();
   player.show(list);
   line.now = null;
-  line.show(list);
+  line.show(list, held);
+  notice(!list.sections.length ? "Nothing is recorded on this card yet." : list.damaged ? counted(list.damaged, "damaged entry").replace("entrys", "entries") + " of the card's index left out."
+    : held ? "This page plays " + durationText(heldSeconds()) + " of what was recorded: what is bright on the time line. Of the rest it has the list and pictures." : "");
   drawFacts(); drawDays(); drawFilter();
   showState();
   byId("moment").textContent = "–";
   if (!list.sections.length) return;
   const newest = list.sections[list.sections.length - 1];
-  goTo(Math.max(newest.start, list.end - 10), true);
+  if (held) goTo(held[0][0]); else goTo(Math.max(newest.start, list.end - 10), true);
 }
 
 byId("openFolder").onclick = () => byId("folder").click();
@@ -71,15 +88,25 @@ async function goTo(t, about = false) {
   byId("scrub").hidden = true;
   scrubPreview.cancel();
   byId("message").hidden = true;
+  byId("thumb").hidden = true;
   t = Math.min(Math.max(t, list.start), list.end + .99);
   showMoment(t);
-  if (readable) await player.seek(t, about); else showThumb(t);
+  if (playable(t)) return player.seek(t, about);
+  player.close();
+  showThumb(t);
 }
+
+// At `t`, or where recording went on after it.
+function playable(t) {
+  const section = list.sections[player.sectionAt(t)];
+  return holds(section ? Math.max(t, section.start) : t);
+}
+const heldSeconds = () => line.held.reduce((sum, [from, to]) => sum + to - from, 0);
 
 function scrubTo(t) {
   player.pause();
   line.follow(t);
-  scrubPreview.ask(readable ? player.sectionAt(t) : -1, t, shown => { byId("scrub").hidden = !shown; });
+  scrubPreview.ask(playable(t) ? player.sectionAt(t) : -1, t, shown => { byId("scrub").hidden = !shown; });
   byId("moment").textContent = dateText(t) + " " + tenthsText(t);
 }
 
@@ -101,7 +128,9 @@ function step(by) {
 }
 function togglePlay() {
   if (!readable) return;
-  if (player.paused) { if (player.video.ended) goTo(list.start); player.play(); } else player.pause();
+  if (!playable(now())) { // on to the next footage that is there
+    goTo((held.find(([from]) => from > now()) || held[0])[0]).then(() => player.play());
+  } else if (player.paused) { if (player.video.ended) goTo(list.start); player.play(); } else player.pause();
 }
 function changeRate(by) {
   const rate = byId("rate");
@@ -147,16 +176,16 @@ function showTip(t, x) {
   if (t === null || !list) { preview.cancel(); tip.hidden = true; return; }
   const section = list.sections.findIndex(s => t >= s.start && t < s.end + 1);
   const event = line.events.find(e => t >= e.start && t <= Math.max(e.end, e.start + 1));
-  byId("tipTime").textContent = clockText(t) + (section < 0 ? " – nothing recorded" : event ? " – " + event.kind : "");
+  byId("tipTime").textContent = clockText(t) + (section < 0 ? " – nothing recorded" : event ? " – " + event.kind : held && !holds(t) ? " – not in this page" : "");
   tip.hidden = false;
   tip.style.left = Math.min(Math.max(x - 98, 0), Math.max(byId("line").clientWidth - 196, 0)) + "px";
-  const thumb = readable ? null : thumbAt(t);
+  const thumb = holds(t) ? null : thumbAt(t);
   byId("tipThumb").hidden = !thumb;
   if (thumb) byId("tipThumb").src = thumb.address;
-  preview.ask(readable ? section : -1, t, shown => { byId("tipPicture").hidden = !shown; });
+  preview.ask(holds(t) ? section : -1, t, shown => { byId("tipPicture").hidden = !shown; });
 }
 
-// Of an overview: the picture nearest to `t` in what was recorded then.
+// Of those that the tool put in: the picture nearest to `t` in what was recorded then.
 function thumbAt(t) {
   const section = list.sections.findIndex(s => t >= s.start && t < s.end + 1);
   let best = null;
@@ -169,7 +198,7 @@ function showThumb(t) {
   byId("thumb").hidden = !best;
   if (best) { byId("thumb").src = best.address; byId("thumb").alt = "Picture of " + clockText(best.time); }
   showFault((best ? "Picture of " + clockText(best.time) : recorded ? "No picture of this is kept here" : "Nothing was recorded then") +
-    ". This page is an overview; open the card in it to play.");
+    (!held ? ". This page is an overview; open the card in it to play." : recorded ? ". The footage of it is not in this page." : "."));
 }
 
 // ---- span and saving
@@ -196,8 +225,10 @@ function showSpan() {
 async function save() {
   if (saving) { saving.stop = true; return; }
   if (!span || !readable) return;
-  const note = byId("saveNote"), button = byId("save"), own = saving = { stop: false };
+  const note = byId("saveNote"), button = byId("save");
   note.hidden = false;
+  if (!holds(...span)) { note.textContent = "Not all of this is in this page. The command saves it from the card."; return; }
+  const own = saving = { stop: false };
   try {
     const files = await saveClip(source, span, part => {
       button.textContent = "Stop (" + Math.round(100 * part) + " %)";
@@ -245,6 +276,7 @@ function drawFacts() {
   if (list.keeps) say("A full card", durationText(list.keeps));
   say("Sections", list.sections.length);
   say("Gaps", list.gaps.length);
+  if (held) say("In this page", durationText(heldSeconds()));
   const kinds = new Set(list.sections.map(s => s.video && s.video + " " + s.width + "×" + s.height + ", " + s.rate + " fps" + (s.audio ? ", " + s.audio : "")));
   kinds.delete("");
   [...kinds].slice(0, 4).forEach((kind, i) => say(i ? "" : "Video", kind));
@@ -277,6 +309,12 @@ function drawDays() {
       part.style.left = 100 * left + "%";
       part.style.width = 100 * (right - left) + "%";
       end = right;
+    }
+    for (const [from, to] of line.held) {
+      if (to <= start || from >= start + length) continue;
+      const part = make("i", bar, null, { className: "held" });
+      part.style.left = Math.max(100 * (from - start) / length, 0) + "%";
+      part.style.width = 100 * (Math.min(to, start + length) - Math.max(from, start)) / length + "%";
     }
     for (const e of events.slice(0, 400)) make("u", bar, null, { className: kindOf(e.type) }).style.left = 100 * (e.start - start) / length + "%";
     make("span", row, durationText(seconds), { className: "dim sum" });
@@ -377,11 +415,21 @@ addEventListener("keydown", e => {
 
 if (given && given.zone) zone.table = given.zone;
 showZone();
-if (given && given.files) {
+if (given && given.files && !given.held) {
   const files = given.files.map(file => ({ path: file.path, url: new URL(file.url, location.href).href, size: file.size }));
   openFiles({ name: given.name, files });
 } else if (given && given.list) {
+  showGiven();
+}
+
+// An overview; with footage, a card that is there in part, unless this browser cannot read it.
+async function showGiven() {
+  const pictures = given.thumbs.map(x => ({ ...x, address: "data:image/jpeg;base64," + x.jpeg })).sort((a, b) => a.time - b.time);
+  if (given.held) {
+    await openFiles({ name: given.name, files: filesInPage(given.files), held: given.held, thumbs: pictures });
+    if (readable) return;
+  }
   cardName = given.name;
-  thumbs = given.thumbs.map(x => ({ ...x, address: "data:image/jpeg;base64," + x.jpeg })).sort((a, b) => a.time - b.time);
+  thumbs = pictures;
   showCard(given.list);
 }

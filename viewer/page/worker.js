@@ -43,7 +43,7 @@ function chunksOf(section) {
   const keys = card.keyFrames(section), chunks = [];
   for (let i = 0; i < keys.length;) {
     let last = i;
-    while (last + 1 < keys.length && keys[last].end - keys[i].offset < CHUNK_BYTES && keys[last + 1].time - keys[i].time < CHUNK_SECONDS) ++last;
+    while (last + 1 < keys.length && keys[last + 1].offset === keys[last].end && keys[last].end - keys[i].offset < CHUNK_BYTES && keys[last + 1].time - keys[i].time < CHUNK_SECONDS) ++last;
     chunks.push({ time: keys[i].time, begin: keys[i].offset, end: keys[last].end });
     i = last + 1;
   }
@@ -105,6 +105,7 @@ function playEnd() {
 function preview({ section, time }) {
   const keys = card.keyFrames(section);
   const key = keys.findLast(k => k.time <= time) || keys[0];
+  if (!key) return null;
   card.feedStretch(PREVIEW_FEED, section, key.offset, key.end);
   const piece = card.next(PREVIEW_FEED, 1);
   if (!piece || !piece.first || piece.pictures.length === 0) return null;

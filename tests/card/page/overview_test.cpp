@@ -4,12 +4,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
 #include "fixture/CardFixture.h"
 #include "fixture/Place.h"
 #include "index/CardIndex.h"
+#include "page/Footage.h"
 #include "page/Overview.h"
 
 namespace {
@@ -81,6 +83,57 @@ TEST_F(Timeline, LeavesOutADamagedPictureAndOverwritesNothing) {
     std::ofstream(Path("mine.html")) << "mine";
     EXPECT_EQ(Tool({"timeline", card.path, Path("mine.html")}).status, 2);
     EXPECT_EQ(ReadAll(Path("mine.html")), "mine");
+}
+
+// What a page with footage knows of a card: files with zeros where nothing was taken.
+void CopyTaken(const card::Footage& footage, const std::string& folder) {
+    fs::create_directory(folder);
+    for (const card::Footage::File& taken : footage.files) {
+        std::ofstream copy(folder + "/" + taken.file.Name(), std::ios::binary);
+        for (const card::Extent& part : taken.parts) {
+            std::string bytes(part.length, '\0');
+            EXPECT_EQ(taken.file.ReadAt(part.offset, bytes.data(), bytes.size()), bytes.size());
+            copy.seekp(static_cast<std::streamoff>(part.offset)).write(bytes.data(), std::ssize(bytes));
+        }
+        copy.close();
+        fs::resize_file(folder + "/" + taken.file.Name(), taken.file.Size());
+    }
+}
+
+TEST_F(Timeline, FootageTakenListsTheSameAndGivesTheSameClip) {
+    const Recording recording = Busy().RecordFolder(Path("card"));
+    const card::Volume volume = card::Volume::Open(recording.path);
+    const card::CardIndex index(volume);
+    const uint32_t from = recording.sections[1].end - 3;  // over a short gap
+    const uint32_t to = recording.sections[2].start + 2;
+    const card::Footage footage = card::ChooseFootage(volume, index, {card::SelectTimes(index, from, to)});
+    EXPECT_LT(footage.bytes, index.StreamBytes() / 4);
+    CopyTaken(footage, Path("copy"));
+    EXPECT_EQ(Tool({"list", "--json", Path("copy")}).out, Tool({"list", "--json", recording.path}).out);
+    const auto time = [](uint32_t seconds) { return card::TimeStyle{.utc = true}.Iso(seconds); };
+    for (const std::string& store : {std::string("card"), std::string("copy")}) {
+        const Outcome outcome =
+            Tool({"export", Path(store), "--from", time(from), "--to", time(to), Path(store + ".ps")});
+        EXPECT_EQ(outcome.status, 0) << outcome.err;
+    }
+    EXPECT_EQ(ReadAll(Path("copy.ps")), ReadAll(Path("card.ps")));
+}
+
+TEST_F(Timeline, FootageInThePageIsBoundedAndRefusalsLeaveNothing) {
+    const Recording recording = Card{.sections = {{.seconds = 20, .frame_bytes = 10000}}}.RecordFolder(Path("card"));
+    const auto make = [&](std::vector<std::string> more) {
+        more.insert(more.begin(), {"timeline", recording.path, Path("page.html"), "--utc"});
+        return Tool(more);
+    };
+    const Outcome large = make({"--clips", "--clips-max", "4"});
+    EXPECT_EQ(large.status, 2);
+    EXPECT_NE(large.err.find(" MiB of footage then, and the page is to hold 4.0 MiB"), std::string::npos) << large.err;
+    EXPECT_EQ(make({"--clips", "--from", "2026-04-01"}).status, 4);
+    EXPECT_EQ(make({"--clips", "--event", "7"}).status, 2);
+    EXPECT_EQ(make({"--from", "08:00"}).status, 2) << "says nothing without --clips";
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder_.Path()), {}), 1) << "nothing is left over";
+    EXPECT_EQ(make({"--clips", "--clips-max", "4", "--from", "08:00:05", "--to", "08:00:10"}).status, 0);
+    EXPECT_LT(fs::file_size(Path("page.html")), 4u << 20);
 }
 
 }  // namespace

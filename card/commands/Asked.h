@@ -1,0 +1,42 @@
+// What commands that take footage from a card share: the time asked for, and stopping in the midst of it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "clip/Clip.h"
+#include "text/TimeText.h"
+
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
+
+namespace card {
+
+inline constexpr char kNothingThere[] = "Nothing was recorded then; \"recordcard list\" tells what is there.";
+inline constexpr char kTimeText[] = "TIME: \"2026-11-21 08:00:05\", \"2026-11-21\" or \"08:00\" (of the newest day).\n";
+
+struct AskedTimes {
+    std::string from;  // as TimeStyle::Parse takes it; empty: the oldest
+    std::string to;    // or the newest
+
+    bool Any() const { return !from.empty() || !to.empty(); }
+    // Throws CardError (kUsage) when they are no times.
+    Selection Select(const CardIndex& index, const TimeStyle& times) const;
+};
+
+uint32_t ParseEvent(const std::string& text);  // throws CardError (kUsage)
+
+// While it lives, a stop signal is noted instead of ending the process, so that half a file can be removed.
+class StopSignals {
+  public:
+    StopSignals();
+    ~StopSignals();
+    StopSignals(const StopSignals&) = delete;
+    StopSignals& operator=(const StopSignals&) = delete;
+
+    void ThrowIfStopped() const;  // CardError
+};
+
+}  // namespace card
