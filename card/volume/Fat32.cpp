@@ -132,7 +132,7 @@ bool IsBlank(const Device& device) {
 
 std::string OtherFormat(const Device& device) {
     constexpr size_t kLength = 4096;
-    std::vector<uint8_t> bytes(1u << 20);
+    std::vector<uint8_t> bytes(std::min<uint64_t>(device.Size(), 1u << 20));
     bytes.resize(std::max(device.ReadAt(0, bytes.data(), bytes.size()), kLength));
     const std::string whole = FormatOf(bytes);
     if (!whole.empty()) return whole;

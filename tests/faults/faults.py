@@ -211,8 +211,19 @@ def all_cases(seed):
             each += [(fault, "burst", 0) for fault in others]
             cases += [Case(phase, call, place, *one, may_miss=True) for one in each if phase != "stop" or one[1] == "once"]
     cases += map(CardCase, CARD_CASES)
-    rng.shuffle(cases)  # every kind is seen early, and each on cards of many histories
-    return cases
+    rng.shuffle(cases)  # each on cards of many histories
+    return each_once_first(cases)
+
+
+def each_once_first(cases):
+    """Every call at every place with each of its faults, then the other phases, turns and modes of them."""
+    seen = set()
+    first, others = [], []
+    for case in cases:
+        what = str(case) if isinstance(case, CardCase) else (case.call, case.place, case.fault)
+        (others if what in seen else first).append(case)
+        seen.add(what)
+    return first + others
 
 
 class Table:

@@ -66,6 +66,12 @@ class MemoryFile {
     int fd() const { return fd_; }
     const std::string& Path() const { return path_; }
 
+    // It holds these bytes and `room` zeros after them.  Its pages stay: new ones cost more than all else.
+    void Replace(Bytes bytes, uint64_t room = 0) {
+        Write(0, bytes);
+        MUST(ftruncate64(fd_, static_cast<off64_t>(bytes.size())) == 0);
+        MUST(room == 0 || ftruncate64(fd_, static_cast<off64_t>(bytes.size() + room)) == 0);
+    }
     // All of it becomes a hole of `size` bytes.
     void Clear(uint64_t size = 0) {
         MUST(ftruncate64(fd_, 0) == 0);

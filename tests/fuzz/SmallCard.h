@@ -44,7 +44,8 @@ class SmallCard {
     // The card with what the input changes of it.
     void Lay(Input& in, MemoryFile& file) const {
         constexpr int kChangesMax = 32;
-        std::vector<uint8_t> card = bytes_;
+        static std::vector<uint8_t> card;
+        card = bytes_;
         if (in.Byte() % 8 == 0) {
             card.resize(in.Half() % card.size() + 1);  // an image that was cut
         }
@@ -54,8 +55,7 @@ class SmallCard {
             const Bytes change = in.Take(place / 8 == 31 ? SIZE_MAX : static_cast<size_t>(place / 8) + 1);
             std::memcpy(card.data() + at, change.data(), std::min(change.size(), card.size() - at));
         }
-        file.Clear();
-        file.Write(0, card);
+        file.Replace(card);
     }
 
   private:

@@ -1,8 +1,6 @@
 // Index, event and record files for the fuzzers: heads that the input gives, each in its place.
 #pragma once
 
-#include <vector>
-
 #include "Fuzz.h"
 #include "libRecordFile.h"
 
@@ -22,7 +20,7 @@ inline uint64_t SectionHeadAt(uint32_t file, uint32_t section) {
 // out.  A record is what its place holds: it gets its flag and number, unless the input wants it otherwise.
 inline void LayIndex(Input& in, int index, int events, int record) {
     constexpr int kRecordsMax = 96;
-    constexpr auto kIndexSize = static_cast<off64_t>(RECORD_SECTION_BASE + uint64_t{RECORD_SECTION_BLOCK} * 512);
+    constexpr auto kIndexSize = static_cast<off64_t>(RECORD_SECTION_BASE + uint64_t{RECORD_SECTION_BLOCK} * 32);
     const auto write = [](int fd, uint64_t at, const auto& head) {
         MUST(fd < 0 || pwrite64(fd, &head, sizeof head, static_cast<off64_t>(at)) == static_cast<ssize_t>(sizeof head));
     };
@@ -34,8 +32,8 @@ inline void LayIndex(Input& in, int index, int events, int record) {
     empty(index, 0);
     empty(events, ALARM_EVENT_BLOCK * (8 + kStoreFiles));
     if (record >= 0) {
-        const std::vector<KeyFrameInfoHead_S> none(64);
-        MUST(pwrite64(record, none.data(), none.size() * sizeof none[0], RECORD_KEY_FRAME_BASE) > 0);
+        static constexpr KeyFrameInfoHead_S kNone[64] = {};
+        MUST(pwrite64(record, kNone, sizeof kNone, RECORD_KEY_FRAME_BASE) > 0);
     }
     auto system = in.Get<RecordSystemInfoHead_S>();
     if (in.Byte() % 16 != 0) {

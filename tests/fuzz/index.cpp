@@ -20,10 +20,12 @@ class Index {
     Index() : fd_(open(kPath, O_RDWR | O_CREAT | O_CLOEXEC, 0666)) { MUST(fd_ >= 0); }
 
     int fd() const { return fd_; }
-    std::vector<uint8_t> Bytes() const {
-        std::vector<uint8_t> bytes(fuzz::kStoreHeads);
-        MUST(pread64(fd_, bytes.data(), bytes.size(), 0) >= 0);
-        return bytes;
+    // Its heads as they are now; what lies after the file's end is zero.
+    void Read(std::vector<uint8_t>& bytes) const {
+        bytes.resize(fuzz::kStoreHeads);
+        const ssize_t got = pread64(fd_, bytes.data(), bytes.size(), 0);
+        MUST(got >= 0);
+        std::fill(bytes.begin() + got, bytes.end(), uint8_t{0});
     }
 
   private:
@@ -69,13 +71,15 @@ void BeginRun(const Index& index, uint8_t cover) {
     MUST(section.m_u16RecordFileNo == file_no && heads.file.m_u32FileInfoHeadNo == file_no);
     MUST(section.m_u16RecordUseNo >= 1 && section.m_u16RecordUseNo <= RECORD_SECTION_MAX);
     MUST(heads.file.m_u32RecordSectionSum == section.m_u16RecordUseNo);
-    const std::vector<uint8_t> before = index.Bytes();
+    static std::vector<uint8_t> before, after;
+    index.Read(before);
     MUST(AV_RecordSectionInfoHeadWrite(index.fd(), &heads.file, &section) >= 0);
     MUST(AV_RecordFileInfoHeadWrite(index.fd(), &heads.system, &heads.file) >= 0);
     AV_SystemInfoHeadUsedFileSumFresh(&heads.system, &heads.file);
     AV_SystemInfoHeadFileNoFresh(&heads.system, &heads.file);
     MUST(AV_SystemInfoHeadWrite(index.fd(), &heads.system) >= 0);
-    MustKeepOthers(before, index.Bytes(), file_no);
+    index.Read(after);
+    MustKeepOthers(before, after, file_no);
     AVRecordHeadsLock();
     *AV_RecordSystemInfoHeadGet() = heads.system;
     *AV_RecordFileInfoHeadGet() = heads.file;

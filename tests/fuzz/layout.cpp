@@ -11,7 +11,10 @@ constexpr uint64_t kBytes = uint64_t{1800} << 20;  // room for three files of 25
 // Changes in the places that are looked at, in a card that is a hole otherwise.
 class Card {
   public:
-    Card() { MUST(prestore::PlanVolume({.bytes = kBytes}, 70, plan_).empty()); }
+    Card() {
+        MUST(prestore::PlanVolume({.bytes = kBytes}, 70, plan_).empty());
+        directory_ = prestore::RootDirectory(plan_, {1772352000, 0});
+    }
 
     const fuzz::MemoryFile& File() const { return file_; }
     void Lay(fuzz::Input& in) {
@@ -59,8 +62,7 @@ class Card {
         } else if (kind % 8 == 2 || kind % 8 == 3) {
             file_.Write(at, &prestore::kChainEnd, sizeof prestore::kChainEnd);
         } else if (kind % 8 == 4) {
-            const std::vector<std::byte> directory = prestore::RootDirectory(plan_, {1772352000, 0});
-            file_.Write(at, directory.data() + file * 64, 64);
+            file_.Write(at, directory_.data() + file * 64, 64);
         } else if (kind % 8 > 5) {
             file_.Write(at, record_file::kStreamHead, record_file::kStreamHeadSize);
             file_.Write(at + record_file::kStreamHeadSize, "\0\0\1\xBA", 4);
@@ -69,6 +71,7 @@ class Card {
 
     fuzz::MemoryFile file_;
     prestore::VolumePlan plan_;
+    std::vector<std::byte> directory_;
 };
 
 }  // namespace

@@ -44,8 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::Input in(data, size);
     const uint32_t start = in.Byte();
     const std::vector<uint8_t>& stream = fuzz::LayStream(in);
-    file.Clear();
-    file.Write(0, stream);
+    file.Replace(stream);
     ReadFrom(file, stream.size(), 0, buffer.get());
     ReadFrom(file, stream.size(), start, buffer.get());
     return 0;

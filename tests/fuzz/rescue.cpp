@@ -13,10 +13,9 @@ uint64_t DataBegin(const prestore::VolumePlan& plan) {
     return plan.ClusterOffset(prestore::kRootCluster + plan.directory_clusters);
 }
 
-std::vector<uint8_t> BytesOf(const fuzz::MemoryFile& file) {
-    std::vector<uint8_t> bytes(file.Size());
+void ReadAll(const fuzz::MemoryFile& file, std::vector<uint8_t>& bytes) {
+    bytes.resize(file.Size());
     MUST(file.Read(0, bytes.data(), bytes.size()) == bytes.size());
-    return bytes;
 }
 
 void MustBeWhole(const card::Fat32& fat, const prestore::VolumePlan& plan) {
@@ -39,7 +38,8 @@ void MustBeWhole(const card::Fat32& fat, const prestore::VolumePlan& plan) {
 void Restore(const fuzz::SmallCard& small, const fuzz::MemoryFile& file) {
     const card::FoundLayout layout{.base = 0, .plan = small.Plan(), .evidence = 1};
     const card::Device device = card::Device::Open(file.Path(), card::Access::ReadWrite);
-    const std::vector<uint8_t> before = BytesOf(file);
+    static std::vector<uint8_t> before, after;
+    ReadAll(file, before);
     try {
         card::WriteJournal journal;
         card::RestoreVolume(device, layout, journal);
@@ -50,7 +50,7 @@ void Restore(const fuzz::SmallCard& small, const fuzz::MemoryFile& file) {
     } catch (const card::CardError&) {
         MUST(device.Size() < small.Whole().size());  // only an image that was cut is refused
     }
-    const std::vector<uint8_t> after = BytesOf(file);
+    ReadAll(file, after);
     const size_t data = std::min<size_t>(DataBegin(layout.plan), before.size());
     MUST(after.size() == before.size() && std::equal(before.begin() + data, before.end(), after.begin() + data));
 }

@@ -86,8 +86,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::Input in(data, size);
     const uint64_t start = in.Byte();
     const std::vector<uint8_t>& stream = fuzz::LayStream(in);
-    file.Clear(stream.size() + 64);  // a record file goes on
-    file.Write(0, stream);
+    file.Replace(stream, 64);  // a record file goes on
     Check check(stream, file);
     check.Scan(0, true);
     check.Scan(std::min<uint64_t>(start, stream.size()), false);
