@@ -19,7 +19,7 @@ class Browser:
         to_read, to_write = os.pipe()
         from_read, from_write = os.pipe()
         command = " ".join(["exec chromium", *FLAGS, "--user-data-dir=" + self.folder, "--disk-cache-dir=" + self.folder,
-                            f"about:blank 3<&{to_read} 4>&{from_write}"])
+                            "--log-net-log=" + self.folder + "/net.json", f"about:blank 3<&{to_read} 4>&{from_write}"])
         self.process = subprocess.Popen(["bash", "-c", command], pass_fds=[to_read, from_write], env=dict(os.environ, TZ="UTC"),
                                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         os.close(to_read)
@@ -149,17 +149,39 @@ class Browser:
         raise AssertionError("nothing was saved: " + str(os.listdir(self.folder)))
 
     def requests(self):
-        """Addresses that were asked for, beside the page and what it made itself."""
+        """Addresses that the page (not its worker) asked for so far, beside itself and what it made."""
         urls = [e["params"]["request"]["url"] for e in self.events if e.get("method") == "Network.requestWillBeSent"]
         return [u for u in urls if not u.startswith(("blob:", "data:", "about:", "file:"))]
 
     def close(self):
+        """Returns what was asked of any network for a page, its workers included, in the browser's life."""
         try:
             os.write(self.out, b'{"id":0,"method":"Browser.close"}\0')
-            self.process.wait(20)
-        except (OSError, subprocess.TimeoutExpired):
+            self.process.wait(120)
+            return asked_of_network(os.path.join(self.folder, "net.json"))
+        finally:
             self.process.kill()
             self.process.wait()
-        os.close(self.out)
-        self.input.close()
-        shutil.rmtree(self.folder, ignore_errors=True)
+            os.close(self.out)
+            self.input.close()
+            shutil.rmtree(self.folder, ignore_errors=True)
+
+
+def asked_of_network(path):
+    """Addresses in the log of the browser's network process: requests, names looked up, connections ahead of a request.
+
+    Each names the site it is made for; the browser's own services (its updates) are made for none and are left out.
+    """
+    with open(path) as file:
+        log = json.load(file)
+    names = {number: name for name, number in log["constants"]["logEventTypes"].items()}
+    asked = []
+    for event in log["events"]:
+        name, what = names[event["type"]], event.get("params", {})
+        if name == "URL_REQUEST_START_JOB" and what.get("network_isolation_key", "null null") != "null null":
+            asked.append(what["url"])
+        elif name == "HOST_RESOLVER_MANAGER_REQUEST" and not what.get("network_anonymization_key", "null").startswith("null"):
+            asked.append("name of " + what["host"])
+        elif name == "HTTP_STREAM_JOB_CONTROLLER" and what.get("is_preconnect"):
+            asked.append("connection to " + what["url"])
+    return asked

@@ -45,7 +45,7 @@ def frame_sums(clip, stream="v"):
 
 
 class PageTest(unittest.TestCase):
-    """One browser for all tests of a class; after each of them, nothing was asked for and nothing went wrong."""
+    """One browser for all tests of a class; after each, nothing was asked for and nothing went wrong; at the end, of no network."""
 
     @classmethod
     def setUpClass(cls):
@@ -53,7 +53,12 @@ class PageTest(unittest.TestCase):
         cls.addClassCleanup(shutil.rmtree, cls.folder, ignore_errors=True)
         run(BUILD / "tests" / "viewer" / "make_cards", cls.folder)
         cls.browser = Browser(PAGE)
-        cls.addClassCleanup(cls.browser.close)
+        cls.addClassCleanup(cls.end)
+
+    @classmethod
+    def end(cls):
+        asked = cls.browser.close()
+        assert not asked, f"asked of a network: {asked}"
 
     def tearDown(self):
         self.assertEqual(self.browser.requests(), [], "nothing is asked of any network")

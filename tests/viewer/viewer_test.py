@@ -338,38 +338,53 @@ class Viewer(PageTest):
         self.assertEqual(pathlib.Path(path).read_bytes()[:8], b"\x89PNG\r\n\x1a\n")
         os.remove(path)
 
-
-    def test_no_way_leads_out(self):
-        """Whatever a script in the page tried, if one ever got there: a server on this computer does not get a byte."""
-        listening = socket.create_server(("127.0.0.1", 0))
-        self.addCleanup(listening.close)
-        address = "127.0.0.1:%d" % listening.getsockname()[1]
-        browser = Browser(PAGE)  # its log will be full of attempts
-        worker = f"for (const f of [() => fetch('http://{address}/'), () => importScripts('http://{address}/'), () => new WebSocket('ws://{address}/')])" \
+    def try_every_way_out(self, page, address):
+        """Whatever a script in the page tried, if one ever got there, itself or from a worker; returns the network's log."""
+        browser = Browser(page)
+        worker = f"for (const f of [() => fetch('http://{address}/worker'), () => importScripts('http://{address}/'), () => new WebSocket('ws://{address}/')])" \
                  "{ try { f().catch(() => {}); } catch {} } setTimeout(() => postMessage(1), 300);"
         try:
             browser.run(f"""(async () => {{
                 const at = 'http://{address}/', add = (tag, set) => document.body.append(Object.assign(document.createElement(tag), set));
-                const ways = [() => fetch(at, {{ mode: 'no-cors' }}), () => {{ const x = new XMLHttpRequest(); x.open('GET', at); x.send(); }},
+                const ways = [() => fetch(at + 'page', {{ mode: 'no-cors' }}), () => {{ const x = new XMLHttpRequest(); x.open('GET', at); x.send(); }},
                     () => new WebSocket('ws://{address}/'), () => new EventSource(at), () => navigator.sendBeacon(at, 'x'), () => import(at),
                     () => add('img', {{ src: at }}), () => add('video', {{ src: at }}), () => add('iframe', {{ src: at }}), () => add('script', {{ src: at }}),
                     () => add('link', {{ rel: 'stylesheet', href: at }}), () => add('link', {{ rel: 'prefetch', href: at }}),
                     () => add('style', {{ textContent: `@import "${{at}}"; body {{ background: url(${{at}}) }}` }}),
                     () => {{ const f = document.createElement('form'); f.action = at; f.method = 'post'; document.body.append(f); f.submit(); }}];
-                for (const way of ways) {{ try {{ const done = way(); if (done && done.catch) done.catch(() => {{}}); }} catch {{}} }}
+                const open = {json.dumps(page != PAGE)}; // without the policy the form would lead away from the page
+                for (const way of open ? ways.slice(0, -1) : ways) {{ try {{ const done = way(); if (done && done.catch) done.catch(() => {{}}); }} catch {{}} }}
                 await new Promise(done => {{
                     const w = new Worker(URL.createObjectURL(new Blob([{json.dumps(worker)}]))); w.onmessage = done; }});
             }})()""")
-            browser.wait("violations.length >= 10")
+            if page == PAGE:
+                browser.wait("violations.length >= 10")
         finally:
-            browser.close()
+            asked = browser.close()
+        return asked
+
+    def test_no_way_leads_out(self):
+        listening = socket.create_server(("127.0.0.1", 0))
+        self.addCleanup(listening.close)
+        address = "127.0.0.1:%d" % listening.getsockname()[1]
+        asked = self.try_every_way_out(PAGE, address)
+        self.assertEqual([a for a in asked if "://" in a.split(" ")[0]], [], "a browser may connect ahead of what the policy then stops")
         listening.setblocking(False)
         with self.assertRaises(BlockingIOError):
-            while True:  # a browser may connect ahead of what the policy then stops
+            while True:
                 connection = listening.accept()[0]
                 connection.settimeout(60)
                 with connection:
                     self.assertEqual(connection.recv(1000), b"")
+
+    def test_the_log_would_show_what_page_and_worker_ask_for(self):
+        open_page = self.folder / "open.html"  # without the policy
+        text, policies = re.subn('<meta http-equiv="Content-Security-Policy"[^>]*>', "", (ROOT / "viewer" / "viewer.html").read_text())
+        self.assertEqual(policies, 1)
+        open_page.write_text(text)
+        nobody = "127.0.0.1:9"
+        asked = self.try_every_way_out(open_page.as_uri(), nobody)
+        self.assertLessEqual({f"http://{nobody}/page", f"http://{nobody}/worker", f"ws://{nobody}/"}, set(asked))
 
 
 class Served(unittest.TestCase):
@@ -429,12 +444,16 @@ class Served(unittest.TestCase):
 
     def test_plays_in_a_browser_that_asks_nobody_else(self):
         browser = Browser(self.address)
-        self.addCleanup(browser.close)
-        browser.wait("list !== null && !player.loading && byId('video').readyState >= 2")
-        self.assertEqual(browser.run("list"), tool_list(self.card))
-        self.assertEqual(browser.run("byId('video').videoWidth"), 480)
-        self.assertEqual([u for u in browser.requests() if not u.startswith(self.address)], [])
-        self.assertEqual(browser.run("violations.concat(faults)"), [])
+        try:
+            browser.wait("list !== null && !player.loading && byId('video').readyState >= 2")
+            self.assertEqual(browser.run("list"), tool_list(self.card))
+            self.assertEqual(browser.run("byId('video').videoWidth"), 480)
+            self.assertEqual(browser.run("violations.concat(faults)"), [])
+        finally:
+            asked = browser.close()
+        self.assertIn(self.address + "file/hi000000.mp4", asked, "the worker's, too")
+        server = "http://" + self.server
+        self.assertEqual([a for a in asked if not a.removeprefix("name of ").removeprefix("connection to ").startswith(server)], [])
 
 
 class Page(unittest.TestCase):

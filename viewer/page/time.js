@@ -36,14 +36,10 @@ const weekdayText = t => utcDate(local(t)).toLocaleDateString("en", { weekday: "
 const isoText = t => new Date(Math.floor(t) * 1000).toISOString().slice(0, 19) + "Z";
 const fileTime = t => dateText(t) + "_" + clockText(t).replaceAll(":", "-");
 
-// "2026-11-21 08:00:05", "2026-11-21" or "08:00" (of the day of `near`); null: no time.
-function parseTime(text, near) {
-  const match = /^\s*(?:(\d{4})-(\d\d)-(\d\d))?[T ]*(?:(\d{1,2}):(\d\d)(?::(\d\d))?)?\s*$/.exec(text);
-  if (!match || (!match[1] && !match[4])) return null;
-  const [, year, month, date, hour, minute, second] = match;
-  const day = year ? Date.UTC(+year, +month - 1, +date) / 1000 : dayOf(near) * DAY;
-  return fromLocal(day + (+hour || 0) * 3600 + (+minute || 0) * 60 + (+second || 0));
-}
+// A time in the page's zone as an input of dates and times has it.  (Of such an input browsers do not ask anybody how it might be
+// filled in; of a text they do.)
+const inputTime = t => utcDate(local(Math.floor(t))).toISOString().slice(0, 19);
+const fromInput = text => fromLocal(Date.parse(text + "Z") / 1000);
 
 function durationText(s) {
   s = Math.round(s);

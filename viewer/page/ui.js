@@ -56,14 +56,20 @@ function showCard(found) {
   player.show(list);
   line.now = null;
   line.show(list, held);
-  notice(!list.sections.length ? "Nothing is recorded on this card yet." : list.damaged ? counted(list.damaged, "damaged entry").replace("entrys", "entries") + " of the card's index left out."
-    : held ? "This page plays " + durationText(heldSeconds()) + " of what was recorded: what is bright on the time line. Of the rest it has the list and pictures." : "");
+  const told = [];
+  if (!list.sections.length) told.push("Nothing is recorded on this card yet.");
+  else if (list.damaged) told.push(counted(list.damaged, "damaged entry").replace("entrys", "entries") + " of the card's index left out.");
+  if (held) told.push("This page plays " + durationText(heldSeconds()) + " of what was recorded: what is bright on the time line. Of the rest it has the list and pictures.");
+  notice(told.join(" "));
   drawFacts(); drawDays(); drawFilter();
   showState();
   byId("moment").textContent = "–";
   if (!list.sections.length) return;
   const newest = list.sections[list.sections.length - 1];
-  if (held) goTo(held[0][0]); else goTo(Math.max(newest.start, list.end - 10), true);
+  if (!held) return goTo(Math.max(newest.start, list.end - 10), true);
+  const [from, to] = [held[0][0], held[held.length - 1][1]], margin = Math.max((to - from) * .1, 10);
+  line.look(from - margin, to + margin);
+  goTo(from);
 }
 
 byId("openFolder").onclick = () => byId("folder").click();
@@ -140,6 +146,7 @@ function changeRate(by) {
 
 function showMoment(t) {
   byId("moment").textContent = dateText(t) + " " + tenthsText(t);
+  if (document.activeElement !== byId("when")) byId("when").value = inputTime(t);
   line.follow(t);
   const section = list.sections.findIndex(s => t >= s.start && t < s.end + 1);
   byId("line").setAttribute("aria-valuemin", Math.floor(list.start));
@@ -390,11 +397,7 @@ for (const [id, action] of Object.entries(actions)) byId(id).onclick = action;
 byId("rate").onchange = () => player.setRate(+byId("rate").value);
 byId("goto").onsubmit = e => {
   e.preventDefault();
-  const t = parseTime(byId("when").value, now());
-  byId("when").setAttribute("aria-invalid", t === null);
-  if (t === null) return notice("Write a time like 2026-11-21 08:00:05, 2026-11-21 or 08:00.");
-  notice("");
-  goTo(t);
+  goTo(fromInput(byId("when").value));
 };
 
 const keys = {
