@@ -87,6 +87,7 @@ Judge::Judge(const Medium& medium, Recorder& recorder, const Tape& tape, const s
         const auto next = begun.upper_bound({frame.file, frame.lap});
         const bool is_followed = next != begun.end() && next->first.first == frame.file;
         overwritten_.push_back(is_followed ? next->second : Frame::kNever);
+        by_place_.insert({{frame.file, frame.offset}, &frame});
     }
 }
 
@@ -146,11 +147,11 @@ Row Judge::WhyNotListed(const Frame& frame) const {
 // What is found: nothing but what was recorded.  Of a frame whose last packets are lost the first ones are.
 void Judge::JudgeListed(const Cut& cut, const Listing& listing, Verdict& verdict) const {
     for (const Listed& each : listing.frames) {
-        const auto of = std::find_if(frames_.begin(), frames_.end(), [&](const Frame& frame) {
-            return frame.file == each.file && frame.offset == each.offset && frame.bytes.size() >= each.length &&
-                   frame.written <= cut.at;
+        const auto [begin, end] = by_place_.equal_range({each.file, each.offset});
+        const bool was_written = std::any_of(begin, end, [&](const auto& placed) {
+            return placed.second->bytes.size() >= each.length && placed.second->written <= cut.at;
         });
-        if (of == frames_.end() && verdict.fault.empty())
+        if (!was_written && verdict.fault.empty())
             verdict.fault = FormatText("file %u lists %u bytes at %u, where no frame was written", each.file,
                                        each.length, each.offset);
     }

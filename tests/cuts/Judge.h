@@ -86,6 +86,7 @@ class Judge {
     const std::vector<Frame>& frames_;
     const std::set<Row> rows_before_;
     std::vector<size_t> overwritten_;  // by frame: operations until it was
+    std::multimap<std::pair<uint32_t, uint32_t>, const Frame*> by_place_;
     std::vector<Item> items_;
     card::Volume volume_;
 };

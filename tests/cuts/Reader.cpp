@@ -32,8 +32,12 @@ uint32_t PacketEnd(const uint8_t* bytes, uint32_t at, uint32_t end, uint8_t code
     if (bytes[at + 6] != 0x80 || bytes[at + 7] != 0x80 || bytes[at + 8] != 5 || length < 8) return 0;
     const uint32_t behind = at + 6 + length;
     if (behind > end) return 0;
-    for (uint32_t inside = at + 14; inside < behind && inside + 18 <= end; ++inside) {
-        if (IsPack(bytes + inside)) return 0;  // torn
+    const uint32_t last = std::min(behind + 17, end);  // byte of a pack header that begins inside
+    for (uint32_t one = at + 14 + 2; one + 15 < last; ++one) {
+        const void* const found = std::memchr(bytes + one, 1, last - 15 - one);
+        if (found == nullptr) break;
+        one = static_cast<uint32_t>(static_cast<const uint8_t*>(found) - bytes);
+        if (IsPack(bytes + one - 2)) return 0;  // torn
     }
     return behind;
 }

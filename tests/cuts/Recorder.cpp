@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 #include <sys/prctl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -98,27 +99,41 @@ bool IsHandOverThread() {
     prctl(PR_GET_NAME, name);
     return std::string(name) == "HandOverThread";
 }
+bool IsRecordLoop() {
+    return gettid() == getpid();
+}
 
 }  // namespace
 
 // The interval of the hand-over thread: over when the script says so.  Until then it wakes up now and then and looks
 // whether its run has ended: that word may come in the very moment in which a wait is given up.
-bool AwaitHandOver(pthread_cond_t* condition, pthread_mutex_t* mutex, int* result) {
-    if (!IsHandOverThread()) return false;
+int AwaitHandOver(pthread_cond_t* condition, pthread_mutex_t* mutex) {
     thread_local bool rests = false;
     if (!std::exchange(rests, true)) ++g_rests;
     if (g_is_due.exchange(false)) {
         rests = false;
-        *result = ETIMEDOUT;
-        return true;
+        return ETIMEDOUT;
     }
     timespec soon{};
     clock_gettime(CLOCK_MONOTONIC, &soon);
     soon.tv_nsec += 500'000;
     if (soon.tv_nsec >= 1'000'000'000) ++soon.tv_sec, soon.tv_nsec -= 1'000'000'000;
     pthread_cond_clockwait(condition, mutex, CLOCK_MONOTONIC, &soon);
-    *result = 0;
-    return true;
+    return 0;
+}
+
+// The alarm thread at rest: looks when the script says so, as it does from its sleep.
+int AwaitAlarm(pthread_mutex_t* mutex) {
+    pthread_mutex_unlock(mutex);
+    g_alarm_gate.Arrive();
+    pthread_mutex_lock(mutex);
+    return ETIMEDOUT;
+}
+
+// Signal measures waits by the steady clock; those of the recorder's threads are the script's.
+int AwaitSignal(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* end) {
+    if (IsHandOverThread()) return AwaitHandOver(condition, mutex);
+    return IsRecordLoop() ? pthread_cond_clockwait(condition, mutex, CLOCK_MONOTONIC, end) : AwaitAlarm(mutex);
 }
 
 Recorder::Recorder(const Medium& medium)
@@ -383,10 +398,6 @@ void Recorder::NoteHandedOver(size_t index_began) {
 
 }  // namespace cuts
 
-// Signal measures waits by the steady clock; the hand-over thread's are the script's.
 extern "C" int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* end) {
-    int result = 0;
-    return cuts::AwaitHandOver(condition, mutex, &result)
-               ? result
-               : pthread_cond_clockwait(condition, mutex, CLOCK_MONOTONIC, end);
+    return cuts::AwaitSignal(condition, mutex, end);
 }
