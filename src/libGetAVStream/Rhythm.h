@@ -6,14 +6,14 @@
 //
 // Knows neither clock nor ring: it is told what was found when, and answers how long to sleep.  One reader's thread.
 //
-// A look just before a record is due finds nothing, but tells when the record came that the next look finds.  Every
-// other record is looked for like that.  The one between is taken on trust: the first look comes just after it is due,
-// and it counts as having come when it was.
+// A known beat has one look a record.  It settles where nearly all looks find theirs: one that finds nothing puts the
+// next ones off a little, one that finds its record brings them forward by less.  Every third record is looked for 4 ms
+// earlier as well, for a stream that begins to come sooner.  The two between are taken on trust.
 //
-// A record is found as soon as if nothing had been learned, unless it comes earlier than any of the last kWindow did in
-// their beat.  Such a surprise waits for the end of the sleep it fell into, kLongest at most; one that fell to a record
-// taken on trust is noticed with the next record.  Sleeps are shorter then, and after a second surprise within the
-// window that kind's beat is learned anew, with looks every kShortest.  So is one that was never regular.
+// A record is found as soon as if nothing had been learned, or about 1 ms later, unless it comes much earlier than its
+// beat.  Such a surprise waits for the end of the sleep it fell into, kLongest at most, and two more may fall to
+// records taken on trust.  Sleeps are shorter then, and after a second surprise within kWindow records that kind's beat
+// is learned anew, with looks every kShortest.  So is one that was never regular.
 #pragma once
 
 #include <array>
@@ -38,27 +38,35 @@ class Rhythm {
   private:
     struct Beat {  // of one kind
         int kind = 0;
-        int count = 0;       // records in the window; 0: the beat is free
-        int next = 0;        // where in `came` the next one goes
-        uint32_t exact = 0;  // a bit a record, newest lowest: known to some ms when it came
-        int doubt = 0;       // records until the last surprise is forgotten
+        int count = 0;  // records that it was learned from, kWindow at most; 0: the beat is free
         bool is_known = false;
-        int64_t interval = 0;                 // 0: not known yet
-        int64_t due = 0;                      // of the next record
-        int64_t newest = 0;                   // when that one came
+        int64_t interval = 0;  // between two records
+        int64_t newest = 0;    // when the last one was found
+
+        // While it is learned.
+        int next = 0;                         // where in `came` the next one goes
+        uint32_t exact = 0;                   // a bit a record, newest lowest: known to some ms when it came
         std::array<int64_t, kWindow> came{};  // the latest moment at which each can have come
 
-        // The next record is looked for after it is due and not before: the last one came when it was.
-        bool Trusts() const { return is_known && doubt == 0 && (exact & 1) != 0; }
-        void Add(int64_t now, bool is_exact);
+        // Once it is known.
+        int64_t look = 0;   // for the next record
+        int on_trust = 0;   // records in a row that were not looked for before
+        int doubt = 0;      // records until the last surprise is forgotten
+        uint32_t late = 0;  // a bit a record, newest lowest: came much later than its look
+        int64_t first = 0;  // when that record was found after which `records` have come
+        int records = 0;
+
+        int64_t NextLook(int64_t now) const;
+        void Learn(int64_t now, bool is_exact);
+        void Follow(int64_t now, int64_t last_nothing);
         template <class Visit>
         void ForEachExpected(Visit visit) const;
-        int64_t Due() const;
-        int LateOnes() const;
+        int64_t Earliest() const;
+        int LateOnes(int64_t due) const;
     };
 
     Beat* BeatOf(int kind);
-    int64_t Together(int64_t trusted) const;
+    int64_t Together(int64_t next, int64_t now) const;
 
     std::array<Beat, 4> beats_{};
     bool is_crowded_ = false;   // there were more kinds than beats

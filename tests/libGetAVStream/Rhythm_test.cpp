@@ -132,38 +132,38 @@ TEST(Rhythm, LooksSeldomAndInTime) {
     };
     const double kAac8 = 1024 / 8.0, kAac44 = 1024 / 44.1;
     const Case cases[] = {
-        {"pictures alone", Beat(40, Exact()), 54, 2.3},
-        {"with sound in step", Beat(40, Exact()) + Beat(40, Exact(), kSound, 0.3), 62, 2.3},
-        {"with sound out of step", Beat(40, Exact()) + Beat(40, Exact(), kSound, 13), 100, 2.3},
-        {"with AAC of 8 kHz", Beat(40, Exact()) + Beat(kAac8, Exact(), kSound, 5), 80, 3.6},
-        {"with AAC of 44.1 kHz", Beat(40, Exact()) + Beat(kAac44, Exact(), kSound, 5), 130, 3.6},
-        {"a published frame is a little late", Beat(40, Late(0.3)), 60, 3.5},
-        {"a loaded camera", Beat(40, Late(2)), 85, 5},
-        {"some very late", Beat(40, SeldomLate()), 75, 3.5},
-        {"jitter", Beat(40, Normal(1)), 75, 5},
+        {"pictures alone", Beat(40, Exact()), 42, 2.3},
+        {"with sound in step", Beat(40, Exact()) + Beat(40, Exact(), kSound, 0.3), 50, 2.3},
+        {"with sound out of step", Beat(40, Exact()) + Beat(40, Exact(), kSound, 13), 76, 2.3},
+        {"with AAC of 8 kHz", Beat(40, Exact()) + Beat(kAac8, Exact(), kSound, 5), 60, 3.6},
+        {"with AAC of 44.1 kHz", Beat(40, Exact()) + Beat(kAac44, Exact(), kSound, 5), 96, 3.6},
+        {"a published frame is a little late", Beat(40, Late(0.3)), 42, 3.5},
+        {"a loaded camera", Beat(40, Late(2)), 75, 6.5},
+        {"some very late", Beat(40, SeldomLate()), 50, 3.5},
+        {"jitter", Beat(40, Normal(1)), 60, 6},
         {"much jitter", Beat(40, Normal(3)), 490, 12},
         {"hardly a beat", Beat(40, Normal(8)), 490, 9},
         {"no beat", Beat(40, Uniform(20)), 490, 9},
         {"chance", Chance(40), 490, 9},
         {"1 a second", Beat(1000, Late(0.3)), 160, 2.3},
-        {"5 a second", Beat(200, Late(0.3)), 60, 3.5},
-        {"10 a second", Beat(100, Late(0.3)), 60, 3.5},
-        {"12.5 a second", Beat(80, Late(0.3)), 56, 3.5},
-        {"15 a second", Beat(1000 / 15.0, Late(0.3)), 60, 3.5},
-        {"29.97 a second", Beat(1001 / 30.0, Late(0.3)), 70, 3.5},
-        {"60 a second", Beat(1000 / 60.0, Late(0.3)), 140, 3.5},
+        {"5 a second", Beat(200, Late(0.3)), 54, 3.5},
+        {"10 a second", Beat(100, Late(0.3)), 50, 3.5},
+        {"12.5 a second", Beat(80, Late(0.3)), 44, 3.5},
+        {"15 a second", Beat(1000 / 15.0, Late(0.3)), 46, 3.5},
+        {"29.97 a second", Beat(1001 / 30.0, Late(0.3)), 50, 3.5},
+        {"60 a second", Beat(1000 / 60.0, Late(0.3)), 95, 3.5},
         {"ten at once now and then", Bursts(40, 10), 490, 3.2},
         {"as published", Published(), 490, 9},
-        {"half the rate from now on", Then(Beat(40, Exact()), Beat(80, Exact()), 80), 56, 2.3},
-        {"twice the rate from now on", Then(Beat(80, Exact()), Beat(40, Exact()), 40), 56, 9},
-        {"a little faster from now on", Then(Beat(40, Exact()), Beat(1000 / 30.0, Exact()), 1000 / 30.0), 65, 12},
+        {"half the rate from now on", Then(Beat(40, Exact()), Beat(80, Exact()), 80), 42, 2.3},
+        {"twice the rate from now on", Then(Beat(80, Exact()), Beat(40, Exact()), 40), 42, 9},
+        {"a little faster from now on", Then(Beat(40, Exact()), Beat(1000 / 30.0, Exact()), 1000 / 30.0), 46, 14},
         {"less regular from now on", Then(Beat(40, Exact()), Beat(40, Uniform(15)), 40), 490, 30},
     };
     for (const Case& c : cases) {
         const Reading reading = Read(c.stream);
         EXPECT_LE(reading.looks_a_second, c.looks) << c.name;
         EXPECT_LE(reading.worst, c.worst * kMs) << c.name;
-        EXPECT_LE(reading.median, 1.2 * kMs) << c.name;
+        EXPECT_LE(reading.median, 1.8 * kMs) << c.name;
     }
 }
 
@@ -180,9 +180,9 @@ TEST(Rhythm, IsLearnedAnewAfterTheSecondSurprise) {
 TEST(Rhythm, DoesNotWaitForAKindThatCeased) {
     Stream sound = Beat(25, Exact(), kSound, 7);
     sound.resize(200);  // 5 s of two minutes
-    EXPECT_LE(Read(Beat(40, Exact()) + sound).looks_a_second, 75);
+    EXPECT_LE(Read(Beat(40, Exact()) + sound).looks_a_second, 60);
     Stream once{{2000 * kMs, 99}};
-    EXPECT_LE(Read(Beat(40, Exact()) + once).looks_a_second, 75);
+    EXPECT_LE(Read(Beat(40, Exact()) + once).looks_a_second, 60);
 }
 
 TEST(Rhythm, MoreKindsThanBeatsAreLookedForAllTheTime) {
