@@ -55,7 +55,7 @@ void ReadAhead(int index_fd, int stream_fd, uint32_t file_no, uint32_t stream_en
 
 // What the card refused counts as written for the system, and asked again it would say so: those bytes are written once
 // more.  They are final, so nobody else writes them, and the system still has them in memory or the card has them.
-bool WriteAgain(int fd, uint64_t first, uint64_t end) {
+[[gnu::noinline]] bool WriteAgain(int fd, uint64_t first, uint64_t end) {
     char bytes[16 * 1024];
     while (first < end) {
         const auto length = static_cast<int64_t>(std::min<uint64_t>(end - first, sizeof bytes));
@@ -155,7 +155,8 @@ void HandOver::Job::Close() {
 
 // Bytes of the record file; those below `refused` once more.
 bool HandOver::Job::HandOverBytes(uint64_t first, uint64_t end, uint64_t refused) const {
-    return WriteAgain(stream.Get(), first, std::min(refused, end)) &&
+    const bool is_refused = first < refused;  // seldom: its buffer is most of the stack that this thread ever uses
+    return (!is_refused || WriteAgain(stream.Get(), first, std::min(refused, end))) &&
            card::SyncRange(card::Kind::kRecord, stream.Get(), first, end - first) == card::Result::kDone;
 }
 
