@@ -524,6 +524,28 @@ TEST_F(AlarmThread, AnEventThatTheCardRefusedIsTriedAgain) {
     }
 }
 
+TEST_F(AlarmThread, AnEventRefusedUntilItsRunWasOverIsSavedByTheNextRunOnTheSameCard) {
+    PreRecordAndDelay(0, 8);
+    for (const bool same_card : {true, false}) {
+        {
+            const CardFault fault({.length = sizeof(AlarmFileInfoHead_S)});
+            RecordRun("motion:1 1", 0, same_card ? 1 : 2);
+        }
+        const uint32_t file = same_card ? 1 : 2;
+        EXPECT_EQ(EventCount(file), 1u);
+        EXPECT_EQ(Record::Event(file, 1).Flag(), std::string(4, '\0')) << "counted and refused";
+        if (!same_card) {
+            const int fd = AV_AlarmEvnetOpen(kEventFile.c_str(), AVFILE_READ_WRITE);
+            const AlarmEventHead_S none{};
+            ASSERT_EQ(AV_AlarmEventInfoWrite(fd, file, &none), 0);
+            AV_AlarmEvnetClose(fd);
+        }
+        RecordRun("2", 0, file);
+        EXPECT_EQ(Record::Event(file, 1).Flag(), same_card ? "ADEF" : std::string(4, '\0'));
+    }
+    EXPECT_EQ(Events(1), "0-1");
+}
+
 TEST_F(AlarmThread, AFailureEndsTheThreadAndNothingElse) {
     const long descriptors = support::Descriptors();
     ASSERT_TRUE(std::filesystem::remove(kEventFile) && std::filesystem::create_directory(kEventFile));

@@ -1,6 +1,7 @@
 // The alarm-event thread: notes in the event file which stretches of a run belong to alarms.
 //
-// Owns the working copies of the record file's event head and of its newest event record.
+// Owns the working copies of the record file's event head and of its newest event record, also of one that the card
+// refused until its run was over.
 // Never touches recording: whatever fails here ends this thread and nothing else.
 // Threads: one a run, detached; it waits until the one of the run before has left.
 // Invariants: at most one event is open; its record belongs into the slot of the head's count; all times
@@ -11,8 +12,10 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <memory>
 #include <new>
+#include <optional>
 
 #include "CardFile.h"
 #include "Clock.h"
@@ -97,9 +100,23 @@ bool RecordTimeType(const SysInfo& config, uint8_t* type) {
 
 enum class Outcome { GoOn, ReadFailed, WriteFailed, NoConfiguration };
 
+// The card counts this event and does not have it: for the thread of the next run in its file.
+struct Unsaved {
+    AlarmEventHead_S head;
+    AlarmFileInfoHead_S record;
+};
+std::optional<Unsaved> g_unsaved;  // the thread's whose turn it is
+
 class Events {
   public:
     Events(int fd, uint32_t file_no) : fd_(fd), file_no_(file_no) {}
+    ~Events() {
+        if (record_is_refused_) {
+            g_unsaved = {head_, record_};
+        }
+    }
+    Events(const Events&) = delete;
+    Events& operator=(const Events&) = delete;
 
     Outcome Begin();
     bool ReadHead();
@@ -117,6 +134,7 @@ class Events {
     bool Quiet(const RecordInfoHead_S& section, uint32_t now);
     void Measure(const RecordInfoHead_S& section, uint32_t now);
     void SaveRecord();
+    void TakeOverUnsaved();
 
     const int fd_;
     const uint32_t file_no_;
@@ -160,24 +178,35 @@ Outcome Events::Begin() {
         }
         g_flags.file_begun_anew.compare_exchange_strong(own_number, -1);
     }
+    TakeOverUnsaved();
     start_time_ = static_cast<uint32_t>(WallSeconds());
     start_uptime_ = KQ_COMMON_GetUptime();
     libAlarmProcessInit();
     return Outcome::GoOn;
 }
 
+// Another head than the one that counts it is another card's, or the file has begun anew.
+void Events::TakeOverUnsaved() {
+    if (g_unsaved && std::memcmp(&g_unsaved->head, &head_, sizeof head_) == 0) {
+        record_ = g_unsaved->record;
+        record_is_refused_ = true;
+    }
+    g_unsaved.reset();
+}
+
 bool Events::Save() {
+    record_is_refused_ = record_.m_u32AlarmEventFlag == ALARM_RECORD_FLAG;  // until it is there
     if (head_.m_u32AlarmEventFlag == ALARM_EVENT_FLAG && AV_AlarmEventInfoWrite(fd_, file_no_, &head_) < 0) {
         return false;
     }
-    if (record_.m_u32AlarmEventFlag == ALARM_RECORD_FLAG) {
+    if (record_is_refused_) {
         SaveRecord();
     }
     return true;
 }
 
 // The head counts the record already: one that the card refuses is tried again once a second, until the next event
-// takes its place in memory.
+// takes its place in memory, also by the next run.
 void Events::SaveRecord() {
     record_is_refused_ = AV_AlarmEventFileInfoWrite(fd_, &head_, &record_) < 0;
     record_tried_ = Now();
