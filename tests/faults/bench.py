@@ -86,10 +86,14 @@ class Bench:
             index.write(struct.pack("<I", STREAM_LIMIT - 60000))
 
     def is_worn(self):
-        """After the last file comes the first, section 251 is used again: rightly, but gone is gone."""
+        """After the last file comes the first, section 251 is used again: rightly, but gone is gone.  A fault may cost a
+        switch one file more.  What an earlier fault left is not this one's, nor is an overlap made worse by filling."""
         system = self.camera.card.system()
         head = self.camera.card.file_head(system.current)
-        return system.current == system.file_count - 1 or (head is not None and head.sections > 200)
+        sections = self.camera.card.sections(system.current, missing=True) if head else []
+        overlap = any(b.position < a.position + a.size for a, b in zip(sections, sections[1:]))
+        return (system.current >= system.file_count - 2 or (head is not None and head.sections > 200) or overlap
+                or self.judge.marked)
 
     def wait_until_recording(self, restart=False):
         """Five pictures more than now on the card."""

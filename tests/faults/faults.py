@@ -47,6 +47,13 @@ MODES = {"once": (1, 0), "burst": (5, 0), "window": (0, 3), "good": (0, 13)}  # 
 LASTING = ("burst", "window", "good")
 PHASES = ("start", "running", "change", "alarm", "switch", "stop")
 
+# What a fault may cost beside frames, and `recordcard check` then finds; docs/robustness.md tells why.
+COSTS = {
+    r"pwrite@event(_head)?:kill": r"event \d+ of file \d+ ",  # its head was there first
+    r"pwrite@key_frame:(EROFS:burst|\w+:(window|good))": "key frames have none",  # the run ended before they were taken
+    r"(fsync|pwrite|pread)@(record_file|stream|key_frame):EIO:(window|good)": r"file \d+ is not full",  # it was left
+}
+
 # What ./test looks at: the places where a fault decides what is written, and each kind of call.
 SELECTION = """
 start:pread@file_head:EIO:once:0 start:pread@file_head:short:once:0 start:pread@system_head:EIO:once:0
@@ -87,9 +94,12 @@ class Case:
         bench.shim.disarm()
         if self.phase == "stop":
             rule(status == 0 or self.fault == "kill", f"stop: exit status {status}")
-            bench.judge.check(before)
+            bench.judge.check(before, self.cost())
             bench.start_recorder()
         return self.verdict(bench, before, begin, seconds)
+
+    def cost(self):
+        return "|".join(finding for case, finding in COSTS.items() if re.search(case, str(self))) or None
 
     def provoke(self, bench):
         if self.phase == "start":
@@ -128,7 +138,7 @@ class Case:
         except TimedOut:
             raise Fault(f"does not resume: {last_line(bench)}") from None
         took = time.monotonic() - since
-        bench.judge.check(before)
+        bench.judge.check(before, self.cost())
         if seconds and injected and self.call in ("open", "pread", "pwrite") and hasattr(errno, self.fault):
             rule(says(bench, self.fault), "silent: no line of the log tells of it")
         words = [f"{injected} failed" if injected else "not met"]
