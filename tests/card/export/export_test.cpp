@@ -10,6 +10,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <tuple>
 
 #include "fixture/CardFixture.h"
 #include "fixture/Place.h"
@@ -83,7 +84,7 @@ double Number(const Json& value) {
     return std::strtod(value.get<std::string>().c_str(), nullptr);
 }
 
-// The moment so many seconds behind the card's start, in less than an hour.
+// The moment so many seconds after the card's start, in less than an hour.
 std::string At(uint32_t seconds) {
     char text[32];
     std::snprintf(text, sizeof text, "2026-03-01T08:%02u:%02u", seconds / 60, seconds % 60);
@@ -123,81 +124,6 @@ class Export : public testing::Test {
     fixture::Place folder_;
 };
 
-std::vector<const WrittenFrame*> VideoOf(const Recording& card, uint32_t from, uint32_t to) {
-    std::vector<const WrittenFrame*> frames = card.KeptVideo();
-    std::erase_if(frames, [&](const WrittenFrame* frame) { return frame->time < from || frame->time > to; });
-    return frames;
-}
-
-struct RateCase {
-    uint32_t rate;
-    AVCodeType video;
-    AVCodeType audio;
-    const char* name;
-};
-
-class ExportRate : public Export, public testing::WithParamInterface<RateCase> {};
-
-// A run that goes on in the next record file, cut out around the border.
-TEST_P(ExportRate, IsFrameExactInRealTimeAcrossAFileBorder) {
-    const RateCase& c = GetParam();
-    const bool h265 = c.video == CODE_VIDEO_H265;
-    constexpr uint32_t kFrameBytes = 380000;
-    const uint32_t border = RECORD_STREAM_LIMIT / kFrameBytes / c.rate;  // s
-    // A key frame every four pictures: hardly any is lost when the next file begins.
-    const Recording card = Card{.files = 2,
-                                .sections = {{.seconds = border + 8,
-                                              .rate = c.rate,
-                                              .video = c.video,
-                                              .audio = c.audio,
-                                              .key_interval = 4,
-                                              .frame_bytes = kFrameBytes}}}
-                               .RecordFolder(Path("card"));
-    ASSERT_EQ(card.sections.size(), 2u) << "the plan has to cross a file border";
-    const uint32_t from = border - 6;
-    const std::string clip = Made(card, "clip.mp4", {"--from", At(from), "--to", At(border + 5)});
-
-    const std::vector<Picture> pictures = Decode(clip);
-    const std::vector<const WrittenFrame*> recorded = VideoOf(card, kStart, kStart + border + 8);
-    const std::vector<Picture> source = Source(recorded, h265);
-    ASSERT_EQ(source.size(), recorded.size());
-    // Cut at the key frame at or before `from`, and behind the last picture of the last second asked for.
-    const auto first =
-        std::find_if(recorded.begin(), recorded.end(), [&](const WrittenFrame* f) { return f->time >= kStart + from; });
-    size_t begin = static_cast<size_t>(first - recorded.begin());
-    while (!recorded[begin]->key) --begin;
-    ASSERT_LE(begin + pictures.size(), source.size());
-    for (size_t i = 0; i < pictures.size(); ++i) {
-        ASSERT_EQ(pictures[i].hash, source[begin + i].hash) << "picture " << i;
-        ASSERT_NEAR(pictures[i].at, static_cast<double>(i) / c.rate, 1e-4) << "picture " << i;
-    }
-    EXPECT_GE(recorded[begin + pictures.size() - 1]->time, kStart + border + 5);
-
-    const Json probe = Probe(clip);
-    const Json video = StreamOf(probe, "video");
-    const double length = static_cast<double>(pictures.size()) / c.rate;
-    EXPECT_EQ(video["codec_tag_string"], h265 ? "hvc1" : "avc1");
-    EXPECT_EQ(video["avg_frame_rate"], std::to_string(c.rate) + "/1");
-    EXPECT_NEAR(Number(video["duration"]), length, 0.001);
-    EXPECT_EQ(probe["format"]["tags"]["creation_time"], At(recorded[begin]->time - kStart) + ".000000Z");
-    const Json audio = StreamOf(probe, "audio");
-    ASSERT_FALSE(audio.is_null());
-    EXPECT_EQ(audio["codec_name"], "aac");
-    EXPECT_NEAR(Number(audio["duration"]), length, 0.4);
-    EXPECT_EQ(StreamOf(probe, "data"), Json()) << "no chapters where nothing was left out";
-}
-
-INSTANTIATE_TEST_SUITE_P(Rates, ExportRate,
-                         testing::Values(RateCase{12, CODE_VIDEO_H264, CODE_AUDIO_G711A, "H264At12"},
-                                         RateCase{15, CODE_VIDEO_H264, CODE_AUDIO_AAC, "H264At15"},
-                                         RateCase{25, CODE_VIDEO_H264, CODE_AUDIO_G711U, "H264At25"},
-                                         RateCase{30, CODE_VIDEO_H264, CODE_AUDIO_G711A, "H264At30"},
-                                         RateCase{12, CODE_VIDEO_H265, CODE_AUDIO_AAC, "H265At12"},
-                                         RateCase{15, CODE_VIDEO_H265, CODE_AUDIO_G711A, "H265At15"},
-                                         RateCase{25, CODE_VIDEO_H265, CODE_AUDIO_G711A, "H265At25"},
-                                         RateCase{30, CODE_VIDEO_H265, CODE_AUDIO_G711U, "H265At30"}),
-                         [](const auto& info) { return info.param.name; });
-
 struct Packet {
     int64_t dts = 0;  // us
     int64_t pts = 0;
@@ -219,26 +145,43 @@ std::vector<Packet> Packets(const std::string& clip) {
     return packets;
 }
 
-struct BFrameCase {
+void ExpectOrderOfDecoding(const std::vector<Packet>& packets, bool b_frames) {
+    bool moved = false;
+    for (size_t i = 0; i < packets.size(); ++i) {
+        ASSERT_LE(packets[i].dts, packets[i].pts) << "packet " << i;
+        if (i == 0) continue;
+        ASSERT_LT(packets[i - 1].dts, packets[i].dts) << "packet " << i;
+        moved = moved || packets[i].pts < packets[i - 1].pts;
+    }
+    EXPECT_EQ(moved, b_frames);
+}
+
+struct RunCase {
+    const char* name;
     uint32_t rate;
     AVCodeType video;
-    const char* name;
+    AVCodeType audio;
+    bool b_frames = false;
 };
 
-class ExportBFrames : public Export, public testing::WithParamInterface<BFrameCase> {};
+class ExportRun : public Export, public testing::WithParamInterface<RunCase> {};
 
-// Cut in the midst of a run (H.265: behind an open group of pictures), over a file border to the end.
-TEST_P(ExportBFrames, AreShownInTheirOrderAtEvenTimes) {
-    const BFrameCase& c = GetParam();
+// A run that goes on in the next record file, cut out from its midst (with B-frames of H.265: after an open group of
+// pictures) to its end.
+TEST_P(ExportRun, IsFrameExactInRealTimeAcrossAFileBorder) {
+    const RunCase& c = GetParam();
+    const bool h265 = c.video == CODE_VIDEO_H265;
     constexpr uint32_t kFrameBytes = 380000;
     const uint32_t border = RECORD_STREAM_LIMIT / kFrameBytes / c.rate;  // s
+    // A key frame every few pictures: hardly any is lost when the next file begins.
     const Recording card = Card{.files = 2,
                                 .sections = {{.seconds = border + 5,
                                               .rate = c.rate,
                                               .video = c.video,
-                                              .key_interval = 8,
+                                              .audio = c.audio,
+                                              .key_interval = c.b_frames ? 8u : 4u,
                                               .frame_bytes = kFrameBytes,
-                                              .b_frames = true}}}
+                                              .b_frames = c.b_frames}}}
                                .RecordFolder(Path("card"));
     ASSERT_EQ(card.sections.size(), 2u) << "the plan has to cross a file border";
     const uint32_t from = border - 4;
@@ -248,9 +191,10 @@ TEST_P(ExportBFrames, AreShownInTheirOrderAtEvenTimes) {
     while (!(*first)->key) --first;
     recorded.erase(recorded.begin(), first);
     const auto next = std::find_if(recorded.begin(), recorded.end(), [](const WrittenFrame* f) { return f->section; });
-    std::vector<Picture> source = Source({recorded.begin(), next}, c.video == CODE_VIDEO_H265);
-    const std::vector<Picture> behind = Source({next, recorded.end()}, c.video == CODE_VIDEO_H265);
-    source.insert(source.end(), behind.begin(), behind.end());
+    std::vector<Picture> source = Source({recorded.begin(), next}, h265);
+    const std::vector<Picture> rest = Source({next, recorded.end()}, h265);
+    source.insert(source.end(), rest.begin(), rest.end());
+    const double length = static_cast<double>(source.size()) / c.rate;
 
     for (const char* name : {"clip.mp4", "clip.mkv"}) {
         const Outcome run = Tool({"export", card.path, Path(name), "--from", At(from)});
@@ -261,26 +205,32 @@ TEST_P(ExportBFrames, AreShownInTheirOrderAtEvenTimes) {
         for (size_t i = 0; i < pictures.size(); ++i) {
             ASSERT_NEAR(pictures[i].at, static_cast<double>(i) / c.rate, 0.001) << name << " picture " << i;
         }
+        const Json probe = Probe(Path(name));
+        const Json audio = StreamOf(probe, "audio");
+        EXPECT_EQ(audio.is_null(), c.audio == CODE_AUDIO_NULL);
+        EXPECT_NEAR(Number(probe["format"]["duration"]), length, 0.4);
+        EXPECT_EQ(StreamOf(probe, "data"), Json()) << "no chapters where nothing was left out";
     }
     const std::vector<Packet> packets = Packets(Path("clip.mp4"));  // Matroska keeps no times of decoding
     ASSERT_EQ(packets.size(), source.size()) << "nothing that cannot be shown";
-    bool moved = false;
-    for (size_t i = 0; i < packets.size(); ++i) {
-        ASSERT_LE(packets[i].dts, packets[i].pts) << "packet " << i;
-        if (i == 0) continue;
-        ASSERT_LT(packets[i - 1].dts, packets[i].dts) << "packet " << i;
-        moved = moved || packets[i].pts < packets[i - 1].pts;
+    ExpectOrderOfDecoding(packets, c.b_frames);
+    const Json probe = Probe(Path("clip.mp4"));
+    const Json video = StreamOf(probe, "video");
+    EXPECT_EQ(video["codec_tag_string"], h265 ? "hvc1" : "avc1");
+    EXPECT_EQ(video["avg_frame_rate"], std::to_string(c.rate) + "/1");
+    EXPECT_NEAR(Number(video["duration"]), length, 0.001);
+    if (!c.b_frames) {  // with them a picture is shown later than it was stamped
+        EXPECT_EQ(probe["format"]["tags"]["creation_time"], At(recorded.front()->time - kStart) + ".000000Z");
     }
-    EXPECT_TRUE(moved) << "the clip has to have B-frames";
-    EXPECT_NEAR(Number(StreamOf(Probe(Path("clip.mp4")), "video")["duration"]),
-                static_cast<double>(source.size()) / c.rate, 0.001);
 }
 
-INSTANTIATE_TEST_SUITE_P(Codecs, ExportBFrames,
-                         testing::Values(BFrameCase{25, CODE_VIDEO_H264, "H264At25"},
-                                         BFrameCase{30, CODE_VIDEO_H264, "H264At30"},
-                                         BFrameCase{25, CODE_VIDEO_H265, "H265At25"},
-                                         BFrameCase{30, CODE_VIDEO_H265, "H265At30"}),
+INSTANTIATE_TEST_SUITE_P(Runs, ExportRun,
+                         testing::Values(RunCase{"H264At12", 12, CODE_VIDEO_H264, CODE_AUDIO_G711A},
+                                         RunCase{"H264At25", 25, CODE_VIDEO_H264, CODE_AUDIO_G711U},
+                                         RunCase{"H265At15", 15, CODE_VIDEO_H265, CODE_AUDIO_AAC},
+                                         RunCase{"H265At30", 30, CODE_VIDEO_H265, CODE_AUDIO_G711A},
+                                         RunCase{"H264At30WithBFrames", 30, CODE_VIDEO_H264, CODE_AUDIO_AAC, true},
+                                         RunCase{"H265At25WithBFrames", 25, CODE_VIDEO_H265, CODE_AUDIO_NULL, true}),
                          [](const auto& info) { return info.param.name; });
 
 TEST_F(Export, KeepsShortPausesAndLeavesLongOnesOutWithAChapter) {
@@ -385,7 +335,7 @@ TEST_F(Export, NothingOfAnEarlierLapIsShown) {
     const Outcome run = Tool({"export", card.path, Path("clip.mp4"), "--section", "0:2"});
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_NE(run.err.find("earlier lap"), std::string::npos);
-    ExpectSamePictures(Decode(Path("clip.mp4")), Source(VideoOf(card, kStart + 86400, UINT32_MAX), false));
+    ExpectSamePictures(Decode(Path("clip.mp4")), Source({video.begin() + 150, video.end()}, false));
 }
 
 TEST_F(Export, ARingThatHasBegunItsSecondLapIsExportedInOrder) {
@@ -478,6 +428,32 @@ TEST_F(Export, RawFilesAreTheStreamItself) {
     EXPECT_NE(piped.err.find("48 pictures"), std::string::npos) << piped.err;
     std::ofstream(Path("piped.mkv"), std::ios::binary) << piped.out;
     EXPECT_EQ(Decode(Path("piped.mkv")).size(), 4 * 12u);
+}
+
+// The recorded stream as a player outside sees it, which knows it by its bytes alone.  Each picture is several packets.
+TEST_F(Export, AProgramStreamIsTakenApartIntoWhatWasRecorded) {
+    for (const auto& [video, audio, sound_name] : {std::tuple{CODE_VIDEO_H264, CODE_AUDIO_G711U, "pcm_mulaw"},
+                                                   std::tuple{CODE_VIDEO_H265, CODE_AUDIO_G711A, "pcm_alaw"}}) {
+        const std::string name = video == CODE_VIDEO_H265 ? "hevc" : "h264";
+        const Recording card =
+            Card{.sections = {{.seconds = 2, .video = video, .audio = audio, .frame_bytes = 150000}}}.RecordFolder(
+                Path(name));
+        std::string units, sounds;
+        for (const WrittenFrame* frame : card.Kept()) (frame->video ? units : sounds) += frame->unit;
+        const std::string clip = Made(card, name + ".ps", {"--all"});
+        const auto part = [&](const char* map, const std::string& format) {
+            return RunProgram({"ffmpeg", "-v", "error", "-i", clip, "-map", map, "-c", "copy", "-f", format, "-"}).out;
+        };
+        EXPECT_TRUE(part("0:v", name) == units);
+        EXPECT_TRUE(part("0:a", "data") == sounds);
+        const Json probe = Probe(clip);
+        EXPECT_EQ(probe["format"]["format_name"], "mpeg");
+        EXPECT_EQ(StreamOf(probe, "audio")["codec_name"], sound_name);
+        const std::vector<Packet> packets = Packets(clip);
+        ASSERT_EQ(packets.size(), 50u);
+        for (size_t i = 0; i < packets.size(); ++i) EXPECT_EQ(packets[i].pts, static_cast<int64_t>(i + 1) * 40000);
+        ExpectSamePictures(Decode(clip), Source(card.KeptVideo(), video == CODE_VIDEO_H265));
+    }
 }
 
 TEST_F(Export, NeverHarmsWhatIsThere) {
