@@ -83,7 +83,9 @@ class RecordLoop : public support::BoundCamera {
         return StartRecord(0, 600);
     }
     static int WriteKeyFrame(size_t length = 100) {
-        std::string frame = "\0\0\0\1\x67sps\0\0\0\1\x68pps\0\0\0\1\x65"s + std::string(length, 'x');
+        return WriteFrame("\0\0\0\1\x67sps\0\0\0\1\x68pps\0\0\0\1\x65"s + std::string(length, 'x'));
+    }
+    static int WriteFrame(std::string frame) {
         AVDataInfo info{};
         info.AVDataLen = static_cast<int32_t>(frame.size());
         return Mp4RecordVideoCallbackFunc(AV_FRAME_TYPE_VIDEO, 0, frame.data(), &info);
@@ -317,18 +319,21 @@ TEST_F(RecordLoop, TheHeadsOfACardThatIsGoneAreNotWrittenIntoTheOneThatTookItsPl
 
 TEST_F(RecordLoop, HeadsThatTheCardRefusedAtTheEndAreThereBeforeTheNextRun) {
     card_.Prepare({.files = 3, .current_length = 777});
-    std::string before;
-    EXPECT_EQ(Run([&] {
-                  EXPECT_EQ(WriteKeyFrame(), 0);
-                  before = Index(1024, 48);
-                  EXPECT_EQ(WriteKeyFrame(), 0);
-              }),
-              0);
-    const std::string after = Index(1024, 48);
-    std::fstream(std::string(support::kCardDirectory) + "index000.bin").seekp(1024) << before;
-    ASSERT_NE(Index(1024, 48), after);
-    EXPECT_EQ(CheckRecordStart(), 0);
-    EXPECT_EQ(Index(1024, 48), after) << "what they count would be written over";
+    for (const bool is_key : {true, false}) {  // the last frame: does it count in the heads' key frames?
+        std::string before;
+        g_flags.stop_requested = false;
+        EXPECT_EQ(Run([&] {
+                      EXPECT_EQ(WriteKeyFrame(), 0);
+                      before = Index(1024, 48);
+                      EXPECT_EQ(is_key ? WriteKeyFrame() : WriteFrame("\0\0\0\1\x41 between key frames"s), 0);
+                  }),
+                  0);
+        const std::string after = Index(1024, 48);
+        std::fstream(std::string(support::kCardDirectory) + "index000.bin").seekp(1024) << before;
+        ASSERT_NE(Index(1024, 48), after);
+        EXPECT_EQ(CheckRecordStart(), 0);
+        EXPECT_EQ(Index(1024, 48), after) << "what they count would be written over";
+    }
 }
 
 TEST_F(RecordLoop, ASectionHeadThatTheCardRefusedIsWrittenDuringTheNextRun) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/ipc.h>
+#include <sys/mman.h>
 #include <sys/msg.h>
 #include <sys/shm.h>
 
@@ -209,6 +210,32 @@ TEST(PeerSegment, IsTheOneItsKeyHasNow) {
     EXPECT_EQ(shmget(kSegmentKey, 64, 0), third);
     segment.Forget();
     EXPECT_EQ(segment.Id(), -1);
+    ASSERT_EQ(unshare(CLONE_NEWIPC), 0);
+}
+
+TEST(PeerSegment, StaysAttachedUntilSomebodyRemovesIt) {
+    ASSERT_EQ(unshare(CLONE_NEWIPC), 0);
+    PeerSegment segment(kSegmentKey, 64);
+    EXPECT_EQ(segment.Look(64), nullptr) << "not opened";
+    ASSERT_TRUE(segment.Open());
+    const int first = segment.Id();
+    const auto users = [](int id) {
+        struct shmid_ds status {};
+        return shmctl(id, IPC_STAT, &status) == 0 ? static_cast<int>(status.shm_nattch) : -1;
+    };
+    constexpr size_t kRoom = 1 << 20;  // where the next thing that is attached or mapped would go
+    void* const room = mmap(nullptr, kRoom, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    const void* const seen = segment.Look(64);
+    ASSERT_NE(seen, nullptr);
+    munmap(room, kRoom);
+    EXPECT_EQ(segment.Look(64), seen);
+    EXPECT_EQ(segment.Look(65), nullptr) << "it is not so long";
+    EXPECT_EQ(users(first), 1);
+    shmctl(first, IPC_RMID, nullptr);
+    EXPECT_NE(segment.Look(64), nullptr);
+    EXPECT_EQ(users(first), -1) << "gone, for we were its last user";
+    EXPECT_EQ(users(segment.Id()), 1) << "and looked at in its place";
+    segment.Forget();
     ASSERT_EQ(unshare(CLONE_NEWIPC), 0);
 }
 
