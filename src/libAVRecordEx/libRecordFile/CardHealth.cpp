@@ -33,14 +33,21 @@ struct Trouble {  // of one operation on one kind of file; times are s since boo
     bool is_announced = false;  // and its end is to be told
 };
 
+struct RecordFileTrouble {  // what a record file refuses, as the card says (EIO)
+    bool reading = false;
+    bool writing = false;
+    bool handing_over = false;
+    bool IsAny() const { return reading || writing || handing_over; }
+};
+
 struct Health {
     Mutex mutex;
     Trouble troubles[kOperations][kKinds];
     long writes_fail_since = kNever;
     long syncs_fail_since = kNever;  // then a write that works only reached the system's cache
     long all_fails_since = kNever;
-    bool file_fails[3] = {};  // a record file refuses to be read, to be written, to be handed over
-    bool file_fails_told = false;
+    RecordFileTrouble record_file;
+    bool record_file_told = false;
     std::atomic<bool> has_trouble{false};  // anything above is not as it was at the start
     std::atomic<bool> is_failing{false};
 };
@@ -82,8 +89,11 @@ bool IsWriting(Operation operation) {
     return operation == Operation::kWrite || operation == Operation::kSync;
 }
 
-bool& FileFails(Operation operation) {
-    return g_health.file_fails[operation == Operation::kSync ? 2 : operation == Operation::kWrite ? 1 : 0];
+bool& RecordFileRefuses(Operation operation) {
+    RecordFileTrouble& trouble = g_health.record_file;
+    return operation == Operation::kSync    ? trouble.handing_over
+           : operation == Operation::kWrite ? trouble.writing
+                                            : trouble.reading;
 }
 
 // What one more failure says of the card as a whole.
@@ -139,7 +149,7 @@ void TellFailure(Operation operation, Kind kind, const Place& place, int error) 
         Judge(operation, error, now);
         const bool is_transfer = IsWriting(operation) || operation == Operation::kRead;
         if (is_transfer && kind == Kind::kRecord && error == EIO) {
-            FileFails(operation) = true;
+            RecordFileRefuses(operation) = true;
         }
         Trouble& trouble = TroubleOf(operation, kind);
         if (!Count(trouble, error, now)) {
@@ -160,8 +170,8 @@ void TellSuccess(Operation operation, Kind kind) {
         const std::lock_guard lock(g_health.mutex);
         g_health.all_fails_since = kNever;
         if (IsWriting(operation) && kind == Kind::kRecord) {
-            FileFails(operation) = false;
-            FileFails(Operation::kRead) = false;
+            RecordFileRefuses(operation) = false;
+            g_health.record_file.reading = false;
         }
         long& since = operation == Operation::kSync ? g_health.syncs_fail_since : g_health.writes_fail_since;
         if (operation == Operation::kWrite || (operation == Operation::kSync && since != kNever)) {
@@ -186,22 +196,21 @@ bool IsFailing() {
 
 bool RecordFileFails() {
     const std::lock_guard lock(g_health.mutex);
-    const bool* const fail = g_health.file_fails;
-    const bool fails = (fail[0] || fail[1] || fail[2]) && !g_health.file_fails_told;
-    g_health.file_fails_told = g_health.file_fails_told || fails;
-    return fails;
+    const bool is_news = g_health.record_file.IsAny() && !g_health.record_file_told;
+    g_health.record_file_told = g_health.record_file_told || is_news;
+    return is_news;
 }
 
 void RecordFileTook() {
     if (g_health.has_trouble.load(std::memory_order_relaxed)) {
         const std::lock_guard lock(g_health.mutex);
-        g_health.file_fails_told = false;
+        g_health.record_file_told = false;
     }
 }
 
 void Pardon() {
     const std::lock_guard lock(g_health.mutex);
-    FileFails(Operation::kWrite) = FileFails(Operation::kSync) = false;
+    g_health.record_file.writing = g_health.record_file.handing_over = false;
     g_health.writes_fail_since = kNever;
     g_health.syncs_fail_since = kNever;
     g_health.all_fails_since = kNever;
@@ -211,7 +220,7 @@ void Pardon() {
 void ForgetFailures() {
     Pardon();
     const std::lock_guard lock(g_health.mutex);
-    g_health.file_fails_told = false;
+    g_health.record_file_told = false;
     for (auto& kinds : g_health.troubles) {
         for (Trouble& trouble : kinds) {
             trouble = {};
