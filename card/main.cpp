@@ -20,7 +20,8 @@ constexpr card::Command kCommands[] = {
     {"export", "A moment, an event, a section or everything as a file that plays anywhere", card::PrepareExport},
     {"check", "Does everything on the card agree? Tells what does not, and what it costs", card::PrepareCheck},
     {"view", "The card in this computer's browser: play, scrub, save clips", card::PrepareView},
-    {"timeline", "The card as one HTML page: days, gaps, events, pictures; with --clips the footage", card::PrepareTimeline},
+    {"timeline", "The card as one HTML page: days, gaps, events, pictures; with --clips the footage",
+     card::PrepareTimeline},
     {"repair", "Rebuild lost heads, index or file system from what is on the card (into a copy)", card::PrepareRepair},
     {"mount", "Mount an image's files for a recorder to write (FUSE, needs no privileges)", card::PrepareMount},
 };
@@ -34,9 +35,7 @@ constexpr char kFooter[] =
     "Exit status: 0 done; 1 done, but with findings; 2 wrong usage; 3 the card could not be read or written;\n"
     "4 nothing was recorded in the time asked for.";
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int RunTool(int argc, char** argv) {
     CLI::App app(kDescription, "recordcard");
     app.footer(kFooter);
     app.set_version_flag("--version", "recordcard " RECORDCARD_VERSION);
@@ -50,13 +49,22 @@ int main(int argc, char** argv) {
     CLI::App* const completion = app.add_subcommand("completion", "The completions for bash")->group("");
     try {
         app.parse(argc, argv);
-        if (manual->parsed()) return card::PrintManual(app);
-        if (completion->parsed()) return card::PrintCompletion(app);
-        for (const auto& [sub, run] : commands) {
-            if (sub->parsed()) return run();
-        }
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? card::kDone : card::kUsage;
+    }
+    if (manual->parsed()) return card::PrintManual(app);
+    if (completion->parsed()) return card::PrintCompletion(app);
+    for (const auto& [sub, run] : commands) {
+        if (sub->parsed()) return run();
+    }
+    return card::kUsage;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return RunTool(argc, argv);
     } catch (const card::CardError& error) {
         std::fprintf(stderr, "recordcard: %s\n", error.what());
         return error.Code();
@@ -64,5 +72,4 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "recordcard: %s\n", error.what());
         return card::kFailed;
     }
-    return card::kUsage;
 }

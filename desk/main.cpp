@@ -68,9 +68,7 @@ void AddVerbs(CLI::App& app, std::string& line) {
     }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int RunTool(int argc, char** argv) {
     desk::DeskCameraOptions options;
     std::string write_settings, line;
     CLI::App app(
@@ -95,11 +93,17 @@ int main(int argc, char** argv) {
                    "misbehave for a while, by this seed: garbage in the rings, bad and late answers");
     AddVerbs(app, line);
     CLI11_PARSE(app, argc, argv);
+    if (options.dumps.size() > desk::MediaServer::kStreams)
+        throw std::runtime_error("--dump-stream: there are two streams");
+    if (!write_settings.empty()) return WriteSettings(write_settings);
+    return line.empty() ? RunCamera(options) : Ask(options.control, line);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
     try {
-        if (options.dumps.size() > desk::MediaServer::kStreams)
-            throw std::runtime_error("--dump-stream: there are two streams");
-        if (!write_settings.empty()) return WriteSettings(write_settings);
-        return line.empty() ? RunCamera(options) : Ask(options.control, line);
+        return RunTool(argc, argv);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "deskcamera: %s\n", error.what());
         return 1;

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <utility>
 
@@ -33,7 +34,7 @@ void Progress::Clear() {
 std::string Progress::TimeToGo(uint64_t done, uint64_t total, double seconds) const {
     if (seconds < kFirstGuess || done == 0) return "";
     const double left = seconds * static_cast<double>(total - done) / static_cast<double>(done);
-    return ", " + Duration(static_cast<uint64_t>(left + 0.5)) + " to go";
+    return ", " + Duration(static_cast<uint64_t>(std::llround(left))) + " to go";
 }
 
 void Progress::Show(uint64_t done, uint64_t total) {

@@ -131,7 +131,7 @@ class Target {
         if (!kept_) Remove();
     }
     Target(Target&& other) noexcept
-        : path_(other.path_), folder_(other.folder_), kept_(std::exchange(other.kept_, true)) {}
+        : path_(std::move(other.path_)), folder_(other.folder_), kept_(std::exchange(other.kept_, true)) {}
 
     void Keep() { kept_ = true; }
     const std::string& Path() const { return path_; }

@@ -70,8 +70,7 @@ class TemporaryFolder {
 // Only names that a card has: a folder may hold other things.
 bool OfStore(const std::string& name) {
     if (name == RECORD_INDEX_NAME || name == RECORD_EVENT_NAME) return true;
-    unsigned number = 0;
-    return std::sscanf(name.c_str(), RECORD_FILE_NAME, &number) == 1 && name == Volume::RecordFileName(number);
+    return Volume::RecordFileNumber(name).has_value();
 }
 
 // Hands on `size` bytes from `read`, in the ranges asked for.

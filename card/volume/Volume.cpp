@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <filesystem>
 
@@ -45,7 +46,7 @@ size_t StoreFile::ReadAt(uint64_t offset, void* buffer, size_t length) const {
 
 void StoreFile::WriteAt(uint64_t offset, const void* buffer, size_t length) const {
     if (offset > reachable_ || length > reachable_ - offset) {
-        throw CardError(name_ + ": a write at byte " + std::to_string(offset) + " would reach behind its end");
+        throw CardError(name_ + ": a write at byte " + std::to_string(offset) + " would reach past its end");
     }
     ForEachExtent(offset, length, [&](uint64_t place, size_t done, size_t part) {
         device_->WriteAt(place, static_cast<const char*>(buffer) + done, part);
@@ -122,6 +123,14 @@ std::string Volume::RecordFileName(uint32_t number) {
     char name[32];
     std::snprintf(name, sizeof name, RECORD_FILE_NAME, static_cast<int>(number));
     return name;
+}
+
+std::optional<uint32_t> Volume::RecordFileNumber(const std::string& name) {
+    uint32_t number = 0;
+    const size_t digits = std::min(name.find_first_of("0123456789"), name.size());
+    std::from_chars(name.data() + digits, name.data() + name.size(), number);
+    if (name != RecordFileName(number)) return std::nullopt;
+    return number;
 }
 
 uint64_t Volume::TotalBytes() const {

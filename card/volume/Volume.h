@@ -65,7 +65,8 @@ class Volume {
     bool Has(const std::string& name) const;
     // The file called `name` (ASCII case does not matter on FAT); throws CardError when there is none.
     StoreFile OpenFile(const std::string& name) const;
-    static std::string RecordFileName(uint32_t number);  // "hi000000.mp4"
+    static std::string RecordFileName(uint32_t number);                        // "hi000000.mp4"
+    static std::optional<uint32_t> RecordFileNumber(const std::string& name);  // none: no record file has that name
 
     uint64_t TotalBytes() const;                         // of the card
     const Device* Raw() const { return device_.get(); }  // null for a folder
