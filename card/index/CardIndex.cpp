@@ -380,7 +380,7 @@ const char* FaultText(Section::Fault fault) {
         case Section::Fault::WrongPlace:
             return "its head speaks of another file or section";
         case Section::Fault::OutsideFile:
-            return "it reaches behind the file's stream data";
+            return "it reaches past the file's stream data";
         case Section::Fault::EarlierLap:
             return "it is left over from an earlier lap";
         case Section::Fault::BadKeyFrames:

@@ -145,7 +145,7 @@ size_t Device::ReadAt(uint64_t offset, void* buffer, size_t length) const {
 void Device::WriteAt(uint64_t offset, const void* buffer, size_t length) const {
     if (!Writable()) throw CardError(path_ + " was opened for reading only");
     if (offset > size_ || length > size_ - offset) {
-        throw CardError(path_ + ": a write at byte " + std::to_string(offset) + " would reach behind its end");
+        throw CardError(path_ + ": a write at byte " + std::to_string(offset) + " would reach past its end");
     }
     size_t done = 0;
     while (done < length) {
