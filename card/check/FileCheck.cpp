@@ -96,6 +96,12 @@ class FileCheck {
         findings_.push_back(
             {level, kind, RECORD_INDEX_NAME, offset, std::move(what), consequence, Mend::File, file_.number, true});
     }
+    // The file heads lie in the system head's page.  When that names the next file it takes them to the card, which has
+    // neither their sections nor their stream yet.
+    Level LevelOfAheadHead() const {
+        const bool is_cut = index_.System().m_u32RecordFileNo != file_.number && CutBeforeFull(file_);
+        return is_cut && !file_.Full() ? Level::Remark : Level::Error;
+    }
     std::string NameOf(const Section& section) const {
         return FormatText("section %u:%u", section.file, section.number);
     }
@@ -337,7 +343,7 @@ class FileCheck {
                                static_cast<unsigned long long>(part.begin), static_cast<unsigned long long>(part.end)),
                     "this footage is there but not listed", Mend::File);
             } else if (part.end == file_.Length()) {
-                AddHead(Level::Error, "file-length", FileHeadOffset(file_.number),
+                AddHead(LevelOfAheadHead(), "file-length", FileHeadOffset(file_.number),
                         FormatText("file %u counts %llu bytes behind its last footage", file_.number,
                                    static_cast<unsigned long long>(part.end - part.begin)),
                         "footage may have been lost there; that much space is not recorded into");
@@ -386,7 +392,8 @@ class FileCheck {
             start == head.m_u32RecordStartTime && head.m_u32RecordEndTime >= head.m_u32RecordStartTime &&
             head.m_u32RecordEndTime + uint64_t{1} >= end && head.m_u32RecordEndTime <= uint64_t{end} + kClockStepBack;
         if (keys_fit && times_fit) return;
-        AddHead(Level::Error, "file-sums", FileHeadOffset(file_.number),
+        const bool is_ahead = keys <= head.m_u32RecordKeyFrameSum && times_fit;
+        AddHead(is_ahead ? LevelOfAheadHead() : Level::Error, "file-sums", FileHeadOffset(file_.number),
                 FormatText("the head of file %u says %u key frames from %u to %u, its sections %u from %u to %u",
                            file_.number, head.m_u32RecordKeyFrameSum, head.m_u32RecordStartTime,
                            head.m_u32RecordEndTime, keys, start, end),
@@ -440,6 +447,10 @@ class FileCheck {
 void CheckRecordFile(const CardIndex& index, const FileState& file, Findings& findings, const SurveyProgress& progress,
                      const SurveyVisitor& visit) {
     FileCheck(index, file, findings).Run(index.OpenRecordFile(file.number), progress, visit);
+}
+
+bool CutBeforeFull(const FileState& file) {
+    return file.Usable() && uint64_t{file.Length()} + record_file::kAheadMax >= RECORD_STREAM_LIMIT;
 }
 
 SectionSpan SpanOf(const Section& section) {

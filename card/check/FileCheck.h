@@ -14,6 +14,10 @@ using SurveyVisitor = std::function<void(uint32_t file, const Survey& survey, bo
 void CheckRecordFile(const CardIndex& index, const FileState& file, Findings& findings, const SurveyProgress& progress,
                      const SurveyVisitor& visit = {});
 
+// The frame that fills a file names the next one before the heads count it: a power cut can leave the file short by
+// all that came after the last hand-over.
+bool CutBeforeFull(const FileState& file);
+
 SectionSpan SpanOf(const Section& section);
 
 }  // namespace card

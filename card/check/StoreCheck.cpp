@@ -141,12 +141,6 @@ class StoreCheck {
         if (current < count && any && index_.Files()[current].empty) CheckBeforeCurrent(current, count);
     }
 
-    // The frame that fills a file names the next one before the heads count it: a power cut can leave the file short by
-    // all that came after the last hand-over.
-    static bool CutBeforeFull(const FileState& file) {
-        return file.Usable() && uint64_t{file.Length()} + record_file::kAheadMax >= RECORD_STREAM_LIMIT;
-    }
-
     void CheckBeforeCurrent(uint32_t current, uint32_t count) {
         const FileState& before = index_.Files()[(current + count - 1) % count];
         if (before.Full() || before.fault != FileState::Fault::None || CutBeforeFull(before)) return;

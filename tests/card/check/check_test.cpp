@@ -137,6 +137,36 @@ TEST(Check, RemarksOnACutAtASwitch) {
     }
 }
 
+// Naming the next file takes the file head to the card, ahead of section and stream.
+TEST(Check, RemarksOnAFileHeadThatIsAheadAtASwitch) {
+    const Place place;
+    const Card card{.files = 3, .sections = {{.seconds = 20, .frame_bytes = kLarge}}, .keep_units = false};
+    const Recording recording = card.RecordFolder(place);
+    const auto index = Volume::Open(place).OpenFile(RECORD_INDEX_NAME);
+    auto head = *index.Get<RecordFileInfoHead_S>(FileHeadAt(0));
+    auto section = *index.Get<RecordInfoHead_S>(SectionAt(0, 1));
+    head.m_u32RecordFileSumLenth -= 2 * kLarge;
+    section.m_u32FrameSum = section.m_u32KeyFrameSum = section.m_u32RecordSize = 0;
+    for (const fixture::WrittenFrame& frame : recording.frames) {
+        if (frame.file != 0 || frame.offset + frame.size + 8 * kLarge > head.m_u32RecordFileSumLenth) break;
+        section.m_u32RecordSize = frame.offset + frame.size;
+        section.m_u32RecordEndTime = frame.time;
+        section.m_u32FrameSum += frame.video ? 1 : 0;
+        section.m_u32KeyFrameSum += frame.key ? 1 : 0;
+    }
+    recording.Corrupt(RECORD_INDEX_NAME, FileHeadAt(0), std::string(reinterpret_cast<char*>(&head), sizeof head));
+    recording.Corrupt(RECORD_INDEX_NAME, SectionAt(0, 1),
+                      std::string(reinterpret_cast<char*>(&section), sizeof section));
+    recording.Corrupt("hi000000.mp4", section.m_u32RecordSize,
+                      std::string(RECORD_KEY_FRAME_BASE - section.m_u32RecordSize, '\0'));
+    EXPECT_EQ(card::Errors(Check(place)), 0u) << Listed(Check(place));
+    EXPECT_TRUE(Has(Check(place), "file-length"));
+    card::RepairLog log;
+    card::RepairStore(Volume::Open(place, card::Access::ReadWrite), log);
+    EXPECT_FALSE(Has(Check(place), "file-length")) << Listed(Check(place));
+    EXPECT_EQ(card::Errors(Check(place)), 0u) << Listed(Check(place));
+}
+
 TEST(Check, FindsEachDamageAndRepairMendsIt) {
     const Place place;
     const Recording recording = kDay.RecordFolder(place);
