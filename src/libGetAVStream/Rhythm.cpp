@@ -12,7 +12,7 @@ constexpr int64_t kInTime = 1000;          // us off is still the look that was 
 constexpr int64_t kLater = 300;            // us that a look in vain puts the looks off
 constexpr int64_t kSooner = 20;            // us that one which found its record brings them forward
 constexpr int64_t kTogether = 2000;        // us between kinds that one look finds
-constexpr int64_t kExact = 5000;           // from the last look that found nothing: known well enough when it came
+constexpr int64_t kExact = 7000;           // from the last look that found nothing: known well enough when it came
 constexpr int kTrusted = 2;                // records in a row that are taken on trust
 constexpr int kRecordsMax = 1024;          // that an interval is the mean of
 constexpr int kExactOnes = Rhythm::kWindow / 4;
@@ -55,7 +55,7 @@ void Rhythm::Beat::Follow(int64_t now, int64_t last_nothing) {
     if (now < look - kInTime) {
         look -= (look - kInTime - now) / 2;
     } else if (at_least < -kInTime) {
-        look -= kSooner;
+        look -= now <= look + kInTime ? kSooner : 0;  // else it was found by the look for another kind
     } else if (!is_late) {
         look += kLater;
     }
@@ -67,7 +67,7 @@ int64_t Rhythm::Beat::NextLook(int64_t now) const {
     if (doubt > 0) {
         return look - kEarlierInDoubt;
     }
-    const bool is_on_trust = on_trust < kTrusted || now >= look - kEarlier - kInTime;  // or was looked for just now
+    const bool is_on_trust = on_trust < kTrusted || now >= look - kEarlier - kTogether;  // or was looked for just now
     return is_on_trust ? look : look - kEarlier;
 }
 
