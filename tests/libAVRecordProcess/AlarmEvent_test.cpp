@@ -595,6 +595,8 @@ TEST_F(AlarmThread, ACardThatIsGoneEndsTheRunAndGetsNoFileOnTheCamerasFlash) {
 
 TEST_F(AlarmThread, RunsFollowEachOtherWithoutLeavingAnythingBehind) {
     PreRecordAndDelay(0, 7);
+    RecordRun("2");  // from then on the device's node is held
+    g_timeline.Restart();
     const long descriptors = support::Descriptors();
     Begin();
     for (int run = 0; run < 100; ++run) {

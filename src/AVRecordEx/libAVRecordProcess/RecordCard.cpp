@@ -1,5 +1,6 @@
 #include "RecordCard.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
 #include <unistd.h>
@@ -10,6 +11,9 @@
 #include <cstring>
 
 #include "CardFile.h"
+#include "Clock.h"
+#include "Descriptor.h"
+#include "Mutex.h"
 #include "RecordState.h"
 #include "RecorderStatus.h"
 #include "libAVRecord.h"
@@ -20,10 +24,38 @@ namespace {
 
 constexpr char kDeviceNode[] = "/dev/mmcblk0p1";
 
-// 0 when the card's device node is there, else why not.
-int DeviceNodeError() {
-    return access(kDeviceNode, F_OK) == 0 ? 0 : errno;
-}
+// The card's device node, asked for 50 times a second.  One that is removed has no link left, and that is cheaper to
+// see than to walk the path; whether the name still leads to it is asked once a second.  Where the name is a symbolic
+// link the path is always walked.
+class DeviceNode {
+  public:
+    // 0 when it is there, else why not.
+    int Error() {
+        const std::lock_guard guard(lock_);
+        const bool is_linked = IsLinked();
+        if (const long now = KQ_COMMON_GetUptime(); now != asked_) {
+            asked_ = now;
+            if (!is_linked) {
+                node_ =
+                    Descriptor(open(kDeviceNode, O_PATH | O_NOFOLLOW | O_CLOEXEC));  // without it the path is walked
+            }
+        } else if (is_linked) {
+            return 0;
+        }
+        return access(kDeviceNode, F_OK) == 0 ? 0 : errno;
+    }
+
+  private:
+    bool IsLinked() const {
+        struct stat64 status {};
+        return node_.IsOpen() && fstat64(node_.Get(), &status) == 0 && status.st_nlink != 0 && !S_ISLNK(status.st_mode);
+    }
+
+    Mutex lock_;
+    long asked_ = -1;  // s since boot
+    Descriptor node_;
+};
+constinit DeviceNode g_device_node;
 
 struct Identity {  // of the mounted card
     dev_t device = 0;
@@ -184,7 +216,7 @@ CardMatch Unknown() {
 
 int FileUtilsGetStorageStatus(const char* path) {
     (void)path;
-    const int error = DeviceNodeError();
+    const int error = g_device_node.Error();
     if (error == 0) {
         return 0;
     }
@@ -194,7 +226,7 @@ int FileUtilsGetStorageStatus(const char* path) {
 
 bool CardWasPulled() {
     static std::atomic<int> last_error{0};  // what lasts is said once
-    const int error = DeviceNodeError();
+    const int error = g_device_node.Error();
     if (last_error.exchange(error) != error && error != 0) {
         LOG_TRACE_AS("FileUtilsGetStorageStatus", ": errno = %d %s\n", error, std::strerror(error));
     }
