@@ -390,11 +390,14 @@ class Viewer(PageTest):
 class Served(unittest.TestCase):
     """recordcard view: the same page and the card's bytes from this computer."""
 
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = pathlib.Path(tempfile.mkdtemp(prefix="viewer-"))
+        cls.addClassCleanup(shutil.rmtree, cls.folder, ignore_errors=True)
+        run(BUILD / "tests" / "viewer" / "make_cards", cls.folder)
+        cls.card = cls.folder / "busy.img"
+
     def setUp(self):
-        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="viewer-"))
-        self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
-        run(BUILD / "tests" / "viewer" / "make_cards", self.folder)
-        self.card = self.folder / "busy.img"
         self.process = subprocess.Popen([TOOL, "view", "--no-open", self.card], stdout=subprocess.PIPE, text=True)
         self.addCleanup(self.stop)
         self.address = self.process.stdout.readline().strip()
