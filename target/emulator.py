@@ -173,17 +173,17 @@ class Camera:
         self.process = subprocess.Popen([str(part) for part in command], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                                         stderr=open(self.folder / "emulator.log", "wb"))
 
+    def wait_until(self, happened, what, seconds=600, pause=0.05):
+        end = time.monotonic() + seconds
+        while not happened():
+            if self.process.poll() is not None or time.monotonic() > end:
+                raise CameraError(f"not seen before the camera ended, or within {seconds} s: {what}\n{self.last_words()}")
+            time.sleep(pause)
+
     def wait_for(self, text, file=None, seconds=600):
         """Until `text` stands in the console (or another of the camera's logs)."""
         path = file or self.console
-        end = time.monotonic() + seconds
-        while time.monotonic() < end:
-            if path.exists() and text in path.read_bytes().decode(errors="replace"):
-                return
-            if self.process.poll() is not None:
-                raise CameraError(f"the camera ended before {text!r}\n{self.last_words()}")
-            time.sleep(0.05)
-        raise CameraError(f"no {text!r} within {seconds} s\n{self.last_words()}")
+        self.wait_until(lambda: path.exists() and text in path.read_bytes().decode(errors="replace"), repr(text), seconds)
 
     def published(self):
         """Pictures published so far."""
@@ -196,11 +196,7 @@ class Camera:
         return sum(int(length) + 40 for length in re.findall(rb"stream=0 .*length=(\d+)", self.journal.read_bytes()))
 
     def wait_published(self, count, seconds=600):
-        end = time.monotonic() + seconds
-        while self.published() < count:
-            if self.process.poll() is not None or time.monotonic() > end:
-                raise CameraError(f"only {self.published()} of {count} pictures\n{self.last_words()}")
-            time.sleep(0.05)
+        self.wait_until(lambda: self.published() >= count, f"{count} pictures", seconds)
 
     def tell(self, line):
         """A line for the camera's shell; "stop" is an orderly power off."""
@@ -257,6 +253,12 @@ class Camera:
             yield
         finally:
             self.process.send_signal(signal.SIGCONT)
+
+    @contextmanager
+    def off(self):
+        """The power goes for good."""
+        self.cut()
+        yield
 
     def last_words(self):
         parts = []
