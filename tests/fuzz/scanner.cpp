@@ -13,27 +13,29 @@ using card::StreamScanner;
 
 class Check {
   public:
-    Check(const std::vector<uint8_t>& stream, const fuzz::MemoryFile& file) : stream_(stream), file_(file) {}
+    Check(const std::vector<uint8_t>& stream, const fuzz::MemoryFile& file)
+        : stream_(stream),
+          file_(file),
+          scanner_([this](uint64_t at, void* to, size_t length) { return Read(at, to, length); }, 0, stream.size()) {}
 
     void Scan(uint64_t begin, bool compare) {
-        StreamScanner scanner([this](uint64_t at, void* to, size_t length) { return Read(at, to, length); }, begin,
-                              stream_.size());
+        scanner_.Seek(begin);
         for (uint64_t at = begin; at < stream_.size();) {
-            const StreamScanner::Found found = scanner.Next();
-            const uint64_t next = scanner.Position();
+            const StreamScanner::Found found = scanner_.Next();
+            const uint64_t next = scanner_.Position();
             MUST(found != StreamScanner::Found::End && next > at && next <= stream_.size());
             if (found == StreamScanner::Found::Frame) {
-                MustCover(scanner.Frame(), at, next);
-                if (compare) MustPlayBack(scanner, scanner.Frame());
+                MustCover(scanner_.Frame(), at, next);
+                if (compare) MustPlayBack(scanner_.Frame());
             } else if (found == StreamScanner::Found::StreamHead) {
-                MUST(scanner.StreamHeadOffset() == at && next == at + record_file::kStreamHeadSize);
+                MUST(scanner_.StreamHeadOffset() == at && next == at + record_file::kStreamHeadSize);
             } else {
-                const card::Garbage garbage = scanner.GarbageFound();
+                const card::Garbage garbage = scanner_.GarbageFound();
                 MUST(garbage.offset == at && garbage.offset + garbage.length == next);
             }
             at = next;
         }
-        MUST(scanner.Next() == StreamScanner::Found::End && scanner.Position() == stream_.size());
+        MUST(scanner_.Next() == StreamScanner::Found::End && scanner_.Position() == stream_.size());
     }
 
   private:
@@ -55,7 +57,7 @@ class Check {
         MUST(frame.key == frame.parameters.has_value());
     }
 
-    void MustPlayBack(const StreamScanner& scanner, const StreamFrame& frame) {
+    void MustPlayBack(const StreamFrame& frame) {
         const auto no_bytes = [](const card::Payload& piece) { return piece.length == 0; };
         const bool passed_over = std::any_of(frame.payload.begin(), frame.payload.end(), no_bytes);
         const bool bare = frame.payload.empty() && !frame.key;
@@ -70,12 +72,13 @@ class Check {
         const bool video = frame.kind == StreamFrame::Kind::Video;
         MUST(offset == frame.End() && kind == (video ? AV_FRAME_TYPE_VIDEO : AV_FRAME_TYPE_AUDIO));
         MUST(pts == static_cast<uint32_t>(frame.pts) && (!video || time == frame.time));
-        MUST(scanner.ReadPayload(frame, payload_) && payload_.size() == length);
+        MUST(scanner_.ReadPayload(frame, payload_) && payload_.size() == length);
         MUST(std::equal(payload_.begin(), payload_.end(), buffer.get()));
     }
 
     const std::vector<uint8_t>& stream_;
     const fuzz::MemoryFile& file_;
+    StreamScanner scanner_;
     std::vector<uint8_t> payload_;
 };
 
