@@ -64,6 +64,16 @@ class JudgeTest(unittest.TestCase):
         open(path, "w").close()
         self.assert_found("beside", lambda: os.unlink(path))
 
+    def test_only_the_known_price_of_a_fault_is_forgiven(self):
+        undo = self.write("index000.bin", 131072 + 64 + 24, b"\x01\0\0\0")  # pictures of section 0:1
+        with self.assertRaisesRegex(Fault, "check: error: .*pictures"):
+            self.judge.check(self.before, cost="key frames have none")
+        self.judge.check(self.before, cost=r"section \d+:\d+ has \d+ pictures")
+        self.assertTrue(self.judge.marked)
+        undo()
+        self.judge.check(self.before)
+        self.assertFalse(self.judge.marked)
+
 
 if __name__ == "__main__":
     unittest.main(verbosity=2)
