@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
@@ -19,7 +20,7 @@ std::optional<std::chrono::milliseconds> ParseTime(const std::string& text) {
     if (text.empty() || !std::regex_match(text, match, form)) return std::nullopt;
     const double seconds =
         (match[1].matched ? 60.0 * std::stod(match[1]) : 0.0) + (match[2].matched ? std::stod(match[2]) : 0.0);
-    return std::chrono::milliseconds(static_cast<int64_t>(seconds * 1000.0 + 0.5));
+    return std::chrono::milliseconds(std::llround(seconds * 1000.0));
 }
 
 TimedAction ParseLine(const std::string& line) {

@@ -21,7 +21,7 @@ class SharedSegment {
                                      ": cannot have its shared segment (is a smaller one left over? see ipcs -m)");
         }
         address_ = static_cast<uint8_t*>(shmat(id_, nullptr, 0));
-        if (address_ == reinterpret_cast<uint8_t*>(-1))
+        if (reinterpret_cast<intptr_t>(address_) == -1)
             throw std::runtime_error(what + ": cannot attach its shared segment");
         size_ = status.shm_segsz;
     }

@@ -134,7 +134,7 @@ std::string OtherFormat(const Device& device) {
     constexpr size_t kLength = 4096;
     std::vector<uint8_t> bytes(std::min<uint64_t>(device.Size(), 1u << 20));
     bytes.resize(std::max(device.ReadAt(0, bytes.data(), bytes.size()), kLength));
-    const std::string whole = FormatOf(bytes);
+    std::string whole = FormatOf(bytes);
     if (!whole.empty()) return whole;
     if (IsBlank(device)) return "was never formatted";
     if (Get16(bytes.data() + 510) != 0xAA55) return "";
@@ -142,7 +142,7 @@ std::string OtherFormat(const Device& device) {
         std::vector<uint8_t> first(kLength);
         if (part[4] == 0 || device.ReadAt(uint64_t{Get32(part + 8)} * kSector, first.data(), kLength) != kLength)
             continue;
-        const std::string format = FormatOf(first);
+        std::string format = FormatOf(first);
         if (!format.empty()) return format;
     }
     return "";
@@ -296,7 +296,7 @@ Chain Fat32::FileChain(const DirectoryEntry& entry) const {
 }
 
 Chain Fat32::RootChain() const {
-    const Chain first = Follow(geometry_.root_cluster, kRootBytesMax / geometry_.ClusterBytes() + 1, 0);
+    Chain first = Follow(geometry_.root_cluster, kRootBytesMax / geometry_.ClusterBytes() + 1, 0);
     if (first.end == ChainEnd::EndMark || geometry_.fats < 2) return first;
     Chain second = Follow(geometry_.root_cluster, kRootBytesMax / geometry_.ClusterBytes() + 1, 1);
     return second.end == ChainEnd::EndMark || second.bytes > first.bytes ? second : first;
