@@ -75,18 +75,18 @@ class EndsOfARun(CameraTest):
         self.camera.set(schedule__saturday="09:00-10:00")
         self.camera.start_desk()
         # 2026-11-21 is a Saturday; the recorder alone lives there, seconds before the range ends.
-        self.camera.start_recorder(clock("2026-11-21 09:59:54"))
+        self.camera.start_recorder(clock("2026-11-21 09:59:50"))
         self.expect(r"keyType = 1")
-        self.expect(r"TIME_SCOPE_DIFF Record Time Over !", 15)
+        self.expect(r"TIME_SCOPE_DIFF Record Time Over !", 25)
         self.expect(r"CheckRecordStart sleep")
         self.camera.recorder.child.kill()
         self.camera.assert_complete()
 
     def test_midnight_ends_the_run_and_the_next_belongs_to_the_new_day(self):
         self.camera.start_desk()
-        self.camera.start_recorder(clock("2026-11-21 23:59:54"))
+        self.camera.start_recorder(clock("2026-11-21 23:59:50"))
         self.expect(r"keyType = 1")
-        self.expect(r"23:59:59\n", 15)
+        self.expect(r"23:59:59\n", 25)
         self.expect(r"KeyFrameTime. 2026-11-22", 15)
         self.assert_stopped_in_order()
         first, second = [section for section, _ in self.camera.recorded()][:2]
@@ -97,8 +97,8 @@ class EndsOfARun(CameraTest):
     def test_a_day_without_recording_stays_so_when_the_one_before_is_recorded(self):
         self.camera.set(schedule__sunday="off")
         self.camera.start_desk()
-        self.camera.start_recorder(clock("2026-11-21 23:59:54"))
-        self.expect(r"23:59:59\n", 20)
+        self.camera.start_recorder(clock("2026-11-21 23:59:50"))
+        self.expect(r"23:59:59\n", 25)
         self.expect(r"TIME_SCOPE_NULL")
         self.camera.recorder.child.kill()
         self.assertEqual({day(s.end).day for s, _ in self.camera.recorded()}, {21})
