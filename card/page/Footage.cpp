@@ -21,7 +21,8 @@ using Parts = std::vector<Extent>;
 Parts UsedBlocks(const StoreFile& file) {
     Parts parts;
     std::vector<uint8_t> bytes(1u << 20);
-    for (uint64_t at = 0; const size_t got = file.ReadAt(at, bytes.data(), bytes.size()); at += got) {
+    for (uint64_t at = 0; at < file.Reachable(); at += bytes.size()) {
+        const size_t got = file.ReadAt(at, bytes.data(), bytes.size());
         for (size_t i = 0; i < got; i += kBlock) {
             const std::span block = std::span(bytes).subspan(i, std::min(kBlock, got - i));
             const bool used = std::any_of(block.begin(), block.end(), [](uint8_t byte) { return byte != 0; });
