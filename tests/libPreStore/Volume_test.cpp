@@ -188,7 +188,11 @@ TEST(Volume, BootAndInformationSectorsAreTheirBytes) {
                                               "\x00\x00\x80\x00\x29",
                                               67));
     EXPECT_EQ(boot.substr(71, 19), "NO NAME    FAT32   ");
-    EXPECT_THAT(boot.substr(90, 420), HasSubstr("This is not a bootable disk\r\n"));
+    EXPECT_EQ(boot.substr(90, 54),
+              std::string("\xFC\x31\xC0\x8E\xD8\xBE\x73\x7C\xAC\x84\xC0\x74\x09\xB4\x0E\xBB\x07\x00"
+                          "\xCD\x10\xEB\xF2\xF4\xEB\xFD"
+                          "This is not a bootable disk\r\n",
+                          54));
     EXPECT_EQ(boot.substr(510), "\x55\xAA");
     const std::string info = image.Get(512, 512);
     EXPECT_EQ(info.substr(0, 4), "RRaA");

@@ -164,6 +164,7 @@ TEST(SectionHead, IsWrittenAtItsPlaceAsItsBytes) {
                               std::string(19, '\xEE');  // the reserved bytes stay as they were
     EXPECT_EQ(AV_RecordSectionInfoHeadWrite(index.fd(), &file, &section), 0);
     EXPECT_EQ(test::ToHex(index.Get(180352, 65)), test::ToHex(bytes));
+    EXPECT_EQ(AV_RecordSectionInfoHeadAdd(nullptr, &section, 1, 1, 0), -1);
 }
 
 TEST(SectionHead, AFilesSectionsAreReadInOneStretch) {
