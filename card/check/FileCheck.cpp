@@ -291,7 +291,8 @@ class FileCheck {
         const bool filled = file_.Full() && &section == sections_.back();  // the end goes on while the run ends
         const uint32_t slack =
             filled ? kFullEndSlack : kEndSlack + (section.cut_bytes != 0 ? record_file::kAheadSecondsMax : 0);
-        const bool ends = section.head.m_u32RecordEndTime <= last + slack &&
+        // A clock that is set back leaves the last picture before the start, where no end lies that a repair has made.
+        const bool ends = section.head.m_u32RecordEndTime <= std::max(last, uint64_t{start}) + slack &&
                           last <= std::max(uint64_t{section.head.m_u32RecordEndTime},
                                            uint64_t{start} + (frames_.size() == 1 ? kStartSlack : 0));
         if (starts && ends) return;

@@ -167,6 +167,22 @@ TEST(Check, RemarksOnAFileHeadThatIsAheadAtASwitch) {
     EXPECT_EQ(card::Errors(Check(place)), 0u) << Listed(Check(place));
 }
 
+// A section's end is its start at the least, also where the last picture is older: so repair writes it.
+TEST(Check, KnowsASectionWhoseClockWasSetBack) {
+    const Place place;
+    const Recording recording = Card{.sections = {{.seconds = 4}}}.RecordFolder(place);
+    auto section = *Volume::Open(place).OpenFile(RECORD_INDEX_NAME).Get<RecordInfoHead_S>(SectionAt(0, 1));
+    const auto last = std::find_if(recording.frames.rbegin(), recording.frames.rend(),
+                                   [](const fixture::WrittenFrame& frame) { return frame.video; });
+    const uint32_t earlier = section.m_u32RecordStartTime - 10;
+    section.m_u32RecordEndTime = section.m_u32RecordStartTime;
+    recording.Corrupt("hi000000.mp4", last->offset + 14,
+                      std::string(reinterpret_cast<const char*>(&earlier), sizeof earlier));
+    recording.Corrupt(RECORD_INDEX_NAME, SectionAt(0, 1),
+                      std::string(reinterpret_cast<char*>(&section), sizeof section));
+    EXPECT_EQ(Listed(Check(place)), "");
+}
+
 TEST(Check, FindsEachDamageAndRepairMendsIt) {
     const Place place;
     const Recording recording = kDay.RecordFolder(place);
