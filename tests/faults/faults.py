@@ -50,7 +50,9 @@ PHASES = ("start", "running", "change", "alarm", "switch", "stop")
 # What a fault may cost beside frames, and `recordcard check` then finds; docs/robustness.md tells why.
 COSTS = {
     r"pwrite@event(_head)?:kill": r"event \d+ of file \d+ ",  # its head was there first
-    r"pwrite@key_frame:(EROFS:burst|\w+:(window|good))": "key frames have none",  # the run ended before they were taken
+    # The run ended before they were taken.
+    r"pwrite@key_frame:(EROFS:burst|\w+:(window|good))": "key frames have none",
+    r"(change|alarm|switch|stop):pwrite@key_frame:\w+:burst": "key frames have none",
     r"(fsync|pwrite|pread)@(record_file|stream|key_frame):EIO:(window|good)": r"file \d+ is not full",  # it was left
 }
 
