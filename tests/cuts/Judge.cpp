@@ -33,7 +33,7 @@ const RowRule& RuleOf(Row row) {
         {"a key-frame record in two sectors", {"key-frames"}},
         {"section head, file head written",
          {"footage-unlisted", "file-sums", "file-length", "section-begin", "section-end", "section-frames",
-          "section-times", "section-joined", "stream-foreign", "key-frames"}},
+          "section-times", "section-joined", "stream-damaged", "stream-foreign", "key-frames"}},
         {"file head, section head written", {"section-frames", "section-times", "file-sums"}},
         {"a file head in two sectors", {"file-sums"}},
         {"the file head at a switch to a used file",
