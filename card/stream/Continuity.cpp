@@ -76,7 +76,7 @@ void SettleIsland(Pictures pictures) {
 }
 
 // After a hole may lie what an earlier lap left.  So pictures beyond one are asked only about a picture that stands
-// alone, and not when its time is one that was seen before, or the newer one at a file's begin.
+// alone, and not when its time is one that was seen before, an older one, or the newer one at a file's begin.
 class ChainSettler {
   public:
     ChainSettler(Pictures pictures, std::set<uint32_t>& seen) : pictures_(pictures), seen_(seen) {
@@ -127,9 +127,9 @@ class ChainSettler {
             (before == nullptr || TimeGoesOn(*before, picture)) && (after == nullptr || TimeGoesOn(picture, *after));
         if (goes_on || WasSeen(picture.time)) return;
         if (before == nullptr) {
-            if (!seen_.empty() || picture.time < after->time) Correct(picture, after->time);
+            if (!seen_.empty() && picture.time > after->time) Correct(picture, after->time);
         } else if (after != nullptr ? TimeGoesOn(*before, *after) : before->End() + (1u << 16) >= picture.offset) {
-            Correct(picture, before->time);
+            if (picture.time > before->time) Correct(picture, before->time);
         }
     }
 
