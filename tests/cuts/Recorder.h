@@ -50,7 +50,7 @@ struct Frame {
     bool promised = true;         // false: left by an earlier cut, and may be written over at any time
 
     bool IsSound() const { return bytes[3] == '\xC0'; }
-    bool IsKey() const { return bytes.size() > 21 && bytes[21] == '\xBB'; }
+    bool IsKey() const { return !IsSound() && bytes.size() > 21 && bytes[21] == '\xBB'; }
     uint32_t End() const { return offset + static_cast<uint32_t>(bytes.size()); }
 };
 
