@@ -8,6 +8,7 @@
 #include <fstream>
 #include <functional>
 #include <optional>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -158,8 +159,10 @@ TEST_F(RecordLoop, EndsForTheFirstReasonInOrder) {
                       }
                   }),
                   0);
+        // The alarm thread says that the range is over for itself.
+        const std::string told = std::regex_replace(log.Text(), std::regex("[^\n]*AlarmEventThread[^\n]*\n"), "");
         for (const Reason& other : kReasons) {
-            const bool is_told = log.Text().find(" "s + other.message) != std::string::npos;
+            const bool is_told = told.find(" "s + other.message) != std::string::npos;
             EXPECT_EQ(is_told, other.message == first->message) << first->message << log.Text();
         }
         EXPECT_NE(log.Text().find("#########Record Over !!!!!!!!!!!!#######\n"), std::string::npos);

@@ -381,7 +381,7 @@ class Rest {
             call_.Set();
         }
     }
-    // True after a rest; false when there is none to be had.
+    // True after a rest; false when there is none to be had, or the watch ended meanwhile: the run ends, too.
     bool Take(Events& events) {
         if (!is_watched_ || !events.IsAtRest()) {
             return false;
@@ -389,7 +389,7 @@ class Rest {
         SetResting(&events);
         call_.TakeWithin(kRestMs);
         SetResting(nullptr);
-        return true;
+        return is_watched_;
     }
 
   private:
