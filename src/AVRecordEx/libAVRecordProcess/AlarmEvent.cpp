@@ -369,11 +369,16 @@ Mutex g_turn;                    // held by the thread at work; recording never 
 // Where the thread waits while the record loop looks at the board for it.
 class Rest {
   public:
-    void Prepare() { call_.Clear(); }  // before the first run
-    void WatchBegins() { is_watched_ = true; }
+    void WatchBegins() {
+        const std::lock_guard guard(lock_);
+        is_watched_ = true;
+    }
     void WatchEnds() {
+        const std::lock_guard guard(lock_);
         is_watched_ = false;
-        call_.Set();
+        if (resting_ != nullptr) {
+            call_.Set();
+        }
     }
     void Look() {
         const std::lock_guard guard(lock_);
@@ -383,24 +388,31 @@ class Rest {
     }
     // True after a rest; false when there is none to be had, or the watch ended meanwhile: the run ends, too.
     bool Take(Events& events) {
-        if (!is_watched_ || !events.IsAtRest()) {
+        if (!events.IsAtRest() || !Begin(events)) {
             return false;
         }
-        SetResting(&events);
         call_.TakeWithin(kRestMs);
-        SetResting(nullptr);
-        return is_watched_;
+        return End();
     }
 
   private:
-    void SetResting(Events* events) {
+    bool Begin(Events& events) {
         const std::lock_guard guard(lock_);
-        resting_ = events;
+        if (is_watched_) {
+            call_.Clear();  // one that came too late for the rest before
+            resting_ = &events;
+        }
+        return is_watched_;
+    }
+    bool End() {
+        const std::lock_guard guard(lock_);
+        resting_ = nullptr;
+        return is_watched_;
     }
 
-    std::atomic<bool> is_watched_{false};  // by the record loop
     Mutex lock_;
-    Events* resting_ = nullptr;
+    bool is_watched_ = false;    // by the record loop
+    Events* resting_ = nullptr;  // who may be called
     Signal call_;
 };
 constinit Rest g_rest;
@@ -450,9 +462,6 @@ void* AlarmEventThread(void* argument) {
 int AlarmEventStart() {
     AVRecordHeads heads;
     AVRecordHeadsCopy(&heads);
-    if (g_run == 0) {
-        g_rest.Prepare();
-    }
     std::unique_ptr<Start> start(new (std::nothrow) Start{++g_run, heads.file.m_u32FileInfoHeadNo});
     if (start == nullptr) {
         return ENOMEM;
