@@ -1,36 +1,10 @@
 #include "commands/Asked.h"
 
-#include <signal.h>
-
 #include <charconv>
-#include <iterator>
 
 #include "text/Error.h"
 
 namespace card {
-
-namespace {
-
-constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
-
-volatile sig_atomic_t stop_signal = 0;  // written by the handler alone
-struct sigaction before[std::size(kSignals)];
-
-}  // namespace
-
-StopSignals::StopSignals() {
-    struct sigaction action {};
-    action.sa_handler = [](int signal) { stop_signal = signal; };
-    for (size_t i = 0; i < std::size(kSignals); ++i) sigaction(kSignals[i], &action, &before[i]);
-}
-
-StopSignals::~StopSignals() {
-    for (size_t i = 0; i < std::size(kSignals); ++i) sigaction(kSignals[i], &before[i], nullptr);
-}
-
-void StopSignals::ThrowIfStopped() const {
-    if (stop_signal != 0) throw CardError("Stopped; nothing was written.");
-}
 
 Selection AskedTimes::Select(const CardIndex& index, const TimeStyle& times) const {
     const uint32_t newest = index.Newest().value_or(0);

@@ -1,4 +1,4 @@
-// What commands that take footage from a card share: the time asked for, and stopping in the midst of it.
+// What a command line asks for: times and an event.
 #pragma once
 
 #include <cstdint>
@@ -6,11 +6,6 @@
 
 #include "clip/Clip.h"
 #include "text/TimeText.h"
-
-namespace CLI {
-class App;
-class Option;
-}  // namespace CLI
 
 namespace card {
 
@@ -27,16 +22,5 @@ struct AskedTimes {
 };
 
 uint32_t ParseEvent(const std::string& text);  // throws CardError (kUsage)
-
-// While it lives, a stop signal is noted instead of ending the process, so that half a file can be removed.
-class StopSignals {
-  public:
-    StopSignals();
-    ~StopSignals();
-    StopSignals(const StopSignals&) = delete;
-    StopSignals& operator=(const StopSignals&) = delete;
-
-    void ThrowIfStopped() const;  // CardError
-};
 
 }  // namespace card

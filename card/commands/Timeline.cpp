@@ -13,6 +13,7 @@
 #include "commands/Commands.h"
 #include "commands/Options.h"
 #include "commands/Progress.h"
+#include "commands/StopSignals.h"
 #include "export/Ffmpeg.h"
 #include "export/OutputFiles.h"
 #include "index/CardIndex.h"
