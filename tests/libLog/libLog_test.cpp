@@ -4,8 +4,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -15,50 +13,33 @@
 
 namespace {
 
-TEST(Log, IsSilentUntilInitAndAfterCleanup) {
+TEST(LogLevel, AddsATagAndIsSilentUntilInitAndAfterCleanup) {
     support::Captured out;
     LogError("%s\n", "early");
     EXPECT_EQ(LogInit(nullptr, LOG_MODE_FILE), 0);
-    LogError("%s\n", "on");
-    EXPECT_EQ(LogCleanup(), 0);
-    LogError("%s\n", "late");
-    EXPECT_EQ(out.Text(), "[Error]: on\n");
-}
-
-TEST(Log, EveryLevelHasItsTagAndNothingElseIsAdded) {
-    support::Captured out;
-    LogInit(nullptr, LOG_MODE_ALL);
     LogTrace("%d", 1);
     LogDebug("%d", 2);
     LogError("%d", 3);
     LogWarn("%d", 4);
     LogInfo("%d", 5);
-    LogCleanup();
-    EXPECT_EQ(out.Text(), "[Trace]: 1[Debug]: 2[Error]: 3[Warn]: 4[Info]: 5");
-}
-
-TEST(Log, CutsALongMessageAt4095Characters) {
-    support::Captured out;
-    LogInit(nullptr, LOG_MODE_ALL);
     LogTrace("%s", std::string(5000, 'x').c_str());
-    LogCleanup();
-    EXPECT_EQ(out.Text(), "[Trace]: " + std::string(4095, 'x'));
+    EXPECT_EQ(LogCleanup(), 0);
+    LogError("%s\n", "late");
+    EXPECT_EQ(out.Text(), "[Trace]: 1[Debug]: 2[Error]: 3[Warn]: 4[Info]: 5[Trace]: " + std::string(4095, 'x'));
 }
 
-TEST(Log, NamesFunctionAndLineInFrontOfTheText) {
-    support::Captured out;
-    LogInit(nullptr, LOG_MODE_ALL);
-    const int line = __LINE__ + 1;
+class Log : public support::LoggedTest {};
+
+TEST_F(Log, NamesFunctionAndLineInFrontOfTheText) {
+    const auto line = [at = __LINE__](int after) { return std::to_string(at + after); };
     LOG_TRACE(" nStreamType = %d\n", 7);
     LOG_ERROR("\n");
     LOG_WARN(": %s\n", "text");
     LOG_TRACE_AS("StartRecord", " %s\n", "text");
-    LogCleanup();
     PrintToStandardError("%s\n", "untagged");
-    std::ostringstream wanted;
-    wanted << "[Trace]: TestBody " << line << " nStreamType = 7\n[Error]: TestBody " << line + 1
-           << "\n[Warn]: TestBody " << line + 2 << ": text\n[Trace]: StartRecord " << line + 3 << " text\nuntagged\n";
-    EXPECT_EQ(out.Text(), wanted.str());
+    EXPECT_EQ(log_.Text(), "[Trace]: TestBody " + line(1) + " nStreamType = 7\n[Error]: TestBody " + line(2) +
+                               "\n[Warn]: TestBody " + line(3) + ": text\n[Trace]: StartRecord " + line(4) +
+                               " text\nuntagged\n");
 }
 
 // A pipe or a socket as standard error, made so that writing is to be avoided.
@@ -103,9 +84,7 @@ INSTANTIATE_TEST_SUITE_P(Log, DeadReader, testing::Bool(),
                          [](const auto& is_pipe) { return is_pipe.param ? "Pipe" : "Socket"; });
 
 // Nobody can read there, so nothing is formatted, and the first line after it is whole again.
-TEST(Log, ForTheNullDeviceIsNotFormatted) {
-    support::Captured out;
-    LogInit(nullptr, LOG_MODE_ALL);
+TEST_F(Log, ForTheNullDeviceIsNotFormatted) {
     const int null = open("/dev/null", O_WRONLY);
     const int saved = dup(STDERR_FILENO);
     dup2(null, STDERR_FILENO);
@@ -116,38 +95,30 @@ TEST(Log, ForTheNullDeviceIsNotFormatted) {
     LogOutputChanged();
     EXPECT_EQ(formatted, 0);
     LogTrace("%s\n", "seen");
-    LogCleanup();
     close(null);
     close(saved);
-    EXPECT_EQ(out.Text(), "[Trace]: seen\n");
+    EXPECT_EQ(log_.Text(), "[Trace]: seen\n");
 }
 
-TEST(Log, LinesOfManyThreadsNeverMix) {
-    constexpr int kThreads = 8;
-    constexpr int kLines = 200;
-    support::Captured out;
-    LogInit(nullptr, LOG_MODE_ALL);
+TEST_F(Log, LinesOfManyThreadsNeverMix) {
+    std::vector<std::string> lines;
     std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([t] {
-            for (int i = 0; i < kLines; ++i) {
-                LogTrace("%s\n", std::string(300, static_cast<char>('a' + t)).c_str());
+    for (char letter = 'a'; letter < 'i'; ++letter) {
+        lines.push_back(std::string(300, letter) + "\n");
+    }
+    for (const std::string& line : lines) {
+        threads.emplace_back([&line] {
+            for (int i = 0; i < 200; ++i) {
+                LogTrace("%s", line.c_str());
             }
         });
     }
     for (auto& thread : threads) {
         thread.join();
     }
-    LogCleanup();
-    const std::string text = out.Text();
-    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), kThreads * kLines);
-    for (int t = 0; t < kThreads; ++t) {
-        const std::string line = "[Trace]: " + std::string(300, static_cast<char>('a' + t)) + "\n";
-        size_t found = 0;
-        for (size_t at = text.find(line); at != std::string::npos; at = text.find(line, at + 1)) {
-            ++found;
-        }
-        EXPECT_EQ(found, kLines) << "thread " << t;
+    EXPECT_EQ(log_.Count("\n"), 8 * 200);
+    for (const std::string& line : lines) {
+        EXPECT_EQ(log_.Count("[Trace]: " + line), 200) << line;
     }
 }
 

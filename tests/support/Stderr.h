@@ -38,6 +38,7 @@ class Captured {
         EXPECT_EQ(got, static_cast<ssize_t>(text.size()));
         return text;
     }
+    bool Has(const std::string& part) const { return Text().find(part) != std::string::npos; }
     // How often `part` stands in it.
     int Count(const std::string& part) const {
         const std::string text = Text();
@@ -52,6 +53,16 @@ class Captured {
     int fd_;
     int saved_;
     int file_;
+};
+
+// A test of what logs: the log is on, and caught.
+class LoggedTest : public testing::Test {
+  protected:
+    LoggedTest() { LogInit(nullptr, LOG_MODE_ALL); }
+    ~LoggedTest() override { LogCleanup(); }
+    bool Logged(const std::string& text) const { return log_.Has(text); }
+
+    Captured log_;
 };
 
 }  // namespace support

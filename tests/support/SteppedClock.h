@@ -1,19 +1,19 @@
-// The real clock, but for the seconds since boot: they stand still until a test lets them pass.
+// A clock that stands still until the test lets time pass.
 #pragma once
 
-#include <time.h>
-
 #include <atomic>
+#include <cstdint>
 #include <thread>
 
 #include "Clock.h"
-#include "support/QueuePeer.h"
+#include "support/WaitUntil.h"
 
 namespace support {
 
 class SteppedClock {
   public:
     SteppedClock() {
+        wall = 1700000000;
         uptime = 1000;
         sleeps = 0;
         ReplaceClock(&kClock);
@@ -22,12 +22,13 @@ class SteppedClock {
     SteppedClock(const SteppedClock&) = delete;
     SteppedClock& operator=(const SteppedClock&) = delete;
 
-    static inline std::atomic<long> uptime;
-    static inline std::atomic<long> sleeps;  // calls of SleepMs; each only gives way to other threads
+    static inline std::atomic<int64_t> wall;  // s since 1970 UTC
+    static inline std::atomic<long> uptime;   // s since boot
+    static inline std::atomic<long> sleeps;   // calls of SleepMs; each only gives way to other threads
 
   private:
     static constexpr ClockSource kClock{[] {
-                                            return timeval{time(nullptr), 0};
+                                            return timeval{static_cast<time_t>(wall.load()), 0};
                                         },
                                         [] { return uptime.load(); },
                                         [](unsigned int) {
