@@ -1,14 +1,11 @@
 #include "libAVServerAccess.h"
 
-#include <gtest/gtest.h>
-#include <sched.h>
-
-#include <algorithm>
 #include <atomic>
+#include <optional>
 #include <thread>
 #include <vector>
 
-#include "libLog.h"
+#include "support/NoMore.h"
 #include "support/QueuePeer.h"
 #include "support/Stderr.h"
 #include "support/SteppedClock.h"
@@ -69,13 +66,9 @@ const Row kCommands[] = {
 // clang-format on
 
 // A media server at the command queue that answers with the command's code.
-class MediaServer : public testing::Test {
+class MediaServer : public support::LoggedTest {
   protected:
-    MediaServer() { LogInit(nullptr, LOG_MODE_CONSOLE); }
-    ~MediaServer() override {
-        AVServerAccessCleanup();
-        LogCleanup();
-    }
+    ~MediaServer() override { AVServerAccessCleanup(); }
     size_t Count() const { return peer_.Requests().size(); }
     Peer::Body Last() const { return peer_.Requests().back(); }
 
@@ -95,7 +88,6 @@ class MediaServer : public testing::Test {
     }
 
     support::SteppedClock clock_;
-    support::Captured log_;
     std::atomic<bool> silent_{false};
     Peer peer_{kKey, [this](Peer::Body& body) {
                    body[3] = body[1];
@@ -111,10 +103,8 @@ TEST_F(MediaServer, GetsEveryCommandWithItsArgument) {
         ASSERT_EQ(Last(), (Peer::Body{2, row.code, row.index, 0, 0, 0, 0, 0})) << row.name;
     }
     EXPECT_EQ(Count(), std::size(kCommands));
-    const std::string log = log_.Text();
-    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << "only the forced key frame speaks: " << log;
-    EXPECT_NE(log.find("[Trace]: AVServerVideoForceIFrame "), std::string::npos);
-    EXPECT_NE(log.find(": AVServerVideoForceIFrame VideoType=1\n"), std::string::npos);
+    EXPECT_EQ(log_.Count("\n"), 1) << "only the forced key frame speaks: " << log_.Text();
+    EXPECT_TRUE(Logged(": AVServerVideoForceIFrame VideoType=1\n"));
 }
 
 TEST_F(MediaServer, GetsSixteenBytesOfExtendedControl) {
@@ -202,18 +192,15 @@ TEST_F(MediaServer, ThatComesBackGetsTheCommandThatFoundItsQueueRemoved) {
         body[3] = 7;
         return 2L;
     };
-    EXPECT_EQ(AVServerVideoForceIFrame(AVACCESS_1ST_STREAM), 8208);
+    EXPECT_EQ(AVServerSetIris(), 23041);
     peer_.Leave();
-    {
-        Peer next(kKey, answer_7);
-        EXPECT_EQ(AVServerVideoForceIFrame(AVACCESS_1ST_STREAM), 7) << "removed while nobody was waiting";
-    }
-    Peer silent(kKey, [](Peer::Body&) { return 0L; });
+    std::optional<Peer> next(std::in_place, kKey, answer_7);
+    EXPECT_EQ(AVServerSetIris(), 7) << "removed while nobody was waiting";
+    next.emplace(kKey, [](Peer::Body&) { return 0L; });
     std::atomic<int> result{-1};
-    std::thread caller([&] { result = AVServerVideoForceIFrame(AVACCESS_1ST_STREAM); });
-    EXPECT_TRUE(support::WaitUntil([&] { return silent.Requests().size() == 1; }));
-    silent.Leave();
-    Peer last(kKey, answer_7);
+    std::thread caller([&] { result = AVServerSetIris(); });
+    EXPECT_TRUE(support::WaitUntil([&] { return next->Requests().size() == 1; }));
+    next.emplace(kKey, answer_7);
     caller.join();
     EXPECT_EQ(result, 7) << "removed while the answer was awaited";
 }
@@ -227,31 +214,21 @@ TEST_F(MediaServer, ThatStaysAwayHoldsACommandForSecondsOnly) {
     EXPECT_TRUE(support::WaitUntil([&] { return next.Requests().size() == 1; })) << "the command waits for it";
 }
 
-TEST(CommandQueue, IsOpenedOnceAndStays) {
-    ASSERT_EQ(unshare(CLONE_NEWIPC), 0);
-    EXPECT_EQ(msgget(kKey, 0), -1);
-    EXPECT_EQ(AVServerAccessInit(), 0);
+TEST(CommandQueue, ThatCannotBeHadFailsEveryCommandUntilItIsCreated) {
+    int32_t argument[4] = {};
+    {
+        const support::NoMore none(support::NoMore::kQueues);
+        EXPECT_EQ(AVServerAccessInit(), AVSERVER_MESSAGE_INIT_FAIL);
+        for (const Row& row : kCommands) {
+            EXPECT_EQ(row.call(), AVSERVER_MESSAGE_INIT_FAIL) << row.name;
+        }
+        EXPECT_EQ(AVServerSetPtzControlEx(argument), AVSERVER_MESSAGE_INIT_FAIL);
+    }
+    EXPECT_EQ(AVServerAccessInit(), 0) << "also when the media server is not there yet";
     const int qid = msgget(kKey, 0);
-    EXPECT_GE(qid, 0) << "created when the media server is not there yet";
-    EXPECT_EQ(AVServerAccessInit(), 0);
+    EXPECT_GE(qid, 0);
     EXPECT_EQ(AVServerAccessCleanup(), 0);
     EXPECT_EQ(msgget(kKey, 0), qid);
-}
-
-TEST(CommandQueue, ThatCannotBeHadFailsEveryCommand) {
-    ASSERT_EQ(unshare(CLONE_NEWIPC), 0);
-    int queues = 0;
-    while (queues < 100000 && msgget(IPC_PRIVATE, 0600) >= 0) {
-        ++queues;
-    }
-    EXPECT_EQ(AVServerAccessInit(), AVSERVER_MESSAGE_INIT_FAIL);
-    for (const Row& row : kCommands) {
-        EXPECT_EQ(row.call(), AVSERVER_MESSAGE_INIT_FAIL) << row.name;
-    }
-    int32_t argument[4] = {};
-    EXPECT_EQ(AVServerSetPtzControlEx(argument), AVSERVER_MESSAGE_INIT_FAIL);
-    EXPECT_EQ(AVServerSetPtzControlEx(nullptr), AVSERVER_PARAM_ERROR);
-    ASSERT_EQ(unshare(CLONE_NEWIPC), 0);
 }
 
 }  // namespace

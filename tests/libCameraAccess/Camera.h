@@ -25,7 +25,7 @@ class Camera : public testing::Test {
     void Bind() { ASSERT_EQ(CameraDeviceInit(CAMERA_DEV_COMMON, PROCESS_AVRECORD), 0); }
     // The configuration, as the system server changes it.
     SysInfo& Config() { return *GetSysconfigData(); }
-    bool Logged(const std::string& text) const { return log_.Text().find(text) != std::string::npos; }
+    bool Logged(const std::string& text) const { return log_.Has(text); }
 
     support::Captured log_;
     support::SystemServer server_;
