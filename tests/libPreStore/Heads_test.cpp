@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <fstream>
+#include <sstream>
 
 #include "Image.h"
 #include "libPreStore.h"
@@ -65,23 +67,18 @@ TEST(Heads, AFreshSystemHeadMakesItARecordingCard) {
     EXPECT_EQ(last, expected);
     EXPECT_GT(last, 0u);
     const std::string index = image.File("index000.bin");
-    const std::string copy = "/tmp/index000.bin";
-    FILE* file = fopen(copy.c_str(), "we");
-    ASSERT_EQ(fwrite(index.data(), 1, index.size(), file), index.size());
-    fclose(file);
+    const std::string copy = image.Path() + ".index";
+    std::ofstream(copy, std::ios::binary) << index;
     EXPECT_EQ(AV_SystemInfoInitCheck(copy.c_str()), 0);
     uint32_t space = 0;
     uint32_t free_mib = 0;
     EXPECT_EQ(AV_RecordConfigInfoGet(copy.c_str(), &space, &free_mib), 0);
     EXPECT_EQ(free_mib, 3u * 256);
-    // The same 236 bytes as a recorder writes after formatting.
     EXPECT_EQ(AV_RecordFileConfigSet(copy.c_str(), &result.store), 0);
-    std::string set(index.size(), '\0');
-    file = fopen(copy.c_str(), "re");
-    EXPECT_EQ(fread(set.data(), 1, set.size(), file), set.size());
-    fclose(file);
+    std::ostringstream set;
+    set << std::ifstream(copy, std::ios::binary).rdbuf();
+    EXPECT_TRUE(set.str() == index) << "the same 236 bytes as a recorder writes after formatting";
     unlink(copy.c_str());
-    EXPECT_TRUE(set == index);
 }
 
 TEST(Reformat, OverAUsedCardLeavesNothingOfIt) {
@@ -90,10 +87,9 @@ TEST(Reformat, OverAUsedCardLeavesNothingOfIt) {
     // Used by a PC: a record file deleted, others' files in its place, spread over the card.
     EXPECT_EQ(Ask("mdel -i " + image.Path() + " ::/hi000001.mp4 ::/keyframe.bin").text, "");
     EXPECT_EQ(Ask("mmd -i " + image.Path() + " ::/DCIM").text, "");
-    EXPECT_EQ(Ask("head -c 100M /dev/zero | tr '\\0' 'x' | mcopy -i " + image.Path() + " - ::/DCIM/photo.jpg").text,
-              "");
-    EXPECT_EQ(Ask("yes RFHF | head -c 64M | mcopy -o -i " + image.Path() + " - ::/index000.bin").text, "");
-    EXPECT_EQ(Ask("yes AEMF | head -c 64M | mcopy -o -i " + image.Path() + " - ::/event000.bin").text, "");
+    for (const std::string name : {"DCIM/photo.jpg", "index000.bin", "event000.bin"}) {
+        EXPECT_EQ(Ask("yes RFHF | head -c 64M | mcopy -o -i " + image.Path() + " - ::/" + name).text, "");
+    }
     ASSERT_THAT(Ask("fls -r -p " + image.Path()).text, HasSubstr("photo.jpg"));
 
     ASSERT_TRUE(prestore::Format(image.Path().c_str(), {.video_percent = 50}).Ok());

@@ -7,11 +7,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <memory>
+#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -72,11 +70,8 @@ class Image {
         return bytes;
     }
     void Fill(uint64_t offset, uint64_t length, char with) const {
-        const std::string piece(kMiB, with);
-        for (uint64_t at = 0; at < length; at += piece.size()) {
-            const size_t part = static_cast<size_t>(std::min<uint64_t>(piece.size(), length - at));
-            ASSERT_EQ(pwrite64(fd_, piece.data(), part, static_cast<off64_t>(offset + at)), static_cast<ssize_t>(part));
-        }
+        const std::string bytes(length, with);
+        ASSERT_EQ(pwrite64(fd_, bytes.data(), length, static_cast<off64_t>(offset)), static_cast<ssize_t>(length));
     }
     uint64_t BytesOnDisk() const {
         struct stat64 status {};
@@ -89,14 +84,10 @@ class Image {
         const Answer found = Ask("fls -F " + path_ + " | sed -n 's,^r/r \\([0-9]*\\):\t" + name + "$,\\1,p'");
         EXPECT_NE(found.text, "") << name;
         EXPECT_EQ(Ask("icat " + path_ + " " + found.text.substr(0, found.text.find('\n')) + " >" + copy).text, "");
-        const int fd = open64(copy.c_str(), O_RDONLY | O_CLOEXEC);
-        struct stat64 status {};
-        fstat64(fd, &status);
-        std::string bytes(static_cast<size_t>(status.st_size), '\0');
-        EXPECT_EQ(read(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-        close(fd);
+        std::ostringstream bytes;
+        bytes << std::ifstream(copy, std::ios::binary).rdbuf();
         unlink(copy.c_str());
-        return bytes;
+        return bytes.str();
     }
 
   private:
