@@ -545,6 +545,14 @@ TEST_F(AlarmThread, AnEventRefusedUntilItsRunWasOverIsSavedByTheNextRunOnTheSame
         EXPECT_EQ(Record::Event(file, 1).Flag(), same_card ? "ADEF" : std::string(4, '\0'));
     }
     EXPECT_EQ(Events(1), "0-1");
+    {
+        const CardFault fault({.length = sizeof(AlarmFileInfoHead_S)});
+        RecordRun("5 motion:1 1");
+        RecordRun("1", 0, 2);
+    }
+    EXPECT_EQ(Record::Event(1, 2).Flag(), std::string(4, '\0'));
+    RecordRun("1", 0, 2);
+    EXPECT_EQ(Events(1), "0-1 5-6") << "saved by a run in another file";
 }
 
 TEST_F(AlarmThread, AFailureEndsTheThreadAndNothingElse) {

@@ -100,7 +100,7 @@ bool RecordTimeType(const SysInfo& config, uint8_t* type) {
 
 enum class Outcome { GoOn, ReadFailed, WriteFailed, NoConfiguration };
 
-// The card counts this event and does not have it: for the thread of the next run in its file.
+// The card counts this event and does not have it: for the thread of the next run.
 struct Unsaved {
     AlarmEventHead_S head;
     AlarmFileInfoHead_S record;
@@ -185,13 +185,27 @@ Outcome Events::Begin() {
     return Outcome::GoOn;
 }
 
-// Another head than the one that counts it is another card's, or the file has begun anew.
+// Another head than the one that counts it is another card's, or its file has begun anew.
 void Events::TakeOverUnsaved() {
-    if (g_unsaved && std::memcmp(&g_unsaved->head, &head_, sizeof head_) == 0) {
-        record_ = g_unsaved->record;
-        record_is_refused_ = true;
+    if (!g_unsaved) {
+        return;
+    }
+    const Unsaved unsaved = *g_unsaved;
+    const bool is_ours = unsaved.head.m_u32AlarmFileNo == file_no_;
+    AlarmEventHead_S on_card = head_;
+    if (!is_ours && AVAlarmEventHeadLoad(fd_, unsaved.head.m_u32AlarmFileNo, &on_card) == AV_HEAD_FAILED) {
+        return;  // the next run asks again
     }
     g_unsaved.reset();
+    if (std::memcmp(&unsaved.head, &on_card, sizeof on_card) != 0) {
+        return;
+    }
+    if (is_ours) {
+        record_ = unsaved.record;
+        record_is_refused_ = true;
+    } else if (AV_AlarmEventFileInfoWrite(fd_, &unsaved.head, &unsaved.record) < 0) {
+        g_unsaved = unsaved;
+    }
 }
 
 bool Events::Save() {
