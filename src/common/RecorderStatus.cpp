@@ -140,3 +140,9 @@ void RecorderStatusPublish() {
     }
     last.has_failed = !last.is_written;
 }
+
+void RecorderStatusEnd() {
+    RecorderStatusActivity("stopped");
+    g_published.tried = -1;
+    RecorderStatusPublish();
+}

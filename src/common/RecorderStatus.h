@@ -49,5 +49,7 @@ RecorderStatus RecorderStatusGet();
  * one that could not be written is tried again a second later.  Main thread only; costs a few loads when nothing
  * changed, so call it in every pass of a loop. */
 void RecorderStatusPublish();
+/* The recorder ends: the last figures, in whatever second the file was last written. */
+void RecorderStatusEnd();
 
 #endif

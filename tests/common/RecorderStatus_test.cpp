@@ -18,13 +18,16 @@ const std::string kState = RECORDER_STATE_FILE;
 
 class StateFile : public support::LoggedTest {
   protected:
-    StateFile() { RecorderStatusActivity("testing"); }
+    StateFile() {
+        clock_.uptime = ++second_;  // none is twice in the life of the process
+        RecorderStatusActivity("testing");
+    }
     ~StateFile() override {
         fs::remove_all(kState);
         fs::remove_all(kState + ".new");
     }
     void PublishASecondLater() {
-        clock_.uptime += 1;
+        clock_.uptime = ++second_;
         RecorderStatusPublish();
     }
     static std::string Text() {
@@ -34,6 +37,9 @@ class StateFile : public support::LoggedTest {
     static bool Says(const std::string& line) { return Text().find(line + "\n") != std::string::npos; }
 
     support::SteppedClock clock_;
+
+  private:
+    static inline long second_ = 1000;
 };
 
 TEST_F(StateFile, TellsEveryFigure) {
@@ -68,6 +74,15 @@ TEST_F(StateFile, IsWrittenWhenSomethingChangedAndOnceASecond) {
     RecorderStatusFrame(2);
     RecorderStatusPublish();
     EXPECT_TRUE(Says("last_frame 2")) << "the pass in which nothing changed used up no turn";
+}
+
+TEST_F(StateFile, SaysStoppedAtTheEndWheneverItWasWrittenLast) {
+    RecorderStatusFrameTorn();  // a change, to be written at once
+    PublishASecondLater();
+    RecorderStatusFrame(3);
+    RecorderStatusEnd();
+    EXPECT_TRUE(Says("activity stopped")) << Text();
+    EXPECT_TRUE(Says("last_frame 3"));
 }
 
 TEST_F(StateFile, FollowsNoLink) {

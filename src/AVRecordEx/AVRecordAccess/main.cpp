@@ -66,8 +66,7 @@ void StartMissingModules() {
 }
 
 [[noreturn]] void Exit() {
-    RecorderStatusActivity("stopped");
-    RecorderStatusPublish();
+    RecorderStatusEnd();
     Command_System("sync");
     SleepMs(2000);
     LOG_TRACE_AS("main", " RecordStop AVRecord exit!!!\n");
