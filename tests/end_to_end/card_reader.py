@@ -5,7 +5,7 @@ Strict: anything that is not exactly as the format page says raises FormatError 
 
 import os
 import struct
-from dataclasses import dataclass, field
+from dataclasses import dataclass, make_dataclass
 
 STREAM_LIMIT = 0x0F900000
 KEY_FRAME_BASE = 0x0FC00000
@@ -22,50 +22,15 @@ def need(condition, what):
         raise FormatError(what)
 
 
-@dataclass
-class System:
-    file_count: int
-    used: int
-    current: int
+def record(name, members):
+    return make_dataclass(name, members.split())
 
 
-@dataclass
-class FileHead:
-    number: int
-    start: int
-    end: int
-    length: int
-    types: int
-    sections: int
-    key_frames: int
-
-
-@dataclass
-class Section:
-    start: int
-    end: int
-    file: int
-    number: int
-    position: int
-    size: int
-    frames: int
-    key_frames: int
-    key_position: int
-    width: int
-    height: int
-    rate: int
-    type: int
-    video: int
-    audio: int
-    smart: int
-
-
-@dataclass
-class KeyFrame:
-    time: int
-    length: int
-    position: int
-    type: int
+System = record("System", "file_count used current")
+FileHead = record("FileHead", "number start end length types sections key_frames")
+Section = record("Section", "start end file number position size frames key_frames key_position width height rate type "
+                            "video audio smart")
+KeyFrame = record("KeyFrame", "time length position type")
 
 
 @dataclass
@@ -77,7 +42,6 @@ class Frame:
     time: int = 0
     pts: int = 0
     payload: bytes = b""
-    pieces: list = field(default_factory=list)
 
 
 def pts_of(header):
@@ -181,7 +145,6 @@ class Card:
                 end = self._packet(data, end, frame)
                 need(frame.pts == scr, f"PTS {frame.pts} differs from SCR {scr} at {at}")
         frame.packed = end - at
-        frame.payload = b"".join(frame.pieces)
         return frame, end
 
     @staticmethod
@@ -193,7 +156,7 @@ class Card:
         piece = data[at + 14 : at + 14 + length]
         need(len(piece) == length, f"packet at {at} passes the section's end")
         frame.pts = pts_of(header)
-        frame.pieces.append(piece)
+        frame.payload += piece
         return at + 14 + length
 
     def check_section(self, section):

@@ -9,20 +9,14 @@ import time
 import unittest
 
 sys.path.insert(0, os.path.dirname(__file__))
-from camera import DESK_CAMERA, Camera, wait_for  # noqa: E402
+from camera import DESK_CAMERA, CameraTest, wait_for  # noqa: E402
 
-MARKER = "/tmp/Debug_Port_ON"
+MARKER = "/tmp/Debug_Port_ON"  # while it exists, the console is open
 ROUNDS = 100
 
 
-class PeersTest(unittest.TestCase):
-    def setUp(self):
-        self.camera = Camera()
-        self.addCleanup(self.camera.close)
-        self.addCleanup(lambda: os.path.exists(MARKER) and os.unlink(MARKER))
-
-    def tell(self, *command):
-        subprocess.run([DESK_CAMERA, *command], check=True, capture_output=True, text=True)
+def tell(*command):
+    subprocess.run([DESK_CAMERA, *command], check=True, capture_output=True, text=True)
 
 
 def connect():
@@ -40,22 +34,22 @@ def newest_beat():
     return beat[1] and (asked - int(beat[1]), int(time.time()) - int(beat[1]))
 
 
-class AlarmEvents(PeersTest):
+class AlarmEvents(CameraTest):
     def test_alarms_become_events_that_can_be_exported(self):
         camera = self.camera
         camera.set(schedule__daily="00:00-24:00 motion", Record_config__ucrecordDelay=8, Record_config__ucpreRecordTime=0)
         camera.start()
-        self.tell("alarm", "motion", "on")
-        camera.recorder.expect(r"KeyFrameTime", 10)
-        camera.recorder.expect(r"KeyFrameTime", 10)
-        self.tell("alarm", "motion", "off")
-        camera.recorder.expect(r"KeyFrameTime", 10)
+        tell("alarm", "motion", "on")
+        self.expect(r"KeyFrameTime", 10)
+        self.expect(r"KeyFrameTime", 10)
+        tell("alarm", "motion", "off")
+        self.expect(r"KeyFrameTime", 10)
         camera.set(schedule__daily="00:00-24:00 io")
-        camera.recorder.expect(r"KeyFrameTime", 10)
-        self.tell("alarm", "io0", "on")  # still on when the recorder stops: the event ends with the run
-        camera.recorder.expect(r"KeyFrameTime", 10)
-        camera.recorder.expect(r"KeyFrameTime", 10)
-        self.assertEqual(camera.stop(), 0)
+        self.expect(r"KeyFrameTime", 10)
+        tell("alarm", "io0", "on")  # still on when the recorder stops: the event ends with the run
+        self.expect(r"KeyFrameTime", 10)
+        self.expect(r"KeyFrameTime", 10)
+        self.assert_stopped_in_order()
         camera.assert_complete()
 
         listed = camera.card_tool("events", camera.image).splitlines()
@@ -70,73 +64,79 @@ class AlarmEvents(PeersTest):
             self.assertGreater(int(frames.stdout), 25, frames.stderr)
 
 
-class Watchdog(PeersTest):
+class Watchdog(CameraTest):
     def test_the_heartbeat_is_seen_and_missed_when_it_stops(self):
         self.camera.start_desk()
         self.assertIsNone(newest_beat())
         self.camera.start_recorder()
         _, latest = wait_for("a beat", newest_beat, 30)
         wait_for("the next beat", lambda: newest_beat()[0] > latest, 30)
-        self.camera.recorder.child.kill()
-        self.camera.recorder.child.wait()
+        self.camera.recorder.kill()
         self.camera.desk.expect(r"heartbeat has stopped", 120)
 
 
-class Restart(PeersTest):
+class Restart(CameraTest):
     def test_peers_that_restart_in_order_are_followed(self):
         camera = self.camera
         camera.start()
-        camera.recorder.expect(r"KeyFrameTime", 10)
+        self.expect(r"KeyFrameTime", 10)
         camera.desk.stop()  # which removes its segments and queues
         camera.start_desk()
-        camera.recorder.expect(r"KeyFrameTime", 20)
+        self.expect(r"KeyFrameTime", 20)
         wait_for("a beat in the new table", newest_beat, 30)
         camera.set(lan_config__nFrameRate1=24)
-        camera.recorder.expect(r"Video FrameRate Change! .* change to 24")
-        camera.recorder.expect(r"KeyFrameTime", 10)
-        self.assertEqual(camera.stop(), 0)
+        self.expect(r"Video FrameRate Change! .* change to 24")
+        self.expect(r"KeyFrameTime", 10)
+        self.assert_stopped_in_order()
 
 
-class Endurance(PeersTest):
+class Endurance(CameraTest):
+    def setUp(self):
+        super().setUp()
+        self.camera.start()
+        self.before = self.resources()
+
     def resources(self):
         process = f"/proc/{self.camera.recorder.child.pid}"
         return len(os.listdir(process + "/fd")), len(os.listdir(process + "/task"))
 
+    def assert_nothing_left_behind(self):
+        """Beside two descriptors or threads that come and go: what a session or a run leaves, many leave more of."""
+        wait_for(f"not more than {self.before}, and two",
+                 lambda: all(now <= then + 2 for now, then in zip(self.resources(), self.before)), 10)
+
     def test_a_hundred_console_sessions_leave_nothing_behind(self):
-        camera = self.camera
-        camera.start()
-        before = self.resources()
+        self.addCleanup(lambda: os.path.exists(MARKER) and os.unlink(MARKER))
         for _ in range(ROUNDS // 20):  # the console opens and closes, twenty viewers each time
             open(MARKER, "w").close()
-            with wait_for("the console", connect, 10) as first:
-                self.see_log(first)
-            for _ in range(19):
-                with wait_for("the console", connect, 10) as viewer:
+            for _ in range(20):
+                with wait_for("the console", connect, 30) as viewer:
                     self.see_log(viewer)
             os.unlink(MARKER)
-            wait_for("the closed port", lambda: (c := connect()) is None or c.close(), 10)
-        wait_for(f"as before: {before}", lambda: self.resources() == before, 10)
-        self.assertEqual(camera.stop(), 0)
-        camera.assert_complete()
+            wait_for("the closed port", lambda: (c := connect()) is None or c.close(), 30)
+        self.assert_nothing_left_behind()
+        self.assert_stopped_in_order()
+        # The ring holds two seconds of this stream.  A recorder that this machine kept from running, or from writing,
+        # for longer finds frames written over, and it says that it had to look for its place.
+        state = self.camera.state()
+        self.camera.assert_complete(may_miss=int(state["resynchronisations"]) + int(state["torn_frames"]) > 0)
 
-    @staticmethod
-    def see_log(viewer):
-        viewer.settimeout(10)
+    def see_log(self, viewer):
+        viewer.settimeout(30)
         text = b""
         while b"[Trace]: " not in text:
-            text += viewer.recv(65536)
+            piece = viewer.recv(65536)
+            self.assertTrue(piece, "the console ended the session")
+            text += piece
 
     def test_a_hundred_runs_leave_nothing_behind(self):
-        camera = self.camera
-        camera.start()
-        before = self.resources()
         for number in range(ROUNDS):
-            camera.set(lan_config__nFrameRate1=24 + number % 2)
-            camera.recorder.expect(r"Video FrameRate Change!")
-            camera.recorder.expect(r"Now RotateAngle .* framerate = %d" % (24 + number % 2))
-        wait_for(f"as before: {before}", lambda: self.resources() == before, 10)
-        self.assertEqual(camera.stop(), 0)
-        self.assertGreaterEqual(len(camera.recorded()), ROUNDS)
+            self.camera.set(lan_config__nFrameRate1=24 + number % 2)
+            self.expect(r"Video FrameRate Change!")
+            self.expect(r"Now RotateAngle .* framerate = %d" % (24 + number % 2))
+        self.assert_nothing_left_behind()
+        self.assert_stopped_in_order()
+        self.assertGreaterEqual(len(self.camera.recorded()), ROUNDS)
 
 
 if __name__ == "__main__":
