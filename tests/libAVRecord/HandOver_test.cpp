@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <mutex>
 
@@ -19,6 +18,15 @@ struct CardCall {
     uint64_t offset;
     uint64_t length;
 };
+using CardCalls = std::vector<CardCall>;
+
+// The first one at that place, from `from` on.
+CardCalls::const_iterator Find(const CardCalls& calls, CardCalls::const_iterator from, char what, const char* file,
+                               uint64_t offset) {
+    return std::find_if(from, calls.end(), [&](const CardCall& call) {
+        return call.what == what && call.file == file && call.offset == offset;
+    });
+}
 
 // Notes every write and hand-over that passes the door, in order.
 class Tape {
@@ -35,16 +43,16 @@ class Tape {
     }
     ~Tape() { card::ReplaceCardCalls(nullptr); }
 
-    static std::vector<CardCall> All() {
+    static CardCalls All() {
         const std::lock_guard guard(lock);
         return tape;
     }
-    static std::vector<CardCall> Only(char what) {
-        std::vector<CardCall> found = All();
+    static CardCalls Only(char what) {
+        CardCalls found = All();
         std::erase_if(found, [&](const CardCall& call) { return call.what != what; });
         return found;
     }
-    static std::vector<CardCall> AwaitHandOvers(size_t count) {
+    static CardCalls AwaitHandOvers(size_t count) {
         support::WaitUntil([&] { return Only('s').size() >= count; });
         return Only('s');
     }
@@ -79,7 +87,7 @@ class Tape {
         tape.push_back({what, std::filesystem::path(path).filename(), offset, length});
     }
     static inline std::mutex lock;
-    static inline std::vector<CardCall> tape;
+    static inline CardCalls tape;
 };
 
 class HandOverTest : public OpenRun {
@@ -123,19 +131,14 @@ TEST_F(HandOverTest, WritesAgainWhatTheCardRefused) {
         Tape::refused = place;
         Open();
         EXPECT_EQ(Write(kH264Key), 0);
-        const auto is_there = [&](char what) {
-            return [=](const CardCall& call) {
-                return call.what == what && call.file == "hi000000.mp4" && call.offset == place;
-            };
-        };
-        bool is_given = false;
-        for (int i = 0; i < 10000 && !is_given; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(1))) {
-            const auto all = Tape::All();
-            const auto refused = std::find_if(all.begin(), all.end(), is_there('s'));
-            const auto again = std::find_if(refused, all.end(), is_there('w'));
-            is_given = std::find_if(again, all.end(), is_there('s')) != all.end();
-        }
-        EXPECT_TRUE(is_given);
+        EXPECT_TRUE(support::WaitUntil([&] {
+            const CardCalls all = Tape::All();
+            auto at = all.begin();
+            for (const char what : {'s', 'w', 's'}) {  // refused, written again, taken
+                at = Find(all, at, what, "hi000000.mp4", place);
+            }
+            return at != all.end();
+        }));
         KQ_RecordUninit();
         ASSERT_TRUE(AwaitNoOpenFile());
     }
@@ -185,25 +188,16 @@ TEST_F(HandOverAtTheLimit, NamesTheNextFileBeforeAHeadSaysThatThisOneIsFull) {
     Open();
     EXPECT_EQ(Write(kH264Key), 0);
     const auto all = Tape::All();
-    const auto is_at = [](char what, uint64_t offset) {
-        return [=](const CardCall& call) {
-            return call.what == what && call.file == "index000.bin" && call.offset == offset;
-        };
-    };
-    const auto named = std::find_if(all.begin(), all.end(), is_at('w', 0));
-    const auto given = std::find_if(named, all.end(), is_at('s', 0));
-    const auto full = std::find_if(all.begin(), all.end(), is_at('w', 1024));
+    const auto named = Find(all, all.begin(), 'w', "index000.bin", 0);
+    const auto given = Find(all, named, 's', "index000.bin", 0);
     ASSERT_NE(given, all.end());
-    EXPECT_LT(given, full);
-    RecordSystemInfoHead_S system;
-    const std::string bytes = Card::Read(support::kCardDirectory + "index000.bin"s, 0, sizeof system);
-    std::memcpy(&system, bytes.data(), sizeof system);
+    EXPECT_LT(given, Find(all, all.begin(), 'w', "index000.bin", 1024)) << "the full file's head";
+    const auto system = Card::At<RecordSystemInfoHead_S>(support::kIndexFile, 0);
     EXPECT_EQ(system.m_u32RecordFileNo, 1u);
     EXPECT_EQ(system.m_u32RecordUsedFileSum, 1u);
 
     EXPECT_EQ(Write(kH264Delta), 0);  // after the limit, until the run ends: the same file, and no further step
     EXPECT_EQ(AV_RecordSystemInfoHeadGet()->m_u32RecordFileNo, 1u);
-    EXPECT_EQ(AV_RecordSystemInfoHeadGet()->m_u32RecordUsedFileSum, 1u);
 }
 
 }  // namespace

@@ -15,20 +15,23 @@ class OpenRun : public support::BoundCamera {
     static inline const std::string kH264Delta = "\0\0\0\1\x41 a frame between key frames"s;
 
     explicit OpenRun(uint32_t length = 0) : card_(support::Store{.current_length = length}) {
-        RecordSystemInfoHead_S* const system = AV_RecordSystemInfoHeadGet();
-        RecordFileInfoHead_S* const file = AV_RecordFileInfoHeadGet();
-        *system = {};
-        AV_SystemInfoHeadParamInit(system, 2048, 3);
-        *file = {};
-        AV_RecordFileInfoHeadAdd(system, file, kStart, RECORD_TYPE_SCHEDULE);
-        file->m_u32RecordFileSumLenth = length;
-        AV_RecordSectionInfoHeadAdd(file, AV_RecordInfoHeadGet(), kStart, RECORD_TYPE_SCHEDULE, 0);
+        *AV_RecordSystemInfoHeadGet() = {};
+        AV_SystemInfoHeadParamInit(AV_RecordSystemInfoHeadGet(), 2048, 3);
+        BeginFile(length);
     }
     ~OpenRun() override {
         KQ_RecordUninit();
         AwaitNoOpenFile();  // the card goes with the test
     }
 
+    // The heads of a section that begins at `length` bytes of its file.
+    static void BeginFile(uint32_t length) {
+        RecordFileInfoHead_S* const file = AV_RecordFileInfoHeadGet();
+        *file = {};
+        AV_RecordFileInfoHeadAdd(AV_RecordSystemInfoHeadGet(), file, kStart, RECORD_TYPE_SCHEDULE);
+        file->m_u32RecordFileSumLenth = length;
+        AV_RecordSectionInfoHeadAdd(file, AV_RecordInfoHeadGet(), kStart, RECORD_TYPE_SCHEDULE, 0);
+    }
     static void Open(int channel = 0) { ASSERT_EQ(KQ_RecordInit(AV_RecordFileInfoHeadGet(), channel), 0); }
     static int Write(const std::string& frame, int kind = AV_FRAME_TYPE_VIDEO, bool is_virtual_key = false,
                      int channel = 0) {

@@ -13,11 +13,13 @@
 namespace {
 
 using support::Card;
+using support::kIndexFile;
 using support::Store;
 
 constexpr int64_t kMidnight = 1700006400;  // Wednesday 2023-11-15 00:00:00 UTC
 constexpr int64_t kNoon = kMidnight + 12 * 3600;
 constexpr uint32_t kFull = 0x0F900000;
+constexpr int kFileHead2 = 1024 + 48 * 2;
 
 class RecordCheck : public support::BoundCamera {
   protected:
@@ -44,7 +46,7 @@ class RecordCheck : public support::BoundCamera {
         return CheckRecordStart();
     }
     static void PutIndex(uint64_t offset, const std::string& bytes) {
-        std::fstream index(std::string(support::kCardDirectory) + "index000.bin");
+        std::fstream index(kIndexFile);
         index.seekp(static_cast<std::streamoff>(offset));
         index << bytes;
     }
@@ -105,7 +107,7 @@ TEST_F(RecordCheck, TellsWhyNot) {
     Card card(Store{.files = 3, .used_files = 3, .current_file = 1, .current_length = kFull});
     Config().Record_config.ucLackSpaceModel = 0;
     EXPECT_EQ(why_not(), "card full");
-    unlink("/var/etc/sdcard/index000.bin");
+    unlink(kIndexFile.c_str());
     EXPECT_EQ(why_not(), "card cannot be written");
     PutIndex(0, "");
     g_control.heads_loaded = false;
@@ -133,7 +135,7 @@ TEST_F(RecordCheck, RefusesACardThatIsNoStore) {
     EXPECT_EQ(CheckRecordStart(), 0);
     PutIndex(0, "XXXX");
     EXPECT_EQ(CheckRecordStart(), -1);
-    unlink("/var/etc/sdcard/index000.bin");
+    unlink(kIndexFile.c_str());
     EXPECT_EQ(CheckRecordStart(), -1);
     EXPECT_TRUE(Logged("chek file Head fail"));
     EXPECT_TRUE(Logged("open file fail"));
@@ -143,7 +145,7 @@ TEST_F(RecordCheck, AFileHeadThatCannotBeReadIsNotAnEmptyFile) {
     const Card card(Store{.files = 5, .current_file = 2, .current_length = 777});
     for (const int error : {EIO, 0}) {  // 0: half of it comes
         g_control.heads_loaded = false;
-        const support::Refused file_head{.access = support::Refused::kReads, .offset = 1024 + 48 * 2, .error = error};
+        const support::Refused file_head{.access = support::Refused::kReads, .offset = kFileHead2, .error = error};
         {
             const support::CardFault fault(file_head);
             EXPECT_EQ(CheckRecordStart(), -1) << error;
@@ -153,7 +155,7 @@ TEST_F(RecordCheck, AFileHeadThatCannotBeReadIsNotAnEmptyFile) {
         const support::CardFault fault(file_head);
         EXPECT_EQ(CheckRecordStart(), -1) << "nor when the card is compared with what is known of it";
     }
-    truncate((std::string(support::kCardDirectory) + "index000.bin").c_str(), 1024 + 48 * 2 + 20);
+    truncate(kIndexFile.c_str(), kFileHead2 + 20);
     EXPECT_EQ(CheckRecordStart(), 0) << "an index that ends there has no head";
     EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32FileInfoHeadFlag, 0u);
 }
@@ -162,7 +164,7 @@ TEST_F(RecordCheck, ACardThatWasExchangedOrFormattedUnseenIsReadAnew) {
     Card card(Store{.files = 5, .current_file = 2, .current_length = 777});
     ASSERT_EQ(CheckRecordStart(), 0);
     card.Prepare({.files = 5, .current_file = 2});
-    PutIndex(1024 + 48 * 2, std::string(48, '\0'));
+    PutIndex(kFileHead2, std::string(48, '\0'));
     EXPECT_EQ(CheckRecordStart(), 0);
     EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32FileInfoHeadFlag, 0u) << "formatted";
     card.Pull();
@@ -191,8 +193,8 @@ TEST_F(RecordCheck, OnlyADeviceThatIsNotThereIsAPulledCard) {
 
 TEST_F(RecordCheck, ADamagedFileHeadLeadsNoRunIntoAnotherFile) {
     const Card card(Store{.files = 5, .current_file = 2, .current_length = 777});
-    PutIndex(1024 + 48 * 2 + 4, std::string("\4\0\0\0", 4));
-    PutIndex(1024 + 48 * 2 + 24, "\xFF\xFF\xFF\xFF");
+    PutIndex(kFileHead2 + 4, std::string("\4\0\0\0", 4));
+    PutIndex(kFileHead2 + 24, "\xFF\xFF\xFF\xFF");
     EXPECT_EQ(CheckRecordStart(), 0);
     EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32FileInfoHeadNo, 2u);
     EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32RecordSectionSum, 251u) << "the last slot that a section head has";
@@ -200,7 +202,7 @@ TEST_F(RecordCheck, ADamagedFileHeadLeadsNoRunIntoAnotherFile) {
 }
 
 TEST_F(RecordCheck, AFullCardStopsOrBeginsItsOldestFileAnew) {
-    const Card card(Store{.files = 3, .used_files = 3, .current_file = 1, .current_length = kFull});
+    Card card(Store{.files = 3, .used_files = 3, .current_file = 1, .current_length = kFull});
     Config().Record_config.ucLackSpaceModel = 0;
     EXPECT_EQ(CheckRecordStart(), -1);
     EXPECT_EQ(CheckRecordStart(), -1);
@@ -209,12 +211,10 @@ TEST_F(RecordCheck, AFullCardStopsOrBeginsItsOldestFileAnew) {
     EXPECT_EQ(CheckRecordStart(), 0);
     EXPECT_EQ(g_flags.file_begun_anew, 1);
     EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32FileInfoHeadFlag, 0u);
-}
 
-TEST_F(RecordCheck, AFullFileOnACardWithRoomIsLeftWhateverTheMode) {
-    const Card card(Store{.files = 3, .used_files = 2, .current_file = 1, .current_length = kFull});
     Config().Record_config.ucLackSpaceModel = 0;
-    EXPECT_EQ(CheckRecordStart(), 0);
+    card.Prepare({.files = 3, .used_files = 2, .current_file = 1, .current_length = kFull});
+    EXPECT_EQ(CheckRecordStart(), 0) << "there is room";
     EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32FileInfoHeadFlag, 0u);
 }
 
@@ -223,32 +223,27 @@ TEST_F(RecordCheck, ARunJoinsTheOneBeforeWithinThreeSeconds) {
     RecordInfoHead_S section{};
     RecordFileInfoHead_S file{};
     AV_SystemInfoHeadParamInit(&system, 2048, 3);
-    wall = kNoon;
-    ASSERT_EQ(AV_RecordFileConfigParamGet(&system, &file, &section, 0), 0);
-    EXPECT_EQ(file.m_u32FileInfoHeadFlag, RECORD_FILE_FLAG);
-    EXPECT_EQ(section.m_u32RecordStartTime, kNoon);
-    EXPECT_EQ(section.m_u16RecordUseNo, 1);
-
-    g_control.last_end = kNoon - 2;
-    ASSERT_EQ(AV_RecordFileConfigParamGet(&system, &file, &section, 1), 0);
-    EXPECT_EQ(section.m_u32RecordStartTime, kNoon - 2);
-    EXPECT_EQ(section.m_u16RecordUseNo, 2);
-    EXPECT_EQ(section.m_u8SmartEnable, 1);
-    EXPECT_EQ(file.m_u32RecordStartTime, kNoon - 2) << "the file begins with its earliest section";
-    EXPECT_EQ(g_control.last_end, 0u);
-
-    g_control.last_end = kNoon - 3;
-    ASSERT_EQ(AV_RecordFileConfigParamGet(&system, &file, &section, 0), 0);
-    EXPECT_EQ(section.m_u32RecordStartTime, kNoon);
-
-    g_control.last_end = kNoon + 9;
-    ASSERT_EQ(AV_RecordFileConfigParamGet(&system, &file, &section, 0), 0);
-    EXPECT_EQ(section.m_u32RecordStartTime, kNoon);
-    EXPECT_EQ(g_control.last_end, kNoon + 9) << "the clock was set back: kept";
-    wall = kMidnight;
-    g_control.last_end = kMidnight - 1;
-    ASSERT_EQ(AV_RecordFileConfigParamGet(&system, &file, &section, 0), 0);
-    EXPECT_EQ(section.m_u32RecordStartTime, kMidnight) << "no section spans two days";
+    const struct {
+        int64_t now, last_end, start, kept;
+    } cases[] = {
+        {kNoon, 0, kNoon, 0},
+        {kNoon, kNoon - 2, kNoon - 2, 0},
+        {kNoon, kNoon - 3, kNoon, 0},
+        {kNoon, kNoon + 9, kNoon, kNoon + 9},      // the clock was set back
+        {kMidnight, kMidnight - 1, kMidnight, 0},  // no section spans two days
+    };
+    uint16_t number = 0;
+    for (const auto& c : cases) {
+        wall = c.now;
+        g_control.last_end = static_cast<uint32_t>(c.last_end);
+        ASSERT_EQ(AV_RecordFileConfigParamGet(&system, &file, &section, 1), 0);
+        EXPECT_EQ(section.m_u32RecordStartTime, c.start);
+        EXPECT_EQ(section.m_u16RecordUseNo, ++number);
+        EXPECT_EQ(section.m_u8SmartEnable, 1);
+        EXPECT_EQ(file.m_u32FileInfoHeadFlag, RECORD_FILE_FLAG);
+        EXPECT_EQ(file.m_u32RecordStartTime, c.now == kMidnight ? kMidnight : number == 1 ? kNoon : kNoon - 2);
+        EXPECT_EQ(g_control.last_end, c.kept);
+    }
     EXPECT_EQ(AV_RecordFileConfigParamGet(nullptr, &file, &section, 0), -1);
 }
 

@@ -37,6 +37,7 @@ namespace {
 
 using std::string_literals::operator""s;
 using support::Card;
+using support::kIndexFile;
 using support::Store;
 
 constexpr int64_t kNoon = 1700049600;  // Wednesday 2023-11-15 12:00:00 UTC
@@ -59,7 +60,6 @@ class RecordLoop : public support::BoundCamera {
         g_control.heads_loaded = false;
         g_flags.file_begun_anew = -1;
         g_control.last_end = 0;
-        g_flags.stop_requested = false;
         g_control.run_left_open = false;
         before_pass_ = {};
         AVServerAccessCleanup();
@@ -80,8 +80,17 @@ class RecordLoop : public support::BoundCamera {
         return RunWithoutCheck(std::move(change));
     }
     static int RunWithoutCheck(std::function<void()> change) {
+        g_flags.stop_requested = false;
         before_pass_ = {std::move(change), [] {}, [] { StopRecord(); }};
         return StartRecord(0, 600);
+    }
+    // One run as it should be, with a key frame in it.
+    static void RunWithKeyFrame(std::function<void()> change = [] {}) {
+        const auto frame_and_change = [&] {
+            EXPECT_EQ(WriteKeyFrame(), 0);
+            change();
+        };
+        EXPECT_EQ(Run(frame_and_change), 0);
     }
     static int WriteKeyFrame(size_t length = 100) {
         return WriteFrame("\0\0\0\1\x67sps\0\0\0\1\x68pps\0\0\0\1\x65"s + std::string(length, 'x'));
@@ -91,11 +100,8 @@ class RecordLoop : public support::BoundCamera {
         info.AVDataLen = static_cast<int32_t>(frame.size());
         return Mp4RecordVideoCallbackFunc(AV_FRAME_TYPE_VIDEO, 0, frame.data(), &info);
     }
-    static std::string Le32(uint32_t value) { return {reinterpret_cast<const char*>(&value), sizeof value}; }
-    static std::string SystemHead(uint64_t offset) { return Index(offset, 4); }
-    static std::string Index(uint64_t offset, uint64_t length) {
-        return Card::Read(std::string(support::kCardDirectory) + "index000.bin", offset, length);
-    }
+    static RecordSystemInfoHead_S SystemHead() { return Card::At<RecordSystemInfoHead_S>(kIndexFile, 0); }
+    static std::string Index(uint64_t offset, uint64_t length) { return Card::Read(kIndexFile, offset, length); }
 
     Card card_;
     support::QueuePeer<8> media_server_;
@@ -169,7 +175,6 @@ TEST_F(RecordLoop, EndsForTheFirstReasonInOrder) {
         EXPECT_EQ(KQ_RecordStreamFdGet(), -1);
         EXPECT_FALSE(g_flags.run_is_on);
         Config() = before;
-        g_flags.stop_requested = false;
     }
     EXPECT_EQ(media_server_.Requests().size(), std::size(kReasons));
     EXPECT_EQ(media_server_.Requests().front()[1], kForceKeyFrame);
@@ -179,7 +184,6 @@ TEST_F(RecordLoop, GoesOnWhenAudioIsSwitched) {
     EXPECT_EQ(Run([] { Config().audio_config.audioenable = 0; }), 0);
     EXPECT_TRUE(Logged("Stop Record\n"));
     EXPECT_FALSE(Logged("Audio Enable Change!"));
-    g_flags.stop_requested = false;
     EXPECT_EQ(Run([] { Config().audio_config.codectype = 1; }), 0);
     EXPECT_FALSE(Logged("Audio Encoding Change!")) << "audio was off when this run began";
 }
@@ -196,36 +200,25 @@ TEST_F(RecordLoop, EndsWhenTheClockWasSetByMoreThanFiveSeconds) {
                                   std::to_string(100 + step) + "\n") != std::string::npos,
                   step == 6 || step == -6)
             << step;
-        g_flags.stop_requested = false;
     }
 }
 
 TEST_F(RecordLoop, EndsBeforeMidnightOnceTheSectionHoldsMoreThanASecond) {
     const auto to_last_second = [] { wall = kNoon + 12 * 3600 - 1; };
     wall = kNoon + 12 * 3600 - 3;
-    EXPECT_EQ(Run([&] {
-                  EXPECT_EQ(WriteKeyFrame(), 0);
-                  to_last_second();
-              }),
-              0);
+    RunWithKeyFrame(to_last_second);
     EXPECT_FALSE(Logged(": 23:59:59\n")) << "it has just begun";
-    g_flags.stop_requested = false;
     wall = kNoon + 12 * 3600 - 2;
-    EXPECT_EQ(Run([&] {
-                  EXPECT_EQ(WriteKeyFrame(), 0);
-                  ++uptime, ++uptime;
-                  wall += 2;
-              }),
-              0);
+    RunWithKeyFrame([&] {
+        ++uptime, ++uptime;
+        wall += 2;
+    });
     EXPECT_FALSE(g_flags.stop_requested) << "and ends with its day nevertheless";
-    g_flags.stop_requested = false;
     wall = kNoon + 12 * 3600 - 5;
-    EXPECT_EQ(Run([&] {
-                  EXPECT_EQ(WriteKeyFrame(), 0);
-                  to_last_second();
-                  EXPECT_EQ(WriteKeyFrame(), 0);
-              }),
-              0);
+    RunWithKeyFrame([&] {
+        to_last_second();
+        EXPECT_EQ(WriteKeyFrame(), 0);
+    });
     EXPECT_TRUE(Logged(": 23:59:59\n"));
     EXPECT_TRUE(Logged("  m_u32RecordEndTime = " + std::to_string(kNoon + 12 * 3600 - 1) + "  \n"));
     EXPECT_EQ(g_control.last_end, kNoon + 12 * 3600 - 1);
@@ -235,21 +228,17 @@ TEST_F(RecordLoop, EndsBeforeMidnightOnceTheSectionHoldsMoreThanASecond) {
 
 TEST_F(RecordLoop, LeavesAFullFileForTheNextAndTheCardKnowsIt) {
     card_.Prepare({.files = 3, .used_files = 1, .current_file = 1, .current_length = kFull - 1});
-    EXPECT_EQ(Run([] { EXPECT_EQ(WriteKeyFrame(), 0); }), 0);
+    RunWithKeyFrame();
     EXPECT_TRUE(Logged("File size  lager  over! \n"));
-    EXPECT_EQ(SystemHead(24), Le32(2)) << "files used";
-    EXPECT_EQ(SystemHead(28), Le32(2)) << "current file";
-    EXPECT_EQ(Run([] { EXPECT_EQ(WriteKeyFrame(), 0); }), 0);
+    EXPECT_EQ(SystemHead().m_u32RecordUsedFileSum, 2u);
+    EXPECT_EQ(SystemHead().m_u32RecordFileNo, 2u);
+    RunWithKeyFrame();
     EXPECT_TRUE(Logged("FileName = /var/etc/sdcard/hi000002.mp4 \n"));
     EXPECT_EQ(AV_RecordInfoHeadGet()->m_u16RecordUseNo, 1);
 }
 
 TEST_F(RecordLoop, ACardPulledDuringARunStopsTheProcessAndNothingIsLeftBeside) {
-    EXPECT_EQ(Run([this] {
-                  EXPECT_EQ(WriteKeyFrame(), 0);
-                  card_.Pull();
-              }),
-              0);
+    RunWithKeyFrame([this] { card_.Pull(); });
     EXPECT_TRUE(Logged("Stop Record\n"));
     EXPECT_EQ(GetRecordStopFlag(), 1);
     EXPECT_TRUE(std::filesystem::is_empty(support::kCardDirectory));
@@ -275,8 +264,7 @@ TEST_F(RecordLoop, AStartThatFailsCountsNoSectionAndForcesNoKeyFrame) {
     EXPECT_TRUE(media_server_.Requests().empty());
     std::filesystem::rename(file + "x", file);
     EXPECT_EQ(Run([] {}), 0);
-    g_flags.stop_requested = false;
-    EXPECT_EQ(Run([] { EXPECT_EQ(WriteKeyFrame(), 0); }), 0);
+    RunWithKeyFrame();
     EXPECT_EQ(AV_RecordInfoHeadGet()->m_u16RecordUseNo, 2) << "nor does a run without a frame";
 }
 
@@ -288,34 +276,32 @@ TEST_F(RecordLoop, WithoutAnAlarmThreadTheSameSectionGoesOnUntilThereIsOne) {
     }
     EXPECT_TRUE(Logged(" errno Resource temporarily unavailable\n"));
     g_no_more_threads = false;
-    EXPECT_EQ(Run([] { EXPECT_EQ(WriteKeyFrame(), 0); }), 0);
+    RunWithKeyFrame();
     EXPECT_EQ(AV_RecordInfoHeadGet()->m_u16RecordUseNo, 1);
     EXPECT_EQ(AV_RecordInfoHeadGet()->m_u32KeyFrameSum, 4u);
     EXPECT_EQ(media_server_.Requests().size(), 1u);
 
     g_no_more_threads = true;  // such a run ends as any other
     card_.Prepare({.files = 3, .used_files = 1, .current_file = 1, .current_length = kFull - 1});
-    g_flags.stop_requested = false;
     EXPECT_EQ(Run([] {}), -1);
     EXPECT_EQ(WriteKeyFrame(), 0);
     EXPECT_EQ(Run([] {}), 0);
     EXPECT_EQ(KQ_RecordStreamFdGet(), -1);
-    EXPECT_EQ(SystemHead(28), Le32(2)) << "the full file was finished";
+    EXPECT_EQ(SystemHead().m_u32RecordFileNo, 2u) << "the full file was finished";
     g_no_more_threads = false;
 }
 
 TEST_F(RecordLoop, TheHeadsOfACardThatIsGoneAreNotWrittenIntoTheOneThatTookItsPlace) {
     card_.Prepare({.files = 3, .used_files = 1, .current_file = 1, .current_length = kFull - 1});
-    EXPECT_EQ(Run([this] {
-                  EXPECT_EQ(WriteKeyFrame(), 0);
-                  card_.Pull();
-                  card_.Plug();
-                  card_.Prepare({.files = 5, .used_files = 4, .current_file = 4, .current_length = 555});
-              }),
-              0);
+    RunWithKeyFrame([this] {
+        card_.Pull();
+        card_.Plug();
+        card_.Prepare({.files = 5, .used_files = 4, .current_file = 4, .current_length = 555});
+    });
     EXPECT_TRUE(Logged("File size  lager  over! \n"));
-    EXPECT_EQ(SystemHead(24) + SystemHead(28), Le32(4) + Le32(4));
-    EXPECT_EQ(Run([] { EXPECT_EQ(WriteKeyFrame(), 0); }), 0);
+    EXPECT_EQ(SystemHead().m_u32RecordUsedFileSum, 4u);
+    EXPECT_EQ(SystemHead().m_u32RecordFileNo, 4u);
+    RunWithKeyFrame();
     EXPECT_TRUE(Logged("FileName = /var/etc/sdcard/hi000004.mp4 \n"));
     EXPECT_EQ(AV_RecordInfoHeadGet()->m_u32RecordStartPos, 555u);
 }
@@ -324,15 +310,12 @@ TEST_F(RecordLoop, HeadsThatTheCardRefusedAtTheEndAreThereBeforeTheNextRun) {
     card_.Prepare({.files = 3, .current_length = 777});
     for (const bool is_key : {true, false}) {  // the last frame: does it count in the heads' key frames?
         std::string before;
-        g_flags.stop_requested = false;
-        EXPECT_EQ(Run([&] {
-                      EXPECT_EQ(WriteKeyFrame(), 0);
-                      before = Index(1024, 48);
-                      EXPECT_EQ(is_key ? WriteKeyFrame() : WriteFrame("\0\0\0\1\x41 between key frames"s), 0);
-                  }),
-                  0);
+        RunWithKeyFrame([&] {
+            before = Index(1024, 48);
+            EXPECT_EQ(is_key ? WriteKeyFrame() : WriteFrame("\0\0\0\1\x41 between key frames"s), 0);
+        });
         const std::string after = Index(1024, 48);
-        std::fstream(std::string(support::kCardDirectory) + "index000.bin").seekp(1024) << before;
+        std::fstream(kIndexFile).seekp(1024) << before;
         ASSERT_NE(Index(1024, 48), after);
         EXPECT_EQ(CheckRecordStart(), 0);
         EXPECT_EQ(Index(1024, 48), after) << "what they count would be written over";
@@ -342,17 +325,14 @@ TEST_F(RecordLoop, HeadsThatTheCardRefusedAtTheEndAreThereBeforeTheNextRun) {
 TEST_F(RecordLoop, ASectionHeadThatTheCardRefusedIsWrittenDuringTheNextRun) {
     std::optional<support::CardFault> fault;
     card_.Prepare({.files = 3, .current_length = 777});
-    EXPECT_EQ(Run([&] {
-                  EXPECT_EQ(WriteKeyFrame(), 0);
-                  fault.emplace(support::Refused{.length = sizeof(RecordInfoHead_S)});
-                  EXPECT_EQ(WriteKeyFrame(), 0);
-              }),
-              0);
+    RunWithKeyFrame([&] {
+        fault.emplace(support::Refused{.length = sizeof(RecordInfoHead_S)});
+        EXPECT_EQ(WriteKeyFrame(), 0);
+    });
     const RecordInfoHead_S section = *AV_RecordInfoHeadGet();
     const auto on_card = [&] { return Index(131072 + 64 * 2, 64); };
     const std::string held(reinterpret_cast<const char*>(&section), sizeof section);
     EXPECT_NE(on_card(), held);
-    g_flags.stop_requested = false;
     EXPECT_EQ(Run([&] {
                   EXPECT_EQ(WriteKeyFrame(), 0) << "recording goes on meanwhile";
                   fault.reset();
@@ -364,14 +344,12 @@ TEST_F(RecordLoop, ASectionHeadThatTheCardRefusedIsWrittenDuringTheNextRun) {
 
 TEST_F(RecordLoop, ACardThatTakesNoDataEndsTheRunAndIsRecordedOnOnceItDoes) {
     std::optional<support::CardFault> fault;
-    EXPECT_EQ(Run([&] {
-                  EXPECT_EQ(WriteKeyFrame(), 0);
-                  fault.emplace(support::Refused{});
-                  for (int second = 0; second <= 10; ++second, ++uptime, ++wall) {
-                      WriteKeyFrame();
-                  }
-              }),
-              0);
+    RunWithKeyFrame([&] {
+        fault.emplace(support::Refused{});
+        for (int second = 0; second <= 10; ++second, ++uptime, ++wall) {
+            WriteKeyFrame();
+        }
+    });
     EXPECT_TRUE(Logged(": the card takes no data\n"));
     EXPECT_EQ(GetRecordStopFlag(), 0) << "the process stays";
     const size_t key_frames_forced = media_server_.Requests().size();
@@ -380,7 +358,7 @@ TEST_F(RecordLoop, ACardThatTakesNoDataEndsTheRunAndIsRecordedOnOnceItDoes) {
     }
     EXPECT_EQ(media_server_.Requests().size(), key_frames_forced);
     fault.reset();
-    EXPECT_EQ(Run([] { EXPECT_EQ(WriteKeyFrame(), 0); }), 0);
+    RunWithKeyFrame();
     EXPECT_EQ(AV_RecordInfoHeadGet()->m_u16RecordUseNo, 2);
 }
 
@@ -392,29 +370,27 @@ TEST_F(RecordLoop, ARecordFileThatTakesNoDataIsLeftForTheNext) {
             EXPECT_EQ(WriteKeyFrame(), -1);
         }
     };
-    EXPECT_EQ(Run([&] {
-                  EXPECT_EQ(WriteKeyFrame(), 0);
-                  const off64_t end = AV_RecordFileInfoHeadGet()->m_u32RecordFileSumLenth;
-                  fault.emplace(support::Refused{.offset = end});  // the frames, not the index
-                  offer();
-              }),
-              0);
+    RunWithKeyFrame([&] {
+        const off64_t end = AV_RecordFileInfoHeadGet()->m_u32RecordFileSumLenth;
+        fault.emplace(support::Refused{.offset = end});  // the frames, not the index
+        offer();
+    });
     EXPECT_EQ(CheckRecordStart(), 0);
     EXPECT_TRUE(Logged(": record file 0 takes no data, recording goes on in file 1\n"));
-    EXPECT_EQ(Index(28, 4), "\1\0\0\0"s) << "another start would try the old file again";
+    EXPECT_EQ(SystemHead().m_u32RecordFileNo, 1u) << "another start would try the old file again";
 
     ASSERT_TRUE(AwaitNoOpenFile()) << "the first frame is handed over, and the file has taken something";
     fault.emplace(support::Refused{.length = 512});  // the first frame of any file
-    std::string current;
+    uint32_t current = 0;
     for (int run = 0; run < 3; ++run) {
-        SCOPED_TRACE(run);
-        current = Index(28, 4);
+        current = SystemHead().m_u32RecordFileNo;
         EXPECT_EQ(Run(offer), 0);
         EXPECT_EQ(CheckRecordStart(), 0);
     }
-    EXPECT_EQ(Index(28, 4), current) << "none takes anything: the ring's heads are not spent on trying";
+    EXPECT_EQ(SystemHead().m_u32RecordFileNo, current)
+        << "none takes anything: the ring's heads are not spent on trying";
     fault.reset();
-    EXPECT_EQ(Run([] { EXPECT_EQ(WriteKeyFrame(), 0); }), 0);
+    RunWithKeyFrame();
 }
 
 TEST_F(RecordLoop, AFrameThatIsNotInTheRingAnyMoreIsNotWritten) {

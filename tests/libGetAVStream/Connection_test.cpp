@@ -1,7 +1,10 @@
 #include <gmock/gmock.h>
 
 #include "MediaPeer.h"
+#include "support/NoMore.h"
+#include "support/WaitUntil.h"
 
+using support::WaitUntil;
 using testing::Each;
 
 namespace {
@@ -9,42 +12,48 @@ namespace {
 class Connection : public testing::Test {
   protected:
     ~Connection() override { GetAVControlCleanup(); }
+
+    static int Queue() { return msgget(0x61766C79, 0); }
+    static uint32_t CurrentPosition(int type, int stream = 0) {
+        AVMsgBuf message{};
+        EXPECT_EQ(GetAVStreamCurrentFrame(type, stream, &message), 0);
+        return message.video_pos;
+    }
+    // That the peer has taken a request, and its answer lies there.
+    void AwaitLateAnswer() {
+        EXPECT_TRUE(WaitUntil([this] { return peer_.requests > 0 && IpcMsgCount(Queue()) == 1; }));
+    }
+
     MediaPeer peer_;
 };
 
 TEST_F(Connection, IsMadeOnceAndForgottenWithoutHarmToTheServer) {
-    ASSERT_EQ(GetAVControlInit(), 0);
-    const AVStreamSysInfo state = *GetGetAVStreamSysInfo();
-    EXPECT_EQ(state.RunFlag, 1);
-    EXPECT_EQ(state.StreamSharememID[0], shmget(0x61766C79, 0, 0));
-    EXPECT_EQ(state.StreamSharememID[1], shmget(0x61766C7A, 0, 0));
-    EXPECT_EQ(state.StreamSharememID[2], -1);
-    EXPECT_EQ(state.AVMsgQid, msgget(0x61766C79, 0));
-    ASSERT_EQ(GetAVControlInit(), 0);
-    EXPECT_EQ(std::memcmp(GetGetAVStreamSysInfo(), &state, sizeof state), 0);
-
+    const AVStreamSysInfo& state = *GetGetAVStreamSysInfo();
+    const int rings[] = {shmget(0x61766C79, 0, 0), shmget(0x61766C7A, 0, 0)};
+    for (int time = 0; time < 2; ++time) {
+        ASSERT_EQ(GetAVControlInit(), 0);
+        EXPECT_EQ(state.RunFlag, 1);
+        EXPECT_THAT(state.StreamSharememID, testing::ElementsAre(rings[0], rings[1], -1, -1));
+        EXPECT_EQ(state.AVMsgQid, Queue());
+    }
     EXPECT_EQ(GetAVStreamCleanup(), 0);
-    EXPECT_THAT(GetGetAVStreamSysInfo()->StreamSharememID, Each(-1));
-    EXPECT_THAT(GetGetAVStreamSysInfo()->RingBufferLen, Each(-1));
-    EXPECT_EQ(GetGetAVStreamSysInfo()->AVMsgQid, -1);
-    EXPECT_GE(shmget(0x61766C79, 0, 0), 0);
+    EXPECT_THAT(state.StreamSharememID, Each(-1));
+    EXPECT_THAT(state.RingBufferLen, Each(-1));
+    EXPECT_EQ(state.AVMsgQid, -1);
+    EXPECT_EQ(shmget(0x61766C79, 0, 0), rings[0]);
 }
 
 TEST(ConnectionWithoutServer, KeepsNothingWhenARingCannotBeHad) {
-    const int first = shmget(0x61766C79, 614464, IPC_CREAT | 0777);
-    std::vector<int> others;  // until the host has no segment left
-    for (int id; (id = shmget(IPC_PRIVATE, 1, 0600)) >= 0;) {
-        others.push_back(id);
-    }
-    EXPECT_EQ(GetAVControlInit(), 103);
-    EXPECT_THAT(GetGetAVStreamSysInfo()->StreamSharememID, Each(-1));
-    for (const int id : others) {
-        shmctl(id, IPC_RMID, nullptr);
+    shmget(0x61766C79, 614464, IPC_CREAT | 0777);
+    {
+        const support::NoMore none(support::NoMore::kSegments);
+        EXPECT_EQ(GetAVControlInit(), 103);
+        EXPECT_THAT(GetGetAVStreamSysInfo()->StreamSharememID, Each(-1));
     }
     EXPECT_EQ(GetAVControlInit(), 0) << "it can be tried again";
     GetAVControlCleanup();
-    for (const int id : {first, shmget(0x61766C7A, 0, 0)}) {
-        shmctl(id, IPC_RMID, nullptr);
+    for (const int key : {0x61766C79, 0x61766C7A}) {
+        shmctl(shmget(key, 0, 0), IPC_RMID, nullptr);
     }
     msgctl(msgget(0x61766C79, 0), IPC_RMID, nullptr);
 }
@@ -83,15 +92,13 @@ TEST_F(Connection, RequestsTravelAsSpelledAndBringTheAnswerBack) {
 
 TEST_F(Connection, RefusesWhatIsOutOfRangeWithoutAsking) {
     AVMsgBuf message{};
-    EXPECT_EQ(GetAVStreamCurrentFrame(5, 4, &message), 102);
-    EXPECT_EQ(GetAVStreamCurrentFrame(5, -1, &message), 102);
+    for (const auto& [type, stream] : {std::pair{5, 4}, {5, -1}, {1, 0}, {17, 0}}) {
+        EXPECT_EQ(GetAVStreamCurrentFrame(type, stream, &message), 102);
+        EXPECT_EQ(AVStreamLock(type, stream, 0, 0), 102);
+        EXPECT_EQ(AVStreamGetAVData(type, stream), 102);
+        EXPECT_EQ(AVStreamGetAVDataStop(type, stream), 102);
+    }
     EXPECT_EQ(GetAVStreamCurrentFrame(5, 0, nullptr), 106);
-    EXPECT_EQ(GetAVStreamCurrentFrame(1, 0, &message), 102);
-    EXPECT_EQ(GetAVStreamCurrentFrame(17, 0, &message), 102);
-    EXPECT_EQ(AVStreamLock(5, 4, 0, 0), 102);
-    EXPECT_EQ(AVStreamUnLock(17, 0, 0, 0), 102);
-    EXPECT_EQ(AVStreamGetAVData(1, 0), 102);
-    EXPECT_EQ(AVStreamGetAVDataStop(5, 4), 102);
     EXPECT_EQ(peer_.requests, 0);
 }
 
@@ -103,9 +110,7 @@ TEST_F(Connection, RequestsOfTwoThreadsDoNotTakeEachOthersAnswers) {
     for (int stream = 0; stream < 3; ++stream) {
         askers.emplace_back([&wrong, stream] {
             for (int i = 0; i < 50; ++i) {
-                AVMsgBuf message{};
-                GetAVStreamCurrentFrame(5, stream, &message);
-                wrong += message.video_pos != 100u + static_cast<uint32_t>(stream);
+                wrong += CurrentPosition(5, stream) != 100u + static_cast<uint32_t>(stream);
             }
         });
     }
@@ -121,63 +126,36 @@ TEST_F(Connection, AReaderStopsThoughTheServerIsSilentAndItsLateAnswerIsNotTaken
     ASSERT_EQ(AVStreamGetAVData(5, 0), 0);
     EXPECT_EQ(AVStreamGetAVDataStop(5, 0), 0);
 
-    std::atomic<uint32_t> next{1};
-    peer_.AnswerWith([&](AVMsgBuf& message) { message.video_pos = next++; });
+    peer_.current = 1;
     peer_.silent = false;
-    while (peer_.requests < 1) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    while (IpcMsgCount(msgget(0x61766C79, 0)) < 1) {  // the late answer lies there
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    AVMsgBuf message{};
-    GetAVStreamCurrentFrame(5, 0, &message);
-    EXPECT_EQ(message.video_pos, 2u);
-}
-
-// An answer of `size` bytes after the message type, for client type `type`.
-void PutAnswer(int type, uint32_t position, int size = 44) {
-    std::vector<char> bytes(static_cast<size_t>(size) + 4, 0x11);
-    AVMsgBuf answer{};
-    answer.des = type;
-    answer.video_pos = position;
-    std::memcpy(bytes.data(), &answer, std::min(bytes.size(), sizeof answer));
-    ASSERT_EQ(IpcMsgSend(msgget(0x61766C79, 0), bytes.data(), size + 4), 0);
+    AwaitLateAnswer();
+    peer_.current = 2;
+    EXPECT_EQ(CurrentPosition(5), 2u);
 }
 
 TEST_F(Connection, AnAnswerThatIsThereAlreadyIsTakenWhenNoneIsOwed) {
     ASSERT_EQ(GetAVControlInit(), 0);
     peer_.silent = true;
-    PutAnswer(6, 99);
-    AVMsgBuf message{};
-    EXPECT_EQ(AVStreamGetLastIFrame(6, 0, &message), 0);
-    EXPECT_EQ(message.video_pos, 99u);
-    EXPECT_EQ(message.des, 6);
+    peer_.PutAnswer(6, 0, 0, 99);
+    EXPECT_EQ(CurrentPosition(6), 99u);
 }
 
 TEST_F(Connection, AnAnswerToAnEarlierProcessIsNot) {
-    PutAnswer(9, 99);
-    PutAnswer(9, 98, 400);
+    peer_.PutAnswer(9, 0, 0, 99);
+    peer_.PutAnswer(9, 0, 0, 98, 356);
     ASSERT_EQ(GetAVStreamInit(9, nullptr, nullptr), 0);
     peer_.current = 4711;
-    AVMsgBuf message{};
-    EXPECT_EQ(AVStreamGetCurrentFrame(9, 0, &message), 0);
-    EXPECT_EQ(message.video_pos, 4711u);
+    EXPECT_EQ(CurrentPosition(9), 4711u);
 }
 
 TEST_F(Connection, AnAnswerThatIsTooLongDoesNotStandInFrontOfTheNext) {
     ASSERT_EQ(GetAVControlInit(), 0);
-    PutAnswer(6, 99, 400);
+    peer_.PutAnswer(6, 0, 0, 99, 356);
     peer_.current = 4711;
-    AVMsgBuf message{};
-    EXPECT_EQ(AVStreamGetCurrentFrame(6, 0, &message), 0);
-    EXPECT_EQ(message.video_pos, 0u) << "the request's own";
-    while (IpcMsgCount(msgget(0x61766C79, 0)) != 1) {  // the right one comes late
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    EXPECT_EQ(CurrentPosition(6), 0u) << "the request's own";
+    AwaitLateAnswer();  // the right one
     peer_.current = 4712;
-    EXPECT_EQ(AVStreamGetCurrentFrame(6, 0, &message), 0);
-    EXPECT_EQ(message.video_pos, 4712u);
+    EXPECT_EQ(CurrentPosition(6), 4712u);
 }
 
 }  // namespace

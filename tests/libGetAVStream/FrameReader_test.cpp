@@ -6,13 +6,11 @@
 
 #include "Clock.h"
 #include "MediaPeer.h"
-#include "libLog.h"
-#include "support/QueuePeer.h"
 #include "support/Stderr.h"
+#include "support/WaitUntil.h"
 
 using support::WaitUntil;
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 namespace {
 
@@ -46,31 +44,30 @@ void Sleep(unsigned ms) {
 // The long sleeps (a start, a ring restart) are cut short; what the reader waits for in its ring takes its real time.
 const ClockSource kHastyClock{[] { return timeval{}; }, [] { return 0L; }, Sleep};
 
-class FrameReader : public testing::Test {
+class FrameReader : public support::LoggedTest {
   protected:
     FrameReader() {
         ReplaceClock(&kHastyClock);
         g_received.Clear();
         g_wanted = 1;
         AVStreamUrgencySet(kType, nullptr);
-        LogInit(nullptr, LOG_MODE_CONSOLE);
         EXPECT_EQ(GetAVStreamInit(kType, TakeFrame, [](int) { return g_wanted.load(); }), 0);
     }
     ~FrameReader() override {
-        for (int stream = 0; stream < 4; ++stream) {
-            AVStreamGetAVDataStop(kType, stream);
-        }
+        Stop(0);
+        Stop(1);
         GetAVControlCleanup();
-        LogCleanup();
         ReplaceClock(nullptr);
     }
-    void Start(int stream = 0) { ASSERT_EQ(AVStreamGetAVData(kType, stream), 0); }
+    static void Start(int stream = 0) { ASSERT_EQ(AVStreamGetAVData(kType, stream), 0); }
+    static void Stop(int stream = 0) { EXPECT_EQ(AVStreamGetAVDataStop(kType, stream), 0); }
+    static std::vector<uint32_t> Serials(size_t count) { return g_received.Serials(count); }
 
-    // What a reader receives that finds frame 1, then `damaged` with `payload`, while the last key frame is number 9.
-    std::vector<uint32_t> After(const AVDataInfo& damaged, const std::string& payload, uint32_t serial = 2) {
-        peer_.Put(0, peer_.Put(0, 0, 1, kKey), serial, payload, damaged);
-        peer_.last_key = 5000;
-        peer_.Put(0, peer_.Put(0, 5000, 9, kKey), 10, kDelta);
+    // What a reader receives that finds frame 1, then a record that never becomes ready, while the last key frame is
+    // number 9.
+    std::vector<uint32_t> WhatComesAfterASearch() {
+        Lay("5000: L 9k 10d 0: 1k");
+        peer_.Put(0, at_, 2, "x", MediaPeer::Frame(17));
         Start();
         return g_received.Until(10);
     }
@@ -103,7 +100,9 @@ class FrameReader : public testing::Test {
             } else if (step == ")") {
                 at_ = kept;
             } else if (step == "end" || step == "restart") {
-                peer_.Put(0, at_, 0, "", MediaPeer::Frame(step == "end" ? AVDATA_END_RING : AVDATA_END_RESTART));
+                AVDataInfo mark = MediaPeer::Frame(step == "end" ? AVDATA_END_RING : AVDATA_END_RESTART);
+                mark.AVDataLen = -1;  // of no meaning here
+                peer_.Put(0, at_, 0, "", mark);
             } else if (step == "park") {
                 peer_.Park(0, at_);
             } else {
@@ -112,24 +111,22 @@ class FrameReader : public testing::Test {
         }
     }
 
-    support::Captured log_;
     MediaPeer peer_;
     int at_ = 0;  // where Lay goes on
 };
 
 TEST_F(FrameReader, HandsOverEveryFrameFromTheWritePositionOn) {
-    int position = peer_.Put(0, 0, 1, "old");
-    peer_.current = position;
     AVDataInfo sound = MediaPeer::Frame();
     sound.AVSource = AV_FRAME_TYPE_AUDIO;
     sound.TimeStamp = 123;
-    position = peer_.Put(0, position, 2, kKey);
-    position = peer_.Put(0, position, 3, "sound", sound);
-    peer_.Park(0, position);
+    Lay("0: 1d C 2k");
+    const int end = peer_.Put(0, at_, 3, "sound", sound);
+    peer_.Park(0, end);
     Start();
-    EXPECT_THAT(g_received.Serials(2), ElementsAre(2, 3));
-    peer_.Put(0, position, 4, kDelta);
-    EXPECT_THAT(g_received.Serials(3), ElementsAre(2, 3, 4));
+    EXPECT_THAT(Serials(2), ElementsAre(2, 3));
+    AwaitLine("pDataInfo->AVDataLen = 2147483647 up to Max 614400\n");
+    peer_.Put(0, end, 4, kDelta);
+    EXPECT_THAT(Serials(3), ElementsAre(2, 3, 4));
     EXPECT_EQ(g_received.At(0).payload, kKey);
     EXPECT_EQ(g_received.At(1).payload, "sound");
     EXPECT_EQ(g_received.At(1).header.TimeStamp, 123u);
@@ -141,12 +138,12 @@ TEST_F(FrameReader, ReadersOfTwoStreamsRunSideBySideAndStopAndStartAgain) {
     peer_.Put(1, 0, 7, kDelta);
     Start(0);
     Start(1);
-    EXPECT_EQ(g_received.Serials(2).size(), 2u);
-    EXPECT_EQ(AVStreamGetAVDataStop(kType, 0), 0);
-    EXPECT_EQ(AVStreamGetAVDataStop(kType, 0), 0);
+    EXPECT_EQ(Serials(2).size(), 2u);
+    Stop();
+    Stop();
     g_received.Clear();
-    Start(0);
-    EXPECT_THAT(g_received.Serials(1), ElementsAre(1));
+    Start();
+    EXPECT_THAT(Serials(1), ElementsAre(1));
 }
 
 std::atomic<bool> g_in_hand, g_has_stopped;
@@ -176,28 +173,18 @@ TEST_F(FrameReader, HasLetGoOfTheClientOnceItIsStopped) {
     EXPECT_TRUE(WaitUntil([] { return g_has_stopped.load(); }));
     Lay("0: C 3k park");
     Start();
-    EXPECT_THAT(g_received.Serials(3), ElementsAre(1, 2, 3)) << "also after it was stopped from within";
-}
-
-TEST_F(FrameReader, OfAStreamWithoutRingEndsAtOnce) {
-    Start(2);
-    AwaitLine("StreamSysInfo->StreamSharememID[2] -1 < 0\n");
-    EXPECT_EQ(peer_.requests, 0);
-    EXPECT_EQ(AVStreamGetAVDataStop(kType, 2), 0);
+    EXPECT_THAT(Serials(3), ElementsAre(1, 2, 3)) << "also after it was stopped from within";
 }
 
 TEST_F(FrameReader, PausesAndGoesOnAtTheServersPosition) {
-    int position = peer_.Put(0, 0, 1, kKey);
-    peer_.Park(0, position);
+    Lay("0: 1k park");
     Start();
-    EXPECT_THAT(g_received.Serials(1), ElementsAre(1));
+    EXPECT_THAT(Serials(1), ElementsAre(1));
     g_wanted = 0;
     std::this_thread::sleep_for(std::chrono::milliseconds(150));  // longer than one pause
-    position = peer_.Put(0, position, 2, kDelta);
-    peer_.current = position;
-    peer_.Put(0, position, 3, kDelta);
+    Lay("2d C 3d");
     g_wanted = 1;
-    EXPECT_THAT(g_received.Serials(2), ElementsAre(1, 3));
+    EXPECT_THAT(Serials(2), ElementsAre(1, 3));
 }
 
 // What is in the ring when the reader comes, and what it hands over.
@@ -221,9 +208,9 @@ TEST_F(FrameReader, ReadsAlongTheRing) {
         g_received.Clear();
         Lay(c.ring);
         Start();
-        EXPECT_EQ(g_received.Serials(c.frames.size()), c.frames) << c.what;
+        EXPECT_EQ(Serials(c.frames.size()), c.frames) << c.what;
         EXPECT_GE(log_.Count(c.line), 1) << c.what;
-        AVStreamGetAVDataStop(kType, 0);
+        Stop();
     }
 }
 
@@ -233,8 +220,8 @@ TEST_F(FrameReader, TakesTheKeyFramesOfAllCodecsInItsSearch) {
         peer_.current = -1;  // the server does not know: the last key frame is taken
         Lay(key);
         Start();
-        EXPECT_EQ(g_received.Serials(1).at(0), 9u) << key;
-        AVStreamGetAVDataStop(kType, 0);
+        EXPECT_EQ(Serials(1).at(0), 9u) << key;
+        Stop();
     }
 }
 
@@ -272,122 +259,80 @@ TEST_F(FrameReader, GoesOnWhileItSearches) {
                 Start();
             }
             if (!step.frames.empty()) {
-                EXPECT_EQ(g_received.Serials(step.frames.size()), step.frames) << c.what << ": " << step.ring;
+                EXPECT_EQ(Serials(step.frames.size()), step.frames) << c.what << ": " << step.ring;
             }
         }
-        AVStreamGetAVDataStop(kType, 0);
+        Stop();
     }
 }
 
-TEST_F(FrameReader, FollowsARingEndWhateverItsLength) {
-    AVDataInfo end = MediaPeer::Frame(AVDATA_END_RING);
-    end.AVDataLen = -1;
-    Lay("1000: C 7k");
-    peer_.Put(0, at_, 0, "", end);
-    Lay("( 0: 8d )");
-    Start();
-    EXPECT_THAT(g_received.Serials(2), ElementsAre(7, 8));
-    EXPECT_EQ(log_.Count("VideoPos = " + std::to_string(at_) + " AVDataCheck =="), 0);
-}
-
 TEST_F(FrameReader, AnswersARestartOfTheRingOnceAndReadsWhatComesThere) {
-    const int end = peer_.Put(0, 1000, 7, kKey);
     AVDataInfo restart = MediaPeer::Frame(AVDATA_END_RESTART);
     restart.AVDataLen = 77;
     restart.AVDataPos = 78;
     restart.TimeStamp = 79;
-    peer_.Put(0, 0, 3, kDelta);  // of an earlier lap
-    peer_.Put(0, end, 8, "", restart);
-    peer_.current = 1000;
+    Lay("0: 3d 1000: C 7k");  // number 3 is of an earlier lap
+    peer_.Put(0, at_, 8, "", restart);
     Start();
-    ASSERT_THAT(g_received.Serials(1), ElementsAre(7));
+    EXPECT_THAT(Serials(1), ElementsAre(7));
     EXPECT_TRUE(WaitUntil([&] { return peer_.HeaderAt(0, 0).EndFlag == AVDATA_END_RESTART; }));
-    const AVDataInfo first = peer_.HeaderAt(0, 0);
-    EXPECT_EQ(first.AVDataCheck, 0x12345678);
-    EXPECT_EQ(first.SerialNumber, 0u);
-    EXPECT_EQ(first.AVDataLen, 0);
-    EXPECT_EQ(first.AVDataPos, 0);
-    EXPECT_EQ(first.TimeStamp, 79u);
-    peer_.Put(0, 0, 1, kKey);
-    EXPECT_THAT(g_received.Serials(2), ElementsAre(7, 1))
-        << "serial numbers begin anew, and the record is not written over";
-}
-
-TEST_F(FrameReader, FollowsAServerThatMadeItsRingsAndQueueAnew) {
-    peer_.Put(0, 0, 5000, kKey);
-    Start();
-    EXPECT_THAT(g_received.Serials(1), ElementsAre(5000));
-    peer_.last_key = -1;
-    peer_.Restart();
-    peer_.Put(0, peer_.Put(0, 2000, 1, kKey), 2, kDelta);
-    peer_.last_key = 2000;
-    EXPECT_THAT(g_received.Serials(3), ElementsAre(5000, 1, 2));
-    EXPECT_EQ(GetGetAVStreamSysInfo()->StreamSharememID[0], shmget(0x61766C79, 0, 0));
-    EXPECT_EQ(GetGetAVStreamSysInfo()->AVMsgQid, msgget(0x61766C79, 0));
-
-    AVStreamGetAVDataStop(kType, 0);
-    peer_.Restart();  // while nobody is attached
-    peer_.Put(0, 0, 3, kKey);
-    Start();
-    EXPECT_THAT(g_received.Serials(4), ElementsAre(5000, 1, 2, 3));
+    const AVDataInfo answer = peer_.HeaderAt(0, 0);
+    restart.SerialNumber = 0;
+    restart.AVDataLen = restart.AVDataPos = 0;
+    EXPECT_EQ(std::memcmp(&answer, &restart, sizeof answer), 0);
+    Lay("0: 1k");
+    EXPECT_THAT(Serials(2), ElementsAre(7, 1)) << "serial numbers begin anew, and the record is not written over";
 }
 
 // Whatever part of it a media server makes anew when it is restarted, and in whatever order.
 TEST_F(FrameReader, FollowsEveryPartThatIsMadeAnew) {
-    const auto rings = [this] {
-        peer_.RemoveRings();
-        peer_.MakeRings();
-    };
-    const auto queue = [this] {
-        peer_.RemoveQueue();
-        peer_.MakeQueue();
-    };
-    const struct {
-        const char* name;
-        std::function<void()> go, come;
-        bool new_rings;
-    } kRestarts[] = {
-        {"nothing", [] {}, [] {}, false},
-        {"rings", rings, [] {}, true},
-        {"queue", queue, [] {}, false},
-        {"rings, then queue", rings, queue, true},
-        {"queue, then rings", queue, rings, true},
-        {"rings, gone for a while", [&] { peer_.RemoveRings(); }, [&] { peer_.MakeRings(); }, true},
-        {"queue, gone for a while", [&] { peer_.RemoveQueue(); }, [&] { peer_.MakeQueue(); }, false},
+    const std::map<char, std::function<void()>> kSteps = {
+        {'r', [this] { peer_.RemoveRings(); }},
+        {'R', [this] { peer_.MakeRings(); }},
+        {'q', [this] { peer_.RemoveQueue(); }},
+        {'Q', [this] { peer_.MakeQueue(); }},
+        {'.', [] { std::this_thread::sleep_for(std::chrono::milliseconds(20)); }},  // some of the search's passes
     };
     Start();
     int position = peer_.Put(0, 0, 100, kKey);
-    EXPECT_THAT(g_received.Serials(1), ElementsAre(100));
-    for (const auto& restart : kRestarts) {
+    EXPECT_THAT(Serials(1), ElementsAre(100));
+    peer_.current = 9000;  // a new ring is read from its beginning
+    for (const std::string restart : {".", "rR.", "qQ.", "rR.qQ", "qQ.rR", "r.R", "q.Q"}) {
         g_received.Clear();
         AwaitSearch();
         peer_.silent = true;
-        restart.go();
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));  // some of the search's passes
-        restart.come();
-        uint32_t serial = restart.new_rings ? 1 : peer_.HeaderAt(0, 0).SerialNumber + 1;
-        peer_.silent = false;
-        if (restart.new_rings) {
-            position = peer_.Put(0, 0, serial++, kKey);
-        } else {
-            position = peer_.Put(0, position, serial++, kDelta);
+        for (const char step : restart) {
+            kSteps.at(step)();
         }
-        EXPECT_EQ(g_received.Serials(1).size(), 1u) << restart.name;
-        peer_.Put(0, 0, serial, kKey);  // the number that goes on
+        const bool is_new = restart.find('R') != std::string::npos;
+        const uint32_t serial = is_new ? 1 : peer_.HeaderAt(0, 0).SerialNumber + 1;
+        peer_.silent = false;
+        peer_.Put(0, is_new ? 0 : position, serial, is_new ? kKey : kDelta);
+        EXPECT_THAT(Serials(1), ElementsAre(serial)) << restart;
+        position = peer_.Put(0, 0, serial + 1, kKey);  // the number that goes on
         peer_.last_key = 0;
-        position = 64 + static_cast<int>(kKey.size());
-        EXPECT_THAT(g_received.Serials(2), ElementsAre(serial - 1, serial)) << restart.name;
+        EXPECT_THAT(Serials(2), ElementsAre(serial, serial + 1)) << restart;
     }
+    EXPECT_EQ(GetGetAVStreamSysInfo()->StreamSharememID[0], shmget(0x61766C79, 0, 0));
+    EXPECT_EQ(GetGetAVStreamSysInfo()->AVMsgQid, msgget(0x61766C79, 0));
+
+    Stop();
+    peer_.Restart();  // while nobody is attached
+    g_received.Clear();
+    Lay("0: C 3k");
+    Start();
+    EXPECT_THAT(Serials(1), ElementsAre(3));
 }
 
 TEST_F(FrameReader, ThatFoundNoRingIsStartedAgain) {
     GetAVControlCleanup();
     Start();
     AwaitLine("StreamSysInfo->StreamSharememID[0] -1 < 0\n");
+    EXPECT_EQ(peer_.requests, 0);
     ASSERT_EQ(GetAVStreamInit(kType, TakeFrame, nullptr), 0);
-    peer_.Put(0, 0, 1, kKey);
+    Lay("0: 1k");
     Start();
-    EXPECT_THAT(g_received.Serials(1), ElementsAre(1));
+    EXPECT_THAT(Serials(1), ElementsAre(1));
 }
 
 // The client holds frame 2 until `meanwhile` has happened to its record; whether it is told that its copy is whole.
@@ -432,89 +377,90 @@ TEST_F(FrameReader, TellsWhetherTheFrameInHandWasWrittenOver) {
         Start();
         EXPECT_TRUE(WaitUntil([] { return g_intact >= 0; }));
         EXPECT_EQ(g_intact, c.intact) << c.name;
-        AVStreamGetAVDataStop(kType, 0);
+        Stop();
     }
     EXPECT_EQ(AVStreamFrameIntact(kDelta.data(), &longer), 0) << "outside the callback";
 }
 
 // A key frame that is old, named again and again, is not a server that counts anew.
 TEST_F(FrameReader, DeliversNoOldFramesAgain) {
-    const int position = peer_.Put(0, peer_.Put(0, 1000, 48, kKey), 49, kKey);
-    peer_.current = peer_.last_key = position;
-    peer_.Put(0, position, 50, kKey);
-    peer_.Put(0, 3000, 20, kKey);  // of an earlier lap; what followed is written over
+    Lay("3000: 20k 1000: 48k 49k C L 50k");  // of number 20's lap nothing else is left
     Start();
-    EXPECT_THAT(g_received.Serials(1), ElementsAre(50));
+    EXPECT_THAT(Serials(1), ElementsAre(50));
     for (const int old_key : {1000, 3000, 1000, 3000}) {
         peer_.last_key = old_key;
         AwaitSearch(50);
     }
-    EXPECT_THAT(g_received.Serials(1), ElementsAre(50));
-    peer_.Put(0, 5000, 90, kKey);
-    peer_.last_key = 5000;
-    EXPECT_THAT(g_received.Serials(2), ElementsAre(50, 90));
+    EXPECT_THAT(Serials(1), ElementsAre(50));
+    Lay("5000: 90k 5000: L");
+    EXPECT_THAT(Serials(2), ElementsAre(50, 90));
 }
 
 TEST_F(FrameReader, LosesNoFrameRightInFrontOfTheKeyFrameItSearched) {
-    const int position = peer_.Put(0, 0, 1, kKey);
-    peer_.AnswerWith([&](AVMsgBuf& message) {
+    Lay("0: 1k");
+    peer_.AnswerWith([this](AVMsgBuf& message) {
         if (message.cmd == 0x2002) {
-            message.video_pos = static_cast<uint32_t>(peer_.Put(0, position, 2, kDelta));
-            peer_.Put(0, static_cast<int>(message.video_pos), 3, kKey);
+            const int key = peer_.Put(0, at_, 2, kDelta);
+            peer_.Put(0, key, 3, kKey);
+            message.video_pos = static_cast<uint32_t>(key);
         }
     });
     Start();
-    EXPECT_THAT(g_received.Serials(3), ElementsAre(1, 2, 3));
-    AVStreamGetAVDataStop(kType, 0);
-    peer_.AnswerWith(nullptr);
+    EXPECT_THAT(Serials(3), ElementsAre(1, 2, 3));
 }
 
 TEST_F(FrameReader, WatchesItsPlaceWhileAQuestionIsOpen) {
-    const int position = peer_.Put(0, 0, 1, kKey);
+    Lay("0: 1k");
     Start();
-    EXPECT_THAT(g_received.Serials(1), ElementsAre(1));
+    EXPECT_THAT(Serials(1), ElementsAre(1));
     peer_.mute_stream = 0;
     const int before = peer_.requests;
     EXPECT_TRUE(WaitUntil([&] { return peer_.requests != before; }));
-    peer_.Put(0, position, 2, kDelta);
+    Lay("2d");
     EXPECT_THAT(g_received.Serials(2, 2), ElementsAre(1, 2)) << "before the question is given up";
 }
 
 // Records that lead around in a ring must not keep the reader busy, and do not hold it for ever.
 TEST_F(FrameReader, RestsWhereRecordsLeadInACircle) {
+    const auto turns = [this] { return log_.Count("oldSerialNumber") + log_.Count("Endflag == 255"); };
     for (const uint32_t serial : {1u, 0u}) {
         g_received.Clear();
         peer_.last_key = -1;
         peer_.Put(0, 0, serial, "");
-        peer_.Put(0, 64, 0, kDelta, MediaPeer::Frame(AVDATA_END_RING));
-        const int before = log_.Count("oldSerialNumber") + log_.Count("Endflag == 255");
+        Lay("64: end");
+        const int before = turns();
         Start();
         std::this_thread::sleep_for(std::chrono::milliseconds(300));
-        EXPECT_LT(log_.Count("oldSerialNumber") + log_.Count("Endflag == 255") - before, 300);
-        EXPECT_THAT(g_received.Serials(1), ElementsAre(serial));
-        peer_.last_key = 5000;
-        peer_.Put(0, 5000, 9, kKey);
-        EXPECT_THAT(g_received.Serials(2), ElementsAre(serial, 9));
-        AVStreamGetAVDataStop(kType, 0);
+        EXPECT_LT(turns() - before, 300);
+        EXPECT_THAT(Serials(1), ElementsAre(serial));
+        Lay("5000: 9k 5000: L");
+        EXPECT_THAT(Serials(2), ElementsAre(serial, 9));
+        Stop();
     }
 }
 
-TEST_F(FrameReader, StaysNowhereForEver) {
-    AVDataInfo too_long = MediaPeer::Frame();
-    too_long.AVDataLen = INT32_MAX;
-    for (const AVDataInfo& record :
-         {too_long, MediaPeer::Frame(AVDATA_END_RING), MediaPeer::Frame(AVDATA_END_RESTART)}) {
+// Nothing a record can say makes the reader touch a byte outside the ring, end, or stay.
+TEST_F(FrameReader, StaysAtNoRecordForEver) {
+    std::vector<AVDataInfo> records;
+    for (const int length : {-1, INT32_MIN, 614400 - 1, INT32_MAX}) {
+        records.push_back(MediaPeer::Frame());
+        records.back().AVDataLen = length;
+    }
+    for (const int end_flag : {17, static_cast<int>(AVDATA_END_RING), static_cast<int>(AVDATA_END_RESTART)}) {
+        records.push_back(MediaPeer::Frame(end_flag));
+    }
+    records.push_back(MediaPeer::Frame());
+    records.back().AVDataCheck = 0x0BADBAD0;
+    for (const AVDataInfo& record : records) {
         g_received.Clear();
-        peer_.current = 1000;
-        peer_.Put(0, 0, 0, "", MediaPeer::Frame(AVDATA_END_RING));
-        peer_.Put(0, peer_.Put(0, 1000, 1, kKey), 0, "", record);
         peer_.last_key = -1;
+        Lay("0: end 1000: C 1k");
+        peer_.Put(0, at_, 2, "x", record);
         Start();
-        EXPECT_THAT(g_received.Serials(1), ElementsAre(1));
-        peer_.Put(0, 5000, 9, kKey);
-        peer_.last_key = 5000;
-        EXPECT_THAT(g_received.Serials(2), ElementsAre(1, 9)) << record.EndFlag;
-        AVStreamGetAVDataStop(kType, 0);
+        EXPECT_THAT(Serials(1), ElementsAre(1));
+        Lay("5000: 9k 10d 5000: L");
+        EXPECT_EQ(g_received.Until(10), (std::vector<uint32_t>{1, 9, 10})) << record.AVDataLen << ' ' << record.EndFlag;
+        Stop();
     }
 }
 
@@ -523,30 +469,19 @@ TEST_F(FrameReader, GoesOnAfterAFrameThatWasWrittenOver) {
     ASSERT_EQ(GetAVStreamInit(kType, HoldFrame2, nullptr), 0);
     for (const bool next_is_left : {true, false}) {
         g_received.Clear();
-        const int at = peer_.Put(0, 0, 1, kKey);
-        const int next = peer_.Put(0, at, 2, kDelta);
-        peer_.Put(0, next, 3, kDelta);
-        peer_.Put(0, 5000, 9, kKey);
-        peer_.last_key = 5000;
-        g_meanwhile = [&] { peer_.Put(0, at, 502, std::string(next_is_left ? 5 : 200, 'x')); };
+        Lay("5000: L 9k 0: 1k");
+        g_meanwhile = [this, at = at_, next_is_left] {
+            peer_.Put(0, at, 502, std::string(next_is_left ? 5 : 200, 'x'));
+        };
+        Lay("2d");
+        const int next = at_;
+        Lay("3d");
         Start();
         EXPECT_EQ(g_received.Until(9),
                   (next_is_left ? std::vector<uint32_t>{1, 2, 3, 9} : std::vector<uint32_t>{1, 2, 9}));
         EXPECT_EQ(log_.Count("VideoPos = " + std::to_string(next) + " AVDataCheck =="), 0) << "it does not wait there";
-        AVStreamGetAVDataStop(kType, 0);
+        Stop();
     }
-}
-
-TEST_F(FrameReader, ReadsANewRingFromItsBeginning) {
-    peer_.Put(0, 0, 5000, kKey);
-    Start();
-    EXPECT_THAT(g_received.Serials(1), ElementsAre(5000));
-    peer_.silent = true;
-    peer_.Restart();
-    peer_.last_key = peer_.Put(0, peer_.Put(0, 0, 1, kKey), 2, kDelta);
-    peer_.Put(0, peer_.last_key, 3, kKey);
-    peer_.silent = false;
-    EXPECT_THAT(g_received.Serials(4), ElementsAre(5000, 1, 2, 3));
 }
 
 // A client that is too slow for its ring: what it is told to be whole is whole, and nothing comes twice.
@@ -605,79 +540,41 @@ TEST_F(FrameReader, GivesALateClientWholeFramesInOrder) {
     EXPECT_GE(g_whole, 100u);
 }
 
-// Nothing a ring can say makes the reader touch a byte outside it, or end.
-TEST_F(FrameReader, SurvivesLengthsThatCannotBe) {
-    for (const int length : {-1, INT32_MIN, 614400 - 1}) {
-        g_received.Clear();
-        AVDataInfo damaged = MediaPeer::Frame();
-        damaged.AVDataLen = length;
-        EXPECT_EQ(After(damaged, "x"), (std::vector<uint32_t>{1, 9, 10})) << length;
-        AVStreamGetAVDataStop(kType, 0);
-    }
-}
-
-TEST_F(FrameReader, WaitsAtALengthAboveTheRingUntilTheServerWritesThere) {
-    const int position = peer_.Put(0, 0, 1, kKey);
-    peer_.Park(0, position);
-    Start();
-    EXPECT_THAT(g_received.Serials(1), ElementsAre(1));
-    AwaitLine("pDataInfo->AVDataLen = 2147483647 up to Max 614400\n");
-    peer_.Put(0, position, 2, kDelta);
-    EXPECT_THAT(g_received.Serials(2), ElementsAre(1, 2));
-}
-
-TEST_F(FrameReader, SurvivesGarbageAndRecordsThatNeverBecomeReady) {
-    AVDataInfo garbage = MediaPeer::Frame();
-    garbage.AVDataCheck = 0x0BADBAD0;
-    for (const AVDataInfo& damaged : {garbage, MediaPeer::Frame(17)}) {
-        g_received.Clear();
-        EXPECT_EQ(After(damaged, "x"), (std::vector<uint32_t>{1, 9, 10}));
-        AVStreamGetAVDataStop(kType, 0);
-    }
-}
-
 // An earlier process was killed with a question on its way: what comes first is the answer to that one.
 TEST_F(FrameReader, TakesNoAnswerThatWaitedAlready) {
-    peer_.Put(0, 3000, 7, kKey);  // an old place that looks good
+    Lay("3000: 7k");  // an old place that looks good
     peer_.PutAnswer(kType, 0x2001, 0, 3000);
     peer_.PutAnswer(kType, 0x2002, 0, 3000);
-    EXPECT_THAT(After(MediaPeer::Frame(17), "x"), ElementsAre(1, 9, 10));
+    EXPECT_THAT(WhatComesAfterASearch(), ElementsAre(1, 9, 10));
 }
 
 TEST_F(FrameReader, TakesNoAnswerAboutAnotherStreamOrCommand) {
-    peer_.Put(0, 3000, 7, kKey);
+    Lay("3000: 7k");
     peer_.AnswerWith([this](AVMsgBuf& message) {
         peer_.PutAnswer(kType, message.cmd, 1, 3000);
         peer_.PutAnswer(kType, message.cmd ^ 0x0003, 0, 3000);
         message.video_pos = message.cmd == 0x2002 ? 5000 : 0;
     });
-    EXPECT_THAT(After(MediaPeer::Frame(17), "x"), ElementsAre(1, 9, 10));
-    AVStreamGetAVDataStop(kType, 0);
-    peer_.AnswerWith(nullptr);
+    EXPECT_THAT(WhatComesAfterASearch(), ElementsAre(1, 9, 10));
 }
 
 TEST_F(FrameReader, TakesAnswersThatNameNothing) {
     peer_.AnswerWith([](AVMsgBuf& message) {
-        const int32_t type = message.src;
-        const bool key = message.cmd == 0x2002;
-        message = AVMsgBuf{};
-        message.des = type;
-        message.video_pos = key ? 5000 : 0;
+        const uint32_t position = message.cmd == 0x2002 ? 5000 : 0;
+        message = AVMsgBuf{message.src, 0, 0, 0, position, 0, 0, 0, {}};
     });
-    EXPECT_THAT(After(MediaPeer::Frame(17), "x"), ElementsAre(1, 9, 10));
-    AVStreamGetAVDataStop(kType, 0);
-    peer_.AnswerWith(nullptr);
+    EXPECT_THAT(WhatComesAfterASearch(), ElementsAre(1, 9, 10));
 }
 
 TEST_F(FrameReader, AStreamThatIsNeverAnsweredHoldsUpNoOtherAndIsAskedAgain) {
     peer_.mute_stream = 0;
-    peer_.Put(0, 0, 1, kKey);
+    Lay("0: 1k");
     peer_.Park(1, peer_.Put(1, 0, 7, kKey));
     Start(0);
     Start(1);
-    EXPECT_THAT(g_received.Serials(1), ElementsAre(7));
+    EXPECT_THAT(Serials(1), ElementsAre(7));
     peer_.mute_stream = -1;
-    EXPECT_THAT(g_received.Serials(2), ElementsAre(7, 1));
+    EXPECT_THAT(Serials(2), ElementsAre(7, 1));
 }
 
 TEST_F(FrameReader, DoesNotFillUpAQueueThatNobodyReads) {
@@ -693,51 +590,45 @@ TEST_F(FrameReader, DoesNotFillUpAQueueThatNobodyReads) {
     EXPECT_EQ(IpcMsgCount(msgget(0x61766C79, 0)), kFull);
     peer_.silent = false;
     EXPECT_EQ(IpcMsgDiscard(msgget(0x61766C79, 0), kNobody), 0);
-    EXPECT_THAT(g_received.Serials(1), ElementsAre(1));
+    EXPECT_THAT(Serials(1), ElementsAre(1));
 }
 
 TEST_F(FrameReader, SurvivesPositionsThatCannotBe) {
-    std::atomic<int> asked{0};
-    peer_.AnswerWith([&](AVMsgBuf& message) {
+    static std::atomic<int> asked;
+    asked = 0;
+    peer_.AnswerWith([](AVMsgBuf& message) {
         constexpr uint32_t kWrong[] = {614400, 0x7FFFFFFF, 614399, 0xFFFFFFFF};
         message.video_pos = kWrong[asked++ % 4];
     });
     Start();
-    EXPECT_TRUE(WaitUntil([&] { return asked > 4; }));
-    EXPECT_TRUE(g_received.Serials(0).empty());
-    AVStreamGetAVDataStop(kType, 0);
-    peer_.AnswerWith(nullptr);
+    EXPECT_TRUE(WaitUntil([] { return asked > 4; }));
+    EXPECT_TRUE(Serials(0).empty());
 }
 
 TEST_F(FrameReader, ARepeatAtTheVeryEndOfTheRingIsNotLookedPast) {
     const std::string payload(50, 'x');
-    const int position = 614464 - 64 - 50;
-    peer_.Put(0, position, 3, payload);
-    peer_.current = position;
+    peer_.current = 614464 - 64 - 50;
+    peer_.Put(0, peer_.current, 3, payload);
     Start();  // reads it, then stands past the segment's end
-    EXPECT_THAT(g_received.Serials(1), ElementsAre(3));
-    peer_.Put(0, 5000, 9, kKey);
-    peer_.last_key = 5000;
-    EXPECT_THAT(g_received.Serials(2), ElementsAre(3, 9));
+    EXPECT_THAT(Serials(1), ElementsAre(3));
+    Lay("5000: 9k 5000: L");
+    EXPECT_THAT(Serials(2), ElementsAre(3, 9));
 }
 
 // A stream that is not recorded costs little, loses nothing, and is followed closely again once it is.
 TEST_F(FrameReader, LooksSeldomWhereNobodyWaits) {
     static std::atomic<int> urgent{0};
-    AVStreamUrgencySet(kType, [](int stream) { return stream == 1 ? urgent.load() : 0; });
-    int position = peer_.Put(1, 0, 1, kKey);
-    peer_.Park(1, position);
-    Start(1);
-    EXPECT_EQ(g_received.Until(1), (std::vector<uint32_t>{1}));
+    AVStreamUrgencySet(kType, [](int) { return urgent.load(); });
+    Lay("0: 1k park");
+    Start();
     for (uint32_t serial = 2; serial <= 20; ++serial) {
-        position = peer_.Put(1, position, serial, kDelta);
-        peer_.Park(1, position);
+        Lay(std::to_string(serial) + "d park");
         EXPECT_EQ(g_received.Until(serial).size(), serial);
     }
     EXPECT_TRUE(ComesToSleep(160));
     urgent = 1;
     EXPECT_TRUE(ComesToSleep(2));
-    peer_.Put(1, position, 21, kDelta);
+    Lay("21d");
     EXPECT_EQ(g_received.Until(21).size(), 21u);
 }
 
@@ -774,8 +665,7 @@ TEST_F(FrameReader, HardlyAsksWhereNobodyAnswers) {
     EXPECT_EQ(g_last_sleep, 100u);
     peer_.silent = false;
     peer_.Put(0, 0, 1, kKey);
-    EXPECT_EQ(g_received.Until(1), (std::vector<uint32_t>{1}));
-    ReplaceClock(&kHastyClock);
+    EXPECT_THAT(Serials(1), ElementsAre(1));
 }
 
 }  // namespace

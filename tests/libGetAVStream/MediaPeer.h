@@ -56,7 +56,7 @@ class MediaPeer {
     }
 
     // Writes a record and returns the position after it.
-    int Put(int stream, int position, uint32_t serial, const std::string& payload, AVDataInfo header) {
+    int Put(int stream, int position, uint32_t serial, const std::string& payload, AVDataInfo header = Frame()) {
         header.SerialNumber = serial;
         if (header.AVDataLen == 0) {
             header.AVDataLen = static_cast<int32_t>(payload.size());
@@ -71,17 +71,12 @@ class MediaPeer {
         std::memcpy(at + offsetof(AVDataInfo, EndFlag), &end_flag, sizeof end_flag);
         return position + static_cast<int>(sizeof header + payload.size());
     }
-    // An answer that nobody asked for now.
-    void PutAnswer(int type, int32_t command, int stream, uint32_t position) {
-        AVMsgBuf answer{};
-        answer.des = answer.src = type;
-        answer.cmd = command;
-        answer.video_index = stream;
-        answer.video_pos = position;
-        EXPECT_EQ(IpcMsgSend(queue_, &answer, sizeof answer), 0);
-    }
-    int Put(int stream, int position, uint32_t serial, const std::string& payload) {
-        return Put(stream, position, serial, payload, Frame());
+    // An answer that nobody asked for now, followed by `more` bytes.
+    void PutAnswer(int type, int32_t command, int stream, uint32_t position, size_t more = 0) {
+        const AVMsgBuf answer{type, type, command, stream, position, 0, 0, 0, {}};
+        std::string bytes(reinterpret_cast<const char*>(&answer), sizeof answer);
+        bytes.append(more, '\x11');
+        EXPECT_EQ(IpcMsgSend(queue_, bytes.data(), static_cast<int>(bytes.size())), 0);
     }
     // A reader that comes here waits for as long as it takes, until a record is put here.
     void Park(int stream, int position) {
@@ -94,7 +89,6 @@ class MediaPeer {
         std::memcpy(&header, bases_[stream] + position, sizeof header);
         return header;
     }
-    const char* Base(int stream) const { return bases_[stream]; }
 
     // Answers all requests from now on; it may run until the peer goes.
     void AnswerWith(std::function<void(AVMsgBuf&)> answer) {

@@ -14,7 +14,6 @@
 #include "Clock.h"
 #include "RecorderStatus.h"
 #include "StoreFile.h"
-#include "libLog.h"
 #include "support/Stderr.h"
 
 namespace {
@@ -32,10 +31,9 @@ struct Fault {
 };
 
 // The system's calls, of which a test makes some fail.
-class Door : public testing::Test {
+class Door : public support::LoggedTest {
   protected:
     Door() {
-        LogInit(nullptr, LOG_MODE_CONSOLE);
         ReplaceClock(&kClock);
         card::ReplaceCardCalls(nullptr);
         fault = Fault{};
@@ -53,7 +51,6 @@ class Door : public testing::Test {
     ~Door() override {
         card::ReplaceCardCalls(nullptr);
         ReplaceClock(nullptr);
-        LogCleanup();
     }
     Result Read(size_t length = 4, uint64_t offset = 0) {
         return card::ReadAt(Kind::kIndex, file_.fd(), offset, buffer_, static_cast<int64_t>(length));
@@ -66,7 +63,6 @@ class Door : public testing::Test {
     static void Wait(int seconds) { uptime_ms += seconds * 1000; }
     StoreFile file_;
     char buffer_[64] = {};
-    support::Captured log_;
 
   private:
     template <class Call>

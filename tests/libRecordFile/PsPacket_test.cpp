@@ -5,6 +5,7 @@
 #include <array>
 #include <climits>
 #include <cstring>
+#include <numeric>
 #include <vector>
 
 #include "StoreFile.h"
@@ -49,24 +50,24 @@ std::string Payload(int length, char first = 0x65) {
 }
 
 const std::string kStartCode = Hex("00000001");
+const std::string kKeyFrameHeaders = Hex(kPack) + Hex(kSystem) + Hex(kMap);
 
 // Packs into a buffer of just the size that was promised, so that a sanitizer sees a byte too many.
-std::string PackVideo(bool is_key, const std::string& frame, const AVStreamParam& stream = kStream,
-                      uint32_t index = 1) {
+std::string PackVideo(bool is_key, const std::string& frame) {
     const int64_t size = PackedVideoSize(is_key, frame.data(), static_cast<int>(frame.size()));
     EXPECT_GE(size, 0);
     std::vector<char> out(static_cast<size_t>(size));
-    EXPECT_EQ(libAVRecordVideoPsStreamWrite(is_key, frame.data(), static_cast<int>(frame.size()), out.data(), index,
-                                            &stream, kTime),
+    EXPECT_EQ(libAVRecordVideoPsStreamWrite(is_key, frame.data(), static_cast<int>(frame.size()), out.data(), 1,
+                                            &kStream, kTime),
               size);
     return {out.begin(), out.end()};
 }
 
-std::string PackAudio(const std::string& payload, uint32_t index) {
+std::string PackAudio(const std::string& payload) {
     const int64_t size = PackedAudioSize(static_cast<int>(payload.size()));
     EXPECT_GE(size, 0);
     std::vector<char> out(static_cast<size_t>(size));
-    EXPECT_EQ(libAVRecordAudioPsStreamWrite(payload.data(), static_cast<int>(payload.size()), out.data(), index), size);
+    EXPECT_EQ(libAVRecordAudioPsStreamWrite(payload.data(), static_cast<int>(payload.size()), out.data(), 0), size);
     return {out.begin(), out.end()};
 }
 
@@ -75,17 +76,15 @@ TEST(PsPacket, AKeyFrameIsCutAtItsFirstThreeStartCodes) {
     const std::string pps = kStartCode + Payload(5, 0x68);
     const std::string sei = kStartCode + Payload(9, 0x06);
     const std::string idr = kStartCode + Payload(300, 0x65);
-    const std::string headers = Hex(kPack) + Hex(kSystem) + Hex(kMap);
     const std::string rest = sei + idr;
     EXPECT_EQ(ToHex(PackVideo(true, sps + pps + sei + idr)),
-              ToHex(headers + Packet("E0", 24) + sps + Packet("E0", 9) + pps +
+              ToHex(kKeyFrameHeaders + Packet("E0", 24) + sps + Packet("E0", 9) + pps +
                     Packet("E0", static_cast<int>(rest.size())) + rest));
-    EXPECT_EQ(PackVideo(true, sps + idr), headers + Packet("E0", 24) + sps + Packet("E0", 304) + idr);
-    EXPECT_EQ(PackVideo(true, idr), headers + Packet("E0", 304) + idr);
+    EXPECT_EQ(PackVideo(true, sps + idr), kKeyFrameHeaders + Packet("E0", 24) + sps + Packet("E0", 304) + idr);
+    EXPECT_EQ(PackVideo(true, idr), kKeyFrameHeaders + Packet("E0", 304) + idr);
 }
 
 TEST(PsPacket, AKeyFrameCountsOnlyStartCodesWithDataAfterThem) {
-    const std::string headers = Hex(kPack) + Hex(kSystem) + Hex(kMap);
     struct {
         const char* frame;
         const char* packed;  // its first packet's payload; null: the headers alone
@@ -102,58 +101,46 @@ TEST(PsPacket, AKeyFrameCountsOnlyStartCodesWithDataAfterThem) {
     for (const auto& c : cases) {
         const std::string payload = c.packed == nullptr ? "" : Hex(c.packed);
         const std::string packets = payload.empty() ? "" : Packet("E0", static_cast<int>(payload.size())) + payload;
-        EXPECT_EQ(ToHex(PackVideo(true, Hex(c.frame))), ToHex(headers + packets)) << c.frame;
+        EXPECT_EQ(ToHex(PackVideo(true, Hex(c.frame))), ToHex(kKeyFrameHeaders + packets)) << c.frame;
     }
 }
 
 TEST(PsPacket, LongPayloadsBecomeSeveralPacketsOfOneClock) {
-    struct {
-        int length;
-        std::vector<int> packets;
-    } const cases[] = {
-        {0, {}},
-        {1, {1}},
-        {65469, {65469}},
-        {65470, {65470}},
-        {65471, {65470, 1}},
-        {70000, {65470, 4530}},
-        {196410, {65470, 65470, 65470}},
-    };
-    for (const auto& c : cases) {
-        const std::string frame = Payload(c.length, 0x41);
+    const std::vector<int> cases[] = {{}, {1}, {65469}, {65470}, {65470, 1}, {65470, 4530}, {65470, 65470, 65470}};
+    for (const std::vector<int>& packets : cases) {
+        const int length = std::accumulate(packets.begin(), packets.end(), 0);
+        const std::string frame = Payload(length, 0x41);
         std::string expected = Hex(kPack);
         size_t at = 0;
-        for (const int packet : c.packets) {
+        for (const int packet : packets) {
             expected += Packet("E0", packet) + frame.substr(at, static_cast<size_t>(packet));
             at += static_cast<size_t>(packet);
         }
-        EXPECT_TRUE(PackVideo(false, frame) == expected) << c.length;
+        EXPECT_TRUE(PackVideo(false, frame) == expected) << length;
     }
     // Of a key frame, every piece by itself.
     const std::string sps = kStartCode + Payload(8, 0x67);
     const std::string idr = kStartCode + Payload(65467, 0x65);
-    EXPECT_TRUE(PackVideo(true, sps + idr) == Hex(kPack) + Hex(kSystem) + Hex(kMap) + Packet("E0", 12) + sps +
-                                                  Packet("E0", 65470) + idr.substr(0, 65470) + Packet("E0", 1) +
-                                                  idr.substr(65470));
+    EXPECT_TRUE(PackVideo(true, sps + idr) == kKeyFrameHeaders + Packet("E0", 12) + sps + Packet("E0", 65470) +
+                                                  idr.substr(0, 65470) + Packet("E0", 1) + idr.substr(65470));
 }
 
 TEST(PsPacket, AFrameOf64KiBIsWorthALineInTheLog) {
     support::Captured out;
     LogInit(nullptr, LOG_MODE_ALL);
     PackVideo(false, Payload(65535));
-    const std::string before = out.Text();
+    EXPECT_EQ(out.Text(), "");
     PackVideo(false, Payload(65536));
     LogCleanup();
-    EXPECT_EQ(before, "");
     EXPECT_THAT(out.Text(),
                 testing::EndsWith(" ####################################################### uiDataLen =  65536\n"));
 }
 
 TEST(PsPacket, SoundIsOnePacketWithTheNextClock) {
     const std::string payload = Payload(320);
-    EXPECT_EQ(ToHex(PackAudio(payload, 0)), ToHex(Packet("C0", 320) + payload));
-    EXPECT_EQ(ToHex(PackAudio("", 0)), "00 00 01 c0 00 00 80 80 05 21 00 01 1c 21 ") << "no payload has length 0";
-    EXPECT_EQ(PackAudio(Payload(65527), 0).substr(0, 6), Hex("000001C0 FFFF"));
+    EXPECT_EQ(ToHex(PackAudio(payload)), ToHex(Packet("C0", 320) + payload));
+    EXPECT_EQ(ToHex(PackAudio("")), "00 00 01 c0 00 00 80 80 05 21 00 01 1c 21 ") << "no payload has length 0";
+    EXPECT_EQ(PackAudio(Payload(65527)).substr(0, 6), Hex("000001C0 FFFF"));
     // One byte more would wrap the packet's 16-bit length: nothing is written.
     char untouched = 'u';
     EXPECT_EQ(PackedAudioSize(65528), -1);

@@ -2,12 +2,15 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 namespace support {
 
 inline constexpr char kCardDirectory[] = "/var/etc/sdcard/";
 inline constexpr char kCardDevice[] = "/dev/mmcblk0p1";
+inline const std::string kIndexFile = "/var/etc/sdcard/index000.bin";
+inline const std::string kEventFile = "/var/etc/sdcard/event000.bin";
 
 // A store to put on the card; say only what matters.
 struct Store {
@@ -34,6 +37,12 @@ class Card {
 
     static std::string RecordFile(uint32_t number);  // full path of hi%06d.mp4
     static std::string Read(const std::string& path, uint64_t offset, uint64_t length);
+    template <class Record>
+    static Record At(const std::string& path, uint64_t offset) {
+        Record record;
+        std::memcpy(&record, Read(path, offset, sizeof record).data(), sizeof record);
+        return record;
+    }
 
   private:
     static void Mount();
