@@ -36,23 +36,21 @@ size_t Sounds() {
 }
 
 TEST(Feed, H264AndH265PassThroughUnchanged) {
-    struct {
-        const char *name, *codecs;
-    } const kFiles[] = {{"h264.mp4", "-c:v libx264 -g 30 -bf 3 -c:a aac"},
-                        {"h265.mkv", "-c:v libx265 -x265-params log-level=error:keyint=30 -c:a libmp3lame"},
-                        {"h264.ts", "-c:v libx264 -g 30 -x264-params aud=1 -c:a mp2"},
-                        {"silent.mp4", "-an -c:v libx264 -g 30"}};
-    for (const auto& file : kFiles) {
-        const std::string path = MakeFile(file.name, file.codecs);
+    for (const auto& [name, codecs] :
+         {std::pair{"h264.mp4", "-c:v libx264 -g 30 -bf 3 -c:a aac"},
+          std::pair{"h265.mkv", "-c:v libx265 -x265-params log-level=error:keyint=30 -c:a libmp3lame"},
+          std::pair{"h264.ts", "-c:v libx264 -g 30 -x264-params aud=1 -c:a mp2"},
+          std::pair{"silent.mp4", "-an -c:v libx264 -g 30"}}) {
+        const std::string path = MakeFile(name, codecs);
         Feed(path);
         const std::string expected = Md5(path);
-        EXPECT_EQ(Md5("/tmp/desk_test.0"), expected) << file.name;
-        EXPECT_EQ(Md5("/tmp/desk_test.1"), expected) << file.name;
+        EXPECT_EQ(Md5("/tmp/desk_test.0"), expected) << name;
+        EXPECT_EQ(Md5("/tmp/desk_test.1"), expected) << name;
         const auto video = Running::Video(0);
-        EXPECT_EQ(video.size(), kSeconds * 25U) << file.name;
+        EXPECT_EQ(video.size(), kSeconds * 25U) << name;
         EXPECT_TRUE(video.front().key);
         EXPECT_GE(std::ranges::count_if(video, &Line::key), 4) << "every 30 frames";
-        EXPECT_NEAR(static_cast<double>(Sounds()), kSeconds * 25, 5) << file.name;
+        EXPECT_NEAR(static_cast<double>(Sounds()), kSeconds * 25, 5) << name;
     }
 }
 
@@ -77,15 +75,11 @@ TEST(Feed, ATurnThatOnlyTheContainerKnowsGoesIntoTheStream) {
 
 TEST(Feed, OtherCodecsAreEncodedAsTheSettingsSay) {
     const std::string path = MakeFile("mpeg4.avi", "-c:v mpeg4 -q:v 2 -c:a mp3");
-    struct {
-        const char *setting, *expected;
-    } const kCodecs[] = {{"lan_config.nEncodingType1 = 0\n", "h264,160,96,100\n"},
-                         {"lan_config.nEncodingType1 = 1\n", "hevc,160,96,100\n"}};
-    for (const auto& codec : kCodecs) {
-        Feed(path, std::string("stream_config[0].width = 160\nstream_config[0].height = 96\n") + codec.setting);
+    for (const std::string type : {"0", "1"}) {
+        Feed(path, "stream_config[0].width = 160\nstream_config[0].height = 96\nlan_config.nEncodingType1 = " + type);
         EXPECT_EQ(Shell("ffprobe -v error -count_frames -show_entries stream=codec_name,width,height,nb_read_frames "
                         "-of csv=p=0 /tmp/desk_test.0"),
-                  codec.expected);
+                  type == "0" ? "h264,160,96,100\n" : "hevc,160,96,100\n");
         // Each record is one whole access unit: no start code but a key frame's parameter sets stands in front of it.
         EXPECT_EQ(Running::Video(0).size(), 100U);
     }

@@ -53,7 +53,7 @@ TEST_F(MediaServerTest, AReaderGetsEveryFrameByteForByteOverManyLaps) {
         std::thread writer([&] {
             for (uint32_t n = 0; n < kFrames; ++n) {
                 Publish(stream, Numbered(n, kSizes[stream]));
-                if (!Within(5s, [&] { return read + 3 > n; })) return;
+                if (!WaitUntil([&] { return read + 3 > n; })) return;
             }
         });
         for (uint32_t n = 0; n < kFrames; ++n) {
@@ -87,11 +87,8 @@ TEST_F(MediaServerTest, ARestartSendsReadersToTheBeginning) {
     Publish(0, Unit(1000, false));
     ASSERT_TRUE(reader.Next() && reader.Next());
     EXPECT_EQ(AVServerVideoRestart(AVACCESS_1ST_STREAM), 0);
-    {
-        const auto turn = media_.BeginFrame(0);
-        EXPECT_TRUE(turn.key_wanted);
-        media_.PublishVideo(0, Unit(500, true), 0);
-    }
+    EXPECT_TRUE(media_.BeginFrame(0).key_wanted);
+    Publish(0, Unit(500, true));
     const auto frame = reader.Next();
     ASSERT_TRUE(frame);
     EXPECT_EQ(reader.restarts, 1);
@@ -138,8 +135,7 @@ TEST(FrameRing, GoesOnWhereAKilledCameraStopped) {
     FrameRing ring(kKey, kSize);
     EXPECT_EQ(ring.LastSerial(), 45U);
     EXPECT_EQ(ring.WritePosition(), 45 % 18 * 1064U) << "18 records fit into a lap";
-    for (uint32_t i = 46; i < 100; ++i)
-        EXPECT_EQ(ring.Publish({AV_FRAME_TYPE_VIDEO, Unit(1000, false, i).bytes, 0})->serial, i);
+    EXPECT_EQ(ring.Publish({AV_FRAME_TYPE_VIDEO, Unit(1000, false).bytes, 0})->serial, 46U);
 }
 
 }  // namespace

@@ -7,11 +7,9 @@
 #include <sys/shm.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <functional>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -21,20 +19,11 @@
 #include "DeskCamera.h"
 #include "Ffmpeg.h"
 #include "libAVServerAccess.h"
+#include "support/WaitUntil.h"
 
 namespace desk_test {
 
-using namespace std::chrono_literals;
-
-// Whether `condition` came true within `bound`.
-inline bool Within(std::chrono::milliseconds bound, const std::function<bool()>& condition) {
-    const auto end = std::chrono::steady_clock::now() + bound;
-    while (std::chrono::steady_clock::now() < end) {
-        if (condition()) return true;
-        std::this_thread::sleep_for(2ms);
-    }
-    return condition();
-}
+using support::WaitUntil;
 
 inline std::string ReadText(const std::string& path) {
     std::ostringstream text;
@@ -51,7 +40,7 @@ inline void WriteText(const std::string& path, const std::string& text) {
 // What a shell command prints; fails the test when the command fails.
 inline std::string Shell(const std::string& command) {
     std::string text;
-    FILE* const pipe = popen(command.c_str(), "r");
+    FILE* const pipe = popen(command.c_str(), "re");
     for (int c = 0; (c = std::fgetc(pipe)) != EOF;) text += static_cast<char>(c);
     EXPECT_EQ(pclose(pipe), 0) << command << "\n" << text;
     return text;
@@ -87,10 +76,10 @@ class RingReader {
 
     void GoTo(uint32_t position) { position_ = position; }
 
-    // The next frame, if it comes within the time.
-    std::optional<RingFrame> Next(std::chrono::milliseconds bound = 2000ms) {
+    // The next frame, if it comes.
+    std::optional<RingFrame> Next() {
         std::optional<RingFrame> frame;
-        Within(bound, [&] {
+        WaitUntil([&] {
             const AVDataInfo header = Header();
             if (header.AVDataCheck != 0x12345678) return false;
             if (header.EndFlag == 255 || header.EndFlag == 253) {
@@ -141,17 +130,16 @@ inline std::vector<Line> ReadJournal(const std::string& path) {
     std::vector<Line> lines;
     std::ifstream file(path);
     for (std::string text; std::getline(file, text) && !file.eof();) {
-        Line line{};
-        char kind[6] = {};
-        int key = 0;
-        long long time = 0;
         if (text.starts_with("#")) continue;
-        EXPECT_EQ(
-            std::sscanf(text.c_str(), "stream=%d kind=%5s serial=%u length=%u key=%d time_ms=%lld position=%u crc32=%x",
-                        &line.stream, kind, &line.serial, &line.length, &key, &time, &line.position, &line.crc),
-            8)
+        Line line{};
+        char kind = 0;
+        int key = 0;
+        EXPECT_EQ(std::sscanf(text.c_str(),
+                              "stream=%d kind=%c%*s serial=%u length=%u key=%d time_ms=%*d position=%u crc32=%x",
+                              &line.stream, &kind, &line.serial, &line.length, &key, &line.position, &line.crc),
+                  7)
             << text;
-        line.video = std::string(kind) == "video";
+        line.video = kind == 'v';
         line.key = key == 1;
         lines.push_back(line);
     }
@@ -197,7 +185,7 @@ class Running {
     // Waits until so many more video frames of the stream are out than now.
     static void WaitForVideo(int stream, size_t more) {
         const size_t wanted = Video(stream).size() + more;
-        ASSERT_TRUE(Within(10s, [&] { return Video(stream).size() >= wanted; }));
+        ASSERT_TRUE(WaitUntil([&] { return Video(stream).size() >= wanted; }));
     }
 
   private:

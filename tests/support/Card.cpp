@@ -10,12 +10,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <vector>
 
 namespace support {
 
 namespace {
+
+constexpr uint32_t kSystemFlag = 0x46484953;  // "SIHF"
+constexpr uint32_t kFileFlag = 0x46484652;    // "RFHF"
 
 void Require(bool condition, const char* what) {
     if (!condition) {
@@ -30,29 +31,6 @@ void Put(const std::string& path, uint64_t size, uint64_t offset = 0, const void
     Require(ftruncate64(fd, static_cast<off64_t>(size)) == 0, "ftruncate");
     Require(pwrite64(fd, bytes, length, static_cast<off64_t>(offset)) == static_cast<ssize_t>(length), "pwrite");
     close(fd);
-}
-
-void CopySparse(const std::string& from, const std::string& to) {
-    const int in = open(from.c_str(), O_RDONLY | O_CLOEXEC);
-    Require(in >= 0, from.c_str());
-    const off64_t size = lseek64(in, 0, SEEK_END);
-    Put(to, static_cast<uint64_t>(size));
-    const int out = open(to.c_str(), O_WRONLY | O_CLOEXEC);
-    std::vector<char> block(1 << 16);
-    for (off64_t at = lseek64(in, 0, SEEK_DATA); at >= 0; at = lseek64(in, at, SEEK_DATA)) {
-        const ssize_t length = pread64(in, block.data(), block.size(), at);
-        Require(length > 0 && pwrite64(out, block.data(), static_cast<size_t>(length), at) == length, "copy");
-        at += length;
-    }
-    close(out);
-    close(in);
-}
-
-// Independent of the recorder's own records: the test's second opinion of the layout.
-void Set32(unsigned char* at, uint32_t value) {
-    for (int i = 0; i < 4; ++i) {
-        at[i] = static_cast<unsigned char>(value >> (8 * i));
-    }
 }
 
 }  // namespace
@@ -98,36 +76,24 @@ void Card::Pull() {
 
 void Card::Plug() {
     Mount();
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd/" + std::to_string(pulled_))) {
-        CopySparse(entry.path(), kCardDirectory + entry.path().filename().string());
-    }
+    const std::string files = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(pulled_) + "/.";
+    Require(std::system(("cp -r --sparse=always " + files + " " + kCardDirectory).c_str()) == 0, "cp");
     close(pulled_);
     pulled_ = -1;
     MakeDeviceNode();
 }
 
 void Card::Prepare(const Store& store) {
-    unsigned char system[236] = {};
-    std::memcpy(system, "SIHF", 4);
-    Set32(system + 4, 1);
-    Set32(system + 8, store.files * 256 + 1024);
-    Set32(system + 12, store.files << 28);
-    Set32(system + 20, store.files);
-    Set32(system + 24, store.used_files);
-    Set32(system + 28, store.current_file);
-    Set32(system + 32, 0x55AABB55);
-    Put(std::string(kCardDirectory) + "index000.bin", 64u << 20, 0, system, sizeof system);
+    // Independent of the recorder's own records: the test's second opinion of the layout.
+    const std::string index = std::string(kCardDirectory) + "index000.bin";
+    const uint32_t system[59] = {kSystemFlag, 1,           store.files * 256 + 1024, store.files << 28,
+                                 0,           store.files, store.used_files,         store.current_file,
+                                 0x55AABB55};
+    Put(index, 64u << 20, 0, system, sizeof system);
     if (store.current_length != 0) {
-        unsigned char head[48] = {};
-        std::memcpy(head, "RFHF", 4);
-        Set32(head + 4, store.current_file);
-        Set32(head + 8, store.start_time);
-        Set32(head + 12, store.start_time + 60);
-        Set32(head + 16, store.current_length);
-        Set32(head + 20, 1);
-        Set32(head + 24, 1);
-        Put(std::string(kCardDirectory) + "index000.bin", 64u << 20, 1024 + 48ull * store.current_file, head,
-            sizeof head);
+        const uint32_t head[12] = {
+            kFileFlag, store.current_file, store.start_time, store.start_time + 60, store.current_length, 1, 1};
+        Put(index, 64u << 20, 1024 + 48ull * store.current_file, head, sizeof head);
     }
     Put(std::string(kCardDirectory) + "event000.bin", 64u << 20);
     for (uint32_t n = 0; n < store.files; ++n) {

@@ -6,10 +6,10 @@
 
 namespace support {
 
-// Waits for `condition` to hold, 20 seconds at most; whether it did.
+// Waits for `condition` to hold, at most so many seconds; whether it did.
 template <class Condition>
-bool WaitUntil(Condition condition) {
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+bool WaitUntil(Condition condition, int at_most = 20) {
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(at_most);
     while (!condition()) {
         if (std::chrono::steady_clock::now() > limit) {
             return false;
