@@ -5,6 +5,7 @@
 #include "FormatText.h"
 #include "check/FileCheck.h"
 #include "index/CardIndex.h"
+#include "text/Error.h"
 #include "text/TimeText.h"
 
 namespace card {
@@ -23,6 +24,9 @@ class StoreCheck {
         : volume_(volume), index_(volume), progress_(progress), scope_(scope) {}
 
     Findings Run() {
+        for (const LostFile& lost : index_.Lost()) {
+            if (!lost.Missing()) AddUnreadable(lost.name, lost.why);
+        }
         CheckFiles();
         CheckSystem();
         CheckRing();
@@ -34,16 +38,37 @@ class StoreCheck {
             if (progress_) progress_(done, total);
         };
         for (const FileState& file : index_.Files()) {
-            if (Wanted(file)) CheckRecordFile(index_, file, findings_, progress, scope_.visit);
+            if (!Wanted(file)) continue;
+            IfReadable(Volume::RecordFileName(file.number),
+                       [&] { CheckRecordFile(index_, file, findings_, progress, scope_.visit); });
         }
-        CheckEvents();
+        IfReadable(RECORD_EVENT_NAME, [&] { CheckEvents(); });
         return std::move(findings_);
     }
 
   private:
     bool Wanted(const FileState& file) const {
         const bool in_scope = !scope_.files || scope_.files->count(file.number) != 0;
-        return in_scope && file.Usable() && volume_.Has(Volume::RecordFileName(file.number));
+        return in_scope && file.Usable() && !file.lost;
+    }
+
+    // One file that cannot be read keeps nobody from looking at the others.
+    template <typename Check>
+    void IfReadable(const std::string& name, Check check) {
+        try {
+            check();
+        } catch (const CardError& error) {
+            AddUnreadable(name, error.what());
+        }
+    }
+
+    void AddUnreadable(const std::string& name, const std::string& why) {
+        const bool told = std::any_of(findings_.begin(), findings_.end(), [&name](const Finding& finding) {
+            return finding.place == name && finding.kind == "file-unreadable";
+        });
+        if (told) return;
+        Add(Level::Error, "file-unreadable", name, 0, name + " cannot be read: " + why,
+            "the rest of it was not checked; \"recordcard export\" saves what can be read", Mend::Nothing);
     }
 
     void Add(Level level, const char* kind, std::string place, uint64_t offset, std::string what,
@@ -52,6 +77,10 @@ class StoreCheck {
     }
 
     void CheckSize(const std::string& name, uint64_t wanted, const char* consequence) {
+        IfReadable(name, [&] { CheckSizeOf(name, wanted, consequence); });
+    }
+
+    void CheckSizeOf(const std::string& name, uint64_t wanted, const char* consequence) {
         if (!volume_.Has(name)) {
             Add(Level::Error, "file-missing", name, 0, name + " is missing", consequence, Mend::Volume);
             return;
@@ -128,7 +157,7 @@ class StoreCheck {
                     FormatText("file %u was recorded, but its head is empty", file.number),
                     "nothing of this file is listed", Mend::File, file.number);
             } else if (file.empty && file.number == current) {
-                CheckFresh(file.number, place);
+                IfReadable(Volume::RecordFileName(current), [&] { CheckFresh(file.number, place); });
             } else if (file.Usable() && !file.Full() && file.number != current) {
                 const bool cut = CutBeforeFull(file);
                 Add(cut ? Level::Remark : Level::Error, "file-short", RECORD_INDEX_NAME, place,

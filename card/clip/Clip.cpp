@@ -149,7 +149,12 @@ Selection SelectEvent(const CardIndex& index, uint32_t number) {
 Selection SelectSection(const CardIndex& index, uint32_t file, uint32_t number) {
     for (const Stretch& stretch : SelectAll(index).stretches) {
         const Section& section = index.Sections()[stretch.section];
-        if (section.file == file && section.number == number) return {{stretch}};
+        if (section.file == file && section.number == number) return {.stretches = {stretch}, .one_section = true};
+    }
+    for (const Section& section : index.AllSections()) {
+        if (section.file == file && section.number == number && section.fault == Section::Fault::FileLost)
+            throw CardError(Volume::RecordFileName(file) + ", in which that section lies, is missing or cannot be read",
+                            kFindings);
     }
     throw CardError("There is no section " + std::to_string(file) + ":" + std::to_string(number) +
                         " on the card; \"recordcard list\" names them.",

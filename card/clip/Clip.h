@@ -21,7 +21,9 @@ struct Selection {
     std::vector<Stretch> stretches;  // oldest first; empty: nothing was recorded there
     uint32_t from = 0;         // s since 1970 UTC; of earlier pictures only those are wanted that its first one needs
     uint32_t to = UINT32_MAX;  // a stretch without a picture from `from` to here gives nothing
+    bool one_section = false;  // no other footage was asked for
 
+    bool Misses(const LostFile& lost) const { return !one_section && lost.Touches(from, to); }
     uint64_t StreamBytes() const;
 };
 

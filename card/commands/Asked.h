@@ -9,7 +9,6 @@
 
 namespace card {
 
-inline constexpr char kNothingThere[] = "Nothing was recorded then; \"recordcard list\" tells what is there.";
 inline constexpr char kTimeText[] = "TIME: \"2026-11-21 08:00:05\", \"2026-11-21\" or \"08:00\" (of the newest day).\n";
 
 struct AskedTimes {

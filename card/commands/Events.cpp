@@ -6,6 +6,7 @@
 
 #include "commands/Commands.h"
 #include "commands/Json.h"
+#include "commands/Losses.h"
 #include "commands/Options.h"
 #include "index/CardIndex.h"
 #include "text/Error.h"
@@ -45,7 +46,7 @@ Json EventJson(const Event& event) {
 }
 
 int Events(const EventsArguments& arguments) {
-    const Volume volume = Volume::Open(arguments.path);
+    const Volume volume = Volume::OpenToSalvage(arguments.path);
     const CardIndex index(volume);
     Json list = Json::array();
     for (const Event& event : index.Events()) {
@@ -53,7 +54,7 @@ int Events(const EventsArguments& arguments) {
     }
     if (arguments.json) {
         PrintJson({{"card", arguments.path}, {"events", std::move(list)}});
-    } else if (index.Events().empty()) {
+    } else if (index.Events().empty() && index.Lost().empty() && volume.Unread().empty()) {
         std::printf("No alarm event is recorded on %s.\n", arguments.path.c_str());
     }
     const size_t damaged = index.AllEvents().size() - index.Events().size();
@@ -62,7 +63,7 @@ int Events(const EventsArguments& arguments) {
                      "recordcard: %zu damaged or outdated records are left out; \"recordcard check\" tells more\n",
                      damaged);
     }
-    return kDone;
+    return TellLosses(volume, index, arguments.times);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include "clip/Clip.h"
 #include "commands/Asked.h"
 #include "commands/Commands.h"
+#include "commands/Losses.h"
 #include "commands/Options.h"
 #include "commands/Progress.h"
 #include "commands/StopSignals.h"
@@ -91,9 +92,9 @@ ExportReport RunExport(const CardIndex& index, const ExportArguments& arguments,
     });
 }
 
-int ExportOne(const CardIndex& index, const ExportArguments& arguments) {
+int ExportOne(const Volume& volume, const CardIndex& index, const ExportArguments& arguments) {
     const Selection selection = Select(index, arguments);
-    if (selection.stretches.empty()) throw CardError(kNothingThere, kNothing);
+    if (selection.stretches.empty()) throw NothingThere(volume, index, selection);
     if (!arguments.to_stdout) RequireSpace(arguments.out, selection.StreamBytes());
     const ExportReport report = RunExport(index, arguments, selection);
     for (const ExportPart& part : report.parts) PrintPart(arguments.to_stdout ? stderr : stdout, part, arguments.times);
@@ -103,14 +104,15 @@ int ExportOne(const CardIndex& index, const ExportArguments& arguments) {
                      " frames; \"recordcard check\" tells more\n",
                      Bytes(report.damaged_bytes).c_str(), report.foreign_frames);
     }
-    if (!report.parts.empty()) return kDone;
     if (report.found == 0 && report.damaged_bytes == 0 && report.foreign_frames == 0)
-        throw CardError(kNothingThere, kNothing);
+        throw NothingThere(volume, index, selection);
+    const ExitCode losses = TellLosses(volume, index, arguments.times, &selection);
+    if (!report.parts.empty()) return losses;
     throw CardError("There is no key frame that a file can begin with in what is left of that time.", kFindings);
 }
 
 // One file each: OUT with the event's number in front of its ending.
-int ExportEvents(const CardIndex& index, const ExportArguments& arguments) {
+int ExportEvents(const Volume& volume, const CardIndex& index, const ExportArguments& arguments) {
     if (arguments.to_stdout) throw CardError("--event all makes a file for each event", kUsage);
     if (index.Events().empty()) throw CardError("There is no event on the card.", kNothing);
     ContainerOf(arguments.out);
@@ -120,7 +122,7 @@ int ExportEvents(const CardIndex& index, const ExportArguments& arguments) {
         one.event = std::to_string(event.number);
         one.out.insert(one.out.rfind('.'), "-event" + one.event);
         try {
-            worst = std::max(worst, ExportOne(index, one));
+            worst = std::max(worst, ExportOne(volume, index, one));
         } catch (const CardError& error) {
             if (error.Code() != kNothing && error.Code() != kFindings) throw;
             std::fprintf(stderr, "recordcard: event %u: %s\n", event.number, error.what());
@@ -138,9 +140,9 @@ int Export(ExportArguments arguments) {
         if (arguments.out.empty()) throw CardError("Say which file to make, or --to-stdout", kUsage);
         RequireApart(arguments.path, arguments.out);
     }
-    const Volume volume = Volume::Open(arguments.path);
+    const Volume volume = Volume::OpenToSalvage(arguments.path);
     const CardIndex index(volume);
-    return arguments.event == "all" ? ExportEvents(index, arguments) : ExportOne(index, arguments);
+    return arguments.event == "all" ? ExportEvents(volume, index, arguments) : ExportOne(volume, index, arguments);
 }
 
 }  // namespace
@@ -169,7 +171,7 @@ Run PrepareExport(CLI::App& command) {
         "Where codec or picture size change, a further file OUT-2, OUT-3, ... begins. The raw files: .h264 and .h265\n"
         "hold pictures alone; .ps the program stream as it lies on the card, with its own clock of 25 frames a\n"
         "second. To look at once: recordcard export CARD --event 1 --to-stdout | ffplay -\n"
-        "Exit status: 4 nothing was recorded in the time asked for.");
+        "Exit status: 1 not all of it could be read; 4 nothing was recorded in the time asked for.");
     return [arguments] { return Export(*arguments); };
 }
 

@@ -7,6 +7,7 @@
 
 #include "commands/Commands.h"
 #include "commands/Json.h"
+#include "commands/Losses.h"
 #include "commands/Options.h"
 #include "index/CardIndex.h"
 #include "text/Error.h"
@@ -37,7 +38,7 @@ void PrintMoment(const char* name, const InfoArguments& arguments, std::optional
 }
 
 int Info(const InfoArguments& arguments) {
-    const Volume volume = Volume::Open(arguments.path);
+    const Volume volume = Volume::OpenToSalvage(arguments.path);
     const CardIndex index(volume);
     const RecordSystemInfoHead_S& system = index.System();
     const auto& files = index.Files();
@@ -57,7 +58,7 @@ int Info(const InfoArguments& arguments) {
                    {"newest", index.Newest() ? Json(*index.Newest()) : Json()},
                    {"bytesPerSecond", index.BytesPerSecond() ? Json(*index.BytesPerSecond()) : Json()},
                    {"hoursKept", index.HoursKept() ? Json(*index.HoursKept()) : Json()}});
-        return kDone;
+        return TellLosses(volume, index, arguments.times);
     }
     std::printf("%-15s %s (%s)\n", "Card", volume.Path().c_str(), KindOf(volume).c_str());
     std::printf("%-15s %s\n", "Size", Bytes(volume.TotalBytes()).c_str());
@@ -71,7 +72,7 @@ int Info(const InfoArguments& arguments) {
         std::printf("%-15s %.2f Mbit/s at present\n", "Bit rate", *rate * 8 / 1e6);
         std::printf("%-15s %.1f hours at that rate, when the card is full\n", "Keeps", index.HoursKept().value_or(0));
     }
-    return kDone;
+    return TellLosses(volume, index, arguments.times);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "commands/Commands.h"
+#include "commands/Losses.h"
 #include "commands/Options.h"
 #include "index/CardIndex.h"
 #include "index/ListJson.h"
@@ -59,6 +60,15 @@ void PrintSection(const Section& section, const TimeStyle& times) {
                 StreamText(section.head).c_str(), Counted(section.head.m_u32KeyFrameSum, "key frame").c_str());
 }
 
+// Of a time between two sections.
+std::string WhyEmpty(const CardIndex& index, const Gap& gap) {
+    for (const LostFile& lost : index.Lost()) {
+        if (lost.Touches(gap.from + 1, gap.to - 1))
+            return lost.name + (lost.Missing() ? " is missing" : " cannot be read");
+    }
+    return "nothing recorded";
+}
+
 void PrintSections(const CardIndex& index, const ListArguments& arguments) {
     const TimeStyle& times = arguments.times;
     const std::vector<Gap> gaps = index.Gaps();
@@ -69,14 +79,17 @@ void PrintSections(const CardIndex& index, const ListArguments& arguments) {
         const bool after_gap = gap != gaps.end() && gap->before == i;
         const bool same_day = times.Day(section.Start()) == day;
         if (after_gap && same_day) {
-            std::printf("  %s - %s   %-16s  -- nothing recorded --\n", times.Clock(gap->from).c_str(),
-                        times.Clock(gap->to).c_str(), Duration(gap->to - gap->from).c_str());
+            std::printf("  %s - %s   %-16s  -- %s --\n", times.Clock(gap->from).c_str(), times.Clock(gap->to).c_str(),
+                        Duration(gap->to - gap->from).c_str(), WhyEmpty(index, *gap).c_str());
         }
         if (!same_day) {
             if (!day.empty()) std::printf("\n");
             day = times.Day(section.Start());
             std::printf("%s %s", day.c_str(), times.Weekday(section.Start()).c_str());
-            if (after_gap) std::printf("   (nothing recorded for %s before)", Duration(gap->to - gap->from).c_str());
+            if (after_gap) {
+                std::printf("   (%s for %s before)", WhyEmpty(index, *gap).c_str(),
+                            Duration(gap->to - gap->from).c_str());
+            }
             std::printf("\n");
         }
         if (after_gap) ++gap;
@@ -86,13 +99,15 @@ void PrintSections(const CardIndex& index, const ListArguments& arguments) {
 }
 
 int List(const ListArguments& arguments) {
-    const Volume volume = Volume::Open(arguments.path);
+    const Volume volume = Volume::OpenToSalvage(arguments.path);
     const CardIndex index(volume);
     if (arguments.json) {
         std::printf("%s\n", ListJson(index).c_str());
-        return kDone;
+        return TellLosses(volume, index, arguments.times);
     }
-    if (index.Sections().empty()) {
+    if (index.Sections().empty() && !(index.Lost().empty() && volume.Unread().empty())) {
+        std::printf("Nothing of what is recorded on %s can be shown.\n", arguments.path.c_str());
+    } else if (index.Sections().empty()) {
         std::printf("Nothing is recorded on %s yet.\n", arguments.path.c_str());
     } else {
         PrintSections(index, arguments);
@@ -108,7 +123,7 @@ int List(const ListArguments& arguments) {
                      "recordcard: %zu damaged entries of the index are left out; \"recordcard check\" tells more\n",
                      faulty);
     }
-    return kDone;
+    return TellLosses(volume, index, arguments.times);
 }
 
 }  // namespace

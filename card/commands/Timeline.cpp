@@ -11,6 +11,7 @@
 
 #include "commands/Asked.h"
 #include "commands/Commands.h"
+#include "commands/Losses.h"
 #include "commands/Options.h"
 #include "commands/Progress.h"
 #include "commands/StopSignals.h"
@@ -76,8 +77,12 @@ std::vector<Selection> AskedFootage(const CardIndex& index, const TimelineArgume
 }
 
 Footage FootageOf(const Volume& volume, const CardIndex& index, const TimelineArguments& arguments) {
-    Footage footage = ChooseFootage(volume, index, AskedFootage(index, arguments));
-    if (footage.held.empty()) throw CardError(kNothingThere, kNothing);
+    const std::vector<Selection> asked = AskedFootage(index, arguments);
+    Footage footage = ChooseFootage(volume, index, asked);
+    if (asked.empty()) throw CardError("There is no event on the card.", kNothing);
+    if (footage.held.empty()) {
+        throw NothingThere(volume, index, {.stretches = {}, .from = asked.front().from, .to = asked.back().to});
+    }
     if (footage.bytes > arguments.clips_max * kMiB) {
         throw CardError("There are " + Bytes(footage.bytes) + " of footage then, and the page is to hold " +
                             Bytes(arguments.clips_max * kMiB) +
@@ -90,7 +95,7 @@ Footage FootageOf(const Volume& volume, const CardIndex& index, const TimelineAr
 
 int Timeline(const TimelineArguments& arguments) {
     RequireApart(arguments.options.path, arguments.out);
-    const Volume volume = Volume::Open(arguments.options.path);
+    const Volume volume = Volume::OpenToSalvage(arguments.options.path);
     const CardIndex index(volume);
     std::optional<Footage> footage;
     if (arguments.clips) footage = FootageOf(volume, index, arguments);
@@ -124,7 +129,7 @@ int Timeline(const TimelineArguments& arguments) {
     std::printf("%s: %s, %s, %s%s; open it in any browser\n", arguments.out.c_str(),
                 Counted(index.Sections().size(), "section").c_str(), Counted(index.Events().size(), "event").c_str(),
                 Bytes(bytes).c_str(), footage ? ", plays without the card" : "");
-    return kDone;
+    return TellLosses(volume, index, arguments.options.times);
 }
 
 }  // namespace

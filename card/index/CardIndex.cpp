@@ -111,6 +111,10 @@ uint32_t Event::End() const {
     return Open() ? Start() : std::max(record.m_u32AlarmEndTime, Start());
 }
 
+std::string LostFile::Text() const {
+    return name + (Missing() ? " is missing" : " cannot be read (" + why + ")");
+}
+
 CardIndex::CardIndex(const Volume& volume) : volume_(&volume) {
     if (!volume.Has(RECORD_INDEX_NAME)) {
         throw CardError(volume.Path() + " has no " + RECORD_INDEX_NAME +
@@ -118,6 +122,12 @@ CardIndex::CardIndex(const Volume& volume) : volume_(&volume) {
     }
     const StoreFile index = volume.OpenFile(RECORD_INDEX_NAME);
     const auto system = index.Get<RecordSystemInfoHead_S>(0);
+    for (const UnreadPart& unread : volume.Unread()) {
+        if (unread.file == RECORD_INDEX_NAME)
+            throw CardError(volume.Path() +
+                            ": " RECORD_INDEX_NAME " cannot be read, and nothing is found without it (" + unread.why +
+                            ")");
+    }
     if (!system || AV_SystemInfoHeadCheck(&*system) != 0) {
         throw CardError(volume.Path() + ": " + RECORD_INDEX_NAME +
                         " does not begin with the head of a recording card. If it held recordings, "
@@ -200,12 +210,28 @@ void CardIndex::ReadSections(const StoreFile& index) {
                  [](const Section& section) { return section.Usable() && section.head.m_u32RecordSize != 0; });
 }
 
-void CardIndex::TimeSections(std::vector<Section>& sections, FileState& file) const {
+void CardIndex::TimeSections(std::vector<Section>& sections, FileState& file) {
+    LostFile lost{.name = Volume::RecordFileName(file.number)};
+    try {
+        if (volume_->Has(lost.name)) return ReadTimes(volume_->OpenFile(lost.name), sections, file);
+    } catch (const CardError& error) {
+        lost.why = error.what();
+    }
+    file.lost = true;
+    file.first = lost.from = file.head.m_u32RecordStartTime;
+    file.last = lost.to = std::max(lost.from, file.head.m_u32RecordEndTime);
+    for (Section& section : sections) {
+        if (!section.Usable() || section.head.m_u32RecordSize == 0) continue;
+        section.fault = Section::Fault::FileLost;
+        ++lost.sections;
+        lost.bytes += section.head.m_u32RecordSize;
+    }
+    if (lost.sections != 0 || !lost.Missing()) lost_.push_back(std::move(lost));
+}
+
+void CardIndex::ReadTimes(const StoreFile& record, std::vector<Section>& sections, FileState& file) const {
     file.first = file.head.m_u32RecordStartTime;
     file.last = file.head.m_u32RecordEndTime;
-    const std::string name = Volume::RecordFileName(file.number);
-    if (!volume_->Has(name)) return;
-    const StoreFile record = volume_->OpenFile(name);
     std::optional<uint32_t> next;
     bool first = true;
     for (auto section = sections.rbegin(); section != sections.rend(); ++section) {
@@ -220,11 +246,20 @@ void CardIndex::TimeSections(std::vector<Section>& sections, FileState& file) co
 }
 
 void CardIndex::ReadEvents() {
-    if (!volume_->Has(RECORD_EVENT_NAME)) return;
-    const StoreFile file = volume_->OpenFile(RECORD_EVENT_NAME);
-    for (const uint32_t number : ring_) {
-        if (number < ALARM_EVENT_FILE_MAX) ReadEventsOf(file, number);
+    LostFile lost{.name = RECORD_EVENT_NAME};
+    bool read = false;
+    try {
+        if (volume_->Has(RECORD_EVENT_NAME)) {
+            const StoreFile file = volume_->OpenFile(RECORD_EVENT_NAME);
+            for (const uint32_t number : ring_) {
+                if (number < ALARM_EVENT_FILE_MAX) ReadEventsOf(file, number);
+            }
+            read = true;
+        }
+    } catch (const CardError& error) {
+        lost.why = error.what();
     }
+    if (!read) lost_.push_back(std::move(lost));
     std::copy_if(all_events_.begin(), all_events_.end(), std::back_inserter(events_),
                  [](const Event& event) { return event.fits; });
     std::stable_sort(events_.begin(), events_.end(),
@@ -385,6 +420,8 @@ const char* FaultText(Section::Fault fault) {
             return "it is left over from an earlier lap";
         case Section::Fault::BadKeyFrames:
             return "its key-frame records lie outside the file's";
+        case Section::Fault::FileLost:
+            return "its record file is missing or cannot be read";
     }
     return "";
 }

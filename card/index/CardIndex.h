@@ -30,6 +30,7 @@ struct FileState {
 
     uint32_t first = 0;  // s since 1970 UTC: of its first picture, else as the head says
     uint32_t last = 0;
+    bool lost = false;  // see LostFile
 
     bool Usable() const { return !empty && fault == Fault::None; }
     uint32_t Length() const { return head.m_u32RecordFileSumLenth; }  // bytes of stream data
@@ -44,6 +45,7 @@ struct Section {
         OutsideFile,   // reaches past the file's stream data
         EarlierLap,    // overlaps its predecessor or is older than its file: left over from an earlier lap
         BadKeyFrames,  // its key-frame records lie outside the file's
+        FileLost,      // its record file is missing or cannot be read
     };
     uint32_t file = 0;        // where it was read
     uint32_t number = 0;      // 1 to 251
@@ -106,6 +108,20 @@ struct Gap {
     uint32_t to = 0;
 };
 
+// A file of the store that holds recordings or alarms, and is missing or cannot be opened or read.
+struct LostFile {
+    std::string name;       // "hi000001.mp4"
+    std::string why = {};   // what the system says; empty: it is missing
+    uint32_t sections = 0;  // that its heads speak of; none of them is in CardIndex::Sections()
+    uint64_t bytes = 0;     // of these
+    uint32_t from = 0;      // s since 1970 UTC, as its head says
+    uint32_t to = 0;
+
+    bool Missing() const { return why.empty(); }
+    std::string Text() const;  // "hi000001.mp4 is missing"
+    bool Touches(uint32_t first, uint32_t last) const { return sections != 0 && from <= last && first <= to; }
+};
+
 class CardIndex {
   public:
     // Throws CardError when the index file is missing or its system head is not that of a prepared store.
@@ -121,6 +137,7 @@ class CardIndex {
     const std::vector<Section>& AllSections() const { return all_sections_; }
     const std::vector<Event>& Events() const { return events_; }  // those that fit, oldest first
     const std::vector<Event>& AllEvents() const { return all_events_; }
+    const std::vector<LostFile>& Lost() const { return lost_; }  // oldest recording first
 
     std::vector<KeyFrame> KeyFrames(const Section& section) const;
 
@@ -142,7 +159,8 @@ class CardIndex {
     void ReadSections(const StoreFile& index);
     void ReadEvents();
     void OrderRing();
-    void TimeSections(std::vector<Section>& sections, FileState& file) const;
+    void TimeSections(std::vector<Section>& sections, FileState& file);
+    void ReadTimes(const StoreFile& record, std::vector<Section>& sections, FileState& file) const;
     void ReadEventsOf(const StoreFile& events, uint32_t file);
 
     const Volume* volume_;
@@ -153,6 +171,7 @@ class CardIndex {
     std::vector<Section> all_sections_;
     std::vector<Event> events_;
     std::vector<Event> all_events_;
+    std::vector<LostFile> lost_;
 };
 
 const char* FaultText(FileState::Fault fault);

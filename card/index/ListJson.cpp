@@ -41,6 +41,17 @@ void AddEvent(JsonText& json, const Event& event) {
         .Close('}');
 }
 
+void AddLost(JsonText& json, const LostFile& lost) {
+    json.Open('{')
+        .Field("name", lost.name)
+        .Field("missing", lost.Missing())
+        .Field("sections", lost.sections)
+        .Field("start", lost.from)
+        .Field("end", lost.to)
+        .Field("bytes", lost.bytes)
+        .Close('}');
+}
+
 uint32_t SecondsKept(const CardIndex& index) {
     return static_cast<uint32_t>(std::min(index.HoursKept().value_or(0) * 3600, double{UINT32_MAX}));
 }
@@ -81,7 +92,10 @@ std::string AudioName(const RecordInfoHead_S& head) {
 
 size_t DamagedEntries(const CardIndex& index) {
     size_t damaged = 0;
-    for (const Section& section : index.AllSections()) damaged += section.Usable() ? 0 : 1;
+    for (const Section& section : index.AllSections()) {
+        const bool fine = section.Usable() || section.fault == Section::Fault::FileLost;
+        damaged += fine ? 0 : 1;
+    }
     for (const FileState& file : index.Files()) damaged += file.fault == FileState::Fault::None ? 0 : 1;
     return damaged;
 }
@@ -102,6 +116,8 @@ std::string ListJson(const CardIndex& index) {
     for (const Gap& gap : index.Gaps()) json.Open('{').Field("start", gap.from).Field("end", gap.to).Close('}');
     json.Close(']').Key("events").Open('[');
     for (const Event& event : index.Events()) AddEvent(json, event);
+    json.Close(']').Key("lost").Open('[');
+    for (const LostFile& lost : index.Lost()) AddLost(json, lost);
     json.Close(']').Close('}');
     return json.Text();
 }

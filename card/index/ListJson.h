@@ -5,11 +5,13 @@
 //    "sections": [{"file": 0, "section": 1, "start": .., "end": .., "bytes": .., "video": "H.264", "width": 1920,
 //                  "height": 1080, "rate": 25, "audio": "G.711 A-law", "keyFrames": 30, "pictures": 750}, ...],
 //    "gaps": [{"start": .., "end": ..}, ...],
-//    "events": [{"number": 1, "start": .., "end": .., "open": false, "type": 1, "kind": "motion", "file": 0}, ...]}
+//    "events": [{"number": 1, "start": .., "end": .., "open": false, "type": 1, "kind": "motion", "file": 0}, ...],
+//    "lost": [{"name": "hi000001.mp4", "missing": true, "sections": 2, "start": .., "end": .., "bytes": ..}, ...]}
 //
 // Times are seconds since 1970-01-01 UTC; sections stand in the order in which they were recorded.  "video" and "audio"
 // are empty where there is none; "keeps" is what a full card holds at this rate (0: unknown), "damaged" counts entries
-// of the index that are left out.
+// of the index that are left out, and "lost" names the files that are missing or cannot be read, with what their heads
+// speak of.
 #pragma once
 
 #include <string>

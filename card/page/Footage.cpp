@@ -70,6 +70,11 @@ void AddFile(Footage& footage, const StoreFile& file, Parts parts) {
     footage.files.push_back({file, std::move(parts)});
 }
 
+bool IsLost(const CardIndex& index, const std::string& name) {
+    return std::any_of(index.Lost().begin(), index.Lost().end(),
+                       [&](const LostFile& lost) { return lost.name == name; });
+}
+
 }  // namespace
 
 Footage ChooseFootage(const Volume& volume, const CardIndex& index, const std::vector<Selection>& wanted) {
@@ -94,12 +99,13 @@ Footage ChooseFootage(const Volume& volume, const CardIndex& index, const std::v
         taken.insert(taken.end(), places.begin(), places.end());
     }
     for (const char* name : {RECORD_INDEX_NAME, RECORD_EVENT_NAME}) {
-        if (!volume.Has(name)) continue;
+        if (!volume.Has(name) || IsLost(index, name)) continue;
         const StoreFile file = volume.OpenFile(name);
         AddFile(footage, file, UsedBlocks(file));
     }
     for (uint32_t number = 0; number < index.FileCount(); ++number) {
-        if (!volume.Has(Volume::RecordFileName(number))) continue;
+        const std::string name = Volume::RecordFileName(number);
+        if (!volume.Has(name) || IsLost(index, name)) continue;
         AddFile(footage, index.OpenRecordFile(number), std::move(parts[number]));
     }
     return footage;

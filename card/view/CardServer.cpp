@@ -101,15 +101,25 @@ void Refuse(Response& response, int status, const std::string& why) {
     response.set_content(why + "\n", "text/plain");
 }
 
+// Nothing when it cannot be opened: then the page says that it is missing.
+std::optional<uint64_t> SizeOf(const Volume& volume, const std::string& name) {
+    try {
+        return volume.OpenFile(name).Reachable();
+    } catch (const CardError&) {
+        return std::nullopt;
+    }
+}
+
 std::string GivenFiles(const Volume& volume) {
     JsonText json;
     json.Open('{').Field("name", volume.Path()).Key("files").Open('[');
     for (const std::string& name : volume.Names()) {
-        if (!OfStore(name)) continue;
+        const std::optional<uint64_t> size = OfStore(name) ? SizeOf(volume, name) : std::nullopt;
+        if (!size) continue;
         json.Open('{')
             .Field("path", std::string("/card/").append(name))
             .Field("url", std::string("file/").append(name));
-        json.Field("size", volume.OpenFile(name).Reachable()).Close('}');
+        json.Field("size", *size).Close('}');
     }
     json.Close(']').Close('}');
     return json.Text();
@@ -123,22 +133,36 @@ void SendFile(const std::string& path, const std::string& name, Response& respon
             [file](uint64_t offset, void* buffer, size_t length) { return file.ReadAt(offset, buffer, length); });
 }
 
+// The files that a clip misses something of, for want of being there or readable.
+std::string Lost(const Volume& volume, const CardIndex& index, uint32_t from, uint32_t to) {
+    std::string names;
+    const auto add = [&names](const std::string& name) { names += (names.empty() ? "" : ", ") + name; };
+    for (const LostFile& lost : index.Lost()) {
+        if (lost.Touches(from, to)) add(lost.name);
+    }
+    for (const UnreadPart& part : volume.Unread()) add(part.file);
+    return names;
+}
+
 void SendClip(const std::string& path, const Request& request, Response& response) {
     const auto from = NumberOf(request, "from");
     const auto to = NumberOf(request, "to");
     const uint32_t part = request.has_param("part") ? NumberOf(request, "part").value_or(0) : 1;
     if (!from || !to || *to < *from || part == 0)
         return Refuse(response, 400, "from and to are seconds since 1970 UTC");
-    const Volume volume = Volume::Open(path);
+    const Volume volume = Volume::OpenToSalvage(path);
     const CardIndex index(volume);
     const Selection selection = SelectTimes(index, *from, *to);
     const TemporaryFolder folder;
     Exporter exporter(index, folder.File("clip.mp4"), OutputFiles::Mode::New, TimeStyle{.utc = true});
     const ExportReport report = exporter.Run(selection, [](uint64_t) {});
-    if (part > report.parts.size()) return Refuse(response, 404, "Nothing was recorded then");
+    std::string lost = Lost(volume, index, *from, *to);
+    if (part > report.parts.size())
+        return Refuse(response, 404, lost.empty() ? "Nothing was recorded then" : "Cannot be read: " + lost);
     // Open, it outlives its folder.
     const auto file = std::make_shared<const Device>(Device::Open(report.parts[part - 1].path));
     response.set_header("X-Parts", std::to_string(report.parts.size()));
+    if (!lost.empty()) response.set_header("X-Unread", lost);
     Provide(response, file->Size(), "video/mp4",
             [file](uint64_t offset, void* buffer, size_t length) { return file->ReadAt(offset, buffer, length); });
 }

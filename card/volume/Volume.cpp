@@ -40,7 +40,9 @@ size_t StoreFile::ReadAt(uint64_t offset, void* buffer, size_t length) const {
     if (offset >= reachable_) return 0;
     const size_t wanted = static_cast<size_t>(std::min<uint64_t>(length, reachable_ - offset));
     return ForEachExtent(offset, wanted, [&](uint64_t place, size_t done, size_t part) {
-        return device_->ReadAt(place, static_cast<char*>(buffer) + done, part);
+        char* const into = static_cast<char*>(buffer) + done;
+        return salvage_ ? salvage_->ReadAt(*device_, place, into, part, name_, offset + done)
+                        : device_->ReadAt(place, into, part);
     });
 }
 
@@ -72,6 +74,16 @@ Volume Volume::Open(const std::string& path, Access access) {
     return volume;
 }
 
+Volume Volume::OpenToSalvage(const std::string& path) {
+    Volume volume = Open(path);
+    volume.salvage_ = std::make_shared<Salvage>();
+    return volume;
+}
+
+std::vector<UnreadPart> Volume::Unread() const {
+    return salvage_ ? salvage_->Unread() : std::vector<UnreadPart>();
+}
+
 std::vector<std::string> Volume::Names() const {
     std::vector<std::string> names;
     if (IsFolder()) {
@@ -88,7 +100,11 @@ std::vector<std::string> Volume::Names() const {
 }
 
 bool Volume::Has(const std::string& name) const {
-    if (IsFolder()) return fs::is_regular_file(fs::path(path_) / name);
+    if (IsFolder()) {
+        std::error_code error;  // one that is there and cannot be looked at is told when it is opened
+        const fs::file_type type = fs::status(fs::path(path_) / name, error).type();
+        return type == fs::file_type::regular || type == fs::file_type::none || type == fs::file_type::unknown;
+    }
     const DirectoryEntry* entry = fat_->Find(name);
     return entry != nullptr && !entry->IsDirectory();
 }
@@ -97,6 +113,7 @@ StoreFile Volume::OpenFile(const std::string& name) const {
     if (!Has(name)) throw CardError(path_ + " has no file " + name);
     StoreFile file;
     file.name_ = name;
+    file.salvage_ = salvage_;
     if (IsFolder()) {
         file.device_ = std::make_shared<Device>(Device::Open((fs::path(path_) / name).string(), access_));
         file.size_ = file.reachable_ = file.device_->Size();

@@ -11,6 +11,7 @@
 
 #include "volume/Device.h"
 #include "volume/Fat32.h"
+#include "volume/Salvage.h"
 
 namespace card {
 
@@ -21,7 +22,8 @@ class StoreFile {
     uint64_t Size() const { return size_; }            // bytes the directory gives it
     uint64_t Reachable() const { return reachable_; }  // bytes that it really leads to; less when damaged
 
-    // Reads up to `length` bytes at `offset`; less only at Reachable().  Throws CardError when reading fails.
+    // Reads up to `length` bytes at `offset`; less only at Reachable().  Throws CardError when reading fails, unless
+    // the volume was opened to salvage.
     size_t ReadAt(uint64_t offset, void* buffer, size_t length) const;
     // Writes all of it inside Reachable(); throws CardError otherwise, or when the volume is read-only.
     void WriteAt(uint64_t offset, const void* buffer, size_t length) const;
@@ -49,12 +51,15 @@ class StoreFile {
     uint64_t reachable_ = 0;
     std::vector<Extent> extents_;
     std::shared_ptr<const Device> device_;
+    std::shared_ptr<Salvage> salvage_;  // null: a read that fails throws
 };
 
 class Volume {
   public:
     // Throws CardError that says what to do when there is no store to be read at `path`.
     static Volume Open(const std::string& path, Access access = Access::ReadOnly);
+    // For reading what can be read: zeros stand for the rest, which Unread() tells.
+    static Volume OpenToSalvage(const std::string& path);
 
     const std::string& Path() const { return path_; }
     bool IsFolder() const { return device_ == nullptr; }
@@ -68,6 +73,8 @@ class Volume {
     static std::string RecordFileName(uint32_t number);                        // "hi000000.mp4"
     static std::optional<uint32_t> RecordFileNumber(const std::string& name);  // none: no record file has that name
 
+    std::vector<UnreadPart> Unread() const;  // so far
+
     uint64_t TotalBytes() const;                         // of the card
     const Device* Raw() const { return device_.get(); }  // null for a folder
     const Fat32* Fat() const { return fat_.get(); }      // null for a folder
@@ -77,6 +84,7 @@ class Volume {
     Access access_ = Access::ReadOnly;
     std::shared_ptr<const Device> device_;
     std::shared_ptr<const Fat32> fat_;
+    std::shared_ptr<Salvage> salvage_;
 };
 
 }  // namespace card

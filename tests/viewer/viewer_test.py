@@ -152,6 +152,19 @@ class Viewer(PageTest):
                         self.browser.run(f"goTo({moment})")
                         self.browser.wait("!player.loading")
 
+    def test_a_missing_file_is_told_and_the_others_play(self):
+        card = self.folder / "missing"
+        run("cp", "-a", "--sparse=always", self.folder / "border", card)
+        (card / "hi000000.mp4").unlink()
+        self.open(card)
+        told = subprocess.run([TOOL, "list", "--json", card], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        self.assertEqual(told.returncode, 1)
+        self.assertEqual(self.browser.run("list"), json.loads(told.stdout))
+        self.assertRegex(self.browser.run("byId('notice').textContent"), "^hi000000.mp4 is missing: 1 section from 2026-03-01 .* cannot be shown[.]$")
+        self.assertEqual(self.browser.run("emptyText(list.lost[0].start + 1)"), "hi000000.mp4 is missing")
+        self.assertEqual(self.browser.run("list.sections.map(s => s.file)"), [1])
+        self.assertEqual(self.browser.run("byId('video').videoWidth"), 320)
+
     def test_a_card_that_is_taken_out_is_asked_for_again(self):
         card = self.folder / "gone"
         run("cp", "-a", "--sparse=always", self.folder / "border", card)

@@ -44,6 +44,13 @@ function holds(from, to = from) {
   });
 }
 
+// What there is instead of a picture where no section is: nothing, or a file that is not there.
+const lostText = lost => lost.name + (lost.missing ? " is missing" : " cannot be read");
+function emptyText(t) {
+  const lost = list.lost.find(l => l.sections && t >= l.start && t <= l.end);
+  return lost ? lostText(lost) : "nothing recorded";
+}
+
 function showCard(found) {
   list = found;
   byId("card").textContent = cardName;
@@ -57,8 +64,10 @@ function showCard(found) {
   line.now = null;
   line.show(list, held);
   const told = [];
-  if (!list.sections.length) told.push("Nothing is recorded on this card yet.");
+  if (!list.sections.length) told.push(list.lost.length ? "Nothing of what is recorded on this card can be shown." : "Nothing is recorded on this card yet.");
   else if (list.damaged) told.push(counted(list.damaged, "damaged entry").replace("entrys", "entries") + " of the card's index left out.");
+  for (const lost of list.lost) told.push(lostText(lost) + ": " + (lost.sections ? counted(lost.sections, "section") + " from " + dateText(lost.start) + " " +
+    clockText(lost.start) + " to " + dateText(lost.end) + " " + clockText(lost.end) + " cannot be shown." : "the events are not shown."));
   if (held) told.push("This page plays " + durationText(heldSeconds()) + " of what was recorded: what is bright on the time line. Of the rest it has the list and pictures.");
   notice(told.join(" "));
   drawFacts(); drawDays(); drawFilter();
@@ -152,7 +161,7 @@ function showMoment(t) {
   byId("line").setAttribute("aria-valuemin", Math.floor(list.start));
   byId("line").setAttribute("aria-valuemax", Math.ceil(list.end));
   byId("line").setAttribute("aria-valuenow", Math.floor(t));
-  byId("line").setAttribute("aria-valuetext", dateText(t) + " " + clockText(t) + (section < 0 ? ", nothing recorded" : ""));
+  byId("line").setAttribute("aria-valuetext", dateText(t) + " " + clockText(t) + (section < 0 ? ", " + emptyText(t) : ""));
   const day = String(dayOf(t));
   for (const row of byId("days").children) {
     const current = row.dataset.day === day;
@@ -183,7 +192,7 @@ function showTip(t, x) {
   if (t === null || !list) { preview.cancel(); tip.hidden = true; return; }
   const section = list.sections.findIndex(s => t >= s.start && t < s.end + 1);
   const event = line.events.find(e => t >= e.start && t <= Math.max(e.end, e.start + 1));
-  byId("tipTime").textContent = clockText(t) + (section < 0 ? " – nothing recorded" : event ? " – " + event.kind : held && !holds(t) ? " – not in this page" : "");
+  byId("tipTime").textContent = clockText(t) + (section < 0 ? " – " + emptyText(t) : event ? " – " + event.kind : held && !holds(t) ? " – not in this page" : "");
   tip.hidden = false;
   tip.style.left = Math.min(Math.max(x - 98, 0), Math.max(byId("line").clientWidth - 196, 0)) + "px";
   const thumb = holds(t) ? null : thumbAt(t);

@@ -1,0 +1,83 @@
+#include "volume/Salvage.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+#include "text/Error.h"
+
+namespace card {
+
+namespace {
+
+constexpr uint64_t kPage = 4096;    // bytes; a system reads no less
+constexpr int kSearchesMax = 1000;  // a failed read may take a card seconds: then whole pieces are given up
+
+}  // namespace
+
+uint64_t UnreadPart::Bytes() const {
+    uint64_t bytes = 0;
+    for (const Extent& place : places) bytes += place.length;
+    return bytes;
+}
+
+size_t Salvage::ReadAt(const Device& device, uint64_t offset, void* buffer, size_t length, const std::string& file,
+                       uint64_t at) {
+    const std::lock_guard lock(mutex_);
+    const auto known = notes_.find(file);
+    Notes fresh;
+    Notes& notes = known == notes_.end() ? fresh : known->second;
+    size_t done = 0;
+    while (done < length) {
+        const uint64_t place = at + done;
+        uint8_t* const into = static_cast<uint8_t*>(buffer) + done;
+        auto bad = notes.bad.upper_bound(place);  // the next one; the one before may hold `place`
+        if (bad != notes.bad.begin() && std::prev(bad)->second > place) {
+            const size_t part = static_cast<size_t>(std::min<uint64_t>(length - done, std::prev(bad)->second - place));
+            std::memset(into, 0, part);
+            done += part;
+            continue;
+        }
+        const uint64_t limit = bad == notes.bad.end() ? UINT64_MAX : bad->first;
+        const size_t part = static_cast<size_t>(std::min<uint64_t>(length - done, limit - place));
+        const size_t got = ReadPiece(device, {offset + done, place, into, part}, notes);
+        done += got;
+        if (got != part) break;
+    }
+    if (known == notes_.end() && !fresh.bad.empty()) notes_.emplace(file, std::move(fresh));
+    return done;
+}
+
+// In halves where it fails, down to a page.
+size_t Salvage::ReadPiece(const Device& device, const Piece& piece, Notes& notes) {
+    try {
+        return device.ReadAt(piece.offset, piece.into, piece.length);
+    } catch (const CardError& error) {
+        uint64_t middle = (piece.offset + piece.length / 2) / kPage * kPage;
+        if (middle <= piece.offset) middle += kPage;
+        if (middle >= piece.offset + piece.length || searches_ >= kSearchesMax) {
+            std::memset(piece.into, 0, piece.length);
+            if (notes.bad.empty()) notes.why = error.what();
+            notes.bad.emplace(piece.at, piece.at + piece.length);
+            return piece.length;
+        }
+        ++searches_;
+        const size_t half = static_cast<size_t>(middle - piece.offset);
+        const size_t got = ReadPiece(device, {piece.offset, piece.at, piece.into, half}, notes);
+        if (got != half) return got;
+        return half + ReadPiece(device, {middle, piece.at + half, piece.into + half, piece.length - half}, notes);
+    }
+}
+
+std::vector<UnreadPart> Salvage::Unread() const {
+    const std::lock_guard lock(mutex_);
+    std::vector<UnreadPart> parts;
+    for (const auto& [file, notes] : notes_) {
+        UnreadPart part{.file = file, .places = {}, .why = notes.why};
+        for (const auto& [begin, end] : notes.bad) part.places.push_back({begin, end - begin});
+        parts.push_back(std::move(part));
+    }
+    return parts;
+}
+
+}  // namespace card

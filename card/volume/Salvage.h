@@ -1,0 +1,53 @@
+// Reads around what a card cannot give any more: zeros stand in its place, and it is noted.
+//
+// For showing and saving alone: who writes must not take a failed read for zeros.  A place that failed is not tried
+// again.  Any thread.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "volume/Device.h"
+#include "volume/Fat32.h"
+
+namespace card {
+
+// Of one file of the store.
+struct UnreadPart {
+    std::string file;            // "hi000001.mp4"
+    std::vector<Extent> places;  // in it, rising; never empty
+    std::string why;             // what the system said of the first one found
+
+    uint64_t Bytes() const;
+};
+
+class Salvage {
+  public:
+    // As Device::ReadAt, but for what fails; `at`: where `offset` lies in `file`.
+    size_t ReadAt(const Device& device, uint64_t offset, void* buffer, size_t length, const std::string& file,
+                  uint64_t at);
+    std::vector<UnreadPart> Unread() const;  // by name
+
+  private:
+    struct Notes {
+        std::map<uint64_t, uint64_t> bad;  // begins and ends in the file, apart from each other
+        std::string why;
+    };
+    struct Piece {
+        uint64_t offset;  // on the device
+        uint64_t at;      // in the file
+        uint8_t* into;
+        size_t length;
+    };
+    size_t ReadPiece(const Device& device, const Piece& piece, Notes& notes);
+
+    mutable std::mutex mutex_;
+    std::map<std::string, Notes> notes_;  // by file
+    int searches_ = 0;                    // for the border of what is bad, so far
+};
+
+}  // namespace card

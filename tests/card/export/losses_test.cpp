@@ -1,0 +1,166 @@
+// Cards of which a file is missing, or a place cannot be read: what is there is shown and saved, what is not is told.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+
+#include "fixture/BadBlocks.h"
+#include "fixture/CardFixture.h"
+#include "fixture/Place.h"
+#include "volume/Volume.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using fixture::BadBlocks;
+using fixture::Card;
+using fixture::Outcome;
+using fixture::Recording;
+using fixture::Tool;
+using fixture::WrittenFrame;
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+std::string ReadAll(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class Losses : public testing::Test {
+  protected:
+    Losses() { fs::create_directory(folder_.Path()); }
+
+    std::string Path(const std::string& name) const { return folder_.Path() + "/" + name; }
+
+    Outcome Export(const Recording& card, const std::string& name, std::vector<std::string> what = {"--all"}) const {
+        std::vector<std::string> arguments = {"export", "--force", card.path, Path(name)};
+        arguments.insert(arguments.end(), what.begin(), what.end());
+        return Tool(arguments);
+    }
+
+    fixture::Place folder_;
+};
+
+// One run over three files: the first two are full.
+Card ThreeFiles() {
+    return {.files = 4,
+            .sections = {{.seconds = 45, .rate = 20, .audio = CODE_AUDIO_NULL, .frame_bytes = 600000}},
+            .events = {{.after = 2, .seconds = 2}, {.after = 30, .seconds = 2}},
+            .keep_units = false};
+}
+
+TEST_F(Losses, AMissingFileTakesNoOtherWithIt) {
+    const Recording card = ThreeFiles().RecordFolder(Path("card"));
+    ASSERT_EQ(card.sections.size(), 3u);
+    for (const uint32_t file : {1u, 0u, 2u}) {
+        SCOPED_TRACE(file);
+        const std::string name = card::Volume::RecordFileName(file);
+        fs::rename(card.path + "/" + name, Path("away"));
+        const auto told = HasSubstr(name + " is missing: 1 section from 2026-03-01 08:00:");
+
+        const Outcome list = Tool({"list", card.path});
+        EXPECT_EQ(list.status, 1);
+        EXPECT_THAT(list.err, told);
+        EXPECT_THAT(list.out,
+                    AllOf(HasSubstr("2 sections"), Not(HasSubstr("1970")), Not(HasSubstr("nothing recorded"))));
+        EXPECT_EQ(list.out.find("-- hi000001.mp4 is missing --") != std::string::npos, file == 1);
+        const auto json = nlohmann::json::parse(Tool({"list", "--json", card.path}).out);
+        EXPECT_EQ(json.at("sections").size(), 2u);
+        EXPECT_EQ(json.at("lost").at(0).at("name"), name);
+        EXPECT_EQ(json.at("lost").at(0).at("sections"), 1);
+
+        const Outcome all = Export(card, "all.mkv");
+        EXPECT_EQ(all.status, 1);
+        EXPECT_THAT(all.err, told);
+        const std::vector<const WrittenFrame*> video = card.KeptVideo();
+        const auto left = std::count_if(video.begin(), video.end(), [=](const auto* f) { return f->file != file; });
+        EXPECT_THAT(all.out, HasSubstr(", " + std::to_string(left) + " pictures, "));
+        const Outcome page = Tool({"timeline", "--force", "--thumbnails", "4", card.path, Path("page.html")});
+        EXPECT_EQ(page.status, 1);
+        EXPECT_THAT(page.err, told);
+        EXPECT_THAT(ReadAll(Path("page.html")), HasSubstr("\"lost\":[{\"name\":\"" + name + "\""));
+
+        // Who asks for other footage hears nothing of it, and what is lost is not called never recorded.
+        EXPECT_EQ(Export(card, "some.mkv", {"--from", "08:00:44"}).status, file == 2 ? 1 : 0);
+        EXPECT_EQ(Export(card, "other.mkv", {"--section", file == 0 ? "1:1" : "0:1"}).status, 0);
+        const Outcome section = Export(card, "section.mkv", {"--section", std::to_string(file) + ":1"});
+        EXPECT_EQ(section.status, 1);
+        EXPECT_THAT(section.err, HasSubstr(name + ", in which that section lies"));
+        const Outcome event = Export(card, "event.mkv", {"--event", "1"});
+        EXPECT_EQ(event.status, file == 0 ? 1 : 0);
+        EXPECT_EQ(event.err.find("cannot be had: hi000000.mp4 is missing") != std::string::npos, file == 0)
+            << event.err;
+        fs::rename(Path("away"), card.path + "/" + name);
+    }
+    fs::remove(card.path + "/event000.bin");
+    const Outcome events = Tool({"events", card.path});
+    EXPECT_EQ(events.status, 1);
+    EXPECT_THAT(events.err, HasSubstr("event000.bin is missing: the alarm events are not shown"));
+    EXPECT_EQ(events.out, "");
+}
+
+TEST_F(Losses, AFileThatCannotBeReadTakesNoOtherWithIt) {
+    const Recording card = ThreeFiles().RecordFolder(Path("card"));
+    const BadBlocks bad(card.path + "/hi000001.mp4", 0, RECORD_FILE_SIZE);
+    const std::vector<const WrittenFrame*> video = card.KeptVideo();
+    const auto left = std::count_if(video.begin(), video.end(), [](const auto* frame) { return frame->file != 1; });
+    const Outcome all = Export(card, "all.mkv");
+    EXPECT_EQ(all.status, 1);
+    EXPECT_THAT(all.out, HasSubstr(", " + std::to_string(left) + " pictures, "));
+    EXPECT_THAT(all.err, HasSubstr(" MiB of hi000001.mp4 cannot be read, from byte 0 on"));
+    EXPECT_EQ(Export(card, "first.mkv", {"--event", "1"}).status, 0);
+    const Outcome second = Export(card, "second.mkv", {"--event", "2"});
+    EXPECT_EQ(second.status, 1);
+    EXPECT_THAT(second.err, HasSubstr("hi000001.mp4 cannot be read"));
+    EXPECT_EQ(Tool({"list", card.path}).status, 1);
+    EXPECT_EQ(Tool({"timeline", "--thumbnails", "4", card.path, Path("page.html")}).status, 1);
+    const Outcome check = Tool({"check", card.path});
+    EXPECT_EQ(check.status, 1);
+    EXPECT_THAT(check.out, AllOf(HasSubstr("hi000001.mp4 cannot be read"), Not(HasSubstr("hi000002.mp4"))));
+}
+
+// A page that cannot be read costs what it costs when it holds zeros, and is told.
+TEST_F(Losses, APlaceThatCannotBeReadCostsNoMoreThanItself) {
+    const Recording card =
+        Card{.files = 1, .sections = {{.seconds = 6}, {.seconds = 4, .pause = 20}}, .events = {{}}}.RecordFolder(
+            Path("card"));
+    const auto page_of = [](uint64_t offset) { return offset / 4096 * 4096; };
+    const struct {
+        const char* file;
+        uint64_t page;
+    } kCases[] = {{"hi000000.mp4", page_of(card.KeptVideo()[60]->offset)},
+                  {"hi000000.mp4", 0},
+                  {"hi000000.mp4", page_of(card.frames.back().offset)},
+                  {"hi000000.mp4", RECORD_KEY_FRAME_BASE},
+                  {"event000.bin", 8 * ALARM_EVENT_BLOCK},
+                  {"index000.bin", RECORD_SECTION_BASE}};
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(std::string(c.file) + " at " + std::to_string(c.page));
+        const std::string present = card.Read(c.file, c.page, 4096);
+        card.Corrupt(c.file, c.page, std::string(4096, '\0'));
+        const std::string listed = Tool({"list", card.path}).out;
+        const bool any = Export(card, "zeros.h264").out != "";
+        card.Corrupt(c.file, c.page, present);
+
+        const BadBlocks bad(card.path + "/" + c.file, c.page, c.page + 4096);
+        const Outcome list = Tool({"list", card.path});
+        EXPECT_TRUE(!any || list.out == listed) << list.out << listed;
+        const Outcome bytes = Export(card, "bad.h264");
+        EXPECT_EQ(list.status, list.err.empty() ? 0 : 1);
+        EXPECT_EQ(bytes.status, c.page == RECORD_KEY_FRAME_BASE ? 0 : 1) << "no footage stands there: " << bytes.err;
+        EXPECT_TRUE(!any || ReadAll(Path("bad.h264")) == ReadAll(Path("zeros.h264")));
+        EXPECT_THAT(list.err + bytes.err, HasSubstr(std::string(" of ") + c.file + " cannot be read, from byte "));
+    }
+    const BadBlocks bad(card.path + "/index000.bin", 0, 4096);
+    const Outcome list = Tool({"list", card.path});
+    EXPECT_EQ(list.status, 3);
+    EXPECT_THAT(list.err, HasSubstr("index000.bin cannot be read, and nothing is found without it"));
+}
+
+}  // namespace
