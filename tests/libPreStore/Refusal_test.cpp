@@ -22,18 +22,11 @@ namespace {
 
 constexpr char kMounted[] = "/tmp/small";
 
-// A memory file system of its own size or mode, for images that cannot be written to.
-class Mount {
-  public:
-    explicit Mount(const char* options) {
-        mkdir(kMounted, 0755);
-        EXPECT_EQ(mount("none", kMounted, "tmpfs", 0, options), 0);
-    }
-    ~Mount() { umount2(kMounted, MNT_DETACH); }
-    Mount(const Mount&) = delete;
-    Mount& operator=(const Mount&) = delete;
-    void MakeReadOnly() const { EXPECT_EQ(mount("none", kMounted, "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr), 0); }
-};
+// A memory file system of its own size and mode, for images that cannot be written to.
+void Mount(const char* options, unsigned long flags = 0) {
+    mkdir(kMounted, 0755);
+    EXPECT_EQ(mount("none", kMounted, "tmpfs", flags, options), 0);
+}
 
 void ExpectRefused(const std::string& path, int percent, const std::string& message,
                    FormatError error = FormatError::kRefused) {
@@ -53,12 +46,11 @@ void ExpectNoVolume(const Image& image) {
 }
 
 TEST(Refusal, OfSizesAndSharesSaysWhy) {
-    struct Case {
+    const struct {
         uint64_t bytes;
         int percent;
         const char* message;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {0, 100, "the image is too small for FAT32"},
         {9 * 512, 100, "the image is too small for FAT32"},
         {10 * 512, 100, "too small: 0 MiB, a recording card has at least 1280 MiB"},
@@ -70,7 +62,7 @@ TEST(Refusal, OfSizesAndSharesSaysWhy) {
         {2048 * kGiB, 1, "too large: FAT32 counts at most 4294967295 sectors, this device has 4294967296"},
         {1024 * kGiB, 100, "the index has room for 2709 record files, not 4092; use a video percent of at most 66"},
     };
-    for (const Case& refused : cases) {
+    for (const auto& refused : cases) {
         const Image image(refused.bytes);
         ExpectRefused(image.Path(), refused.percent, refused.message);
         EXPECT_EQ(image.BytesOnDisk(), 0u);
@@ -97,10 +89,11 @@ TEST(Refusal, OfWhatIsNoFreeDeviceSaysWhy) {
         const support::Card card;
         ExpectRefused(support::kCardDevice, 100, "mounted at /var/etc/sdcard; unmount it first");
     }
-    const Mount mount("size=1m");
+    Mount("size=1m");
     ASSERT_EQ(Ask("truncate -s 2G /tmp/small/locked.img").text, "");
-    mount.MakeReadOnly();
+    Mount("size=1m", MS_REMOUNT | MS_RDONLY);
     ExpectRefused("/tmp/small/locked.img", 100, "cannot be written to: Read-only file system");
+    umount2(kMounted, MNT_DETACH);
 }
 
 // The C interface: a refusal returns, a device error ends the process; either says why in one line.
@@ -138,13 +131,14 @@ TEST(DeviceError, InTheMiddleEndsTheProcessAndLeavesNoVolume) {
 }
 
 TEST(DeviceError, OfAFullDiskIsReported) {
-    const Mount mount("size=2m");
+    Mount("size=2m");
     const Image image(2 * kGiB, kMounted);
     const auto result = prestore::Format(image.Path().c_str(), {});
     EXPECT_EQ(result.error, FormatError::kDevice);
     EXPECT_THAT(result.message, HasSubstr("No space left on device; the card holds no volume now, format it again"));
     EXPECT_LT(result.bytes_written, result.bytes_to_write);
     ExpectNoVolume(image);
+    umount2(kMounted, MNT_DETACH);
 }
 
 }  // namespace
