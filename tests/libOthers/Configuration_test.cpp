@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "libOthers.h"
-#include "support/NoMore.h"
+#include "support/Capabilities.h"
 #include "support/Stderr.h"
 #include "support/SteppedClock.h"
 
@@ -87,8 +87,9 @@ TEST_F(Configuration, OfAnotherSizeIsTakenAndAShortOneEndsInZeros) {
 }
 
 TEST_F(Configuration, ThatCannotBeHadIsAFailure) {
+    ASSERT_GE(shmget(12930021, 147456, IPC_CREAT), 0);
     {
-        const support::NoMore none(support::NoMore::kSegments);
+        const support::WithoutIpcRights weak;
         EXPECT_EQ(SysConfigInit(), -1);
     }
     EXPECT_EQ(GetSysconfigData(), nullptr);
