@@ -96,11 +96,11 @@ class Process:
 class Camera:
     """Verbs of a camera: `set` a setting, `start` and `stop` recording, read back what is on the card."""
 
-    def __init__(self, files=3, size_mib=None, percent=100):
+    def __init__(self, files=3):
         self.folder = tempfile.mkdtemp(prefix="camera.", dir=os.environ.get("SCRATCH", "/tmp"))
         self.image = os.path.join(self.folder, "card.img")
-        size = size_mib or 1024 + 256 * files + 16
-        self.card_tool("format", "--yes", "--size", f"{size}M", "--video-percent", str(percent), self.image)
+        size = f"{1024 + 256 * files + 16}M"
+        self.card_tool("format", "--yes", "--size", size, "--video-percent", "100", self.image)
         self.card_tool("mount", self.image, STORE, "--fsname", "/dev/mmcblk0p1")
         os.symlink(self.image, "/dev/mmcblk0p1")
         self.card = Card(STORE)
@@ -120,18 +120,15 @@ class Camera:
     def set(self, **values):
         """Changes settings in the text file, which the desk camera re-reads; `__` in a name stands for `.`."""
         with open(self.settings) as file:
-            lines = file.read().split("\n")
+            text = file.read()
         for name, value in values.items():
             name = name.replace("__", ".")
-            for i, line in enumerate(lines):
-                if re.match(rf"\s*{re.escape(name)}\s*=", line):
-                    lines[i] = f"{name} = {value}"
-                    break
-            else:
-                lines.append(f"{name} = {value}")
+            line = f"{name} = {value}"
+            text, found = re.subn(rf"(?m)^[ \t]*{re.escape(name)}[ \t]*=.*$", lambda _: line, text)
+            text += "" if found else f"\n{line}\n"
         replacement = self.settings + ".new"
         with open(replacement, "w") as file:
-            file.write("\n".join(lines))
+            file.write(text)
         os.rename(replacement, self.settings)
 
     def start_desk(self, *arguments):

@@ -3,7 +3,7 @@
 
 #include <sys/shm.h>
 
-#include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <vector>
