@@ -116,16 +116,11 @@ TEST(DeskCamera, RaisesAndClearsTimedAlarms) {
               "at 0m1.2s io off\nat 1.2s set Record_config.ucrecordDelay = 8\nat 1.5s crossborder on\nat 1.5s "
               "io+motion on\n");
     Running camera(options);
-    std::vector<std::pair<int, int>> seen;  // motion, io
-    const bool ended = WaitUntil([&] {
-        const AlarmData board = Board();
-        const std::pair now(board.alarm[2].status, board.alarm[0].status);
-        if (seen.empty() || seen.back() != now) seen.push_back(now);
-        return board.alarm[9].status == 1 && board.alarm[14].status == 1;
-    });
-    EXPECT_TRUE(ended);
-    EXPECT_EQ(seen, (std::vector<std::pair<int, int>>{{0, 0}, {1, 0}, {1, 1}, {0, 1}, {0, 0}}));
-    EXPECT_NEAR(Board().alarm[9].time, time(nullptr), 2);
+    EXPECT_TRUE(WaitUntil([] { return Board().alarm[9].status == 1 && Board().alarm[14].status == 1; }));
+    for (const int over : {0, 2}) {
+        EXPECT_EQ(Board().alarm[over].status, 0) << over;
+        EXPECT_NEAR(Board().alarm[over].time, time(nullptr), 60) << over;
+    }
     EXPECT_EQ(camera->System().Snapshot().Record_config.ucrecordDelay, 8);
 
     EXPECT_EQ(Say("alarm face on"), "ok\n");
