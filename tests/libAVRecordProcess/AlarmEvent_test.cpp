@@ -158,26 +158,12 @@ class AlarmThread : public support::LoggedTest {
         ReplaceClock(nullptr);
     }
 
-    struct Today {
-        int mode = 3;  // the ranges
-        int type = 0;  // what range 0 records
-        int until_hour = 23, until_minute = 59;
-    };
-    static void Schedule(const Today& today) {
-        Day_Hour_Scope& day = GetSysconfigData()->Record_config.weekScope.dayScope[3];
-        day.ucSocpeMode = static_cast<uint8_t>(today.mode);
-        day.hourScope[0] = {.beginHour = {},
-                            .endHour = {.ucHour = static_cast<uint8_t>(today.until_hour),
-                                        .ucMinute = static_cast<uint8_t>(today.until_minute),
-                                        .ucSecond = 0,
-                                        .ucType = static_cast<uint8_t>(today.type)}};
-    }
-    // Nothing is on, motion alone is watched, and its events are as long as it.
+    // Nothing is on; the whole day is a range in which motion is watched, and its events are as long as it.
     static void AlarmsOfMotion() {
         for (int source = 0; source < ALARM_SOURCE_DEF_NUMS; ++source) {
             Set(source, false);
         }
-        Play("type=1 pre=0 delay=8");
+        Play("mode=3 type=1 hour=23 minute=59 pre=0 delay=8");
     }
     static void Set(int source, bool on) {
         ASSERT_EQ(AlarmDataWrite(source, on ? ALARM_STATUS_DEF_ON : ALARM_STATUS_DEF_OFF), 0);
@@ -234,14 +220,19 @@ class AlarmThread : public support::LoggedTest {
     // Pre-record time and delay are indexes into the camera's tables: 0 none, 1 5 s, 2 10 s, 6 30 s, 10 the section's
     // start; 0 10 s, 1 5 s, 3 30 s, 4 60 s, 7 600 s, 8 none.
     static void Change(const std::string& setting, int value) {
-        if (setting == "pre") {
-            GetSysconfigData()->Record_config.ucpreRecordTime = static_cast<uint8_t>(value);
-        } else if (setting == "delay") {
-            GetSysconfigData()->Record_config.ucrecordDelay = static_cast<uint8_t>(value);
-        } else if (setting == "type") {
-            Schedule({.type = value});
-        } else {
+        Record_Config_Data& config = GetSysconfigData()->Record_config;
+        Day_Hour_Scope& today = config.weekScope.dayScope[3];
+        Hour_Info& end = today.hourScope[0].endHour;
+        const std::map<std::string, uint8_t*> settings = {{"pre", &config.ucpreRecordTime},
+                                                          {"delay", &config.ucrecordDelay},
+                                                          {"mode", &today.ucSocpeMode},
+                                                          {"type", &end.ucType},
+                                                          {"hour", &end.ucHour},
+                                                          {"minute", &end.ucMinute}};
+        if (setting == "clock") {
             g_timeline.SetWallClock(value);
+        } else {
+            *settings.at(setting) = static_cast<uint8_t>(value);
         }
     }
     void End() {
@@ -310,6 +301,8 @@ TEST_F(AlarmThread, TimesOfEvents) {
         {"io and motion make one", 0, "delay=1 type=3 +io 10 +motion 10 -io 20", "10-24:8"},
         {"smart alarms fold into one", 0, "delay=1 type=4 10 crossing:3 gathering:3 3 +intrusion stay:3 -intrusion 20",
          "10-26:32"},
+        {"a day that is recorded whole has none", 0, "mode=1 +motion +io 100", ""},
+        {"nor is one noted after the end of the range", 0, "hour=12 minute=1 60 motion:10 60", ""},
         {"a new one takes another alarm's place", 0, "delay=4 10 motion:2 3 type=2 io:2 100", "10-14 15-76:4"},
     };
     uint32_t file = 0;
@@ -318,6 +311,7 @@ TEST_F(AlarmThread, TimesOfEvents) {
         RecordRun(c.script, c.section_start, file);
         EXPECT_EQ(Events(file++), c.events) << c.what;
     }
+    EXPECT_GT(log_.Count("  TIME_SCOPE_DIFF Record Time Over ! \n"), 0);
 }
 
 TEST_F(AlarmThread, EverySettingMeansItsSeconds) {
@@ -407,7 +401,7 @@ TEST_F(AlarmThread, AHeadThatCannotBeIsNotBelieved) {
 TEST_F(AlarmThread, EachKindOfRangeWatchesItsOwnAlarms) {
     const char* const kEvents[] = {"", "4-5", "0-1:4", "28-29:8", "18-19:32 20-21:32 24-25:32 26-27:32", ""};
     for (uint32_t kind = 0; kind < std::size(kEvents); ++kind) {
-        Schedule({.type = static_cast<int>(kind)});
+        Change("type", static_cast<int>(kind));
         Begin(0, kind);
         for (int source = 0; source < ALARM_SOURCE_DEF_NUMS; ++source) {
             Set(source, true);
@@ -418,23 +412,6 @@ TEST_F(AlarmThread, EachKindOfRangeWatchesItsOwnAlarms) {
         End();
         EXPECT_EQ(Events(kind), kEvents[kind]) << kind;
     }
-}
-
-TEST_F(AlarmThread, ADayThatIsRecordedWholeHasNoEvents) {
-    Schedule({.mode = 1, .type = 1});
-    RecordRun("+motion +io +stay 100");
-    EXPECT_EQ(support::Card::Read(kEventFile, 0, 1 << 20), std::string(1 << 20, '\0'));
-}
-
-TEST_F(AlarmThread, NothingIsNotedAfterTheEndOfTheRange) {
-    Schedule({.type = 1, .until_hour = 12, .until_minute = 1});
-    Begin();
-    Play("60");
-    EXPECT_EQ(log_.Count("Record Time Over"), 0);
-    Play("motion:10 60");
-    End();
-    EXPECT_GT(log_.Count("  TIME_SCOPE_DIFF Record Time Over ! \n"), 0);
-    EXPECT_EQ(Events(), "");
 }
 
 TEST_F(AlarmThread, EventsThatCannotBeReadForAWhileAreNotWrittenOver) {

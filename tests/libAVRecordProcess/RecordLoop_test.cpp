@@ -3,7 +3,6 @@
 #include <dlfcn.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -12,12 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "RecordState.h"
+#include "DueCamera.h"
 #include "libAVRecord.h"
-#include "libAVRecordProcess.h"
 #include "libAVServerAccess.h"
 #include "libGetAVStream.h"
-#include "support/BoundCamera.h"
 #include "support/CardFault.h"
 #include "support/Process.h"
 #include "support/QueuePeer.h"
@@ -40,27 +37,16 @@ using support::Card;
 using support::kIndexFile;
 using support::Store;
 
-constexpr int64_t kNoon = 1700049600;  // Wednesday 2023-11-15 12:00:00 UTC
-constexpr uint32_t kFull = 0x0F900000;
 constexpr unsigned int kWatchMs = 20;   // pause of the record loop
 constexpr unsigned int kAlarmMs = 80;   // and of the alarm thread
 constexpr unsigned int kNewDayMs = 50;  // and of the wait after midnight's end
 constexpr int kForceKeyFrame = 0x2010;
 
-class RecordLoop : public support::BoundCamera {
+class RecordLoop : public DueCamera {
   protected:
     RecordLoop() : card_(Store{}), media_server_(AVACCESS_MSG_KEY, [](auto&) { return MSG_AVACCESS_TYPE_MSG2; }) {
-        setenv("TZ", "UTC", 1);
-        tzset();
         ReplaceClock(&kLoopClock);
         wall = kNoon;
-        Config().Record_config.ucEnable = 1;
-        Config().Record_config.ucLackSpaceModel = 1;
-        Today().ucSocpeMode = TIME_SCOPE_ALL;
-        g_control.heads_loaded = false;
-        g_flags.file_begun_anew = -1;
-        g_control.last_end = 0;
-        g_control.run_left_open = false;
         before_pass_ = {};
         AVServerAccessCleanup();
     }
@@ -72,8 +58,6 @@ class RecordLoop : public support::BoundCamera {
         media_server_.Leave();
         AVServerAccessCleanup();
     }
-    static Day_Hour_Scope& Today() { return Config().Record_config.weekScope.dayScope[3]; }
-
     // One run; before its second look `change` happens.  A run that nothing ends is ended by a stop request.
     static int Run(std::function<void()> change) {
         EXPECT_EQ(CheckRecordStart(), 0);
@@ -107,8 +91,8 @@ class RecordLoop : public support::BoundCamera {
     support::QueuePeer<8> media_server_;
 
   private:
-    const long resting_threads_ =
-        support::Threads();  // besides this one the media server's, and those of a sanitizer or emulator
+    // Besides this one the media server's, and those of a sanitizer or emulator.
+    const long resting_threads_ = support::Threads();
 
     static void Sleep(unsigned int milliseconds) {
         if (milliseconds == kWatchMs && !before_pass_.empty()) {
@@ -117,8 +101,7 @@ class RecordLoop : public support::BoundCamera {
             act();
         } else if (milliseconds == kNewDayMs) {
             ++wall;
-        } else if (milliseconds ==
-                   kAlarmMs) {  // the alarm thread rests until a run is over: it says what the loop says
+        } else if (milliseconds == kAlarmMs) {  // it rests until a run is over: it says what the loop says
             support::WaitUntil([] { return !g_flags.run_is_on; });
         }
     }
@@ -196,10 +179,9 @@ TEST_F(RecordLoop, EndsWhenTheClockWasSetByMoreThanFiveSeconds) {
                       wall += 100 + step;
                   }),
                   0);
-        EXPECT_EQ(log.Text().find("Changed the time: SinceBootDuration = 100, CurrentDuration = " +
-                                  std::to_string(100 + step) + "\n") != std::string::npos,
-                  step == 6 || step == -6)
-            << step;
+        const std::string line =
+            "Changed the time: SinceBootDuration = 100, CurrentDuration = " + std::to_string(100 + step) + "\n";
+        EXPECT_EQ(log.Has(line), step == 6 || step == -6) << step;
     }
 }
 
@@ -333,12 +315,10 @@ TEST_F(RecordLoop, ASectionHeadThatTheCardRefusedIsWrittenDuringTheNextRun) {
     const auto on_card = [&] { return Index(131072 + 64 * 2, 64); };
     const std::string held(reinterpret_cast<const char*>(&section), sizeof section);
     EXPECT_NE(on_card(), held);
-    EXPECT_EQ(Run([&] {
-                  EXPECT_EQ(WriteKeyFrame(), 0) << "recording goes on meanwhile";
-                  fault.reset();
-                  ++uptime, ++wall;
-              }),
-              0);
+    RunWithKeyFrame([&] {  // recording goes on meanwhile
+        fault.reset();
+        ++uptime, ++wall;
+    });
     EXPECT_EQ(on_card(), held);
 }
 

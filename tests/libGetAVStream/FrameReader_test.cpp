@@ -201,26 +201,20 @@ TEST_F(FrameReader, ReadsAlongTheRing) {
         {"a loss of thirty", "0: C 1k 31d 5000: L 39k 40d park", {1, 31, 39, 40}, "sub = 31 - 1 = 30 pos ="},
         {"too large a loss", "0: C 1k 32d 5000: L 39k 40d park", {1, 39, 40}, "sub = 32 - 1 = 31 pos ="},
         {"a repeated record that a frame follows", "0: C 1k 1d 2d park", {1, 2}},
+        {"and one far off", "0: C 1k 1d 40d 5000: L 49k 50d park", {1, 49, 50}, "sub = 40 - 1 = 39 pos ="},
         {"counting from zero", "0: C 0v 1d park", {0, 1}},
+        {"the last key frame, if the server knows no place", "5000: L 9k 10d park", {9, 10}},
+        {"of H.265", "5000: L 9v 10d park", {9, 10}},
+        {"of JPEG", "5000: L 9j 10d park", {9, 10}},
         {"after the largest number", "0: C 4294967294k 4294967295d 0d 1d park", {0xFFFFFFFE, 0xFFFFFFFF, 0, 1}},
     };
     for (const auto& c : cases) {
         g_received.Clear();
+        peer_.current = -1;
         Lay(c.ring);
         Start();
         EXPECT_EQ(Serials(c.frames.size()), c.frames) << c.what;
         EXPECT_GE(log_.Count(c.line), 1) << c.what;
-        Stop();
-    }
-}
-
-TEST_F(FrameReader, TakesTheKeyFramesOfAllCodecsInItsSearch) {
-    for (const char* const key : {"5000: L 9v", "5000: L 9j", "5000: L 9k"}) {
-        g_received.Clear();
-        peer_.current = -1;  // the server does not know: the last key frame is taken
-        Lay(key);
-        Start();
-        EXPECT_EQ(Serials(1).at(0), 9u) << key;
         Stop();
     }
 }

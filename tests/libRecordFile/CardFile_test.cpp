@@ -2,11 +2,9 @@
 #include "CardFile.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 
@@ -14,66 +12,34 @@
 #include "Clock.h"
 #include "RecorderStatus.h"
 #include "StoreFile.h"
+#include "support/CardFault.h"
 #include "support/Stderr.h"
 
 namespace {
 
 using card::Kind;
 using card::Result;
+using support::CardFault;
+using support::Refused;
 using test::StoreFile;
-using testing::HasSubstr;
 
-struct Fault {
-    int error = 0;     // of each transfer; 0: none
-    int times = 1000;  // then it works
-    size_t cut = 0;    // bytes that are left out
-    int takes_ms = 0;
-};
-
-// The system's calls, of which a test makes some fail.
 class Door : public support::LoggedTest {
   protected:
-    Door() {
-        ReplaceClock(&kClock);
-        card::ReplaceCardCalls(nullptr);
-        fault = Fault{};
-        calls = card::CardCalls();
-        real = card::CardCalls();
-        calls.ReadAt = [](int fd, void* buffer, size_t length, off64_t offset) {
-            return Try([&](size_t n) { return real.ReadAt(fd, buffer, n, offset); }, length);
-        };
-        calls.WriteAt = [](int fd, const void* buffer, size_t length, off64_t offset) {
-            uptime_ms += fault.takes_ms;
-            return Try([&](size_t n) { return real.WriteAt(fd, buffer, n, offset); }, length);
-        };
-        card::ReplaceCardCalls(&calls);
-    }
-    ~Door() override {
-        card::ReplaceCardCalls(nullptr);
-        ReplaceClock(nullptr);
-    }
+    Door() { ReplaceClock(&kClock); }
+    ~Door() override { ReplaceClock(nullptr); }
+
     Result Read(size_t length = 4, uint64_t offset = 0) {
         return card::ReadAt(Kind::kIndex, file_.fd(), offset, buffer_, static_cast<int64_t>(length));
     }
     Result Write(Kind kind = Kind::kRecord) { return card::WriteAt(kind, file_.fd(), 96, "four", 4); }
     int Lines(const std::string& word) const { return log_.Count(word); }
-
-    static inline Fault fault;
-    static inline int64_t uptime_ms = 5000000;
     static void Wait(int seconds) { uptime_ms += seconds * 1000; }
+
+    static inline int64_t uptime_ms = 5000000;
     StoreFile file_;
     char buffer_[64] = {};
 
   private:
-    template <class Call>
-    static ssize_t Try(Call call, size_t length) {
-        if (fault.error != 0 && fault.times-- > 0) {
-            errno = fault.error;
-            return -1;
-        }
-        return call(length - fault.cut);
-    }
-    static inline card::Calls calls, real;
     static constexpr ClockSource kClock{[] { return timeval{}; }, [] { return static_cast<long>(uptime_ms / 1000); },
                                         [](unsigned int) {}, [] { return uptime_ms * 1000; }};
 };
@@ -85,19 +51,24 @@ TEST_F(Door, TellsTheEndOfTheFileFromAFailure) {
     EXPECT_EQ(Read(4, 2), Result::kEndOfFile);
     EXPECT_EQ(Read(4, 1ull << 33), Result::kEndOfFile);
     EXPECT_EQ(log_.Text(), "") << "an end is no failure";
-    fault.cut = 1;
-    EXPECT_EQ(Read(), Result::kFailed) << "came short, and the file goes on";
-    EXPECT_EQ(errno, EIO);
-    fault = {.error = EIO};
-    EXPECT_EQ(Read(5), Result::kFailed);
-    EXPECT_EQ(errno, EIO);
-    fault = {.error = EINTR, .times = 3};
-    EXPECT_EQ(Read(), Result::kDone);
-    fault = {.error = EINTR, .times = 3};
-    EXPECT_EQ(Write(), Result::kDone);
-    fault = {.cut = 1};
-    EXPECT_EQ(Write(), Result::kFailed);
-    EXPECT_EQ(errno, ENOSPC);
+    for (const int error : {0, EIO}) {  // 0: it came short, and the file goes on
+        const CardFault fault({.access = Refused::kReads, .error = error});
+        EXPECT_EQ(Read(), Result::kFailed);
+        EXPECT_EQ(errno, EIO);
+    }
+    {
+        const CardFault fault({.access = Refused::kReads, .error = EINTR, .times = 3});
+        EXPECT_EQ(Read(), Result::kDone);
+    }
+    {
+        const CardFault fault({.error = EINTR, .times = 3});
+        EXPECT_EQ(Write(), Result::kDone);
+    }
+    {
+        const CardFault fault({.error = 0});
+        EXPECT_EQ(Write(), Result::kFailed);
+        EXPECT_EQ(errno, ENOSPC);
+    }
     for (const int fd : {-1, file_.fd()}) {
         EXPECT_EQ(card::ReadAt(Kind::kIndex, fd, 0, fd < 0 ? buffer_ : nullptr, 1), Result::kFailed);
         EXPECT_EQ(card::WriteAt(Kind::kIndex, fd, 0, buffer_, fd < 0 ? 1 : -1), Result::kFailed);
@@ -116,7 +87,7 @@ TEST_F(Door, HeadsThatAreAbsentAreNotHeadsThatCannotBeRead) {
     EXPECT_EQ(AVAlarmEventHeadLoad(file_.fd(), 4, &event), AV_HEAD_ABSENT);
     EXPECT_EQ(AVRecordFileHeadLoad(file_.fd(), RECORD_FILE_MAX, &file), AV_HEAD_FAILED);
     EXPECT_EQ(AVAlarmEventHeadLoad(file_.fd(), ALARM_EVENT_FILE_MAX, &event), AV_HEAD_FAILED);
-    fault = {.error = EIO};
+    const CardFault fault({.access = Refused::kReads});
     EXPECT_EQ(AVRecordSystemHeadLoad(file_.fd(), &system), AV_HEAD_FAILED);
     EXPECT_EQ(AVRecordFileHeadLoad(file_.fd(), 1, &file), AV_HEAD_FAILED);
     EXPECT_EQ(AVAlarmEventHeadLoad(file_.fd(), 3, &event), AV_HEAD_FAILED);
@@ -143,63 +114,77 @@ TEST_F(Door, OpensRegularFilesThatAreThereAndCreatesNone) {
 }
 
 TEST_F(Door, LogsTheFirstFailureOneAMinuteAndTheEnd) {
-    fault = {.error = EIO};
+    {
+        const CardFault fault({.access = Refused::kReads});
+        Read();
+        EXPECT_EQ(Lines("failed"), 1);
+    }
+    const CardFault fault({.times = 502});
     for (int i = 0; i < 500; ++i) Write();
-    EXPECT_EQ(Lines("failed"), 1);
-    EXPECT_THAT(log_.Text(), HasSubstr(" : writing /memfd:store (deleted), 4 bytes at 96 failed: errno 5 Input/output "
-                                       "error (failure 1 in 0 s)\n"));
-    Read();
     EXPECT_EQ(Lines("failed"), 2) << "another operation, another file: a line of its own";
+    EXPECT_TRUE(
+        Logged(" : writing /memfd:store (deleted), 4 bytes at 96 failed: errno 5 Input/output error (failure 1 "
+               "in 0 s)\n"));
     Wait(59);
     Write();
     EXPECT_EQ(Lines("failed"), 2);
     Wait(1);
     Write();
-    EXPECT_THAT(log_.Text(), HasSubstr("(failure 502 in 60 s)\n"));
+    EXPECT_TRUE(Logged("(failure 502 in 60 s)\n"));
     Wait(1);
-    fault = {};
     Write();
     Write();
-    EXPECT_THAT(log_.Text(), HasSubstr(" : writing record files works again, after 502 failures in 61 s\n"));
+    EXPECT_TRUE(Logged(" : writing record files works again, after 502 failures in 61 s\n"));
     EXPECT_EQ(Lines("works again"), 1);
 }
 
 TEST_F(Door, ACardThatFailsNowAndThenDoesNotFloodTheLog) {
-    for (int i = 0; i < 120; ++i) {
-        fault.error = i % 2 == 0 ? EIO : 0;
+    CardFault fault({});
+    for (int second = 0; second < 60; ++second) {
+        fault.Again(1);
         Write();
-        Wait(i % 2);
+        Write();
+        Wait(1);
     }
     EXPECT_EQ(Lines("\n"), 2) << "a failure and its end, in a minute";
+}
+
+TEST_F(Door, AnotherErrnoIsNewsOnceASecond) {
+    CardFault fault({});
+    Write();
+    fault.Again(1, EROFS);
+    Write();
+    EXPECT_EQ(Lines("failed"), 1);
+    Wait(1);
+    fault.Again(1, EROFS);
+    Write();
+    EXPECT_EQ(Lines("failed"), 2);
 }
 
 TEST_F(Door, JudgesTheCard) {
     struct Case {
         const char* what;
-        Fault fault;
-        int step_s, writes;
+        int error, step_s, writes;
         bool is_failing;
     };
-    for (const Case& c : {Case{"read-only", {.error = EROFS}, 0, 1, true}, Case{"gone", {.error = ENODEV}, 1, 4, true},
-                          Case{"gone for a moment", {.error = ENODEV}, 1, 3, false},
-                          Case{"refuses for 10 s", {.error = ENOSPC}, 1, 11, true},
-                          Case{"refuses for 9 s", {.error = ENOSPC}, 1, 10, false},
-                          Case{"one failure and silence", {.error = ENOSPC, .times = 1}, 20, 1, false}}) {
+    file_.Put(0, "four");
+    for (const Case& c :
+         {Case{"read-only", EROFS, 0, 1, true}, Case{"gone", ENODEV, 1, 4, true},
+          Case{"gone for a moment", ENODEV, 1, 3, false}, Case{"refuses for 10 s", ENOSPC, 1, 11, true},
+          Case{"refuses for 9 s", ENOSPC, 1, 10, false}, Case{"one failure and silence", ENOSPC, 20, 1, false}}) {
         SCOPED_TRACE(c.what);
-        fault = c.fault;
+        const CardFault fault({.error = c.error, .times = c.writes});
         for (int i = 0; i < c.writes; ++i) {
             Write();
             Wait(c.step_s);
         }
         EXPECT_EQ(card::IsFailing(), c.is_failing);
-        fault = {};
-        file_.Put(0, "four");
         EXPECT_EQ(Read(), Result::kDone);
         EXPECT_EQ(card::IsFailing(), c.is_failing) << "what can be read need not be writable";
         Write();
         EXPECT_FALSE(card::IsFailing());
     }
-    fault = {.error = EROFS};
+    const CardFault fault({.error = EROFS});
     Write();
     card::Pardon();
     EXPECT_FALSE(card::IsFailing());
@@ -207,9 +192,14 @@ TEST_F(Door, JudgesTheCard) {
 
 TEST_F(Door, CountsFailedWritesAndTheLongest) {
     const RecorderStatus before = RecorderStatusGet();
-    fault = {.takes_ms = 1234};
+    card::Calls slow = card::CardCalls();
+    slow.WriteAt = [](int, const void*, size_t length, off64_t) {
+        uptime_ms += 1234;
+        return static_cast<ssize_t>(length);
+    };
+    card::ReplaceCardCalls(&slow);
     Write();
-    fault = {.error = EIO, .times = 2};
+    const CardFault fault({.times = 2});
     Write();
     Write(Kind::kEvents);
     Write(Kind::kOther);

@@ -27,6 +27,10 @@ class CardFault {
         card::ReplaceCardCalls(refused.access == Refused::kReads ? &kReadsFail : &kWritesFail);
     }
     ~CardFault() { card::ReplaceCardCalls(nullptr); }
+    void Again(int times, int error = EIO) {
+        error_ = error;
+        times_ = times;
+    }
     CardFault(const CardFault&) = delete;
     CardFault& operator=(const CardFault&) = delete;
 
