@@ -103,8 +103,7 @@ class HandOverTest : public OpenRun {
 };
 
 TEST_F(HandOverTest, GivesTheCardStreamThenKeyRecordsThenHeads) {
-    Open();
-    EXPECT_EQ(Write(kH264Key), 0);
+    BeginRun();
     EXPECT_EQ(Write(kH264Delta), 0);
     const uint64_t end = AV_RecordFileInfoHeadGet()->m_u32RecordFileSumLenth;
     const auto given = Tape::AwaitHandOvers(3);
@@ -129,8 +128,7 @@ TEST_F(HandOverTest, WritesAgainWhatTheCardRefused) {
     for (const uint32_t place : {0u, 0x0FC00000u + 20}) {  // the second run's first record
         SCOPED_TRACE(place);
         Tape::refused = place;
-        Open();
-        EXPECT_EQ(Write(kH264Key), 0);
+        BeginRun();
         EXPECT_TRUE(support::WaitUntil([&] {
             const CardCalls all = Tape::All();
             auto at = all.begin();
@@ -164,8 +162,7 @@ TEST_F(HandOverTest, GivesTheCardEveryKeyRecordOfALongInterval) {
 }
 
 TEST_F(HandOverTest, WritesWholeSectorsAndNothingElse) {
-    Open();
-    EXPECT_EQ(Write(kH264Key), 0);
+    BeginRun();
     EXPECT_EQ(Write(kH264Delta), 0);
     uint64_t end = 0;
     for (const CardCall& call : Tape::Only('w')) {
@@ -185,8 +182,7 @@ class HandOverAtTheLimit : public HandOverTest {
 };
 
 TEST_F(HandOverAtTheLimit, NamesTheNextFileBeforeAHeadSaysThatThisOneIsFull) {
-    Open();
-    EXPECT_EQ(Write(kH264Key), 0);
+    BeginRun();
     const auto all = Tape::All();
     const auto named = Find(all, all.begin(), 'w', "index000.bin", 0);
     const auto given = Find(all, named, 's', "index000.bin", 0);

@@ -33,6 +33,10 @@ class OpenRun : public support::BoundCamera {
         AV_RecordSectionInfoHeadAdd(file, AV_RecordInfoHeadGet(), kStart, RECORD_TYPE_SCHEDULE, 0);
     }
     static void Open(int channel = 0) { ASSERT_EQ(KQ_RecordInit(AV_RecordFileInfoHeadGet(), channel), 0); }
+    static void BeginRun() {
+        Open();
+        ASSERT_EQ(Write(kH264Key), 0);
+    }
     static int Write(const std::string& frame, int kind = AV_FRAME_TYPE_VIDEO, bool is_virtual_key = false,
                      int channel = 0) {
         AVDataInfoOpt info{};

@@ -58,6 +58,7 @@ class RecordLoop : public DueCamera {
         media_server_.Leave();
         AVServerAccessCleanup();
     }
+
     // One run; before its second look `change` happens.  A run that nothing ends is ended by a stop request.
     static int Run(std::function<void()> change) {
         EXPECT_EQ(CheckRecordStart(), 0);

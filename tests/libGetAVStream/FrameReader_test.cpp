@@ -133,19 +133,6 @@ TEST_F(FrameReader, HandsOverEveryFrameFromTheWritePositionOn) {
     EXPECT_EQ(peer_.requests - peer_.key_requests, 1);
 }
 
-TEST_F(FrameReader, ReadersOfTwoStreamsRunSideBySideAndStopAndStartAgain) {
-    peer_.Put(0, 0, 1, kKey);
-    peer_.Put(1, 0, 7, kDelta);
-    Start(0);
-    Start(1);
-    EXPECT_EQ(Serials(2).size(), 2u);
-    Stop();
-    Stop();
-    g_received.Clear();
-    Start();
-    EXPECT_THAT(Serials(1), ElementsAre(1));
-}
-
 std::atomic<bool> g_in_hand, g_has_stopped;
 
 // Keeps each frame for a while; after frame 2 it stops its own reader.

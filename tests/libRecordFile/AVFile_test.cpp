@@ -1,12 +1,10 @@
 // Plain file access and the two areas of a record file.
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
 
 #include "StoreFile.h"
-#include "libLog.h"
 #include "libRecordFile.h"
 #include "support/Stderr.h"
 
@@ -47,12 +45,11 @@ TEST(AVFile, ModesGiveTheirAccessAndOnlyWritersCreate) {
     EXPECT_EQ(AVFileClose(-1), -1);
 }
 
-TEST(AVFile, ReportsAFailedOpenWithPathAndCause) {
-    support::Captured out;
-    LogInit(nullptr, LOG_MODE_ALL);
+using Failure = support::LoggedTest;
+
+TEST_F(Failure, OfAnOpenIsToldWithPathAndCause) {
     EXPECT_EQ(AVFileOpen("/nowhere/index000.bin", AVFILE_READ), -1);
-    LogCleanup();
-    EXPECT_THAT(out.Text(), testing::HasSubstr(" :open /nowhere/index000.bin fail 2\n"));
+    EXPECT_TRUE(Logged(" :open /nowhere/index000.bin fail 2\n"));
 }
 
 TEST(AVFile, SeeksWithinWhatAnIntHolds) {
@@ -88,21 +85,18 @@ TEST(RecordStream, TransfersAreWholeAndPositioned) {
     EXPECT_EQ(AV_RecordStreamInfoWrite(-1, 0, back, 5), -1);
 }
 
-TEST(RecordStream, SaysWhetherTheSeekOrTheReadFailed) {
-    support::Captured out;
-    LogInit(nullptr, LOG_MODE_ALL);
+TEST_F(Failure, OfAReadIsToldApartFromThatOfASeek) {
     StoreFile file;
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     char back[8];
     EXPECT_EQ(AV_RecordStreamInfoRead(file.fd(), 7, back, 5), -1);
-    EXPECT_THAT(out.Text(), testing::EndsWith(" Read data error  Offset = 7 offset = 7 \n"));
+    EXPECT_TRUE(Logged(" Read data error  Offset = 7 offset = 7 \n"));
     EXPECT_EQ(AV_RecordStreamInfoRead(ends[0], 7, back, 5), -1);
-    EXPECT_THAT(out.Text(), testing::EndsWith("  dataOffset = 7 offset = -1 errno = 29 \n"));
+    EXPECT_TRUE(Logged("  dataOffset = 7 offset = -1 errno = 29 \n"));
     file.Resize(3ull << 30);
     EXPECT_EQ(AV_RecordStreamInfoRead(file.fd(), 0x80000000u, back, 5), -1) << "its result would look like a failure";
-    EXPECT_THAT(out.Text(), testing::HasSubstr(" AVFileSeek fail fd = "));
-    LogCleanup();
+    EXPECT_TRUE(Logged(" AVFileSeek fail fd = "));
     close(ends[0]);
     close(ends[1]);
 }

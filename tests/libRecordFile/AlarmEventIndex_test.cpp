@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 #include "StoreFile.h"
@@ -93,16 +94,12 @@ TEST(AlarmEvents, ALateFileGrowsTheEventFileAndHarmsNothing) {
     StoreFile events;
     events.Resize(64 << 20);
     AlarmFileInfoHead_S record{};
-    auto head = Head(503, 1024);
-    EXPECT_EQ(AV_AlarmEventFileInfoWrite(events.fd(), &head, &record), 0);
-    EXPECT_EQ(events.Size(), 64u << 20) << "file 503 is the last whose records lie inside";
-    head = Head(504, 1);
-    EXPECT_EQ(AV_AlarmEventFileInfoRead(events.fd(), &head, &record), -1);
-    EXPECT_EQ(AV_AlarmEventFileInfoAdd(&head, &record, 7, 1), 0);
-    EXPECT_EQ(AV_AlarmEventFileInfoWrite(events.fd(), &head, &record), 0);
-    EXPECT_EQ(events.Size(), (64u << 20) + 48);
-
-    head = Head(4096, 1);  // its head would lie on the first record of file 0
+    for (const auto& [file, count, size] : {std::tuple{503u, 1024u, 64u << 20}, {504u, 1u, (64u << 20) + 48}}) {
+        auto head = Head(file, count);
+        EXPECT_EQ(AV_AlarmEventFileInfoWrite(events.fd(), &head, &record), 0);
+        EXPECT_EQ(events.Size(), size) << "file 503 is the last whose records lie inside";
+    }
+    auto head = Head(4096, 1);  // its head would lie on the first record of file 0
     EXPECT_EQ(AV_AlarmEventInfoWrite(events.fd(), 4096, &head), -1);
     EXPECT_EQ(AV_AlarmEventInfoRead(events.fd(), 4096, &head), -1);
     EXPECT_EQ(AV_AlarmEventFileInfoWrite(events.fd(), &head, &record), -1);

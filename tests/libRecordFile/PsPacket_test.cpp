@@ -1,5 +1,4 @@
 // Packed frames against bytes worked out by hand from the standard's tables.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
@@ -9,7 +8,6 @@
 #include <vector>
 
 #include "StoreFile.h"
-#include "libLog.h"
 #include "libRecordFile.h"
 #include "support/Stderr.h"
 
@@ -125,15 +123,13 @@ TEST(PsPacket, LongPayloadsBecomeSeveralPacketsOfOneClock) {
                                                   idr.substr(0, 65470) + Packet("E0", 1) + idr.substr(65470));
 }
 
-TEST(PsPacket, AFrameOf64KiBIsWorthALineInTheLog) {
-    support::Captured out;
-    LogInit(nullptr, LOG_MODE_ALL);
+using LoggedPacket = support::LoggedTest;
+
+TEST_F(LoggedPacket, AFrameOf64KiBIsWorthALine) {
     PackVideo(false, Payload(65535));
-    EXPECT_EQ(out.Text(), "");
+    EXPECT_EQ(log_.Text(), "");
     PackVideo(false, Payload(65536));
-    LogCleanup();
-    EXPECT_THAT(out.Text(),
-                testing::EndsWith(" ####################################################### uiDataLen =  65536\n"));
+    EXPECT_TRUE(Logged(" ####################################################### uiDataLen =  65536\n"));
 }
 
 TEST(PsPacket, SoundIsOnePacketWithTheNextClock) {

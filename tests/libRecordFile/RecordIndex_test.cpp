@@ -1,11 +1,9 @@
 // The index file: every head against bytes written down by hand, at offsets worked out by hand.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <vector>
 
 #include "StoreFile.h"
-#include "libLog.h"
 #include "libRecordFile.h"
 #include "support/Stderr.h"
 
@@ -209,16 +207,16 @@ TEST(SectionHead, Number252ReplacesNumber251) {
     }
 }
 
-TEST(Store, IsConfiguredAskedAndCleared) {
-    support::Captured out;
-    LogInit(nullptr, LOG_MODE_ALL);
+using Store = support::LoggedTest;
+
+TEST_F(Store, IsConfiguredAskedAndCleared) {
     StoreFile index;
     const std::string path = index.Path();
     ConfigStoreInfo_S store{};
     store.total_size_byte = 0x1'0000'7740;  // MiB; its low 32 bits are kept
     store.vedio_num = 12;
     EXPECT_EQ(AV_RecordFileConfigSet(path.c_str(), &store), 0);
-    EXPECT_THAT(out.Text(), testing::HasSubstr(":StoreFileNum = 12 \n"));
+    EXPECT_TRUE(Logged(":StoreFileNum = 12 \n"));
     EXPECT_EQ(BytesOf(System(12)), index.Get(0, 1000));
     EXPECT_EQ(AV_SystemInfoInitCheck(path.c_str()), 0);
 
@@ -229,14 +227,12 @@ TEST(Store, IsConfiguredAskedAndCleared) {
     EXPECT_EQ(AV_RecordConfigInfoGet(path.c_str(), &space, &free_mib), 0);
     EXPECT_EQ(space, 0xC0000000u);
     EXPECT_EQ(free_mib, 7 * 256u);
-    EXPECT_THAT(out.Text(), testing::EndsWith(" : m_u32RecordFileSum = 12  m_u32RecordSpaceSize = 3221225472  "
-                                              "m_u32RecordFreeSize = 7 \n"));
+    EXPECT_TRUE(Logged(" : m_u32RecordFileSum = 12  m_u32RecordSpaceSize = 3221225472  m_u32RecordFreeSize = 7 \n"));
 
     index.Put(1024, std::string(48 * 13, 'h'));
     index.Put(131136, std::string(64, 's'));
     uint32_t count = 0;
     EXPECT_EQ(AV_RecordFileConfigClear(path.c_str(), &count), 0);
-    LogCleanup();
     EXPECT_EQ(count, 12u);
     EXPECT_EQ(index.Get(0, 236), std::string(236, '\0'));
     EXPECT_EQ(index.Get(1024, 48 * 12), std::string(48 * 12, '\0'));
@@ -246,7 +242,7 @@ TEST(Store, IsConfiguredAskedAndCleared) {
     EXPECT_EQ(AV_RecordConfigInfoGet(path.c_str(), &space, &free_mib), -1);
 }
 
-TEST(Store, LargerThanTheIndexIsRefusedAndNeverRunsOver) {
+TEST_F(Store, LargerThanTheIndexIsRefusedAndNeverRunsOver) {
     StoreFile index;
     ConfigStoreInfo_S store{};
     store.vedio_num = 2710;
