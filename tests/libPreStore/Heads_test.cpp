@@ -38,8 +38,8 @@ void ExpectHeadsZero(const Image& image, uint32_t files) {
 
 TEST(Heads, AreZeroOnGarbageAndTheRecordFilesAreLeftAlone) {
     const Image image(2 * kGiB);
-    image.Fill(0, 300 * kMiB, kGarbage);  // FATs, directory, the 64 MiB files and a bit of the first record file
-    image.Fill(2 * kGiB - kMiB, kMiB, kGarbage);
+    image.Fill(0, 300, kGarbage);  // FATs, directory, the 64 MiB files and a bit of the first record file
+    image.Fill(2 * kGiB - kMiB, 1, kGarbage);
     const auto result = prestore::Format(image.Path().c_str(), {.video_percent = 100});
     ASSERT_TRUE(result.Ok()) << result.message;
     ExpectHeadsZero(image, 4);

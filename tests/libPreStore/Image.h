@@ -69,9 +69,11 @@ class Image {
         bytes.resize(got < 0 ? 0 : static_cast<size_t>(got));
         return bytes;
     }
-    void Fill(uint64_t offset, uint64_t length, char with) const {
-        const std::string bytes(length, with);
-        ASSERT_EQ(pwrite64(fd_, bytes.data(), length, static_cast<off64_t>(offset)), static_cast<ssize_t>(length));
+    void Fill(uint64_t offset, uint64_t mebibytes, char with) const {
+        const std::string piece(kMiB, with);
+        for (uint64_t at = offset; at < offset + mebibytes * kMiB; at += kMiB) {
+            ASSERT_EQ(pwrite64(fd_, piece.data(), kMiB, static_cast<off64_t>(at)), static_cast<ssize_t>(kMiB));
+        }
     }
     uint64_t BytesOnDisk() const {
         struct stat64 status {};

@@ -131,8 +131,10 @@ def chosen(options, bench):
     """The mutants, in the order of trying: every kind of change as often as every other, as far as there are any."""
     mutants = list(all_mutants(options, bench))
     if options.again:
-        keys = [row["key"] for row in rows_of(options.again) if row["verdict"] != INVALID]
-        yield from (mutant for mutant in mutants if mutant.key() in keys)
+        places = {(row["key"], row["offset"]) for row in rows_of(options.again) if row["verdict"] != INVALID}
+        there = [mutant for mutant in mutants if (mutant.key(), mutant.offset) in places]
+        moved = {key for key, _ in places} - {mutant.key() for mutant in there}
+        yield from there + [mutant for mutant in mutants if mutant.key() in moved]
         return
     by_kind = {}
     for mutant in mutants:
