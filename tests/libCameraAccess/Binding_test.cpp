@@ -79,12 +79,18 @@ TEST_F(Camera, QueriesRefuseNullAndTheUnboundCamera) {
     Camera_AudioConfig audio{};
     Camera_AudioProperty property{};
     Camera_DISPLAYPROPERTY display{};
-    const auto expect_all = [&](int expected) {
+    const auto expect_all = [&](int expected) {  // and null is refused before all else
         EXPECT_EQ(CameraGetRegularRecordProperty(&schedule, &schedule), expected);
         EXPECT_EQ(CameraGetVideoConfig(video), expected);
         EXPECT_EQ(CameraGetAudioConfig(&audio), expected);
         EXPECT_EQ(CameraGetAudioProperty(&property), expected);
         EXPECT_EQ(CameraGetDisplayProperty(&display), expected);
+        EXPECT_EQ(CameraGetRegularRecordProperty(nullptr, &schedule), -1);
+        EXPECT_EQ(CameraGetRegularRecordProperty(&schedule, nullptr), -1);
+        EXPECT_EQ(CameraGetVideoConfig(nullptr), -1);
+        EXPECT_EQ(CameraGetAudioConfig(nullptr), -1);
+        EXPECT_EQ(CameraGetAudioProperty(nullptr), -1);
+        EXPECT_EQ(CameraGetDisplayProperty(nullptr), -1);
     };
     expect_all(-3);
     EXPECT_EQ(CameraSetVideoForceIFrame(0, 0), -3);
@@ -93,12 +99,6 @@ TEST_F(Camera, QueriesRefuseNullAndTheUnboundCamera) {
     SysconfigExit();
     expect_all(-1);
     EXPECT_EQ(CameraSetVideoForceIFrame(0, 0), 0) << "needs no configuration";
-    EXPECT_EQ(CameraGetRegularRecordProperty(nullptr, &schedule), -1);
-    EXPECT_EQ(CameraGetRegularRecordProperty(&schedule, nullptr), -1);
-    EXPECT_EQ(CameraGetVideoConfig(nullptr), -1);
-    EXPECT_EQ(CameraGetAudioConfig(nullptr), -1);
-    EXPECT_EQ(CameraGetAudioProperty(nullptr), -1);
-    EXPECT_EQ(CameraGetDisplayProperty(nullptr), -1);
     EXPECT_EQ(Common_Set_Video_Force_IFrame(nullptr, nullptr), -1);
 }
 
