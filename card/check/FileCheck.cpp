@@ -23,7 +23,7 @@ constexpr uint32_t kFullFileSlack = 250;
 constexpr uint32_t kShortestPicture = 5;  // bytes: a start code and the first byte of a NAL header
 constexpr uint32_t kStartSlack = 60;      // s a section may begin in front of its first frame
 constexpr uint32_t kFullEndSlack = 30;    // s a run may take to end when its file is full
-constexpr uint32_t kEndSlack = 2;         // s its last sound may lie behind its last picture
+constexpr uint32_t kEndSlack = 2;         // s its last sound may lie after its last picture
 
 // Sound without a byte, or a picture too short for the header of a NAL unit.
 bool IsBare(const SurveyedFrame& frame) {
@@ -80,7 +80,7 @@ class FileCheck {
         CheckCovered();
         CheckSlots();
         CheckSums();
-        if (!file_.Full()) CheckBehind();
+        if (!file_.Full()) CheckAfterCounted();
         const bool mendable = std::any_of(findings_.begin() + static_cast<ptrdiff_t>(before), findings_.end(),
                                           [](const Finding& finding) { return finding.mend == Mend::File; });
         if (!visit) return;
@@ -337,15 +337,15 @@ class FileCheck {
                 for (const SurveyedFrame* f : FramesOf(survey_, SpanOf(recording)))
                     frames += f->offset >= part.begin && f->offset < part.end ? 1 : 0;
             }
-            const bool behind_last = file_.head.m_u32RecordSectionSum == RECORD_SECTION_MAX;
+            const bool after_last = file_.head.m_u32RecordSectionSum == RECORD_SECTION_MAX;
             if (frames != 0) {
-                Add(behind_last ? Level::Remark : Level::Error, "footage-unlisted", part.begin,
+                Add(after_last ? Level::Remark : Level::Error, "footage-unlisted", part.begin,
                     FormatText("%zu frames from %llu to %llu lie in no section", frames,
                                static_cast<unsigned long long>(part.begin), static_cast<unsigned long long>(part.end)),
                     "this footage is there but not listed", Mend::File);
             } else if (part.end == file_.Length()) {
                 AddHead(LevelOfAheadHead(), "file-length", FileHeadOffset(file_.number),
-                        FormatText("file %u counts %llu bytes behind its last footage", file_.number,
+                        FormatText("file %u counts %llu bytes after its last footage", file_.number,
                                    static_cast<unsigned long long>(part.end - part.begin)),
                         "footage may have been lost there; that much space is not recorded into");
             } else {
@@ -403,7 +403,7 @@ class FileCheck {
 
     // What a power cut left after the heads.  It may begin with sound or, as pages reach the card in any order, with
     // a hole; after one only the next times are taken for the file's own.
-    void CheckBehind() {
+    void CheckAfterCounted() {
         const uint64_t newest = file_.head.m_u32RecordEndTime;
         size_t frames = 0;
         size_t pictures = 0;

@@ -196,7 +196,7 @@ class StoreCheck {
         const std::vector<Recording> recordings = RecordingsOf(survey, {}).recordings;
         if (recordings.empty()) return;
         const uint32_t first = recordings.front().first_time;
-        uint32_t last = first;  // after a second cut, what the first one left lies behind and is older
+        uint32_t last = first;  // after a second cut, what the first one left lies after it and is older
         for (const Recording& recording : recordings) last = std::max(last, recording.last_time);
         const std::optional<uint32_t> newest = index_.Newest();
         // After a hole only what follows the newest footage closely is new for certain.

@@ -13,14 +13,13 @@ namespace card {
 namespace {
 
 using record_file::FileHeadOffset;
-using record_file::kClockPerFrame;
 using record_file::kKeyFramesMax;
 using record_file::kStreamHeadSize;
 using record_file::SectionHeadOffset;
 
 constexpr uint32_t kRecordSize = sizeof(KeyFrameInfoHead_S);
 constexpr uint32_t kStartSlack = 60;  // s a section may begin in front of its first key frame
-constexpr uint32_t kEndSlack = 2;     // s its last sound may lie behind its last picture
+constexpr uint32_t kEndSlack = 2;     // s its last sound may lie after its last picture
 
 uint8_t AudioCode(uint8_t stream_type) {
     switch (stream_type) {
@@ -230,7 +229,7 @@ RebuiltFile IndexBuilder::BuildLap(const Survey& survey, const LapHints& hints, 
     RebuiltFile file;
     file.number = number;
     const Recordings found = RecordingsOf(survey, hints);
-    file.stale_behind = found.stale_behind;
+    file.stale_after = found.stale_after;
     if (found.recordings.empty()) return file;
     const RecordsByFrame records(left.key_frames);
     FileBuilder builder(file, left.sections, records);
@@ -267,7 +266,7 @@ Rebuilt IndexBuilder::Build(uint32_t number, const Survey& survey) const {
 Rebuilt IndexBuilder::BuildFrom(const Survey& survey, const Left& left, uint32_t number) {
     LapHints hints = Hints(survey, left);
     Rebuilt rebuilt{BuildLap(survey, hints, left, number), std::nullopt};
-    if (!rebuilt.lap.stale_behind) return rebuilt;
+    if (!rebuilt.lap.stale_after) return rebuilt;
     hints.counted = UINT64_MAX;
     rebuilt.whole = BuildLap(survey, hints, left, number);
     return rebuilt;
@@ -319,13 +318,12 @@ RecordSystemInfoHead_S BuildSystemHead(const RecordSystemInfoHead_S& left, uint6
     if (trusted && left.m_u32SDCardSpaceSize != 0) head.m_u32SDCardSpaceSize = left.m_u32SDCardSpaceSize;
     head.m_u32RecordFileNo = CurrentFile(files, trusted ? left.m_u32RecordFileNo : UINT32_MAX);
     uint32_t full = 0;
-    bool lapped = false;  // what lies behind the current file is of an earlier lap
+    bool lapped = false;  // what lies after the current file is of an earlier lap
     for (uint32_t i = 0; i < count; ++i) {
         full += files[i].Full() ? 1 : 0;
         lapped = lapped || (i > head.m_u32RecordFileNo && !files[i].Empty());
     }
-    lapped =
-        lapped || full == count || (count != 0 && head.m_u32RecordFileNo + 1 == count && files.back().stale_behind);
+    lapped = lapped || full == count || (count != 0 && head.m_u32RecordFileNo + 1 == count && files.back().stale_after);
     head.m_u32RecordUsedFileSum = lapped ? count : full;
     if (trusted && left.m_u32RecordUsedFileSum <= count) {
         head.m_u32RecordUsedFileSum = std::max(head.m_u32RecordUsedFileSum, left.m_u32RecordUsedFileSum);

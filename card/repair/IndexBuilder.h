@@ -24,7 +24,7 @@ struct RebuiltFile {
     std::vector<KeyFrameInfoHead_S> key_frames;
     std::vector<uint64_t> stream_heads;  // where a lost one can stand again
     uint32_t first_time = 0;             // of its first frame: orders files
-    bool stale_behind = false;           // data of an earlier lap follows
+    bool stale_after = false;            // data of an earlier lap follows
     size_t pictures = 0;                 // that can be exported by these heads
 
     bool Empty() const { return head.m_u32FileInfoHeadFlag == 0; }

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <map>
 #include <optional>
@@ -31,12 +30,8 @@ constexpr int kPassesMax = 3;
 uint32_t CountRecordFiles(const Volume& volume) {
     uint32_t count = 0;
     for (const std::string& name : volume.Names()) {
-        unsigned number = 0;
-        int used = 0;
-        if (std::sscanf(name.c_str(), "hi%6u.mp4%n", &number, &used) == 1 && used == static_cast<int>(name.size()) &&
-            number < RECORD_FILE_MAX) {
-            count = std::max(count, number + 1);
-        }
+        const std::optional<uint32_t> number = Volume::RecordFileNumber(name);
+        if (number && *number < RECORD_FILE_MAX) count = std::max(count, *number + 1);
     }
     return count;
 }

@@ -93,7 +93,7 @@ class RunMaker {
     Survey survey_;
     std::optional<StreamRun> run_;
     SurveyedFrame last_;            // picture of the run
-    std::vector<Garbage> pending_;  // behind the run's last frame
+    std::vector<Garbage> pending_;  // after the run's last frame
 };
 
 }  // namespace
@@ -215,7 +215,7 @@ class RecordingFinder {
                 last_ = i;
             } else if (IsOlder(i) && !IsCounted(i)) {
                 if (!AnyPresentAfter(i)) {
-                    result_.stale_behind = true;
+                    result_.stale_after = true;
                     break;
                 }
             } else if (const SurveyedFrame* key = FirstKey(runs_[i])) {

@@ -89,7 +89,7 @@ struct Recording {
 
 struct Recordings {
     std::vector<Recording> recordings;  // in order of their place
-    bool stale_behind = false;          // footage of an earlier lap follows
+    bool stale_after = false;           // footage of an earlier lap follows
 };
 
 // What heads tell, as far as it agrees with the stream.

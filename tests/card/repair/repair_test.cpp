@@ -366,6 +366,17 @@ TEST(Repair, BelievesAFilesOwnMark) {
     ExpectRepaired(image, list);
 }
 
+TEST(Repair, TakesNoOtherFileForARecordFile) {
+    const Place place;
+    kDay.RecordFolder(place);
+    fs::remove(place.Path() + "/hi000001.mp4");
+    for (const char* other : {"/hi5.mp4", "/hi+00005.mp4", "/hi    5.mp4"})
+        fs::copy(place.Path() + "/event000.bin", place.Path() + other);
+    card::RepairLog log;
+    card::RepairFolder(place, log);
+    EXPECT_FALSE(fs::exists(place.Path() + "/hi000005.mp4"));
+}
+
 TEST(Repair, LeavesNoHalfCopy) {
     const Place place;
     kDay.RecordFolder(place).Corrupt(RECORD_INDEX_NAME, 0, "XXXX");
