@@ -54,6 +54,9 @@ TEST_F(Zone, ThatTheEnvironmentNamesIsReadAgainWhenItsFileChanges) {
     EXPECT_EQ(NextHour(), 2);
     Put(kZone, 5);
     EXPECT_EQ(LocalTime(0).tm_hour, 2) << "looked at once a second";
+    for (const int hour : {1, 2, 3, 4, 5, 6, 1}) {
+        EXPECT_EQ(LocalTime(hour * 3600).tm_hour, hour + 2) << "each moment its own time";
+    }
     EXPECT_EQ(NextHour(), 5);
     EXPECT_STREQ(getenv("TZ"), ":/tmp/zone");
 

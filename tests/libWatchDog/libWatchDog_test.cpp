@@ -22,7 +22,8 @@ class Table : public support::LoggedTest {
 };
 
 TEST_F(Table, HeartbeatTouchesItsOwnSlotOnly) {
-    // The other daemons were here first.
+    // The other daemons were here first, and the table's id is not 0.
+    const int other = shmget(IPC_PRIVATE, 1, 0600);
     auto* words = static_cast<int32_t*>(shmat(shmget(0x61788C7D, 200, IPC_CREAT | 0777), nullptr, 0));
     std::fill(words, words + 50, 99);
 
@@ -54,6 +55,7 @@ TEST_F(Table, HeartbeatTouchesItsOwnSlotOnly) {
     EXPECT_EQ(libWatchDogCleanup(), 0);
     EXPECT_EQ(words[14], 1700000002) << "cleaning up does not reach the table";
     shmdt(words);
+    shmctl(other, IPC_RMID, nullptr);
 }
 
 TEST_F(Table, HeartbeatHealsWhenTheTableCouldNotBeHad) {
