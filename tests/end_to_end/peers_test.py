@@ -40,15 +40,15 @@ class AlarmEvents(CameraTest):
         camera.set(schedule__daily="00:00-24:00 motion", Record_config__ucrecordDelay=8, Record_config__ucpreRecordTime=0)
         camera.start()
         tell("alarm", "motion", "on")
-        self.expect(r"KeyFrameTime", 10)
-        self.expect(r"KeyFrameTime", 10)
+        self.expect(r"KeyFrameTime")
+        self.expect(r"KeyFrameTime")
         tell("alarm", "motion", "off")
-        self.expect(r"KeyFrameTime", 10)
+        self.expect(r"KeyFrameTime")
         camera.set(schedule__daily="00:00-24:00 io")
-        self.expect(r"KeyFrameTime", 10)
+        self.expect(r"KeyFrameTime")
         tell("alarm", "io0", "on")  # still on when the recorder stops: the event ends with the run
-        self.expect(r"KeyFrameTime", 10)
-        self.expect(r"KeyFrameTime", 10)
+        self.expect(r"KeyFrameTime")
+        self.expect(r"KeyFrameTime")
         self.assert_stopped_in_order()
         camera.assert_complete()
 
@@ -69,24 +69,24 @@ class Watchdog(CameraTest):
         self.camera.start_desk()
         self.assertIsNone(newest_beat())
         self.camera.start_recorder()
-        _, latest = wait_for("a beat", newest_beat, 30)
-        wait_for("the next beat", lambda: newest_beat()[0] > latest, 30)
+        _, latest = wait_for("a beat", newest_beat)
+        wait_for("the next beat", lambda: newest_beat()[0] > latest)
         self.camera.recorder.kill()
-        self.camera.desk.expect(r"heartbeat has stopped", 120)
+        self.camera.desk.expect(r"heartbeat has stopped")
 
 
 class Restart(CameraTest):
     def test_peers_that_restart_in_order_are_followed(self):
         camera = self.camera
         camera.start()
-        self.expect(r"KeyFrameTime", 10)
+        self.expect(r"KeyFrameTime")
         camera.desk.stop()  # which removes its segments and queues
         camera.start_desk()
-        self.expect(r"KeyFrameTime", 20)
-        wait_for("a beat in the new table", newest_beat, 30)
+        self.expect(r"KeyFrameTime")
+        wait_for("a beat in the new table", newest_beat)
         camera.set(lan_config__nFrameRate1=24)
         self.expect(r"Video FrameRate Change! .* change to 24")
-        self.expect(r"KeyFrameTime", 10)
+        self.expect(r"KeyFrameTime")
         self.assert_stopped_in_order()
 
 
@@ -103,17 +103,17 @@ class Endurance(CameraTest):
     def assert_nothing_left_behind(self):
         """Beside two descriptors or threads that come and go: what a session or a run leaves, many leave more of."""
         wait_for(f"not more than {self.before}, and two",
-                 lambda: all(now <= then + 2 for now, then in zip(self.resources(), self.before)), 10)
+                 lambda: all(now <= then + 2 for now, then in zip(self.resources(), self.before)))
 
     def test_a_hundred_console_sessions_leave_nothing_behind(self):
         self.addCleanup(lambda: os.path.exists(MARKER) and os.unlink(MARKER))
         for _ in range(ROUNDS // 20):  # the console opens and closes, twenty viewers each time
             open(MARKER, "w").close()
             for _ in range(20):
-                with wait_for("the console", connect, 30) as viewer:
+                with wait_for("the console", connect) as viewer:
                     self.see_log(viewer)
             os.unlink(MARKER)
-            wait_for("the closed port", lambda: (c := connect()) is None or c.close(), 30)
+            wait_for("the closed port", lambda: (c := connect()) is None or c.close())
         self.assert_nothing_left_behind()
         self.assert_stopped_in_order()
         # The ring holds two seconds of this stream.  A recorder that this machine kept from running, or from writing,
