@@ -15,7 +15,9 @@
 #include <sstream>
 #include <string>
 
+#include "CardFile.h"
 #include "Clock.h"
+#include "FileEvents.h"
 #include "RecordState.h"
 #include "libAVRecord.h"
 #include "libAVRecordProcess.h"
@@ -370,6 +372,20 @@ TEST_F(AlarmThread, RestsWhileTheRecordLoopLooksForIt) {
     EXPECT_EQ(Events(), "0-14");
 }
 
+TEST_F(AlarmThread, AnAlarmThatIsOverAgainWhenTheThreadWakesIsAnEvent) {
+    Launch();
+    const Descriptor file = card::OpenEvents(AVFILE_READ_WRITE);
+    FileEvents events(file.Get(), 2);
+    ASSERT_EQ(events.Begin(), FileEvents::Outcome::GoOn);
+    EXPECT_FALSE(events.IsCalled());
+    Set(ALARM_SOURCE_DEF_MOTION, true);
+    EXPECT_TRUE(events.IsCalled());
+    Set(ALARM_SOURCE_DEF_MOTION, false);
+    EXPECT_TRUE(events.IsCalled());
+    EXPECT_EQ(events.LookAtBoard(), FileEvents::Outcome::GoOn);
+    EXPECT_FALSE(events.IsAtRest()) << "its event is open";
+}
+
 TEST_F(AlarmThread, AnOverwrittenFileStartsWithoutEvents) {
     RecordRun("motion:1 1", 0, 1);
     RecordRun("motion:1 1", 0, 2);
@@ -465,6 +481,21 @@ TEST_F(AlarmThread, AnEventRefusedUntilItsRunWasOverIsSavedByTheNextRunOnTheSame
     EXPECT_EQ(Event(2).m_u32AlarmEventFlag, 0u);
     RecordRun("1", 0, 2);
     EXPECT_EQ(Events(1), "0-1 5-6") << "saved by a run in another file";
+    for (const uint32_t next_file : {2, 1}) {
+        const uint32_t count = Head().m_u32AlarmEventSum;
+        {
+            const CardFault fault({.length = sizeof(AlarmEventHead_S)});
+            g_timeline.Restart();
+            Begin();
+            Play("motion:1");
+            g_timeline.RunFreely();
+            EXPECT_TRUE(HasLeft());
+            End();
+        }
+        EXPECT_EQ(Head().m_u32AlarmEventSum, count) << "its head was refused as well";
+        RecordRun("1", 0, next_file);
+    }
+    EXPECT_EQ(Events(1), "0-1 5-6 0-1 0-1");
 }
 
 TEST_F(AlarmThread, AFailureEndsTheThreadAndNothingElse) {

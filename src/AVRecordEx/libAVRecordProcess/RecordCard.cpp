@@ -35,9 +35,8 @@ class DeviceNode {
         const bool is_linked = IsLinked();
         if (const long now = KQ_COMMON_GetUptime(); now != asked_) {
             asked_ = now;
-            if (!is_linked) {
-                node_ =
-                    Descriptor(open(kDeviceNode, O_PATH | O_NOFOLLOW | O_CLOEXEC));  // without it the path is walked
+            if (!is_linked) {  // if it cannot be opened, the path is walked
+                node_ = Descriptor(open(kDeviceNode, O_PATH | O_NOFOLLOW | O_CLOEXEC));
             }
         } else if (is_linked) {
             return 0;
