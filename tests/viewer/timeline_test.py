@@ -110,10 +110,6 @@ class Timeline(PageTest):
         self.browser.wait("!player.loading && byId('video').readyState >= 2")
         self.assertEqual(self.browser.run("[held, byId('notice').hidden, document.querySelectorAll('.footage').length]"), [None, True, 0])
 
-    def test_an_empty_card_says_so(self):
-        self.show(self.folder / "empty")
-        self.assertEqual(self.browser.run("byId('notice').textContent"), "Nothing is recorded on this card yet.")
-
     def test_a_card_opened_in_it_is_played(self):
         self.show(self.folder / "busy", zone="America/New_York")
         self.open(self.folder / "busy")

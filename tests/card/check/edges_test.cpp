@@ -3,15 +3,12 @@
 
 #include <optional>
 
-#include "check/CardCheck.h"
 #include "fixture/CardFixture.h"
+#include "fixture/Mend.h"
 #include "fixture/Place.h"
 #include "fixture/StoreWriter.h"
 
 namespace {
-
-using card::Finding;
-using card::Volume;
 
 constexpr uint32_t kStart = 1772352000;  // s since 1970 UTC
 const std::string kKey("\0\0\0\1\x67\x42\x00\x1f\0\0\0\1\x68\xce\0\0\0\1\x65\x88\x84", 22);
@@ -28,11 +25,7 @@ class CheckEdges : public testing::Test {
 
     std::string Findings() {
         writer_->EndSection();
-        std::string text;
-        for (const Finding& f : card::CheckAll(Volume::Open(place_))) {
-            text += (f.level == Finding::Level::Error ? "error " : "remark ") + f.kind + ": " + f.what + "\n";
-        }
-        return text;
+        return fixture::Listed(fixture::Check(place_));
     }
 
     const fixture::Place place_;

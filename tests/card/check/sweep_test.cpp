@@ -9,9 +9,9 @@
 
 #include "clip/Clip.h"
 #include "fixture/CardFixture.h"
+#include "fixture/Mend.h"
 #include "fixture/Place.h"
 #include "fixture/StoreBytes.h"
-#include "repair/Repairer.h"
 #include "text/Error.h"
 
 namespace {
@@ -20,6 +20,8 @@ using card::CardIndex;
 using card::Finding;
 using card::Volume;
 using fixture::Card;
+using fixture::Check;
+using fixture::Mend;
 using fixture::Place;
 using fixture::Recording;
 
@@ -164,13 +166,12 @@ class Sweep : public testing::Test {
         EXPECT_LE(damaged.newest, pristine_.newest + 60);
         EXPECT_LE(damaged.hours, 4 * pristine_.hours);
         std::string found;
-        for (const Finding& finding : card::CheckAll(Volume::Open(place_))) {
+        for (const Finding& finding : Check(place_)) {
             if (found.find(finding.kind) == std::string::npos) found += (found.empty() ? "" : ", ") + finding.kind;
         }
         EXPECT_TRUE(!found.empty() || damaged.text == pristine_.text) << "not found, and not harmless";
-        card::RepairLog log;
-        card::RepairStore(Volume::Open(place_, card::Access::ReadWrite), log);
-        EXPECT_EQ(card::Errors(card::CheckAll(Volume::Open(place_))), 0u);
+        Mend(place_);
+        EXPECT_EQ(card::Errors(Check(place_)), 0u);
         const bool mended = See(place_).text == pristine_.text;
         EXPECT_TRUE(mended || Irreplaceable(field.name));
         if (kAll) {

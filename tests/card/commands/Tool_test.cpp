@@ -105,7 +105,7 @@ TEST(Tool, EndsWithTheStatusThatScriptsExpect) {
     EXPECT_EQ(Tool({}).status, 2);
     EXPECT_EQ(Tool({"list"}).status, 2);
     EXPECT_EQ(Tool({"lost", place}).status, 2);
-    EXPECT_EQ(Tool({"list", "/nowhere"}).status, 3);
+    for (const char* command : {"list", "check"}) EXPECT_EQ(Tool({command, "/nowhere"}).status, 3);
     const Outcome no_card = Tool({"list", place});
     EXPECT_EQ(no_card.status, 3);
     EXPECT_THAT(no_card.err, HasSubstr("holds no FAT32 volume"));

@@ -1,17 +1,14 @@
 // Cards of which a file is missing, or a place cannot be read: what is there is shown and saved, what is not is told.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "fixture/BadBlocks.h"
 #include "fixture/CardFixture.h"
-#include "fixture/Place.h"
+#include "fixture/Folder.h"
 #include "volume/Volume.h"
 
 namespace {
@@ -20,6 +17,7 @@ namespace fs = std::filesystem;
 using fixture::BadBlocks;
 using fixture::Card;
 using fixture::Outcome;
+using fixture::ReadAll;
 using fixture::Recording;
 using fixture::Tool;
 using fixture::WrittenFrame;
@@ -27,24 +25,13 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-std::string ReadAll(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-class Losses : public testing::Test {
+class Losses : public fixture::Folder {
   protected:
-    Losses() { fs::create_directory(folder_.Path()); }
-
-    std::string Path(const std::string& name) const { return folder_.Path() + "/" + name; }
-
     Outcome Export(const Recording& card, const std::string& name, std::vector<std::string> what = {"--all"}) const {
         std::vector<std::string> arguments = {"export", "--force", card.path, Path(name)};
         arguments.insert(arguments.end(), what.begin(), what.end());
         return Tool(arguments);
     }
-
-    fixture::Place folder_;
 };
 
 // One run over three files: the first two are full.

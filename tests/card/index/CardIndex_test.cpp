@@ -4,10 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <utility>
 
 #include "fixture/CardFixture.h"
 #include "fixture/Place.h"
+#include "fixture/StoreBytes.h"
 #include "fixture/StoreWriter.h"
 #include "text/Error.h"
 
@@ -16,8 +16,11 @@ namespace {
 using card::CardIndex;
 using card::Volume;
 using fixture::Card;
+using fixture::FileHeadAt;
 using fixture::Place;
 using fixture::Recording;
+using fixture::SectionAt;
+using fixture::Word;
 using ::testing::HasSubstr;
 
 const Card kMorning{
@@ -78,6 +81,8 @@ TEST(CardIndex, ShowsWhatWasRecordedInAFolderAndInAnImage) {
         uint64_t written = 0;
         for (const auto& frame : recording.frames) written += frame.size + (frame.first_of_run ? 40 : 0);
         EXPECT_EQ(index.StreamBytes(), written);
+        const double rate = static_cast<double>(written) / (19 + 9 + 4);  // to the last whole second of each section
+        EXPECT_NEAR(*index.HoursKept(), 3.0 * 0x0F900000 / rate / 3600, 0.01);
     }
 }
 
@@ -106,30 +111,27 @@ TEST(CardIndex, FindsATimeFromTheKeyFrameBeforeIt) {
     EXPECT_TRUE(index.Find(start + 30, start + 99).empty());
 }
 
-TEST(CardIndex, FollowsTheRingThroughItsLaps) {
+// Full and named as current, a file was either just filled or is the next to be written over.
+TEST(CardIndex, KnowsWhetherAFullCurrentFileIsTheNewestOrTheOldest) {
     const Place place;
-    const Card card{.files = 2,
-                    .sections = {{.seconds = 100, .audio = CODE_AUDIO_NULL, .frame_bytes = 370000}, {.seconds = 2}},
-                    .keep_units = false};
-    const Recording recording = card.RecordFolder(place);
-    ASSERT_TRUE(recording.sections.front().overwritten) << "the plan is too short for a second lap";
-    const Volume volume = Volume::Open(place);
-    const CardIndex index(volume);
-    ExpectSameSections(index, recording);
-    ExpectSameKeyFrames(index, recording);
-    EXPECT_EQ(index.System().m_u32RecordUsedFileSum, 2u);
-    // Full files at 370 kB x 25 a second: 2 x 249 MiB.
-    EXPECT_NEAR(*index.HoursKept() * 3600, 2.0 * 0x0F900000 / (370000.0 * 25), 2.5);
-}
-
-std::string Word(uint32_t value) {
-    return std::string(reinterpret_cast<const char*>(&value), 4);
-}
-
-// Byte offsets in the index file, of file 0.
-constexpr uint64_t kFileHead = RECORD_FILE_HEAD_BASE;
-constexpr uint64_t SectionHead(uint32_t number) {
-    return RECORD_SECTION_BASE + 64 * number;
+    const Recording recording = kMorning.RecordFolder(place);
+    for (const bool oldest : {true, false}) {
+        for (const uint32_t file : {0u, 1u, 2u}) {
+            const uint32_t start = kMorning.start + 100 * (file == 0 && !oldest ? 9 : file);
+            const RecordFileInfoHead_S head{.m_u32FileInfoHeadFlag = RECORD_FILE_FLAG,
+                                            .m_u32FileInfoHeadNo = file,
+                                            .m_u32RecordStartTime = start,
+                                            .m_u32RecordEndTime = start + 99,
+                                            .m_u32RecordFileSumLenth = RECORD_STREAM_LIMIT,
+                                            .m_u32RecordFileSumType = 1,
+                                            .m_u32RecordSectionSum = 1,
+                                            .m_u32RecordKeyFrameSum = 0,
+                                            .m_u8Res = {}};
+            recording.Corrupt("index000.bin", FileHeadAt(file), fixture::Bytes(head));
+        }
+        const std::vector<uint32_t> wanted = oldest ? std::vector<uint32_t>{0, 1, 2} : std::vector<uint32_t>{1, 2, 0};
+        EXPECT_EQ(CardIndex(Volume::Open(place)).RingOrder(), wanted);
+    }
 }
 
 TEST(CardIndex, NamesTheFaultOfADamagedSectionAndKeepsTheOthers) {
@@ -153,15 +155,15 @@ TEST(CardIndex, NamesTheFaultOfADamagedSectionAndKeepsTheOthers) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        const std::string before = recording.Read("index000.bin", SectionHead(2) + c.offset, 4);
-        recording.Corrupt("index000.bin", SectionHead(2) + c.offset, Word(c.value));
+        const std::string before = recording.Read("index000.bin", SectionAt(0, 2) + c.offset, 4);
+        recording.Corrupt("index000.bin", SectionAt(0, 2) + c.offset, Word(c.value));
         const Volume volume = Volume::Open(place);
         const CardIndex index(volume);
         ASSERT_EQ(index.AllSections().size(), 3u);
         EXPECT_EQ(index.AllSections()[1].fault, c.fault) << card::FaultText(index.AllSections()[1].fault);
         ASSERT_EQ(index.Sections().size(), 2u);
         EXPECT_EQ(index.Sections()[1].number, 3u);
-        recording.Corrupt("index000.bin", SectionHead(2) + c.offset, before);
+        recording.Corrupt("index000.bin", SectionAt(0, 2) + c.offset, before);
     }
 }
 
@@ -169,8 +171,8 @@ TEST(CardIndex, KeepsASectionThatAPowerCutLeftAheadOfItsFile) {
     const Place place;
     const Recording recording = kMorning.RecordFolder(place);
     uint32_t length = 0;
-    std::memcpy(&length, recording.Read("index000.bin", kFileHead + 16, 4).data(), 4);
-    recording.Corrupt("index000.bin", kFileHead + 16, Word(length - 1500));
+    std::memcpy(&length, recording.Read("index000.bin", FileHeadAt(0) + 16, 4).data(), 4);
+    recording.Corrupt("index000.bin", FileHeadAt(0) + 16, Word(length - 1500));
     {
         const Volume volume = Volume::Open(place);
         const CardIndex index(volume);
@@ -204,14 +206,14 @@ TEST(CardIndex, LeavesOutAFileWhoseHeadCannotBeTrusted) {
                  {24, 0, Fault::BadCounts},          {24, 252, Fault::BadCounts}, {28, 0xFFFFFFFF, Fault::BadCounts}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.offset);
-        const std::string before = recording.Read("index000.bin", kFileHead + c.offset, 4);
-        recording.Corrupt("index000.bin", kFileHead + c.offset, Word(c.value));
+        const std::string before = recording.Read("index000.bin", FileHeadAt(0) + c.offset, 4);
+        recording.Corrupt("index000.bin", FileHeadAt(0) + c.offset, Word(c.value));
         const Volume volume = Volume::Open(place);
         const CardIndex index(volume);
         EXPECT_EQ(index.Files()[0].fault, c.fault);
         EXPECT_TRUE(index.Sections().empty());
         EXPECT_FALSE(index.Oldest().has_value());
-        recording.Corrupt("index000.bin", kFileHead + c.offset, before);
+        recording.Corrupt("index000.bin", FileHeadAt(0) + c.offset, before);
     }
 }
 
@@ -233,23 +235,6 @@ TEST(CardIndex, BelievesNoCountOfTheSystemHead) {
         FAIL() << "took a store without a head";
     } catch (const card::CardError& error) {
         EXPECT_THAT(error.what(), HasSubstr("repair"));
-    }
-}
-
-TEST(CardIndex, LeavesOutEventsThatDoNotFit) {
-    const Place place;
-    const Recording recording = kMorning.RecordFolder(place);
-    constexpr uint64_t kFirst = 8 * ALARM_EVENT_BLOCK;
-    for (const auto& [offset, value] : {std::pair{0u, 0u}, {4u, 5u}, {20u, 1u}}) {
-        const std::string before = recording.Read("event000.bin", kFirst + offset, 4);
-        recording.Corrupt("event000.bin", kFirst + offset, Word(value));
-        const Volume volume = Volume::Open(place);
-        const CardIndex index(volume);
-        EXPECT_EQ(index.AllEvents().size(), 2u);
-        ASSERT_EQ(index.Events().size(), 1u) << "offset " << offset;
-        EXPECT_EQ(index.Events()[0].slot, 2u);
-        EXPECT_EQ(index.Events()[0].number, 1u);
-        recording.Corrupt("event000.bin", kFirst + offset, before);
     }
 }
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "fixture/CardFixture.h"
-#include "fixture/Place.h"
+#include "fixture/Folder.h"
 #include "index/CardIndex.h"
 #include "page/Footage.h"
 #include "page/Overview.h"
@@ -19,14 +19,9 @@ namespace {
 namespace fs = std::filesystem;
 using fixture::Card;
 using fixture::Outcome;
+using fixture::ReadAll;
 using fixture::Recording;
 using fixture::Tool;
-
-std::string ReadAll(const std::string& path) {
-    std::string bytes(fs::file_size(path), '\0');
-    std::ifstream(path, std::ios::binary).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    return bytes;
-}
 
 size_t Count(const std::string& text, const std::string& part) {
     size_t count = 0;
@@ -34,12 +29,8 @@ size_t Count(const std::string& text, const std::string& part) {
     return count;
 }
 
-class Timeline : public testing::Test {
+class Timeline : public fixture::Folder {
   protected:
-    Timeline() { fs::create_directory(folder_.Path()); }
-
-    std::string Path(const std::string& name) const { return folder_.Path() + "/" + name; }
-
     std::string Made(const Recording& card, std::vector<std::string> more = {}) {
         std::vector<std::string> arguments = {"timeline", card.path, Path("page.html"), "--force"};
         arguments.insert(arguments.end(), more.begin(), more.end());
@@ -47,8 +38,6 @@ class Timeline : public testing::Test {
         EXPECT_EQ(run.status, 0) << run.err;
         return Path("page.html");
     }
-
-    fixture::Place folder_;
 };
 
 // Two days; on the second a short and a long gap, and events of two kinds.
@@ -131,7 +120,7 @@ TEST_F(Timeline, FootageInThePageIsBoundedAndRefusalsLeaveNothing) {
     EXPECT_EQ(make({"--clips", "--from", "2026-04-01"}).status, 4);
     EXPECT_EQ(make({"--clips", "--event", "7"}).status, 2);
     EXPECT_EQ(make({"--from", "08:00"}).status, 2) << "says nothing without --clips";
-    EXPECT_EQ(std::distance(fs::directory_iterator(folder_.Path()), {}), 1) << "nothing is left over";
+    EXPECT_EQ(std::distance(fs::directory_iterator(Path()), {}), 1) << "nothing is left over";
     EXPECT_EQ(make({"--clips", "--clips-max", "4", "--from", "08:00:05", "--to", "08:00:10"}).status, 0);
     EXPECT_LT(fs::file_size(Path("page.html")), 4u << 20);
 }

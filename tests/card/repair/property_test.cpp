@@ -11,9 +11,9 @@
 
 #include "clip/Clip.h"
 #include "fixture/CardFixture.h"
+#include "fixture/Mend.h"
 #include "fixture/Place.h"
 #include "fixture/StoreBytes.h"
-#include "repair/Repairer.h"
 #include "text/Error.h"
 
 namespace {
@@ -22,6 +22,7 @@ using card::CardIndex;
 using card::Device;
 using card::Volume;
 using fixture::Card;
+using fixture::Mend;
 using fixture::Place;
 using fixture::Recording;
 using fixture::WrittenFrame;
@@ -186,8 +187,7 @@ void LoseNothing(const Card& card, uint32_t seeds) {
         damager.Damage();
         SCOPED_TRACE("seed " + std::to_string(seed) + "\n" + damager.Told());
         const Shown before = Show(place);
-        card::RepairLog log;
-        card::RepairStore(Volume::Open(place, card::Access::ReadWrite), log);
+        Mend(place);
         judge.Compare(before, Show(place));
         pristine.PutBack();
     }

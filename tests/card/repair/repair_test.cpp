@@ -8,10 +8,10 @@
 #include <random>
 
 #include "fixture/CardFixture.h"
+#include "fixture/Mend.h"
 #include "fixture/Place.h"
 #include "fixture/StoreBytes.h"
 #include "index/CardIndex.h"
-#include "repair/Repairer.h"
 #include "stream/StreamScanner.h"
 #include "volume/CardCopy.h"
 
@@ -21,6 +21,8 @@ namespace fs = std::filesystem;
 using card::CardIndex;
 using card::Volume;
 using fixture::Card;
+using fixture::Check;
+using fixture::Mend;
 using fixture::Outcome;
 using fixture::Place;
 using fixture::Recording;
@@ -93,10 +95,9 @@ void DamageAndRepair(const Recording& recording, const StoreBytes& before, uint3
         if (!key_area) bytes.resize(std::min<size_t>(bytes.size(), kHeads - offset));
         recording.Corrupt(key_area ? Volume::RecordFileName(any(2)) : RECORD_INDEX_NAME, offset, bytes);
     }
-    card::RepairLog log;
-    card::RepairStore(Volume::Open(recording.path, card::Access::ReadWrite), log);
+    Mend(recording.path);
     ExpectReachable(recording);
-    for (const card::Finding& left : card::CheckAll(Volume::Open(recording.path))) {
+    for (const card::Finding& left : Check(recording.path)) {
         EXPECT_EQ(left.level, card::Finding::Level::Remark) << left.kind << ": " << left.what;
     }
     before.PutBack();
@@ -121,14 +122,13 @@ TEST(Repair, DestroyedIndexOfARingGivesTheSameList) {
         SCOPED_TRACE(random ? "noise" : "zero");
         for (char& c : noise) c = random ? static_cast<char>(generator()) : '\0';
         recording.Corrupt(RECORD_INDEX_NAME, 0, noise);
-        card::RepairLog log;
-        card::RepairStore(Volume::Open(place, card::Access::ReadWrite), log);
+        Mend(place);
         EXPECT_EQ(List(place), list);
         EXPECT_EQ(before.Difference(), "index000.bin at 8");  // the card's size, which a folder does not know
         const CardIndex index{Volume::Open(place)};
         EXPECT_EQ(index.RingOrder(), (std::vector<uint32_t>{1, 0}));
         EXPECT_EQ(index.System().m_u32RecordUsedFileSum, 2u);
-        EXPECT_EQ(card::Errors(card::CheckAll(Volume::Open(place))), 0u);
+        EXPECT_EQ(card::Errors(Check(place)), 0u);
     }
     before.PutBack();
     for (uint32_t seed = 1; seed <= 4; ++seed) {
@@ -195,7 +195,7 @@ TEST(Repair, BringsBackTheFileSystem) {
         card::RepairLog log;
         card::RepairVolume(image, log);
         EXPECT_FALSE(log.empty());
-        const card::Findings left = card::CheckAll(Volume::Open(image));
+        const card::Findings left = Check(image);
         EXPECT_TRUE(left.empty()) << left.front().what;
     }
     ExpectRepaired(image, list);
@@ -247,8 +247,7 @@ TEST(Repair, FindsWhatIsLeftOfADamagedStream) {
         const std::string intact = recording.Read("hi000000.mp4", offset, length);
         recording.Corrupt("hi000000.mp4", offset, std::string(length, '\0'));
         recording.Corrupt(RECORD_INDEX_NAME, 0, std::string(RECORD_SECTION_BASE + 2 * RECORD_SECTION_BLOCK, '\0'));
-        card::RepairLog log;
-        card::RepairStore(Volume::Open(place, card::Access::ReadWrite), log);
+        Mend(place);
         const CardIndex index{Volume::Open(place)};
         bool decodable = false;
         for (const fixture::WrittenFrame* frame : recording.Kept()) {
@@ -264,7 +263,7 @@ TEST(Repair, FindsWhatIsLeftOfADamagedStream) {
                 });
             EXPECT_TRUE(found) << "frame at " << frame->offset << ", damage at " << offset << " of " << length;
         }
-        for (const card::Finding& left : card::CheckAll(Volume::Open(place))) {
+        for (const card::Finding& left : Check(place)) {
             const bool of_stream =
                 left.kind == "stream-damaged" || left.kind == "stream-foreign" || left.kind == "section-begin";
             EXPECT_TRUE(of_stream || left.level == card::Finding::Level::Remark) << left.kind << ": " << left.what;
@@ -288,10 +287,8 @@ TEST(Repair, AFlippedBitInATimeCostsNothing) {
             std::string flipped = time;
             flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ 1 << bit % 8);
             recording.Corrupt(stream, picture->offset + 14, flipped);
-            card::RepairLog log;
-            const Volume volume = Volume::Open(place, card::Access::ReadWrite);
-            EXPECT_EQ(card::RepairStore(volume, log).pictures_after, recording.KeptVideo().size());
-            EXPECT_EQ(card::CardIndex(volume).Sections().size(), recording.sections.size());
+            EXPECT_EQ(Mend(place).pictures_after, recording.KeptVideo().size());
+            EXPECT_EQ(CardIndex(Volume::Open(place)).Sections().size(), recording.sections.size());
             EXPECT_EQ(before.Difference(), "");
         }
         recording.Corrupt(stream, picture->offset + 14, time);
@@ -322,8 +319,7 @@ TEST(Repair, BringsBackWhatACutLeftUncounted) {
     };
     const auto repair = [&] {
         EXPECT_NE(Tool({"check", place}).out.find("after what the heads count"), std::string::npos);
-        card::RepairLog log;
-        card::RepairStore(Volume::Open(place, card::Access::ReadWrite), log);
+        Mend(place);
     };
     cut_at(*sounds[sounds.size() / 2]);
     repair();
