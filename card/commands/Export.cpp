@@ -77,7 +77,8 @@ void PrintPart(std::FILE* to, const ExportPart& part, const TimeStyle& times) {
     std::fprintf(to, "\n");
 }
 
-ExportReport RunExport(const CardIndex& index, const ExportArguments& arguments, const Selection& selection) {
+ExportReport RunExport(const Volume& volume, const CardIndex& index, const ExportArguments& arguments,
+                       const Selection& selection) {
     using Mode = OutputFiles::Mode;
     const Mode mode = arguments.to_stdout ? Mode::ToStdout : arguments.force ? Mode::Overwrite : Mode::New;
     Exporter exporter(index, arguments.out, mode, arguments.times);
@@ -86,17 +87,19 @@ ExportReport RunExport(const CardIndex& index, const ExportArguments& arguments,
     Progress progress("Exporting");
     const uint64_t total = 2 * selection.StreamBytes();
     uint64_t done = 0;
-    return exporter.Run(selection, [&](uint64_t bytes) {
+    const auto show = [&](uint64_t bytes) {
         signals.ThrowIfStopped();
         progress.Show(done += bytes, total);
-    });
+    };
+    return exporter.Run(selection, show, [&] { return AllRead(volume, index, &selection); });
 }
 
 int ExportOne(const Volume& volume, const CardIndex& index, const ExportArguments& arguments) {
     const Selection selection = Select(index, arguments);
     if (selection.stretches.empty()) throw NothingThere(volume, index, selection);
     if (!arguments.to_stdout) RequireSpace(arguments.out, selection.StreamBytes());
-    const ExportReport report = RunExport(index, arguments, selection);
+    const ExportReport report = RunExport(volume, index, arguments, selection);
+    if (report.aside) TellKept(arguments.out, report.parts.front().path);
     for (const ExportPart& part : report.parts) PrintPart(arguments.to_stdout ? stderr : stdout, part, arguments.times);
     if (report.damaged_bytes != 0 || report.foreign_frames != 0) {
         std::fprintf(stderr,
@@ -162,7 +165,8 @@ Run PrepareExport(CLI::App& command) {
     command.add_option("--section", arguments->section, "One section, see \"recordcard list\"")
         ->type_name("FILE:SECTION");
     command.add_flag("--all", arguments->all, "Everything on the card");
-    command.add_flag("--force", arguments->force, "Overwrite OUT when it is there");
+    command.add_flag("--force", arguments->force,
+                     "Overwrite OUT when it is there; kept, when not all could be read now");
     AddTimeStyle(command, arguments->times);
     command.footer(
         std::string(kTimeText) +

@@ -62,6 +62,18 @@ ExitCode TellLosses(const Volume& volume, const CardIndex& index, const TimeStyl
     return losses.empty() ? kDone : kFindings;
 }
 
+bool AllRead(const Volume& volume, const CardIndex& index, const Selection* selected) {
+    return LossesOf(volume, index, {}, selected).empty();
+}
+
+void TellKept(const std::string& out, const std::string& beside) {
+    std::fprintf(
+        stderr,
+        "recordcard: not all could be read, so %s is kept as it was, and what could be read now is %s: keep the "
+        "better one\n",
+        out.c_str(), beside.c_str());
+}
+
 CardError NothingThere(const Volume& volume, const CardIndex& index, const Selection& selected) {
     std::string lost;
     for (const Loss& loss : LossesOf(volume, index, {}, &selected)) lost += (lost.empty() ? "" : "; ") + loss.what;

@@ -125,8 +125,9 @@ int Timeline(const TimelineArguments& arguments) {
     }
     file.Write(std::string_view(page).substr(place));
     const uint64_t bytes = file.Close();
-    files.Commit();
-    std::printf("%s: %s, %s, %s%s; open it in any browser\n", arguments.out.c_str(),
+    // A list alone can be made again at any time.
+    if (files.Commit(!footage || AllRead(volume, index))) TellKept(arguments.out, files.Final().front());
+    std::printf("%s: %s, %s, %s%s; open it in any browser\n", files.Final().front().c_str(),
                 Counted(index.Sections().size(), "section").c_str(), Counted(index.Events().size(), "event").c_str(),
                 Bytes(bytes).c_str(), footage ? ", plays without the card" : "");
     return TellLosses(volume, index, arguments.options.times);

@@ -37,7 +37,7 @@ uint32_t ToSeconds(Ticks at) {
 Exporter::Exporter(const CardIndex& index, const std::string& path, OutputFiles::Mode mode, const TimeStyle& times)
     : index_(index), container_(ContainerOf(path)), times_(times), files_(path, mode) {}
 
-ExportReport Exporter::Run(const Selection& selection, const BytesDone& done) {
+ExportReport Exporter::Run(const Selection& selection, const BytesDone& done, const std::function<bool()>& whole) {
     done_ = done;
     bytes_left_ = selection.StreamBytes();
     for (size_t i = 0; i < selection.stretches.size(); ++i) {
@@ -45,7 +45,8 @@ ExportReport Exporter::Run(const Selection& selection, const BytesDone& done) {
         bytes_left_ -= selection.stretches[i].end - selection.stretches[i].begin;
     }
     FinishPart();
-    files_.Commit();
+    report_.aside = files_.Commit(whole());
+    for (size_t i = 0; i < report_.parts.size(); ++i) report_.parts[i].path = files_.Final()[i];
     return std::move(report_);
 }
 

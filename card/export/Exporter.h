@@ -5,6 +5,7 @@
 // One thread.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -35,6 +36,7 @@ struct ExportReport {
     uint64_t found = 0;             // pictures of that time, whether a file could begin with them or not
     uint64_t damaged_bytes = 0;     // left out, as they are no frames
     uint64_t foreign_frames = 0;    // left out, as they are of an earlier lap
+    bool aside = false;             // what was there before is kept, as not all could be read
 };
 
 class Exporter {
@@ -42,8 +44,10 @@ class Exporter {
     // Throws CardError (kUsage) when the files must not be written there.  `index` outlives it.
     Exporter(const CardIndex& index, const std::string& path, OutputFiles::Mode mode, const TimeStyle& times);
 
-    // Throws CardError; then no file was made.  `done` is called with up to twice the selection's bytes.
-    ExportReport Run(const Selection& selection, const BytesDone& done);
+    // Throws CardError; then no file was made.  `done` is called with up to twice the selection's bytes; `whole` tells
+    // in the end whether all of it could be read: files that are there are not replaced by less.
+    ExportReport Run(
+        const Selection& selection, const BytesDone& done, const std::function<bool()>& whole = [] { return true; });
 
   private:
     void Move(const Selection& selection, size_t number);

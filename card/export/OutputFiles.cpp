@@ -5,6 +5,7 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <utility>
@@ -22,6 +23,13 @@ std::string FolderOf(const std::string& path) {
     const size_t slash = path.rfind('/');
     if (slash == std::string::npos) return ".";
     return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string BeforeEnding(const std::string& path, const std::string& text) {
+    const size_t slash = path.rfind('/');
+    size_t dot = path.rfind('.');
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) dot = path.size();
+    return path.substr(0, dot) + text + path.substr(dot);
 }
 
 }  // namespace
@@ -44,11 +52,23 @@ OutputFiles::~OutputFiles() {
 }
 
 std::string OutputFiles::Name(size_t part) const {
-    if (part == 0) return path_;
-    const size_t slash = path_.rfind('/');
-    size_t dot = path_.rfind('.');
-    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) dot = path_.size();
-    return path_.substr(0, dot) + "-" + std::to_string(part + 1) + path_.substr(dot);
+    return part == 0 ? path_ : BeforeEnding(path_, std::string("-").append(std::to_string(part + 1)));
+}
+
+bool OutputFiles::AnyThere() const {
+    return std::any_of(final_.begin(), final_.end(),
+                       [](const std::string& name) { return access(name.c_str(), F_OK) == 0; });
+}
+
+void OutputFiles::StepAside() {
+    constexpr int kTries = 1000;
+    const std::string asked = path_;
+    for (int i = 1; i <= kTries; ++i) {
+        path_ = BeforeEnding(asked, std::string("-incomplete").append(i == 1 ? "" : std::to_string(i)));
+        for (size_t part = 0; part < final_.size(); ++part) final_[part] = Name(part);
+        if (!AnyThere()) return;
+    }
+    throw CardError(asked + " is there already, and so is " + path_ + "; give another name", kUsage);
 }
 
 void OutputFiles::RequireFree(const std::string& name) const {
@@ -77,13 +97,16 @@ const std::string& OutputFiles::Next() {
     return temporary_.back();
 }
 
-void OutputFiles::Commit() {
+bool OutputFiles::Commit(bool whole) {
+    const bool aside = !whole && mode_ == Mode::Overwrite && AnyThere();
+    if (aside) StepAside();
     for (; committed_ < temporary_.size(); ++committed_) {
         RequireFree(final_[committed_]);  // somebody else may have been faster
         if (std::rename(temporary_[committed_].c_str(), final_[committed_].c_str()) != 0) {
             throw SystemError(final_[committed_], errno);
         }
     }
+    return aside;
 }
 
 }  // namespace card

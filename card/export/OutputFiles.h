@@ -31,12 +31,16 @@ class OutputFiles {
     // Makes an empty file for the next part and returns the name to write to; the first part becomes `path`,
     // the others get "-2", "-3", ... in front of its ending.
     const std::string& Next();
-    void Commit();
+    // `whole`: nothing of what was asked for is missing.  Otherwise a file that is there is kept, and these come to
+    // stand beside it ("OUT-incomplete.mp4"); then true is returned.
+    bool Commit(bool whole = true);
 
     const std::vector<std::string>& Final() const { return final_; }  // names after Commit, in order
 
   private:
     std::string Name(size_t part) const;
+    bool AnyThere() const;
+    void StepAside();
     void RequireFree(const std::string& name) const;
 
     std::string path_;

@@ -214,6 +214,8 @@ void CardIndex::TimeSections(std::vector<Section>& sections, FileState& file) {
     LostFile lost{.name = Volume::RecordFileName(file.number)};
     try {
         if (volume_->Has(lost.name)) return ReadTimes(volume_->OpenFile(lost.name), sections, file);
+    } catch (const CardGone&) {
+        throw;
     } catch (const CardError& error) {
         lost.why = error.what();
     }
@@ -256,6 +258,8 @@ void CardIndex::ReadEvents() {
             }
             read = true;
         }
+    } catch (const CardGone&) {
+        throw;
     } catch (const CardError& error) {
         lost.why = error.what();
     }

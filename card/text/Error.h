@@ -25,6 +25,12 @@ class CardError : public std::runtime_error {
     ExitCode code_;
 };
 
+// The card itself does not answer any more: what could not be read says nothing of what is on it.
+class CardGone : public CardError {
+  public:
+    using CardError::CardError;
+};
+
 // A failed system call: "<what>: <text of `error`>".
 inline CardError SystemError(const std::string& what, int error) {
     return CardError(what + ": " + std::strerror(error));

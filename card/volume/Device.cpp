@@ -139,7 +139,25 @@ size_t Device::ReadAt(uint64_t offset, void* buffer, size_t length) const {
         if (got == 0) break;
         done += static_cast<size_t>(got);
     }
+    // A card that was pulled has no bytes: its end is at 0.
+    if (done < length && offset + done < size_)
+        throw SystemError(path_ + ": it ends at byte " + std::to_string(offset + done) + " now", EIO);
     return done;
+}
+
+bool Device::ReadsAgain(uint64_t offset) const {
+    constexpr uint64_t kKept = 1u << 20;  // what a system keeps in memory is let go in pieces of up to this
+    if (const int error =
+            posix_fadvise64(fd_, static_cast<off64_t>(offset / kKept * kKept), kKept, POSIX_FADV_DONTNEED);
+        error != 0) {
+        return false;
+    }
+    char byte = 0;
+    ssize_t got = -1;
+    do {
+        got = pread64(fd_, &byte, 1, static_cast<off64_t>(offset));
+    } while (got < 0 && errno == EINTR);
+    return got == 1;
 }
 
 void Device::WriteAt(uint64_t offset, const void* buffer, size_t length) const {

@@ -21,8 +21,8 @@ uint64_t UnreadPart::Bytes() const {
     return bytes;
 }
 
-size_t Salvage::ReadAt(const Device& device, uint64_t offset, void* buffer, size_t length, const std::string& file,
-                       uint64_t at) {
+size_t Salvage::ReadAt(const std::shared_ptr<const Device>& device, uint64_t offset, void* buffer, size_t length,
+                       const std::string& file, uint64_t at) {
     const std::lock_guard lock(mutex_);
     const auto known = notes_.find(file);
     Notes fresh;
@@ -49,10 +49,17 @@ size_t Salvage::ReadAt(const Device& device, uint64_t offset, void* buffer, size
 }
 
 // In halves where it fails, down to a page.
-size_t Salvage::ReadPiece(const Device& device, const Piece& piece, Notes& notes) {
+size_t Salvage::ReadPiece(const std::shared_ptr<const Device>& device, const Piece& piece, Notes& notes) {
     try {
-        return device.ReadAt(piece.offset, piece.into, piece.length);
+        const size_t got = device->ReadAt(piece.offset, piece.into, piece.length);
+        if (got != 0) latest_ = {device, piece.offset};
+        if (!first_) first_ = latest_;
+        return got;
     } catch (const CardError& error) {
+        if (Gone()) {
+            throw CardGone("The card is gone, or answers no more; put it in again and repeat this (" +
+                           std::string(error.what()) + ")");
+        }
         uint64_t middle = (piece.offset + piece.length / 2) / kPage * kPage;
         if (middle <= piece.offset) middle += kPage;
         if (middle >= piece.offset + piece.length || searches_ >= kSearchesMax) {
@@ -67,6 +74,11 @@ size_t Salvage::ReadPiece(const Device& device, const Piece& piece, Notes& notes
         if (got != half) return got;
         return half + ReadPiece(device, {middle, piece.at + half, piece.into + half, piece.length - half}, notes);
     }
+}
+
+// Two places, for either may have become bad since.
+bool Salvage::Gone() const {
+    return first_ && !first_->device->ReadsAgain(first_->offset) && !latest_->device->ReadsAgain(latest_->offset);
 }
 
 std::vector<UnreadPart> Salvage::Unread() const {

@@ -1,13 +1,16 @@
 // Reads around what a card cannot give any more: zeros stand in its place, and it is noted.
 //
 // For showing and saving alone: who writes must not take a failed read for zeros.  A place that failed is not tried
-// again.  Any thread.
+// again.  A card that was pulled is no card of bad places: after each failed read, one that went well is done again.
+// Any thread.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,9 +30,10 @@ struct UnreadPart {
 
 class Salvage {
   public:
-    // As Device::ReadAt, but for what fails; `at`: where `offset` lies in `file`.
-    size_t ReadAt(const Device& device, uint64_t offset, void* buffer, size_t length, const std::string& file,
-                  uint64_t at);
+    // As Device::ReadAt, but for what fails; `at`: where `offset` lies in `file`.  Throws CardGone when nothing can be
+    // read any more.
+    size_t ReadAt(const std::shared_ptr<const Device>& device, uint64_t offset, void* buffer, size_t length,
+                  const std::string& file, uint64_t at);
     std::vector<UnreadPart> Unread() const;  // by name
 
   private:
@@ -43,11 +47,19 @@ class Salvage {
         uint8_t* into;
         size_t length;
     };
-    size_t ReadPiece(const Device& device, const Piece& piece, Notes& notes);
+    // A place that was read.
+    struct Witness {
+        std::shared_ptr<const Device> device;
+        uint64_t offset;
+    };
+    size_t ReadPiece(const std::shared_ptr<const Device>& device, const Piece& piece, Notes& notes);
+    bool Gone() const;
 
     mutable std::mutex mutex_;
     std::map<std::string, Notes> notes_;  // by file
     int searches_ = 0;                    // for the border of what is bad, so far
+    std::optional<Witness> first_;        // nothing was read before
+    std::optional<Witness> latest_;
 };
 
 }  // namespace card

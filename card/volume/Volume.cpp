@@ -41,7 +41,7 @@ size_t StoreFile::ReadAt(uint64_t offset, void* buffer, size_t length) const {
     const size_t wanted = static_cast<size_t>(std::min<uint64_t>(length, reachable_ - offset));
     return ForEachExtent(offset, wanted, [&](uint64_t place, size_t done, size_t part) {
         char* const into = static_cast<char*>(buffer) + done;
-        return salvage_ ? salvage_->ReadAt(*device_, place, into, part, name_, offset + done)
+        return salvage_ ? salvage_->ReadAt(device_, place, into, part, name_, offset + done)
                         : device_->ReadAt(place, into, part);
     });
 }

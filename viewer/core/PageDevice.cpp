@@ -36,6 +36,11 @@ size_t Device::ReadAt(uint64_t offset, void* buffer, size_t length) const {
     return static_cast<size_t>(got);
 }
 
+bool Device::ReadsAgain(uint64_t offset) const {
+    char byte = 0;
+    return PageRead(fd_, static_cast<double>(offset), &byte, 1) == 1;
+}
+
 void Device::WriteAt(uint64_t, const void*, size_t) const {
     throw CardError("A page writes nothing");
 }

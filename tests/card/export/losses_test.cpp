@@ -28,7 +28,8 @@ using ::testing::Not;
 class Losses : public fixture::Folder {
   protected:
     Outcome Export(const Recording& card, const std::string& name, std::vector<std::string> what = {"--all"}) const {
-        std::vector<std::string> arguments = {"export", "--force", card.path, Path(name)};
+        fs::remove(Path(name));
+        std::vector<std::string> arguments = {"export", card.path, Path(name)};
         arguments.insert(arguments.end(), what.begin(), what.end());
         return Tool(arguments);
     }
@@ -40,6 +41,10 @@ Card ThreeFiles() {
             .sections = {{.seconds = 45, .rate = 20, .audio = CODE_AUDIO_NULL, .frame_bytes = 600000}},
             .events = {{.after = 2, .seconds = 2}, {.after = 30, .seconds = 2}},
             .keep_units = false};
+}
+
+Card OneFile() {
+    return {.files = 1, .sections = {{.seconds = 6}, {.seconds = 4, .pause = 20}}, .events = {{}}};
 }
 
 TEST_F(Losses, AMissingFileTakesNoOtherWithIt) {
@@ -114,9 +119,8 @@ TEST_F(Losses, AFileThatCannotBeReadTakesNoOtherWithIt) {
 
 // A page that cannot be read costs what it costs when it holds zeros, and is told.
 TEST_F(Losses, APlaceThatCannotBeReadCostsNoMoreThanItself) {
-    const Recording card =
-        Card{.files = 1, .sections = {{.seconds = 6}, {.seconds = 4, .pause = 20}}, .events = {{}}}.RecordFolder(
-            Path("card"));
+    const Recording card = OneFile().RecordFolder(Path("card"));
+    ASSERT_EQ(Export(card, "good.h264").status, 0);
     const auto page_of = [](uint64_t offset) { return offset / 4096 * 4096; };
     const struct {
         const char* file;
@@ -142,12 +146,44 @@ TEST_F(Losses, APlaceThatCannotBeReadCostsNoMoreThanItself) {
         EXPECT_EQ(list.status, list.err.empty() ? 0 : 1);
         EXPECT_EQ(bytes.status, c.page == RECORD_KEY_FRAME_BASE ? 0 : 1) << "no footage stands there: " << bytes.err;
         EXPECT_TRUE(!any || ReadAll(Path("bad.h264")) == ReadAll(Path("zeros.h264")));
+        if (&c == kCases) fs::rename(Path("bad.h264"), Path("first.h264"));
         EXPECT_THAT(list.err + bytes.err, HasSubstr(std::string(" of ") + c.file + " cannot be read, from byte "));
+    }
+    // What was exported before the page went bad is kept beside what can be read now.
+    const std::string before = ReadAll(Path("good.h264"));
+    {
+        const BadBlocks bad(card.path + "/hi000000.mp4", kCases[0].page, kCases[0].page + 4096);
+        for (const char* beside : {"good-incomplete.h264", "good-incomplete2.h264"}) {
+            const Outcome again = Tool({"export", "--force", "--all", card.path, Path("good.h264")});
+            EXPECT_EQ(again.status, 1);
+            EXPECT_THAT(again.err, HasSubstr("good.h264 is kept as it was, and what could be read now is "));
+            EXPECT_THAT(again.out, HasSubstr(beside));
+            EXPECT_TRUE(ReadAll(Path(beside)) == ReadAll(Path("first.h264")));
+            EXPECT_TRUE(ReadAll(Path("good.h264")) == before);
+        }
     }
     const BadBlocks bad(card.path + "/index000.bin", 0, 4096);
     const Outcome list = Tool({"list", card.path});
     EXPECT_EQ(list.status, 3);
     EXPECT_THAT(list.err, HasSubstr("index000.bin cannot be read, and nothing is found without it"));
+}
+
+TEST_F(Losses, ACardThatIsPulledReplacesNothing) {
+    const Recording card = OneFile().RecordImage(Path("card.img"));
+    const std::string out = Path("all.mkv");
+    ASSERT_EQ(Export(card, "all.mkv").status, 0);
+    const std::string before = ReadAll(out);
+    uint64_t place = 0;
+    {
+        const card::Volume volume = card::Volume::Open(card.path);
+        place = volume.OpenFile("hi000000.mp4").Extents()[0].offset + card.KeptVideo()[60]->offset;
+    }
+    const BadBlocks pulled(card.path, place, place + 1, BadBlocks::Then::IsGone);
+    const Outcome all = Tool({"export", "--force", "--all", card.path, out});
+    EXPECT_EQ(all.status, 3);
+    EXPECT_THAT(all.err, HasSubstr("The card is gone"));
+    EXPECT_TRUE(ReadAll(out) == before);
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder_.Path()), {}), 2) << "the image and what was exported";
 }
 
 }  // namespace
