@@ -183,7 +183,8 @@ TEST_F(Losses, ACardThatIsPulledReplacesNothing) {
     EXPECT_EQ(all.status, 3);
     EXPECT_THAT(all.err, HasSubstr("The card is gone"));
     EXPECT_TRUE(ReadAll(out) == before);
-    EXPECT_EQ(std::distance(fs::directory_iterator(folder_.Path()), {}), 2) << "the image and what was exported";
+    EXPECT_EQ(std::distance(fs::directory_iterator(fs::path(out).parent_path()), {}), 2)
+        << "the image and what was exported";
 }
 
 }  // namespace
