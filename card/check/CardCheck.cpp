@@ -23,7 +23,14 @@ void CheckPlaces(const Volume& volume, Findings& findings) {
 
 Findings Check(const Volume& volume, const CheckProgress& progress, const CheckScope& scope) {
     Findings findings = CheckFat(volume);
-    CheckPlaces(volume, findings);
+    try {
+        CheckPlaces(volume, findings);
+    } catch (const CardError& error) {
+        findings.push_back({Finding::Level::Error, "places-unread", "volume", 0,
+                            std::string("not all that tells where the files belong can be read: ") + error.what(),
+                            "whether the directory leads to the right places was not checked", Finding::Mend::Nothing,
+                            0, false});
+    }
     try {
         const Findings store = CheckStore(volume, progress, scope);
         findings.insert(findings.end(), store.begin(), store.end());

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "libRecordFile.h"
+#include "text/Error.h"
 
 namespace card {
 
@@ -25,6 +26,8 @@ const char* ChainText(ChainEnd end) {
             return "leaves the volume";
         case ChainEnd::TooLong:
             return "is longer than the file";
+        case ChainEnd::Unread:
+            return "cannot be read in either table";
     }
     return "";
 }
@@ -44,6 +47,7 @@ class FatCheck {
             CheckFile(i);
         }
         if (!folders) CheckLost();
+        TellUnread();
         return std::move(findings_);
     }
 
@@ -55,10 +59,35 @@ class FatCheck {
         findings_.push_back({level, kind, place, offset, std::move(what), consequence, mend, 0});
     }
 
+    void TellUnread() {
+        using Of = UnreadPlace::Of;
+        for (const UnreadPlace& unread : fat_.Unread()) {
+            const bool directory = unread.of == Of::Directory;
+            if (unread.of == Of::BootSector) continue;  // told with its backup
+            Add(Level::Error, directory ? "directory-unread" : "fat-unread", directory ? "directory" : "FAT",
+                unread.offset,
+                (directory                     ? "a page of the directory cannot be read: "
+                 : unread.of == Of::FirstTable ? "a page of the first allocation table cannot be read: "
+                                               : "a page of the second allocation table cannot be read: ") +
+                    unread.why,
+                directory ? "files that it names are not found"
+                          : "none as long as the other table can be read there; other programs may not use that");
+        }
+    }
+
+    bool ReadSector(uint64_t offset, uint8_t (&sector)[512]) const {
+        try {
+            return volume_.Raw()->ReadAt(offset, sector, sizeof sector) == sizeof sector;
+        } catch (const CardError&) {
+            return false;  // told as a backup that is no copy
+        }
+    }
+
     void CheckBoot() {
         const FatGeometry& g = fat_.Geometry();
         if (fat_.FromBackup()) {
-            Add(Level::Error, "boot-sector", "boot sector", g.base, "the boot sector is damaged; its backup is in use",
+            Add(Level::Error, "boot-sector", "boot sector", g.base,
+                "the boot sector is damaged or cannot be read; its backup is in use",
                 "cameras and computers take the card for empty");
             return;
         }
@@ -66,11 +95,11 @@ class FatCheck {
         uint8_t boot[512];
         uint8_t backup[512];
         const uint64_t offset = g.base + uint64_t{g.backup_sector} * g.bytes_per_sector;
-        const bool read = volume_.Raw()->ReadAt(g.base, boot, sizeof boot) == sizeof boot &&
-                          volume_.Raw()->ReadAt(offset, backup, sizeof backup) == sizeof backup;
+        const bool read = ReadSector(g.base, boot) && ReadSector(offset, backup);
         boot[65] = backup[65] = 0;  // in use: set and cleared in the first only
         if (read && std::memcmp(boot, backup, sizeof boot) == 0) return;
-        Add(Level::Error, "boot-backup", "boot sector", offset, "the backup of the boot sector differs from it",
+        Add(Level::Error, "boot-backup", "boot sector", offset,
+            read ? "the backup of the boot sector differs from it" : "the backup of the boot sector cannot be read",
             "none until the boot sector itself is damaged");
     }
 
@@ -82,6 +111,7 @@ class FatCheck {
         uint32_t first = 0;
         for (uint32_t cluster = 2; cluster < g.clusters + 2; ++cluster) {
             if (fat_.Entry(0, cluster) == fat_.Entry(1, cluster)) continue;
+            if (fat_.IsUnread(0, cluster) || fat_.IsUnread(1, cluster)) continue;
             if (differing++ == 0) first = cluster;
         }
         if (differing == 0) return;

@@ -12,6 +12,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <memory>
 #include <utility>
@@ -143,6 +144,19 @@ size_t Device::ReadAt(uint64_t offset, void* buffer, size_t length) const {
     if (done < length && offset + done < size_)
         throw SystemError(path_ + ": it ends at byte " + std::to_string(offset + done) + " now", EIO);
     return done;
+}
+
+bool Device::ReadSector(uint64_t offset, uint8_t* sector) const {
+    constexpr size_t kSector = 512;
+    const std::string self = std::string("/proc/self/fd/").append(std::to_string(fd_));
+    const int direct = open64(self.c_str(), O_RDONLY | O_DIRECT | O_CLOEXEC);
+    if (direct < 0) return false;
+    alignas(4096) uint8_t bytes[kSector];
+    const ssize_t got = pread64(direct, bytes, kSector, static_cast<off64_t>(offset));
+    close(direct);
+    if (got != static_cast<ssize_t>(kSector)) return false;
+    std::memcpy(sector, bytes, kSector);
+    return true;
 }
 
 bool Device::ReadsAgain(uint64_t offset) const {

@@ -29,6 +29,8 @@ class Device {
 
     // Reads up to `length` bytes at `offset`; less only at the end.  Throws CardError when reading fails.
     size_t ReadAt(uint64_t offset, void* buffer, size_t length) const;
+    // One sector of 512 bytes alone, as far as the system can: a page of which one sector is bad fails as a whole.
+    bool ReadSector(uint64_t offset, uint8_t* sector) const;
     // Whether the byte at `offset`, read before, can still be had from the device rather than from memory.
     bool ReadsAgain(uint64_t offset) const;
     // Writes all of it, inside the present size; throws CardError otherwise.

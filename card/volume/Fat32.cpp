@@ -17,6 +17,8 @@ constexpr uint32_t kBadMark = 0x0FFFFFF7;
 constexpr uint32_t kEntryMask = 0x0FFFFFFF;
 constexpr uint32_t kRootBytesMax = 4u << 20;  // twice what a directory may have
 constexpr size_t kSector = 512;
+constexpr size_t kPage = 4096;  // what is given up where reading fails
+constexpr uint8_t kDeleted = 0xE5;
 constexpr size_t kDirectoryEntry = 32;
 constexpr uint8_t kLongName = 0x0F;
 
@@ -179,7 +181,7 @@ bool Fat32::FindVolume() {
     if (TakeBootSector(0, 0)) return true;
     std::vector<uint64_t> bases = {0};
     uint8_t table[kSector];
-    if (device_->ReadAt(0, table, sizeof table) == sizeof table && Get16(table + 510) == 0xAA55) {
+    if (ReadSector(0, table) && Get16(table + 510) == 0xAA55) {
         for (const uint8_t* part = table + 446; part != table + 510; part += 16) {
             const bool fat32 = part[4] == 0x0B || part[4] == 0x0C;
             if (fat32) bases.push_back(uint64_t{Get32(part + 8)} * kSector);
@@ -199,10 +201,22 @@ bool Fat32::FindVolume() {
     return false;
 }
 
+// False also when it cannot be read: then another copy may serve.
+bool Fat32::ReadSector(uint64_t offset, uint8_t* sector) const {
+    try {
+        return device_->ReadAt(offset, sector, kSector) == kSector;
+    } catch (const CardError& error) {
+        // The system reads pages: a backup may lie in that of the bad sector.
+        if (device_->ReadSector(offset, sector)) return true;
+        unread_.emplace(offset, error.what());
+        return false;
+    }
+}
+
 // Takes the boot sector at `offset` when it describes a volume that begins at `base`.
 bool Fat32::TakeBootSector(uint64_t base, uint64_t offset) {
     uint8_t boot[kSector];
-    if (device_->ReadAt(offset, boot, sizeof boot) != sizeof boot) return false;
+    if (!ReadSector(offset, boot)) return false;
     FatGeometry g{};
     g.base = base;
     g.bytes_per_sector = Get16(boot + 11);
@@ -242,17 +256,54 @@ const Fat32::TableWindow& Fat32::Window(uint32_t copy, uint32_t cluster) const {
         const uint64_t table_end = geometry_.FatOffset(copy + 1);
         const size_t length = std::min<uint64_t>(kWindowEntries * 4, table_end - offset);
         window.entries.resize(length / 4);
-        window.count = static_cast<uint32_t>(device_->ReadAt(offset, window.entries.data(), length) / 4);
+        ReadTable(offset, length, window);
         window.first = first;
     }
     return window;
 }
 
+// In pages where it fails.
+void Fat32::ReadTable(uint64_t offset, size_t length, TableWindow& window) const {
+    window.unread = 0;
+    size_t done = 0;
+    const auto known = unread_.lower_bound(offset);
+    const bool whole = known == unread_.end() || known->first >= offset + length;
+    for (size_t piece = whole ? length : kPage; done < length;) {
+        const size_t part = std::min(piece, length - done);
+        if (unread_.count(offset + done) != 0) {  // it is not tried again
+            window.unread |= 1u << (done / kPage);
+            done += part;
+            continue;
+        }
+        try {
+            const size_t got = device_->ReadAt(offset + done, window.entries.data() + done / 4, part);
+            done += got;
+            if (got != part) break;
+        } catch (const CardError& error) {
+            if (part > kPage) {
+                piece = kPage;
+                continue;
+            }
+            window.unread |= 1u << (done / kPage);
+            unread_.emplace(offset + done, error.what());
+            done += part;
+        }
+    }
+    window.count = static_cast<uint32_t>(done / 4);
+}
+
 std::optional<uint32_t> Fat32::Entry(uint32_t copy, uint32_t cluster) const {
     if (copy >= geometry_.fats || cluster >= geometry_.clusters + kFirstCluster) return std::nullopt;
     const TableWindow& window = Window(copy, cluster);
-    if (cluster - window.first >= window.count) return std::nullopt;
-    return window.entries[cluster - window.first] & kEntryMask;
+    const uint32_t at = cluster - window.first;
+    if (at >= window.count || (window.unread >> (at * 4 / kPage) & 1) != 0) return std::nullopt;
+    return window.entries[at] & kEntryMask;
+}
+
+bool Fat32::IsUnread(uint32_t copy, uint32_t cluster) const {
+    if (copy >= geometry_.fats || cluster >= geometry_.clusters + kFirstCluster) return false;
+    const TableWindow& window = Window(copy, cluster);
+    return (window.unread >> ((cluster - window.first) * 4 / kPage) & 1) != 0;
 }
 
 Chain Fat32::Follow(uint32_t first_cluster, uint32_t max_clusters, uint32_t copy) const {
@@ -280,7 +331,14 @@ Chain Fat32::Follow(uint32_t first_cluster, uint32_t max_clusters, uint32_t copy
         ++chain.clusters;
         chain.bytes += cluster_bytes;
         chain.last_cluster = cluster;
-        const std::optional<uint32_t> next = Entry(copy, cluster);
+        std::optional<uint32_t> next = Entry(copy, cluster);
+        if (!next && IsUnread(copy, cluster)) {
+            next = Entry(1 - copy, cluster);
+            if (!next) {
+                chain.end = ChainEnd::Unread;
+                return chain;
+            }
+        }
         cluster = next ? *next : 1;  // past the end of a cut table: no cluster
     }
 }
@@ -304,14 +362,14 @@ Chain Fat32::RootChain() const {
 
 void Fat32::ReadRoot() {
     LongName long_name;
-    std::vector<uint8_t> bytes;
-    for (const Extent& extent : RootChain().extents) {
-        bytes.resize(extent.length);
-        bytes.resize(device_->ReadAt(extent.offset, bytes.data(), bytes.size()));
+    const Chain chain = RootChain();
+    root_whole_ = chain.end != ChainEnd::Unread;
+    for (const Extent& extent : chain.extents) {
+        const std::vector<uint8_t> bytes = ReadDirectory(extent);
         for (size_t at = 0; at + kDirectoryEntry <= bytes.size(); at += kDirectoryEntry) {
             const uint8_t* entry = bytes.data() + at;
             if (entry[0] == 0) return;
-            if (entry[0] == 0xE5) {
+            if (entry[0] == kDeleted) {
                 long_name.Clear();
             } else if ((entry[11] & 0x3F) == kLongName) {
                 long_name.Add(entry);
@@ -322,6 +380,47 @@ void Fat32::ReadRoot() {
             }
         }
     }
+}
+
+// What cannot be read is left out, by pages.
+std::vector<uint8_t> Fat32::ReadDirectory(const Extent& extent) {
+    std::vector<uint8_t> bytes(extent.length, kDeleted);
+    size_t done = 0;
+    for (size_t piece = bytes.size(); done < bytes.size();) {
+        const uint64_t offset = extent.offset + done;
+        const size_t part = std::min(piece, bytes.size() - done);
+        try {
+            const size_t got = device_->ReadAt(offset, bytes.data() + done, part);
+            done += got;
+            if (got != part) break;
+        } catch (const CardError& error) {
+            if (part > kPage) {
+                piece = kPage;
+                continue;
+            }
+            root_whole_ = false;
+            unread_.emplace(offset, error.what());
+            std::fill_n(bytes.begin() + static_cast<ptrdiff_t>(done), part, kDeleted);
+            done += part;
+        }
+    }
+    bytes.resize(done);
+    return bytes;
+}
+
+std::vector<UnreadPlace> Fat32::Unread() const {
+    using Of = UnreadPlace::Of;
+    std::vector<UnreadPlace> places;
+    for (const auto& [offset, why] : unread_) {
+        const bool boot = offset < geometry_.FatOffset(0);
+        if (boot && offset != geometry_.base) continue;  // a place where a backup might have been
+        const Of of = boot                                           ? Of::BootSector
+                      : offset < geometry_.FatOffset(1)              ? Of::FirstTable
+                      : offset < geometry_.FatOffset(geometry_.fats) ? Of::SecondTable
+                                                                     : Of::Directory;
+        places.push_back({of, offset, why});
+    }
+    return places;
 }
 
 const DirectoryEntry* Fat32::Find(const std::string& name) const {

@@ -71,6 +71,10 @@ Volume Volume::Open(const std::string& path, Access access) {
     if (S_ISDIR(status.st_mode)) return volume;
     volume.device_ = std::make_shared<Device>(Device::OpenCard(path, access));
     volume.fat_ = std::make_shared<Fat32>(*volume.device_);
+    if (access == Access::ReadWrite && !volume.fat_->RootIsWhole()) {
+        throw CardError(path + ": not all of its directory can be read, so it is not written to (" +
+                        volume.fat_->Unread().back().why + ")");
+    }
     return volume;
 }
 
@@ -124,7 +128,10 @@ StoreFile Volume::OpenFile(const std::string& name) const {
     file.device_ = device_;
     file.size_ = entry.size;
     uint64_t left = entry.size;
-    for (Extent extent : fat_->FileChain(entry).extents) {
+    const Chain chain = fat_->FileChain(entry);
+    if (chain.end == ChainEnd::Unread && chain.bytes < entry.size)
+        throw CardError("neither allocation table can be read where it leads to " + name);
+    for (Extent extent : chain.extents) {
         const uint64_t on_device = extent.offset < device_->Size() ? device_->Size() - extent.offset : 0;
         const uint64_t present = std::min(extent.length, on_device);  // a cut image ends inside the volume
         extent.length = std::min(present, left);

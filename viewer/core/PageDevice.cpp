@@ -36,6 +36,10 @@ size_t Device::ReadAt(uint64_t offset, void* buffer, size_t length) const {
     return static_cast<size_t>(got);
 }
 
+bool Device::ReadSector(uint64_t offset, uint8_t* sector) const {
+    return PageRead(fd_, static_cast<double>(offset), sector, 512) == 512;
+}
+
 bool Device::ReadsAgain(uint64_t offset) const {
     char byte = 0;
     return PageRead(fd_, static_cast<double>(offset), &byte, 1) == 1;

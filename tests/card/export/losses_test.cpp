@@ -187,4 +187,30 @@ TEST_F(Losses, ACardThatIsPulledReplacesNothing) {
         << "the image and what was exported";
 }
 
+// Boot sector and allocation table have spare copies: an unreadable one costs nothing, and check tells it.
+TEST_F(Losses, ASpareCopyServesWhereTheFileSystemCannotBeRead) {
+    const Recording card = OneFile().RecordImage(Path("card.img"));
+    ASSERT_EQ(Export(card, "all.h264").status, 0);
+    const card::FatGeometry geometry = card::Volume::Open(card.path).Fat()->Geometry();
+    const struct {
+        uint64_t from;
+        uint64_t to;
+        const char* told;
+    } kCases[] = {
+        {geometry.base, geometry.base + 512, "the boot sector is damaged or cannot be read"},
+        {geometry.FatOffset(0), geometry.FatOffset(0) + 512, "a page of the first allocation table cannot be read"},
+        {geometry.FatOffset(1), geometry.FatOffset(1) + 512, "a page of the second allocation table cannot be read"}};
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.told);
+        const BadBlocks bad(card.path, c.from, c.to);
+        const Outcome again = Export(card, "again.h264");
+        EXPECT_EQ(again.status, 0) << again.err;
+        EXPECT_EQ(again.err, "");
+        EXPECT_TRUE(ReadAll(Path("again.h264")) == ReadAll(Path("all.h264")));
+        const Outcome check = Tool({"check", card.path});
+        EXPECT_EQ(check.status, 1);
+        EXPECT_THAT(check.out, HasSubstr(c.told)) << check.err;
+    }
+}
+
 }  // namespace
