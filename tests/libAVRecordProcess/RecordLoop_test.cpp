@@ -323,6 +323,25 @@ TEST_F(RecordLoop, ASectionHeadThatTheCardRefusedIsWrittenDuringTheNextRun) {
     EXPECT_EQ(on_card(), held);
 }
 
+TEST_F(RecordLoop, AFullFilesHeadThatTheCardRefusedIsWrittenDuringTheNextRun) {
+    std::optional<support::CardFault> fault;
+    card_.Prepare({.files = 3, .current_length = kFull - 1});
+    RunWithKeyFrame([&] {
+        fault.emplace(support::Refused{.length = sizeof(RecordFileInfoHead_S)});
+        EXPECT_EQ(WriteKeyFrame(), 0);
+    });
+    EXPECT_TRUE(Logged("File size  lager  over! \n"));
+    const RecordFileInfoHead_S head = *AV_RecordFileInfoHeadGet();
+    const std::string held(reinterpret_cast<const char*>(&head), sizeof head);
+    EXPECT_NE(Index(1024, 48), held);
+    RunWithKeyFrame([&] {
+        fault.reset();
+        ++uptime, ++wall;
+    });
+    EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32FileInfoHeadNo, 1u) << "recording goes on in the next file meanwhile";
+    EXPECT_EQ(Index(1024, 48), held);
+}
+
 TEST_F(RecordLoop, ACardThatTakesNoDataEndsTheRunAndIsRecordedOnOnceItDoes) {
     std::optional<support::CardFault> fault;
     RunWithKeyFrame([&] {

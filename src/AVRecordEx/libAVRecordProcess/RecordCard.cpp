@@ -79,8 +79,12 @@ bool Identify(int fd, Identity* found) {
 Identity g_identity;      // of the card that g_heads are of
 AVRecordHeads g_heads{};  // as the card has them, or ought to
 
-AVRecordHeads g_refused{};  // of a section whose head the card refused
-bool g_has_refused = false;
+struct Refused {  // what the card refused and no frame writes again
+    AVRecordHeads heads{};
+    bool section = false;
+    bool file = false;
+};
+Refused g_refused;
 
 struct LeftFile {  // it refused what was written
     bool is_one = false;
@@ -163,14 +167,19 @@ bool SectionIsSame(int fd) {
 // A place that takes no section head costs that section its index and must not keep the next from being recorded.
 void WriteSection(int fd) {
     if (AV_RecordSectionInfoHeadWrite(fd, &g_heads.file, &g_heads.section) != 0) {
-        g_refused = g_heads;
-        g_has_refused = true;
+        g_refused = {.heads = g_heads, .section = true};
     }
 }
 
+// A full file's head is nobody's any more once recording goes on in the next; another one is written with each frame.
 void WriteHeads(int fd) {
-    WriteSection(fd);
-    AV_RecordFileInfoHeadAccecsFileNoWrite(fd, g_heads.file.m_u32FileInfoHeadNo, &g_heads.file);
+    const RecordFileInfoHead_S& file = g_heads.file;
+    const bool is_left = g_heads.system.m_u32RecordFileNo != file.m_u32FileInfoHeadNo;
+    const bool section = AV_RecordSectionInfoHeadWrite(fd, &file, &g_heads.section) == 0;
+    const bool head = AV_RecordFileInfoHeadAccecsFileNoWrite(fd, file.m_u32FileInfoHeadNo, &file) == 0;
+    if (!section || (!head && is_left)) {
+        g_refused = {.heads = g_heads, .section = !section, .file = !head && is_left};
+    }
     AV_SystemInfoHeadWrite(fd, &g_heads.system);
 }
 
@@ -316,11 +325,13 @@ bool CardLeaveFile() {
 void CardRetryRefused() {
     AVRecordHeads now;
     AVRecordHeadsCopy(&now);
-    const RecordInfoHead_S& section = g_refused.section;
+    const RecordFileInfoHead_S& file = g_refused.heads.file;
+    const RecordInfoHead_S& section = g_refused.heads.section;
     const bool slot_is_another = now.section.m_u16RecordFileNo == section.m_u16RecordFileNo &&
                                  now.section.m_u16RecordUseNo <= section.m_u16RecordUseNo;
-    g_has_refused = g_has_refused && !slot_is_another;
-    if (!g_has_refused) {
+    g_refused.section = g_refused.section && !slot_is_another;
+    g_refused.file = g_refused.file && now.file.m_u32FileInfoHeadNo != file.m_u32FileInfoHeadNo;
+    if (!g_refused.section && !g_refused.file) {
         return;
     }
     const Descriptor index = card::OpenIndex(AVFILE_READ_WRITE);
@@ -328,6 +339,11 @@ void CardRetryRefused() {
     if (!index.IsOpen() || !Identify(index.Get(), &identity)) {
         return;
     }
-    g_has_refused =
-        identity == g_identity && AV_RecordSectionInfoHeadWrite(index.Get(), &g_refused.file, &g_refused.section) != 0;
+    if (!(identity == g_identity)) {
+        g_refused = {};
+        return;
+    }
+    g_refused.section = g_refused.section && AV_RecordSectionInfoHeadWrite(index.Get(), &file, &section) != 0;
+    g_refused.file =
+        g_refused.file && AV_RecordFileInfoHeadAccecsFileNoWrite(index.Get(), file.m_u32FileInfoHeadNo, &file) != 0;
 }
