@@ -96,11 +96,13 @@ class FileCheck {
         findings_.push_back(
             {level, kind, RECORD_INDEX_NAME, offset, std::move(what), consequence, Mend::File, file_.number, true});
     }
-    // The file heads lie in the system head's page.  When that names the next file it takes them to the card, which has
-    // neither their sections nor their stream yet.
-    Level LevelOfAheadHead() const {
-        const bool is_cut = index_.System().m_u32RecordFileNo != file_.number && CutBeforeFull(file_);
-        return is_cut && !file_.Full() ? Level::Remark : Level::Error;
+    // A file head that is ahead of its sections and stream.  The heads of files 0 to 63 lie in the system head's page:
+    // when that names the next file it takes them to the card, which has neither the last sections nor their stream
+    // yet.
+    void AddAheadHead(const char* kind, std::string what, const char* consequence) {
+        const bool is_cut = index_.System().m_u32RecordFileNo != file_.number && CutBeforeFull(file_) && !file_.Full();
+        AddHead(is_cut ? Level::Remark : Level::Error, kind, FileHeadOffset(file_.number), std::move(what),
+                is_cut ? "none beyond the cut: power went while the next file was named" : consequence);
     }
     std::string NameOf(const Section& section) const {
         return FormatText("section %u:%u", section.file, section.number);
@@ -344,10 +346,10 @@ class FileCheck {
                                static_cast<unsigned long long>(part.begin), static_cast<unsigned long long>(part.end)),
                     "this footage is there but not listed", Mend::File);
             } else if (part.end == file_.Length()) {
-                AddHead(LevelOfAheadHead(), "file-length", FileHeadOffset(file_.number),
-                        FormatText("file %u counts %llu bytes after its last footage", file_.number,
-                                   static_cast<unsigned long long>(part.end - part.begin)),
-                        "footage may have been lost there; that much space is not recorded into");
+                AddAheadHead("file-length",
+                             FormatText("file %u counts %llu bytes past its last footage", file_.number,
+                                        static_cast<unsigned long long>(part.end - part.begin)),
+                             "footage may have been lost there; that much space is not recorded into");
             } else {
                 Add(Level::Remark, "stretch-empty", part.begin,
                     FormatText("%llu bytes lie in no section and hold no footage",
@@ -394,11 +396,12 @@ class FileCheck {
             head.m_u32RecordEndTime + uint64_t{1} >= end && head.m_u32RecordEndTime <= uint64_t{end} + kClockStepBack;
         if (keys_fit && times_fit) return;
         const bool is_ahead = keys <= head.m_u32RecordKeyFrameSum && times_fit;
-        AddHead(is_ahead ? LevelOfAheadHead() : Level::Error, "file-sums", FileHeadOffset(file_.number),
-                FormatText("the head of file %u says %u key frames from %u to %u, its sections %u from %u to %u",
-                           file_.number, head.m_u32RecordKeyFrameSum, head.m_u32RecordStartTime,
-                           head.m_u32RecordEndTime, keys, start, end),
-                "new footage may be indexed at wrong places");
+        std::string what = FormatText(
+            "the head of file %u says %u key frames from %u to %u, its sections %u from %u to %u", file_.number,
+            head.m_u32RecordKeyFrameSum, head.m_u32RecordStartTime, head.m_u32RecordEndTime, keys, start, end);
+        const char* const consequence = "new footage may be indexed at wrong places";
+        if (is_ahead) return AddAheadHead("file-sums", std::move(what), consequence);
+        AddHead(Level::Error, "file-sums", FileHeadOffset(file_.number), std::move(what), consequence);
     }
 
     // What a power cut left after the heads.  It may begin with sound or, as pages reach the card in any order, with
