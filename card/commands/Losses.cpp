@@ -49,9 +49,14 @@ std::vector<Loss> LossesOf(const Volume& volume, const CardIndex& index, const T
                           "files that it names there are not found"});
     for (const UnreadPart& part : volume.Unread()) {
         if (selected != nullptr && !Misses(*selected, index, part)) continue;
-        losses.push_back({Bytes(part.Bytes()) + " of " + part.file + " cannot be read, from byte " +
-                              std::to_string(part.places.front().offset) + " on (" + part.why + ")",
-                          ConsequenceOf(part)});
+        losses.push_back(
+            {Bytes(part.Bytes()) + " of " + part.file + " cannot be read, from byte " +
+                 std::to_string(part.places.front().offset) + " on (" + part.why + ")" +
+                 (part.unsearched == 0 ? ""
+                                       : "; " + Bytes(part.unsearched) +
+                                             " of it were given up after ten minutes of failing reads, and "
+                                             "may be readable in part"),
+             ConsequenceOf(part)});
     }
     return losses;
 }

@@ -10,8 +10,10 @@ namespace card {
 
 namespace {
 
-constexpr uint64_t kPage = 4096;    // bytes; a system reads no less
-constexpr int kSearchesMax = 1000;  // a failed read may take a card seconds: then whole pieces are given up
+constexpr uint64_t kPage = 4096;  // bytes; a system reads no less
+
+// A failed read may take a card seconds, or no time at all.  After so much of it whole pieces are given up.
+constexpr std::chrono::minutes kFailingMax{10};
 
 }  // namespace
 
@@ -44,12 +46,13 @@ size_t Salvage::ReadAt(const std::shared_ptr<const Device>& device, uint64_t off
         done += got;
         if (got != part) break;
     }
-    if (known == notes_.end() && !fresh.bad.empty()) notes_.emplace(file, std::move(fresh));
+    if (known == notes_.end() && !fresh.why.empty()) notes_.emplace(file, std::move(fresh));
     return done;
 }
 
 // In halves where it fails, down to a page.
 size_t Salvage::ReadPiece(const std::shared_ptr<const Device>& device, const Piece& piece, Notes& notes) {
+    const auto begun = std::chrono::steady_clock::now();
     try {
         const size_t got = device->ReadAt(piece.offset, piece.into, piece.length);
         if (got != 0) latest_ = {device, piece.offset};
@@ -60,15 +63,17 @@ size_t Salvage::ReadPiece(const std::shared_ptr<const Device>& device, const Pie
             throw CardGone("The card is gone, or answers no more; put it in again and repeat this (" +
                            std::string(error.what()) + ")");
         }
+        failing_ += std::chrono::steady_clock::now() - begun;
+        if (notes.why.empty()) notes.why = error.what();
         uint64_t middle = (piece.offset + piece.length / 2) / kPage * kPage;
         if (middle <= piece.offset) middle += kPage;
-        if (middle >= piece.offset + piece.length || searches_ >= kSearchesMax) {
+        const bool page = middle >= piece.offset + piece.length;
+        if (page || failing_ >= kFailingMax) {
             std::memset(piece.into, 0, piece.length);
-            if (notes.bad.empty()) notes.why = error.what();
-            notes.bad.emplace(piece.at, piece.at + piece.length);
+            uint64_t& end = (page ? notes.bad : notes.unsearched)[piece.at];
+            end = std::max(end, piece.at + piece.length);
             return piece.length;
         }
-        ++searches_;
         const size_t half = static_cast<size_t>(middle - piece.offset);
         const size_t got = ReadPiece(device, {piece.offset, piece.at, piece.into, half}, notes);
         if (got != half) return got;
@@ -85,8 +90,14 @@ std::vector<UnreadPart> Salvage::Unread() const {
     const std::lock_guard lock(mutex_);
     std::vector<UnreadPart> parts;
     for (const auto& [file, notes] : notes_) {
-        UnreadPart part{.file = file, .places = {}, .why = notes.why};
+        UnreadPart part{.file = file, .places = {}, .why = notes.why, .unsearched = 0};
         for (const auto& [begin, end] : notes.bad) part.places.push_back({begin, end - begin});
+        for (const auto& [begin, end] : notes.unsearched) {
+            part.places.push_back({begin, end - begin});
+            part.unsearched += end - begin;
+        }
+        std::sort(part.places.begin(), part.places.end(),
+                  [](const Extent& a, const Extent& b) { return a.offset < b.offset; });
         parts.push_back(std::move(part));
     }
     return parts;

@@ -5,6 +5,7 @@
 // Any thread.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -24,6 +25,7 @@ struct UnreadPart {
     std::string file;            // "hi000001.mp4"
     std::vector<Extent> places;  // in it, rising; never empty
     std::string why;             // what the system said of the first one found
+    uint64_t unsearched = 0;     // bytes of them that were given up as a whole: parts of these may be readable
 
     uint64_t Bytes() const;
 };
@@ -38,7 +40,8 @@ class Salvage {
 
   private:
     struct Notes {
-        std::map<uint64_t, uint64_t> bad;  // begins and ends in the file, apart from each other
+        std::map<uint64_t, uint64_t> bad;         // begins and ends in the file, apart from each other
+        std::map<uint64_t, uint64_t> unsearched;  // the same; tried again when asked for again
         std::string why;
     };
     struct Piece {
@@ -56,9 +59,9 @@ class Salvage {
     bool Gone() const;
 
     mutable std::mutex mutex_;
-    std::map<std::string, Notes> notes_;  // by file
-    int searches_ = 0;                    // for the border of what is bad, so far
-    std::optional<Witness> first_;        // nothing was read before
+    std::map<std::string, Notes> notes_;   // by file
+    std::chrono::nanoseconds failing_{0};  // spent in reads that failed, so far
+    std::optional<Witness> first_;         // nothing was read before
     std::optional<Witness> latest_;
 };
 

@@ -213,4 +213,15 @@ TEST_F(Losses, ASpareCopyServesWhereTheFileSystemCannotBeRead) {
     }
 }
 
+// However many places are bad, none costs more than its page while failing takes no time.
+TEST_F(Losses, ManyBadPagesCostNoMoreThanThemselves) {
+    const Recording card = ThreeFiles().RecordFolder(Path("card"));
+    constexpr uint64_t kBegin = 16 << 20;
+    constexpr uint64_t kEnd = 48 << 20;
+    const BadBlocks bad(card.path + "/hi000001.mp4", kBegin, kEnd, BadBlocks::Then::OneIn16);
+    const Outcome all = Export(card, "all.h264");
+    EXPECT_EQ(all.status, 1);
+    EXPECT_THAT(all.err, HasSubstr("2.0 MiB of hi000001.mp4 cannot be read, from byte "));
+}
+
 }  // namespace
