@@ -49,6 +49,7 @@ class Browser:
     def size(self, width, height, dark=False):
         self.call("Emulation.setDeviceMetricsOverride", width=width, height=height, deviceScaleFactor=1, mobile=width < 500)
         self.call("Emulation.setEmulatedMedia", features=[{"name": "prefers-color-scheme", "value": "dark" if dark else "light"}])
+        self.wait(f"innerWidth == {width}")  # a phone first shows all of what was wider, made smaller
 
     def call(self, method, **params):
         self.number += 1
@@ -117,7 +118,8 @@ class Browser:
         """Moves there, and about there until the condition holds: a resting mouse may be forgotten when the page moves."""
         end = time.monotonic() + seconds
         for i in itertools.count():
-            self.mouse("mouseMoved", x + i % 2 / 4, y)
+            if i % 10 == 0:  # each move asks for another picture
+                self.mouse("mouseMoved", x + i % 20 / 40, y)
             if self.run(condition):
                 return
             assert time.monotonic() < end, f"not within {seconds} s: {condition}"
@@ -170,14 +172,19 @@ class Browser:
 def asked_of_network(path):
     """Addresses in the log of the browser's network process: requests, names looked up, connections ahead of a request.
 
-    Each names the site it is made for; the browser's own services (its updates) are made for none and are left out.
+    Each names the site it is made for.  The browser's own services are left out: they are made for none (its updates), or
+    for their own site and from no page (whether somebody is signed in).
     """
     with open(path) as file:
         log = json.load(file)
     names = {number: name for name, number in log["constants"]["logEventTypes"].items()}
+    events = [(names[event["type"]], event.get("params", {})) for event in log["events"]]
+    own = {what["network_isolation_key"].split()[0] for name, what in events if name == "URL_REQUEST_START_JOB"
+           and what.get("initiator") == "not an origin" and what.get("request_type") == "other"}
     asked = []
-    for event in log["events"]:
-        name, what = names[event["type"]], event.get("params", {})
+    for name, what in events:
+        if what.get("network_isolation_key", what.get("network_anonymization_key", "null")).split()[0] in own - {"null"}:
+            continue
         if name == "URL_REQUEST_START_JOB" and what.get("network_isolation_key", "null null") != "null null":
             asked.append(what["url"])
         elif name == "HOST_RESOLVER_MANAGER_REQUEST" and not what.get("network_anonymization_key", "null").startswith("null"):

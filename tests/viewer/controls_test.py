@@ -109,6 +109,16 @@ class Controls(PageTest):
         self.browser.hover(x + .9 * width, y, "byId('tipTime').textContent.includes('nothing recorded') && byId('tipPicture').hidden")
         self.browser.hover(x, 5, "byId('tip').hidden")
 
+    def test_another_card_ends_what_is_asked_of_the_last_one(self):
+        picture = f"preview.ask(0, {self.browser.run('list.start')} + 3, shown => {{ window.shown = shown; }})"
+        self.browser.run("setSpan([list.start, list.start + 60]); window.opens = openFiles;"
+                         f"openFiles = picked => {{ openFiles = opens; save(); {picture}; return opens(picked); }}; window.shown = null; true")
+        self.open(self.folder / "busy")
+        self.browser.wait("saving === null && byId('save').textContent === 'Save clip'")
+        self.assertEqual(self.browser.run("byId('saveNote').textContent"), "Another card was opened.")
+        self.browser.run(picture)
+        self.browser.wait("window.shown")
+
     # ---- keys
 
     def test_keys(self):

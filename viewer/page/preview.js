@@ -11,7 +11,7 @@ class Preview {
 
   clear() {
     for (const picture of this.cache.values()) picture.close();
-    this.cache.clear();
+    this.cache = new Map(); // a picture under way still goes into the old one
     this.cancel();
   }
 
@@ -44,21 +44,21 @@ class Preview {
   }
 
   async picture(section, time) {
-    const key = await this.source.ask("preview", { section, time });
+    const { cache } = this, key = await this.source.ask("preview", { section, time });
     if (!key) return null;
     const name = section + ":" + key.offset;
-    let picture = this.cache.get(name);
+    let picture = cache.get(name);
     if (!picture) {
       picture = await decodeOne(key);
       if (!picture) return null;
-      if (this.cache.size >= 200) {
-        const [oldest, old] = this.cache.entries().next().value;
+      if (cache.size >= 200) {
+        const [oldest, old] = cache.entries().next().value;
         old.close();
-        this.cache.delete(oldest);
+        cache.delete(oldest);
       }
     }
-    this.cache.delete(name);
-    this.cache.set(name, picture);
+    cache.delete(name);
+    cache.set(name, picture);
     return picture;
   }
 }

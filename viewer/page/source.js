@@ -18,10 +18,12 @@ class CardSource {
       this.waiting.delete(id);
       if (error === undefined) resolve(result); else reject(new Error(error));
     };
-    this.worker.onerror = event => {
-      for (const { reject } of this.waiting.values()) reject(new Error(event.message || "the reader of the card ended"));
-      this.waiting.clear();
-    };
+    this.worker.onerror = event => this.giveUp(event.message || "the reader of the card ended");
+  }
+
+  giveUp(why) {
+    for (const { reject } of this.waiting.values()) reject(new Error(why));
+    this.waiting.clear();
   }
 
   ask(name, argument) {
@@ -31,10 +33,11 @@ class CardSource {
     });
   }
 
-  // A fresh worker a card: nothing of the last one is left in its memory.
+  // A fresh worker a card: nothing of the last one is left in its memory, and what was asked of it is refused.
   async open(files) {
     if (this.used) {
       this.worker.terminate();
+      this.giveUp("Another card was opened.");
       this.start();
     }
     this.used = true;

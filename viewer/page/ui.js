@@ -4,7 +4,7 @@
 // pictures).
 const source = new CardSource();
 const given = JSON.parse(byId("given").textContent); // by the tool: a list and pictures, or files to read
-let list = null, cardName = "card", thumbs = [], readable = false, held = null;
+let openings = 0, list = null, cardName = "card", thumbs = [], readable = false, held = null;
 let span = null, shownKinds = new Set(EVENT_KINDS.map(([kind]) => kind)), saving = null;
 
 const player = new Player(byId("video"), source, { moment: showMoment, state: showState, fault: showFault });
@@ -20,8 +20,10 @@ async function openFiles(picked) {
   if (!picked) return notice("There is no file of a recording card in what you picked.");
   notice("Reading " + picked.name + " …");
   player.close(); preview.clear(); scrubPreview.clear();
+  const opening = ++openings;
   try {
     const opened = await source.open(picked.files);
+    if (opening !== openings) return; // another card was picked meanwhile
     readable = true;
     cardName = picked.name;
     thumbs = picked.thumbs || [];
@@ -30,6 +32,7 @@ async function openFiles(picked) {
     if (held && list.sections.every(s => holds(s.start, s.end))) held = null;
     showCard(list);
   } catch (error) {
+    if (opening !== openings) return;
     readable = false;
     notice("This is not a recording card that can be read. " + error.message);
   }
