@@ -13,10 +13,15 @@
 #include <cstring>
 #include <span>
 #include <string>
+#include <utility>
+
+#include "Clock.h"
 
 namespace fuzz {
 
 using Bytes = std::span<const uint8_t>;
+
+constexpr uint32_t kTime = 1772352000;  // 2026-03-01 08:00:00 UTC
 
 // What must hold, in every build.
 #define MUST(condition) ((condition) ? void() : fuzz::Broken(#condition, __FILE__, __LINE__))
@@ -53,11 +58,27 @@ class Input {
     Bytes left_;
 };
 
+// Makes `sleep` what happens while the process sleeps; the rest of the clock stands still.
+inline void SleepCalls(void (*sleep)(unsigned)) {
+    static ClockSource clock;
+    clock = {[] { return timeval{kTime, 0}; }, [] { return 1000L; }, sleep};
+    ReplaceClock(&clock);
+}
+
+// What each fuzzer is: feeds one input to what it is for.
+void Feed(Input& in);
+
 // A file that exists in memory alone, with a path by which it can be opened again.
 class MemoryFile {
   public:
     MemoryFile() : fd_(memfd_create("fuzz", MFD_CLOEXEC)), path_("/proc/self/fd/" + std::to_string(fd_)) {
         MUST(fd_ >= 0);
+    }
+    // Where the recorder looks for it: the camera's folders lie in memory, too.
+    explicit MemoryFile(std::string path, uint64_t size = 0)
+        : fd_(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666)), path_(std::move(path)) {
+        MUST(fd_ >= 0);
+        Resize(size);
     }
     ~MemoryFile() { close(fd_); }
     MemoryFile(const MemoryFile&) = delete;
@@ -69,14 +90,15 @@ class MemoryFile {
     // It holds these bytes and `room` zeros after them.  Its pages stay: new ones cost more than all else.
     void Replace(Bytes bytes, uint64_t room = 0) {
         Write(0, bytes);
-        MUST(ftruncate64(fd_, static_cast<off64_t>(bytes.size())) == 0);
-        MUST(room == 0 || ftruncate64(fd_, static_cast<off64_t>(bytes.size() + room)) == 0);
+        Resize(bytes.size());
+        Resize(bytes.size() + room);
     }
     // All of it becomes a hole of `size` bytes.
     void Clear(uint64_t size = 0) {
-        MUST(ftruncate64(fd_, 0) == 0);
-        MUST(size == 0 || ftruncate64(fd_, static_cast<off64_t>(size)) == 0);
+        Resize(0);
+        Resize(size);
     }
+    void Resize(uint64_t size) { MUST(ftruncate64(fd_, static_cast<off64_t>(size)) == 0); }
     void Write(uint64_t offset, const void* bytes, size_t count) {
         MUST(pwrite64(fd_, bytes, count, static_cast<off64_t>(offset)) == static_cast<ssize_t>(count));
     }

@@ -9,7 +9,6 @@
 
 #include <atomic>
 
-#include "Clock.h"
 #include "Fuzz.h"
 #include "libGetAVStream.h"
 #include "libIpcUtils.h"
@@ -22,24 +21,22 @@ class Server {
     // The first ring is far smaller than a reader expects, the second just as it should be.
     static constexpr int kSizes[] = {8192, AVSTREAM_SEGMENT_SIZE(AVSTREAM_SUB_RING_SIZE)};
 
-    Server() {
-        MakeRing(0);
-        MakeRing(1);
-        queue_ = IpcMsgInit(AVSTREAM_QUEUE_KEY);
-        MUST(queue_ >= 0);
+    static Server& Instance() {
+        static Server server;
+        return server;
     }
-
-    uint8_t* Base(int stream) const { return bases_[stream]; }
-    int Queue() const { return queue_; }
-
-    void Reset() {
-        for (int i = 0; i < 2; ++i) {
-            std::memset(bases_[i], 0, static_cast<size_t>(kSizes[i]));
-        }
+    // Everything is empty again, and `serve` is what the server does with this input.
+    void Begin(Input& input, void (*serve)(unsigned)) {
+        input_ = &input;
+        SleepCalls(serve);
+        for (int i = 0; i < 2; ++i) std::memset(bases_[i], 0, static_cast<size_t>(kSizes[i]));
         uint8_t message[sizeof(long) + 8192];
         while (msgrcv(queue_, message, 8192, 0, IPC_NOWAIT | MSG_NOERROR) >= 0) {
         }
     }
+
+    Input& In() const { return *input_; }
+    uint8_t* Base(int stream) const { return bases_[stream]; }
 
     // The ring is removed and made anew, as by a media server that was restarted.
     void RenewRing(int stream) {
@@ -48,7 +45,7 @@ class Server {
     }
 
     // The request that waits, if any.
-    bool Next(AVMsgBuf& request) const {
+    bool Asked(AVMsgBuf& request) const {
         return IpcMsgTryRecv(queue_, MSG_AV_TYPE_SERVER, &request, sizeof request) >= 0;
     }
 
@@ -66,6 +63,11 @@ class Server {
     }
 
   private:
+    Server() : queue_(IpcMsgInit(AVSTREAM_QUEUE_KEY)) {
+        MUST(queue_ >= 0);
+        MakeRing(0);
+        MakeRing(1);
+    }
     void MakeRing(int stream) {
         const int key = AVSTREAM_MAIN_RING_KEY + stream;
         segments_[stream] = shmget(key, static_cast<size_t>(kSizes[stream]), IPC_CREAT | 0777);
@@ -75,16 +77,10 @@ class Server {
         bases_[stream] = reinterpret_cast<uint8_t*>(address);
     }
 
+    Input* input_ = nullptr;
     int segments_[2];
     uint8_t* bases_[2];
     int queue_;
 };
-
-// Makes `sleep` what happens while the process sleeps; the rest of the clock stands still.
-inline void SleepCalls(void (*sleep)(unsigned)) {
-    static ClockSource clock;
-    clock = {[] { return timeval{1772352000, 0}; }, [] { return 1000L; }, sleep};
-    ReplaceClock(&clock);
-}
 
 }  // namespace fuzz

@@ -46,9 +46,7 @@ class SmallCard {
         constexpr int kChangesMax = 32;
         static std::vector<uint8_t> card;
         card = bytes_;
-        if (in.Byte() % 8 == 0) {
-            card.resize(in.Half() % card.size() + 1);  // an image that was cut
-        }
+        if (in.Byte() % 8 == 0) card.resize(in.Half() % card.size() + 1);  // an image that was cut
         for (int i = 0; i < kChangesMax && !in.Empty(); ++i) {
             const uint8_t place = in.Byte();
             const size_t at = Place(place, in) % card.size();
@@ -60,10 +58,9 @@ class SmallCard {
 
   private:
     void Fill() {
-        const timeval now{1772352000, 0};
         bytes_.resize(plan_.device.bytes);
         Copy(0, prestore::ReservedSectors(plan_, 0x12345678));
-        Copy(Directory(), prestore::RootDirectory(plan_, now));
+        Copy(Directory(), prestore::RootDirectory(plan_, {kTime, 0}));
         for (uint32_t copy = 0; copy < prestore::kFats; ++copy) {
             std::vector<std::byte> table(plan_.FatBytes());
             prestore::FillFat(plan_, 0, table);
@@ -80,22 +77,12 @@ class SmallCard {
         std::memcpy(bytes_.data() + at, from.data(), from.size());
     }
     size_t Place(uint8_t kind, Input& in) const {
-        switch (kind % 8) {
-            case 0:
-                return in.Byte();  // boot sector
-            case 1:
-                return size_t{prestore::kBackupSector} * 512 + in.Byte();  // its backup
-            case 2:
-            case 3:
-                return plan_.FatOffset() + in.Half() % 1024;  // tables
-            case 4:
-            case 5:
-                return Directory() + in.Half() % 512;  // directory
-            case 6:
-                return 446 + in.Byte() % 66;  // partitions
-            default:
-                return in.Word();  // anywhere
-        }
+        kind %= 8;
+        if (kind == 7) return in.Word();             // anywhere
+        if (kind == 6) return 446 + in.Byte() % 66;  // partitions
+        if (kind >= 4) return Directory() + in.Half() % 512;
+        if (kind >= 2) return plan_.FatOffset() + in.Half() % 1024;
+        return (kind == 1 ? size_t{prestore::kBackupSector} * 512 : 0) + in.Byte();  // boot sector, its backup
     }
 
     prestore::VolumePlan plan_;

@@ -16,75 +16,64 @@ inline uint64_t SectionHeadAt(uint32_t file, uint32_t section) {
     return RECORD_SECTION_BASE + uint64_t{RECORD_SECTION_BLOCK} * file + sizeof(RecordInfoHead_S) * section;
 }
 
-// Lays an index, an event file and the key-frame records of record file 0 from the input; descriptors below 0 are left
-// out.  A record is what its place holds: it gets its flag and number, unless the input wants it otherwise.
-inline void LayIndex(Input& in, int index, int events, int record) {
+// Lays an index, an event file and the key-frame records of record file 0 from the input; the latter two may be null.
+// A record is what its place holds: it gets its flag and number, unless the input wants it otherwise.
+inline void LayIndex(Input& in, MemoryFile& index, MemoryFile* events = nullptr, MemoryFile* record = nullptr) {
     constexpr int kRecordsMax = 96;
-    constexpr auto kIndexSize = static_cast<off64_t>(RECORD_SECTION_BASE + uint64_t{RECORD_SECTION_BLOCK} * 32);
-    const auto write = [](int fd, uint64_t at, const auto& head) {
-        MUST(fd < 0 || pwrite64(fd, &head, sizeof head, static_cast<off64_t>(at)) == static_cast<ssize_t>(sizeof head));
-    };
-    const auto empty = [](int fd, off64_t size) {
-        MUST(fd < 0 || (ftruncate64(fd, 0) == 0 && ftruncate64(fd, size) == 0));
-    };
+    constexpr uint64_t kIndexSize = RECORD_SECTION_BASE + uint64_t{RECORD_SECTION_BLOCK} * 32;
+    static constexpr KeyFrameInfoHead_S kNone[64] = {};
     const bool cut = in.Byte() % 8 == 0;  // a file that ends early, inside of the heads
-    const auto end = static_cast<off64_t>(cut ? in.Word() % kStoreHeads : uint64_t{kIndexSize});
-    empty(index, 0);
-    empty(events, ALARM_EVENT_BLOCK * (8 + kStoreFiles));
-    if (record >= 0) {
-        static constexpr KeyFrameInfoHead_S kNone[64] = {};
-        MUST(pwrite64(record, kNone, sizeof kNone, RECORD_KEY_FRAME_BASE) > 0);
-    }
+    const uint64_t end = cut ? in.Word() % kStoreHeads : kIndexSize;
+    index.Clear();
+    if (events != nullptr) events->Clear(ALARM_EVENT_BLOCK * (8 + kStoreFiles));
+    if (record != nullptr) record->Write(RECORD_KEY_FRAME_BASE, kNone, sizeof kNone);
     auto system = in.Get<RecordSystemInfoHead_S>();
     if (in.Byte() % 16 != 0) {
         system.m_u32SystemInfoHeadFlag = RECORD_SYSTEM_FLAG;
         system.m_u32SDCardFormat = 1;
         system.m_u32RecordFileSum %= 8;
     }
-    write(index, 0, system);
+    index.Write(0, &system, sizeof system);
     for (int left = in.Byte() % kRecordsMax; left > 0 && !in.Empty(); --left) {
         const uint8_t kind = in.Byte();
         const bool plain = kind < 224;
         const uint32_t file = in.Byte() % kStoreFiles;
         const uint32_t slot = in.Byte();
+        const auto lay = [&](MemoryFile* to, uint64_t at, auto head, auto make_right) {
+            head = in.Get<decltype(head)>();
+            if (plain) make_right(head);
+            if (to != nullptr) to->Write(at, &head, sizeof head);
+        };
         if (kind % 8 < 2) {
-            auto head = in.Get<RecordFileInfoHead_S>();
-            if (plain) {
+            lay(&index, FileHeadAt(file), RecordFileInfoHead_S{}, [&](auto& head) {
                 head.m_u32FileInfoHeadFlag = RECORD_FILE_FLAG;
                 head.m_u32FileInfoHeadNo = file;
-            }
-            write(index, FileHeadAt(file), head);
+            });
         } else if (kind % 8 < 5) {
-            auto head = in.Get<RecordInfoHead_S>();
-            if (plain) {
+            lay(&index, SectionHeadAt(file, slot), RecordInfoHead_S{}, [&](auto& head) {
                 head.m_u32RecordInfoHeadFlag = RECORD_SECTION_FLAG;
                 head.m_u16RecordFileNo = static_cast<uint16_t>(file);
                 head.m_u16RecordUseNo = static_cast<uint16_t>(slot);
-            }
-            write(index, SectionHeadAt(file, slot), head);
+            });
         } else if (kind % 8 == 5) {
-            auto head = in.Get<KeyFrameInfoHead_S>();
-            if (plain) head.m_u32KeyFrameHeadFlag = RECORD_KEY_FRAME_FLAG;
-            write(record, RECORD_KEY_FRAME_BASE + slot % 64 * sizeof head, head);
+            const uint64_t at = RECORD_KEY_FRAME_BASE + slot % 64 * sizeof(KeyFrameInfoHead_S);
+            lay(record, at, kNone[0], [](auto& head) { head.m_u32KeyFrameHeadFlag = RECORD_KEY_FRAME_FLAG; });
         } else if (kind % 8 == 6) {
-            auto head = in.Get<AlarmEventHead_S>();
-            if (plain) {
+            lay(events, file * sizeof(AlarmEventHead_S), AlarmEventHead_S{}, [&](auto& head) {
                 head.m_u32AlarmEventFlag = ALARM_EVENT_FLAG;
                 head.m_u32AlarmFileNo = file;
                 head.m_u32AlarmEventSum %= 16;
-            }
-            write(events, file * sizeof head, head);
+            });
         } else {
-            auto head = in.Get<AlarmFileInfoHead_S>();
-            if (plain) {
+            const uint64_t block = uint64_t{file + 8} * ALARM_EVENT_BLOCK;
+            lay(events, block + slot % 16 * sizeof(AlarmFileInfoHead_S), AlarmFileInfoHead_S{}, [&](auto& head) {
                 head.m_u32AlarmEventFlag = ALARM_RECORD_FLAG;
                 head.m_u16AlarmFileNo = static_cast<uint16_t>(file);
                 head.m_u16AlarmFileUseNo = static_cast<uint16_t>(slot % 16 + 1);
-            }
-            write(events, uint64_t{file + 8} * ALARM_EVENT_BLOCK + slot % 16 * sizeof head, head);
+            });
         }
     }
-    MUST(index < 0 || ftruncate64(index, end) == 0);
+    index.Resize(end);
 }
 
 }  // namespace fuzz

@@ -79,8 +79,8 @@ class StreamLayer {
             }
             case Piece::VideoPacket: {
                 const int length = std::min(Length(in), PS_AUDIO_PAYLOAD_MAX);
-                uint8_t* const out = Room(static_cast<size_t>(PS_PES_HEADER_SIZE + length));
-                make_pes_packet_header(out, clock_, AV_FRAME_TYPE_VIDEO, 0, length);
+                make_pes_packet_header(Room(static_cast<size_t>(PS_PES_HEADER_SIZE + length)), clock_,
+                                       AV_FRAME_TYPE_VIDEO, 0, length);
                 return;
             }
             case Piece::Jump:
@@ -99,7 +99,7 @@ class StreamLayer {
 
     std::vector<uint8_t>& bytes_;
     uint32_t clock_ = 0;
-    uint32_t time_ = 1772352000;
+    uint32_t time_ = kTime;
 };
 
 // Valid until the next call.
@@ -107,6 +107,16 @@ inline const std::vector<uint8_t>& LayStream(Input& in) {
     static std::vector<uint8_t> bytes;
     StreamLayer(in, bytes);
     return bytes;
+}
+
+// How the card tool reads it.
+inline auto ReaderOf(const std::vector<uint8_t>& stream) {
+    return [&stream](uint64_t at, void* to, size_t length) -> size_t {
+        if (at >= stream.size()) return 0;
+        length = std::min(length, stream.size() - static_cast<size_t>(at));
+        std::memcpy(to, stream.data() + at, length);
+        return length;
+    };
 }
 
 }  // namespace fuzz

@@ -17,9 +17,7 @@ card::IndexBuilder::Left TakeLeft(fuzz::Input& in, uint32_t number) {
         head.m_u16RecordFileNo = static_cast<uint16_t>(number);
         left.sections.push_back(head);
     }
-    for (int i = in.Byte() % 32; i > 0; --i) {
-        left.key_frames.push_back(in.Get<KeyFrameInfoHead_S>());
-    }
+    for (int i = in.Byte() % 32; i > 0; --i) left.key_frames.push_back(in.Get<KeyFrameInfoHead_S>());
     return left;
 }
 
@@ -73,24 +71,16 @@ void CheckSystem(const std::vector<RebuiltFile>& files, const RecordSystemInfoHe
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    fuzz::Input in(data, size);
+void fuzz::Feed(Input& in) {
     const uint32_t number = in.Byte() % 4;
     const card::IndexBuilder::Left left = TakeLeft(in, number);
     const auto system = in.Get<RecordSystemInfoHead_S>();
-    const std::vector<uint8_t>& stream = fuzz::LayStream(in);
-    const auto read = [&stream](uint64_t at, void* to, size_t length) -> size_t {
-        if (at >= stream.size()) return 0;
-        length = std::min(length, stream.size() - static_cast<size_t>(at));
-        std::memcpy(to, stream.data() + at, length);
-        return length;
-    };
-    card::Surveyor surveyor(read, stream.size());
+    const std::vector<uint8_t>& stream = LayStream(in);
+    card::Surveyor surveyor(ReaderOf(stream), stream.size());
     surveyor.GoToEnd();
     const card::Survey survey = surveyor.Result();
     const card::Rebuilt rebuilt = card::IndexBuilder::BuildFrom(survey, left, number);
     CheckFile(rebuilt.lap, survey, stream);
     if (rebuilt.whole) CheckFile(*rebuilt.whole, survey, stream);
     CheckSystem({rebuilt.lap, rebuilt.whole.value_or(RebuiltFile{})}, system);
-    return 0;
 }

@@ -34,22 +34,21 @@ void AddEvent(fuzz::MemoryFile& file, uint32_t file_no, AlarmEventHead_S head) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static fuzz::MemoryFile file;
-    fuzz::Input in(data, size);
+void fuzz::Feed(Input& in) {
+    static MemoryFile file;
     const uint32_t file_no = in.Half() % (ALARM_EVENT_FILE_MAX + 2);
     const uint32_t length = in.Word() % (2u << 20);  // most of the files end early
     file.Clear(in.Byte() % 2 == 0 ? Block(file_no) + length : length);
     const auto stored = in.Get<AlarmEventHead_S>();
     file.Write(file_no * sizeof stored, &stored, sizeof stored);
-    const fuzz::Bytes records = in.Rest();
+    const Bytes records = in.Rest();
     file.Write(Block(file_no), records);
 
     AlarmEventHead_S head{};
     const bool read = AV_AlarmEventInfoRead(file.fd(), file_no, &head) == 0;
     MUST(read == (file_no < ALARM_EVENT_FILE_MAX));
     if (!read) {
-        return 0;
+        return;
     }
     const uint32_t count = head.m_u32AlarmEventSum;
     std::vector<AlarmFileInfoHead_S> events(std::min(count, ALARM_EVENT_READ_MAX));
@@ -64,5 +63,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         MUST(AV_AlarmEventInfoClear(file.Path().c_str(), file_no + 1) == 0);
         MUST(AV_AlarmEventInfoRead(file.fd(), file_no, &head) == 0 && head.m_u32AlarmEventFlag == 0);
     }
-    return 0;
 }

@@ -33,10 +33,9 @@ void CheckChain(const card::Chain& chain, const card::FatGeometry& geometry, uin
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const fuzz::SmallCard card;
-    static fuzz::MemoryFile file;
-    fuzz::Input in(data, size);
+void fuzz::Feed(Input& in) {
+    static const SmallCard card;
+    static MemoryFile file;
     card.Lay(in, file);
     try {
         const card::Volume volume = card::Volume::Open(file.Path());
@@ -46,12 +45,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 CheckChain(fat.Follow(entry.first_cluster, 50, copy), fat.Geometry(), 50);
             }
         }
-        for (const std::string& name : volume.Names()) {
-            CheckFile(volume.OpenFile(name), file.Size());
-        }
+        for (const std::string& name : volume.Names()) CheckFile(volume.OpenFile(name), file.Size());
         MUST(volume.TotalBytes() <= uint64_t{UINT32_MAX} * 4096);
     } catch (const card::CardError&) {
         // no volume that could be read
     }
-    return 0;
 }

@@ -1,10 +1,7 @@
 // A hostile index file under the operations on its heads, and under a run that begins with what it says: numbers and
 // counts come into their bounds, and nothing is written outside the slots of the current file.
-#include <sys/stat.h>
-
 #include <vector>
 
-#include "Clock.h"
 #include "RecordCard.h"
 #include "RecordState.h"
 #include "Store.h"
@@ -14,25 +11,15 @@
 namespace {
 
 constexpr char kPath[] = RECORD_STORE_DIRECTORY RECORD_INDEX_NAME;
-// The index on the card, in the place where the recorder looks for it.
-class Index {
-  public:
-    Index() : fd_(open(kPath, O_RDWR | O_CREAT | O_CLOEXEC, 0666)) { MUST(fd_ >= 0); }
 
-    int fd() const { return fd_; }
-    // Its heads as they are now; what lies after the file's end is zero.
-    void Read(std::vector<uint8_t>& bytes) const {
-        bytes.resize(fuzz::kStoreHeads);
-        const ssize_t got = pread64(fd_, bytes.data(), bytes.size(), 0);
-        MUST(got >= 0);
-        std::fill(bytes.begin() + got, bytes.end(), uint8_t{0});
-    }
+// The heads as they are now; what lies after the file's end is zero.
+void ReadHeads(const fuzz::MemoryFile& index, std::vector<uint8_t>& bytes) {
+    bytes.resize(fuzz::kStoreHeads);
+    const size_t got = index.Read(0, bytes.data(), bytes.size());
+    std::memset(bytes.data() + got, 0, bytes.size() - got);
+}
 
-  private:
-    int fd_;
-};
-
-void ReadSections(const Index& index, uint32_t file_no) {
+void ReadSections(const fuzz::MemoryFile& index, uint32_t file_no) {
     RecordFileInfoHead_S file{};
     if (AV_RecordFileInfoHeadAccecsFileNoRead(index.fd(), file_no, &file) != sizeof file &&
         AV_RecordFileInfoHeadAccecsFileNoRead(index.fd(), file_no, &file) != 0) {
@@ -54,11 +41,9 @@ void MustKeepOthers(const std::vector<uint8_t>& before, const std::vector<uint8_
 }
 
 // Begins a run and saves its heads, as the record loop and the writer do.
-void BeginRun(const Index& index, uint8_t cover) {
+void BeginRun(const fuzz::MemoryFile& index, uint8_t cover) {
     g_control = {};
-    if (AVRecordParamInit(cover) != 0) {
-        return;
-    }
+    if (AVRecordParamInit(cover) != 0) return;
     AVRecordHeads heads;
     AVRecordHeadsCopy(&heads);
     MUST(heads.system.m_u32RecordFileNo < RECORD_FILE_MAX);
@@ -72,13 +57,13 @@ void BeginRun(const Index& index, uint8_t cover) {
     MUST(section.m_u16RecordUseNo >= 1 && section.m_u16RecordUseNo <= RECORD_SECTION_MAX);
     MUST(heads.file.m_u32RecordSectionSum == section.m_u16RecordUseNo);
     static std::vector<uint8_t> before, after;
-    index.Read(before);
+    ReadHeads(index, before);
     MUST(AV_RecordSectionInfoHeadWrite(index.fd(), &heads.file, &section) >= 0);
     MUST(AV_RecordFileInfoHeadWrite(index.fd(), &heads.system, &heads.file) >= 0);
     AV_SystemInfoHeadUsedFileSumFresh(&heads.system, &heads.file);
     AV_SystemInfoHeadFileNoFresh(&heads.system, &heads.file);
     MUST(AV_SystemInfoHeadWrite(index.fd(), &heads.system) >= 0);
-    index.Read(after);
+    ReadHeads(index, after);
     MustKeepOthers(before, after, file_no);
     AVRecordHeadsLock();
     *AV_RecordSystemInfoHeadGet() = heads.system;
@@ -89,11 +74,9 @@ void BeginRun(const Index& index, uint8_t cover) {
 }
 
 // Another card, or the same with another content, between two looks: what is held in memory is then the card's.
-void ExchangeCard(const Index& index, fuzz::Input& in) {
-    fuzz::LayIndex(in, index.fd(), -1, -1);
-    if (AVRecordParamInit(1) != 0) {
-        return;
-    }
+void ExchangeCard(fuzz::MemoryFile& index, fuzz::Input& in) {
+    fuzz::LayIndex(in, index);
+    if (AVRecordParamInit(1) != 0) return;
     AVRecordHeads heads;
     AVRecordHeadsCopy(&heads);
     RecordSystemInfoHead_S system{};
@@ -104,29 +87,24 @@ void ExchangeCard(const Index& index, fuzz::Input& in) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static constexpr ClockSource kClock{[] { return timeval{1772352000, 0}; }, [] { return 1000L; }, [](unsigned) {}};
-    static Index index;
-    ReplaceClock(&kClock);
-    fuzz::Input in(data, size);
+void fuzz::Feed(Input& in) {
+    static MemoryFile index(kPath);
+    SleepCalls([](unsigned) {});
     const uint8_t cover = in.Byte() % 2;
     const uint32_t file_no = in.Half() % (RECORD_FILE_MAX + 2);
-    fuzz::LayIndex(in, index.fd(), -1, -1);
+    LayIndex(in, index);
     uint32_t space = 0;
     uint32_t free_space = 0;
     const bool holds = AV_SystemInfoInitCheck(kPath) == 0;
     MUST((AV_RecordConfigInfoGet(kPath, &space, &free_space) == 0) == holds);
     ReadSections(index, file_no);
-    ReadSections(index, file_no % fuzz::kStoreFiles);
+    ReadSections(index, file_no % kStoreFiles);
     BeginRun(index, cover);
-    if (!in.Empty()) {
-        ExchangeCard(index, in);
-    }
+    if (!in.Empty()) ExchangeCard(index, in);
     uint32_t files = 0;
     RecordSystemInfoHead_S system{};
     const bool small = AV_SystemInfoHeadRead(index.fd(), &system) > 0 && system.m_u32RecordFileSum < 64;
     if (small && AV_RecordFileConfigClear(kPath, &files) == 0) {
         MUST(files == system.m_u32RecordFileSum && AV_SystemInfoInitCheck(kPath) != 0);
     }
-    return 0;
 }

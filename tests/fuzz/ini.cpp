@@ -29,9 +29,7 @@ void Parse(const std::string& text, const std::string& section, const std::strin
     const int found =
         parse_file(section.c_str(), key.c_str(), text.c_str(), &at[0], &at[1], &at[2], &at[3], &at[4], &at[5]);
     const int end = static_cast<int>(text.size());
-    for (const int position : at) {
-        MUST(position >= -1 && position <= end);
-    }
+    for (const int position : at) MUST(position >= -1 && position <= end);
     MUST((at[0] < 0) == (at[1] < 0) && at[0] <= at[1]);
     MUST((found == 1) == (at[2] >= 0));
     if (found == 1) {
@@ -45,15 +43,14 @@ void Parse(const std::string& text, const std::string& section, const std::strin
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static fuzz::MemoryFile file;
-    fuzz::Input in(data, size);
+void fuzz::Feed(Input& in) {
+    static MemoryFile file;
     const bool plain = in.Byte() % 4 != 0;
     const std::string section = Name(in, plain);
     const std::string key = Name(in, plain);
     const std::string value = Name(in, plain);
     const uint8_t repeat = in.Byte();  // brings a text near the largest that a file may have
-    const fuzz::Bytes rest = in.Rest();
+    const Bytes rest = in.Rest();
     std::string text(rest.begin(), rest.end());
     for (int i = 0; i < repeat % 64 && repeat >= 248 && !rest.empty(); ++i) {
         text.append(rest.begin(), rest.end());
@@ -63,7 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     text.resize(std::min({text.size(), text.find('\xFF'), text.find('\0')}));
     Parse(text, section, key);
     if (repeat % 4 != 0) {
-        return 0;  // most inputs are for the parser alone, which is far faster than the files around it
+        return;  // most inputs are for the parser alone, which is far faster than the files around it
     }
     file.Clear();
     file.Write(0, whole.data(), whole.size());
@@ -73,12 +70,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     MUST(had == 1 ? std::memchr(read, 0, sizeof read) != nullptr : read[0] == '~' && read[15] == '~');
     read_profile_int(section.c_str(), key.c_str(), -1, file.Path().c_str());
     if (write_profile_string(section.c_str(), key.c_str(), value.c_str(), file.Path().c_str()) == 0) {
-        return 0;  // too long
+        return;  // too long
     }
     MUST(file.Size() < INI_FILE_MAX);
     if (plain && HeadersEnd(text)) {
         MUST(read_profile_string(section.c_str(), key.c_str(), read, sizeof read, nullptr, file.Path().c_str()) == 1);
         MUST(value == read);
     }
-    return 0;
 }

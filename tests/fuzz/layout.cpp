@@ -13,7 +13,7 @@ class Card {
   public:
     Card() {
         MUST(prestore::PlanVolume({.bytes = kBytes}, 70, plan_).empty());
-        directory_ = prestore::RootDirectory(plan_, {1772352000, 0});
+        directory_ = prestore::RootDirectory(plan_, {fuzz::kTime, 0});
     }
 
     const fuzz::MemoryFile& File() const { return file_; }
@@ -36,22 +36,13 @@ class Card {
   private:
     uint64_t Place(uint8_t kind, uint32_t file, uint32_t number) const {
         const uint32_t first = plan_.File(file).first_cluster;
-        switch (kind % 8) {
-            case 0:
-                return 0;
-            case 1:
-                return plan_.IndexHeads().offset;
-            case 2:
-                return plan_.FatOffset() + (first - 1) * uint64_t{4};
-            case 3:
-                return plan_.FatOffset() + plan_.FatBytes() + (first - 1) * uint64_t{4};
-            case 4:
-                return plan_.ClusterOffset(prestore::kRootCluster) + file * uint64_t{64};
-            case 5:
-                return 446 + number % 64;
-            default:
-                return plan_.ClusterOffset(first);
-        }
+        const uint64_t link = plan_.FatOffset() + (first - 1) * uint64_t{4};
+        const uint64_t entry = plan_.ClusterOffset(prestore::kRootCluster) + file * uint64_t{64};
+        const uint64_t data = plan_.ClusterOffset(first);
+        const uint64_t partition = 446 + number % 64;
+        const uint64_t places[] = {
+            0, plan_.IndexHeads().offset, link, link + plan_.FatBytes(), entry, partition, data, data};
+        return places[kind % 8];
     }
     // What the formatter and the recorder write there.
     void WriteRight(uint8_t kind, uint64_t at, uint32_t file) {
@@ -76,13 +67,12 @@ class Card {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+void fuzz::Feed(Input& in) {
     static Card card;
-    fuzz::Input in(data, size);
     card.Lay(in);
     const card::Device device = card::Device::Open(card.File().Path());
     const std::optional<card::FoundLayout> found = card::FindLayout(device);
-    if (!found) return 0;
+    if (!found) return;
     const prestore::VolumePlan& plan = found->plan;
     MUST(found->evidence > 0 && plan.store.vedio_num > 0 && plan.store.vedio_num <= RECORD_FILE_MAX);
     MUST(found->base + plan.device.bytes <= device.Size());
@@ -90,5 +80,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const prestore::StoredFile file = plan.File(i);
         MUST(found->base + plan.ClusterOffset(file.first_cluster) + file.size <= device.Size());
     }
-    return 0;
 }

@@ -1,11 +1,9 @@
 // The packer: what is asked for as room is what is written, and the playback reader gets back what went in.
 #include <sanitizer/asan_interface.h>
 
-#include <memory>
 #include <vector>
 
-#include "Fuzz.h"
-#include "libRecordFile.h"
+#include "Played.h"
 
 namespace {
 
@@ -50,13 +48,10 @@ void Fill(const Frame& frame, fuzz::Bytes given) {
 fuzz::Bytes Recorded(const Frame& frame, bool key) {
     static constexpr uint8_t kStartCode[] = {0, 0, 0, 1};
     const fuzz::Bytes all(frame.bytes, static_cast<size_t>(frame.size));
-    if (!key || all.empty()) {
-        return all;
-    }
+    if (!key || all.empty()) return all;
     // A start code that ends the frame has no unit.
-    const void* const first = memmem(all.data(), all.size() - 1, kStartCode, sizeof kStartCode);
-    return first == nullptr ? fuzz::Bytes{}
-                            : all.subspan(static_cast<size_t>(static_cast<const uint8_t*>(first) - all.data()));
+    const auto* const first = static_cast<uint8_t*>(memmem(frame.bytes, all.size() - 1, kStartCode, sizeof kStartCode));
+    return first == nullptr ? fuzz::Bytes{} : fuzz::Bytes(first, all.data() + all.size());
 }
 
 struct Said {
@@ -67,19 +62,15 @@ struct Said {
 
 void MustReadBack(fuzz::Bytes packed, fuzz::Bytes payload, const Said& said) {
     static fuzz::MemoryFile file;
-    static const std::unique_ptr<uint8_t[]> buffer(new uint8_t[PLAYBACK_BUFFER_SIZE]);
     file.Clear(RECORD_FILE_SIZE);
     file.Write(0, packed);
     uint32_t offset = 0;
-    int kind = -1;
-    uint32_t length = 0;
-    uint32_t time = 0;
-    uint32_t pts = 0;
-    MUST(libAVRecordPlayBackGetPSFrame(file.fd(), &offset, &kind, buffer.get(), &length, &time, &pts) == 0);
-    MUST(offset == packed.size() && kind == said.kind && length == payload.size());
-    MUST(std::equal(payload.begin(), payload.end(), buffer.get()));
-    MUST(kind == AV_FRAME_TYPE_AUDIO || time == said.time);
-    MUST(payload.empty() || said.index >= kIndexExact || pts == 3600 * said.index);
+    fuzz::Played played;
+    MUST(played.Read(file, offset));
+    MUST(offset == packed.size() && played.kind == said.kind && played.length == payload.size());
+    MUST(std::equal(payload.begin(), payload.end(), played.Payload()));
+    MUST(played.kind == AV_FRAME_TYPE_AUDIO || played.time == said.time);
+    MUST(payload.empty() || said.index >= kIndexExact || played.pts == 3600 * said.index);
 }
 
 void PackVideo(const Frame& frame, bool key, const AVStreamParam& parameters, const Said& said) {
@@ -90,9 +81,7 @@ void PackVideo(const Frame& frame, bool key, const AVStreamParam& parameters, co
                                        said.time) == room);
     const fuzz::Bytes payload = Recorded(frame, key);
     const bool readable = (key || !payload.empty()) && payload.size() <= PLAYBACK_GATHER_MAX;
-    if (readable) {
-        MustReadBack({out.bytes, static_cast<size_t>(room)}, payload, said);
-    }
+    if (readable) MustReadBack({out.bytes, static_cast<size_t>(room)}, payload, said);
 }
 
 void PackSound(const Frame& frame, const Said& said) {
@@ -108,20 +97,15 @@ void PackSound(const Frame& frame, const Said& said) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    fuzz::Input in(data, size);
+void fuzz::Feed(Input& in) {
     const uint8_t kind = in.Byte();
     const Said said{AV_FRAME_TYPE_VIDEO, in.Word(), in.Word()};
     const auto parameters = in.Get<AVStreamParam>();
     const uint8_t packets = in.Byte();
     const uint8_t more = in.Byte();
-    const fuzz::Bytes given = in.Take(PS_PES_PAYLOAD_MAX);
+    const Bytes given = in.Take(PS_PES_PAYLOAD_MAX);
     const Frame frame(g_frame, FrameLength(packets, more, given.size()));
     Fill(frame, given);
-    if (kind % 4 == 3) {
-        PackSound(frame, said);
-    } else {
-        PackVideo(frame, kind % 4 != 0, parameters, said);
-    }
-    return 0;
+    if (kind % 4 == 3) return PackSound(frame, said);
+    PackVideo(frame, kind % 4 != 0, parameters, said);
 }

@@ -8,14 +8,11 @@
 
 namespace {
 
-constexpr int kType = fuzz::Server::kType;
+using fuzz::Server;
+
+constexpr int kType = Server::kType;
 constexpr int kSleepsMax = 20000;
 
-fuzz::Server& g_server() {
-    static fuzz::Server server;
-    return server;
-}
-fuzz::Input* g_input;
 int g_sleeps;
 std::optional<AVMsgBuf> g_swallowed;  // a request that was read and not answered
 std::vector<AVMsgBuf> g_given;        // to client kType since the question was asked
@@ -27,7 +24,7 @@ void Give(int32_t client, fuzz::Bytes payload) {
     if (client == kType && payload.size() <= sizeof seen - sizeof seen.des) {
         g_given.push_back(seen);
     }
-    g_server().Send(client, payload);
+    Server::Instance().Send(client, payload);
 }
 
 void Answer(const AVMsgBuf& answer) {
@@ -37,9 +34,9 @@ void Answer(const AVMsgBuf& answer) {
 // In place of an answer, or beside it: what the input says; in the end every request is answered.
 void Serve(unsigned) {
     MUST(++g_sleeps < kSleepsMax);
-    fuzz::Input& in = *g_input;
+    fuzz::Input& in = Server::Instance().In();
     AVMsgBuf request;
-    const bool asked = g_server().Next(request);
+    const bool asked = Server::Instance().Asked(request);
     if (in.Empty()) {
         if (asked || g_swallowed) Answer(asked ? request : *g_swallowed);
         g_swallowed.reset();
@@ -78,45 +75,25 @@ void AskPosition(AVStreamCommand command, int stream) {
 
 void Ask(uint8_t what, int stream) {
     AVMsgBuf message{};
-    switch (what % 8) {
-        case 0:
-            MUST(AVStreamGetCurrentFrame(kType, stream, &message) == AVSTREAM_OK);
-            break;
-        case 1:
-            MUST(AVStreamGetRealFrameRate(kType, stream, &message) == AVSTREAM_OK);
-            break;
-        case 2:
-            AVStreamLock(kType, stream, what, what);
-            break;
-        case 3:
-            AVStreamUnLock(kType, stream, what, what);
-            break;
-        case 4:
-            AskPosition(AVSTREAM_CMD_CURRENT_FRAME, stream);
-            break;
-        default:
-            AskPosition(AVSTREAM_CMD_LAST_I_FRAME, stream);
-            break;
-    }
+    const int kind = what % 8;
+    if (kind == 0) MUST(AVStreamGetCurrentFrame(kType, stream, &message) == AVSTREAM_OK);
+    if (kind == 1) MUST(AVStreamGetRealFrameRate(kType, stream, &message) == AVSTREAM_OK);
+    if (kind == 2) AVStreamLock(kType, stream, what, what);
+    if (kind == 3) AVStreamUnLock(kType, stream, what, what);
+    if (kind >= 4) AskPosition(kind == 4 ? AVSTREAM_CMD_CURRENT_FRAME : AVSTREAM_CMD_LAST_I_FRAME, stream);
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    g_server().Reset();
-    fuzz::SleepCalls(Serve);
-    fuzz::Input in(data, size);
-    g_input = &in;
+void fuzz::Feed(Input& in) {
+    Server::Instance().Begin(in, Serve);
     g_sleeps = 0;
     g_swallowed.reset();
     const uint8_t questions = in.Byte() % 8;
-    for (int left = in.Byte() % 4; left > 0; --left) {
-        Give(kType, in.Take(in.Byte() % 64));  // to an earlier process
-    }
+    for (int left = in.Byte() % 4; left > 0; --left) Give(kType, in.Take(in.Byte() % 64));  // to an earlier process
     MUST(GetAVControlInit() == AVSTREAM_OK);
     for (int i = 0; i <= questions; ++i) {
         const uint8_t what = in.Byte();
         Ask(what, what >> 3 & 1);
     }
-    return 0;
 }

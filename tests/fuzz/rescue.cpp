@@ -69,16 +69,11 @@ void Carve(const fuzz::MemoryFile& file) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const fuzz::SmallCard small;
-    static fuzz::MemoryFile file;
-    fuzz::Input in(data, size);
+void fuzz::Feed(Input& in) {
+    static const SmallCard small;
+    static MemoryFile file;
     const bool restore = in.Byte() % 4 != 0;
     small.Lay(in, file);
-    if (restore) {
-        Restore(small, file);
-    } else {
-        Carve(file);
-    }
-    return 0;
+    if (restore) return Restore(small, file);
+    Carve(file);
 }

@@ -8,6 +8,8 @@
 
 namespace {
 
+using fuzz::Server;
+
 constexpr int kHeader = sizeof(AVDataInfo);
 constexpr int kSleepsMax = 4000;  // after the input has ended and the reader was told to stop
 constexpr int kStepsMax = 20000;  // between two sleeps: more than records fit into a ring
@@ -19,13 +21,8 @@ struct View {
     size_t size = 0;
 };
 
-fuzz::Server& g_server() {
-    static fuzz::Server server;
-    return server;
-}
 View g_view;  // the one attached last: a reader that follows a new ring lets go of the old one afterwards
 std::map<const void*, size_t> g_attached;  // bytes of each
-fuzz::Input* g_input;
 std::atomic<int> g_run;
 int g_stream;
 int g_steps;
@@ -44,22 +41,14 @@ void Put(fuzz::Input& in) {
     header.AVSource = how >> 7;
     header.EndFlag = AVDATA_END_FRAME;
     header.AVDataLen = in.Byte();
-    if (how % 8 == 1) {
-        header.SerialNumber = g_serial = in.Word();
-    } else if (how % 8 == 2) {
-        header.EndFlag = in.Byte();
-    } else if (how % 8 == 3) {
-        header.AVDataLen = static_cast<int32_t>(in.Word());
-    } else if (how % 8 == 4) {
-        g_at = in.Half();
-    } else if (how % 8 == 5) {
-        header.AVDataCheck = static_cast<int32_t>(in.Word());
-    }
-    const int size = fuzz::Server::kSizes[g_stream];
-    if (g_at + kHeader + 256 > size) {
-        g_at = 0;
-    }
-    uint8_t* const at = g_server().Base(g_stream) + g_at;
+    if (how % 8 == 1) header.SerialNumber = g_serial = in.Word();
+    if (how % 8 == 2) header.EndFlag = in.Byte();
+    if (how % 8 == 3) header.AVDataLen = static_cast<int32_t>(in.Word());
+    if (how % 8 == 4) g_at = in.Half();
+    if (how % 8 == 5) header.AVDataCheck = static_cast<int32_t>(in.Word());
+    const int size = Server::kSizes[g_stream];
+    if (g_at + kHeader + 256 > size) g_at = 0;
+    uint8_t* const at = Server::Instance().Base(g_stream) + g_at;
     std::memcpy(at, &header, sizeof header);
     std::memcpy(at + kHeader, kStarts[how >> 3 & 3], 5);
     g_at += kHeader + (header.AVDataLen & 0xFF);
@@ -67,32 +56,34 @@ void Put(fuzz::Input& in) {
 
 void Serve(unsigned) {
     g_steps = 0;
-    fuzz::Input& in = *g_input;
+    Server& server = Server::Instance();
+    fuzz::Input& in = server.In();
     if (in.Empty()) {
         g_run = 0;
         MUST(++g_sleeps_at_end < kSleepsMax);
         return;
     }
     AVMsgBuf message;
-    if (g_server().Next(message)) {
+    if (server.Asked(message)) {
         const uint8_t how = in.Byte();
         message.video_pos = how % 2 == 0 ? in.Half() : how % 4 == 1 ? in.Word() : static_cast<uint32_t>(g_at);
-        g_server().Answer(message);
+        server.Answer(message);
         return;
     }
     const uint8_t act = in.Byte();
     if (act % 4 < 2) {
         Put(in);
     } else if (act % 4 == 2) {
-        g_server().Base(g_stream)[in.Half() % fuzz::Server::kSizes[g_stream]] = in.Byte();
+        server.Base(g_stream)[in.Half() % Server::kSizes[g_stream]] = in.Byte();
     } else if (act % 64 == 7) {
-        g_server().RenewRing(g_stream);
+        server.RenewRing(g_stream);
     }
 }
 
 int MayGoOn(int) {
     MUST(++g_steps < kStepsMax);
-    return g_input->Empty() || g_input->Byte() % 64 != 63 ? 1 : 0;
+    fuzz::Input& in = Server::Instance().In();
+    return in.Empty() || in.Byte() % 64 != 63 ? 1 : 0;
 }
 
 int Take(int kind, int stream, char* bytes, AVDataInfo* header) {
@@ -103,19 +94,15 @@ int Take(int kind, int stream, char* bytes, AVDataInfo* header) {
     MUST(header->AVDataLen >= 0 && static_cast<size_t>(header->AVDataLen) <= g_view.size - (data - g_view.base));
     MUST(std::memcmp(data - kHeader, header, kHeader) == 0);
     // The server overtakes the reader, in the middle of its work.
-    fuzz::Input& in = *g_input;
-    for (int left = in.Empty() ? 0 : in.Byte() % 64 - 60; left > 0; --left) {
-        Put(in);
-    }
+    fuzz::Input& in = Server::Instance().In();
+    for (int left = in.Empty() ? 0 : in.Byte() % 64 - 60; left > 0; --left) Put(in);
     AVDataInfo now;
     std::memcpy(&now, data - kHeader, kHeader);
     const bool same = now.AVDataCheck == header->AVDataCheck && now.SerialNumber == header->SerialNumber &&
                       now.AVDataLen == header->AVDataLen && now.EndFlag == header->EndFlag;
     MUST((AVStreamFrameIntact(bytes, header) == 1) == same);
     uint8_t sum = 0;
-    for (int i = 0; i < header->AVDataLen; ++i) {
-        sum = static_cast<uint8_t>(sum + data[i]);
-    }
+    for (int i = 0; i < header->AVDataLen; ++i) sum = static_cast<uint8_t>(sum + data[i]);
     std::memset(header, sum, sizeof *header);  // the reader's own copy: it does not rely on it
     return 0;
 }
@@ -150,25 +137,18 @@ extern "C" int shmdt(const void* address) noexcept {
     return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    fuzz::Server& server = g_server();
-    server.Reset();
-    fuzz::SleepCalls(Serve);
-    fuzz::Input in(data, size);
-    g_input = &in;
+void fuzz::Feed(Input& in) {
+    Server::Instance().Begin(in, Serve);
     g_stream = in.Byte() % 2;
     g_steps = g_sleeps_at_end = g_at = 0;
     g_serial = 0;
     g_run = 1;
-    MUST(GetAVStreamInit(fuzz::Server::kType, Take, MayGoOn) == AVSTREAM_OK);
+    MUST(GetAVStreamInit(Server::kType, Take, MayGoOn) == AVSTREAM_OK);
     const uint8_t records = in.Byte();
-    for (int i = 0; i < records % 32; ++i) {
-        Put(in);
-    }
+    for (int i = 0; i < records % 32; ++i) Put(in);
     AVMsgBuf arguments{};
-    arguments.src = fuzz::Server::kType;
+    arguments.src = Server::kType;
     arguments.video_index = g_stream;
     FrameReader(arguments, g_run).Follow();
     MUST(g_attached.empty());
-    return 0;
 }

@@ -2,8 +2,7 @@
 // what it calls a frame is one to the playback reader, too, byte by byte.
 #include "stream/StreamScanner.h"
 
-#include <memory>
-
+#include "Played.h"
 #include "Stream.h"
 
 namespace {
@@ -14,9 +13,7 @@ using card::StreamScanner;
 class Check {
   public:
     Check(const std::vector<uint8_t>& stream, const fuzz::MemoryFile& file)
-        : stream_(stream),
-          file_(file),
-          scanner_([this](uint64_t at, void* to, size_t length) { return Read(at, to, length); }, 0, stream.size()) {}
+        : stream_(stream), file_(file), scanner_(fuzz::ReaderOf(stream), 0, stream.size()) {}
 
     void Scan(uint64_t begin, bool compare) {
         scanner_.Seek(begin);
@@ -39,13 +36,6 @@ class Check {
     }
 
   private:
-    size_t Read(uint64_t at, void* to, size_t length) const {
-        if (at >= stream_.size()) return 0;
-        length = std::min(length, stream_.size() - static_cast<size_t>(at));
-        std::memcpy(to, stream_.data() + at, length);
-        return length;
-    }
-
     static void MustCover(const StreamFrame& frame, uint64_t at, uint64_t next) {
         MUST(frame.offset == at && frame.End() == next);
         uint64_t end = at;  // of what is accounted for
@@ -62,18 +52,14 @@ class Check {
         const bool passed_over = std::any_of(frame.payload.begin(), frame.payload.end(), no_bytes);
         const bool bare = frame.payload.empty() && !frame.key;
         if (passed_over || bare || frame.PayloadSize() > PLAYBACK_GATHER_MAX) return;  // what the recorder never writes
-        static const std::unique_ptr<uint8_t[]> buffer(new uint8_t[PLAYBACK_BUFFER_SIZE]);
         uint32_t offset = static_cast<uint32_t>(frame.offset);
-        int kind = -1;
-        uint32_t length = 0;
-        uint32_t time = 0;
-        uint32_t pts = 0;
-        MUST(libAVRecordPlayBackGetPSFrame(file_.fd(), &offset, &kind, buffer.get(), &length, &time, &pts) == 0);
+        fuzz::Played played;
+        MUST(played.Read(file_, offset));
         const bool video = frame.kind == StreamFrame::Kind::Video;
-        MUST(offset == frame.End() && kind == (video ? AV_FRAME_TYPE_VIDEO : AV_FRAME_TYPE_AUDIO));
-        MUST(pts == static_cast<uint32_t>(frame.pts) && (!video || time == frame.time));
-        MUST(scanner_.ReadPayload(frame, payload_) && payload_.size() == length);
-        MUST(std::equal(payload_.begin(), payload_.end(), buffer.get()));
+        MUST(offset == frame.End() && played.kind == (video ? AV_FRAME_TYPE_VIDEO : AV_FRAME_TYPE_AUDIO));
+        MUST(played.pts == static_cast<uint32_t>(frame.pts) && (!video || played.time == frame.time));
+        MUST(scanner_.ReadPayload(frame, payload_) && payload_.size() == played.length);
+        MUST(std::equal(payload_.begin(), payload_.end(), played.Payload()));
     }
 
     const std::vector<uint8_t>& stream_;
@@ -84,14 +70,12 @@ class Check {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static fuzz::MemoryFile file;
-    fuzz::Input in(data, size);
+void fuzz::Feed(Input& in) {
+    static MemoryFile file;
     const uint64_t start = in.Byte();
-    const std::vector<uint8_t>& stream = fuzz::LayStream(in);
+    const std::vector<uint8_t>& stream = LayStream(in);
     file.Replace(stream, 64);  // a record file goes on
     Check check(stream, file);
     check.Scan(0, true);
     check.Scan(std::min<uint64_t>(start, stream.size()), false);
-    return 0;
 }

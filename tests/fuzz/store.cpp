@@ -6,29 +6,6 @@
 
 namespace {
 
-// A folder on the camera's own memory file system.
-class Folder {
-  public:
-    Folder() : index_(Make(RECORD_INDEX_NAME)), events_(Make(RECORD_EVENT_NAME)), record_(Make("hi000000.mp4")) {
-        Make("hi000001.mp4");
-        MUST(ftruncate64(record_, RECORD_FILE_SIZE) == 0);
-    }
-    static const char* Path() { return RECORD_STORE_DIRECTORY; }
-    int Index() const { return index_; }
-    int Events() const { return events_; }
-    int Record() const { return record_; }
-
-  private:
-    static int Make(const char* name) {
-        const int fd = open((std::string(Path()) + name).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-        MUST(fd >= 0);
-        return fd;
-    }
-    int index_;
-    int events_;
-    int record_;
-};
-
 void CheckSection(const card::CardIndex& index, const card::Section& section) {
     MUST(section.file < index.FileCount() && section.number >= 1 && section.number <= RECORD_SECTION_MAX);
     const card::FileState& file = index.Files()[section.file];
@@ -65,18 +42,18 @@ void CheckFind(const card::CardIndex& index, uint32_t from, uint32_t to) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const Folder folder;
-    fuzz::Input in(data, size);
+void fuzz::Feed(Input& in) {
+    static MemoryFile index_file(RECORD_STORE_DIRECTORY RECORD_INDEX_NAME);
+    static MemoryFile events(RECORD_STORE_DIRECTORY RECORD_EVENT_NAME);
+    static MemoryFile record(RECORD_STORE_DIRECTORY "hi000000.mp4", RECORD_FILE_SIZE);
+    static const MemoryFile other(RECORD_STORE_DIRECTORY "hi000001.mp4");
     const uint32_t from = in.Word();
     const uint32_t length = in.Half();
-    fuzz::LayIndex(in, folder.Index(), folder.Events(), folder.Record());
+    LayIndex(in, index_file, &events, &record);
     try {
-        const card::Volume volume = card::Volume::Open(Folder::Path());
+        const card::Volume volume = card::Volume::Open(RECORD_STORE_DIRECTORY);
         const card::CardIndex index(volume);
-        for (const card::Section& section : index.AllSections()) {
-            CheckSection(index, section);
-        }
+        for (const card::Section& section : index.AllSections()) CheckSection(index, section);
         CheckOrder(index);
         for (size_t i = 0; i < index.Events().size(); ++i) {
             const card::Event& event = index.Events()[i];
@@ -93,5 +70,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     } catch (const card::CardError&) {
         // no store
     }
-    return 0;
 }
