@@ -35,6 +35,15 @@ class Published:
     crc: int
 
 
+def published_in(journal):
+    """The records that a journal's whole lines tell of."""
+    for line in journal.splitlines(keepends=True):
+        if line.endswith("\n") and not line.startswith("#"):
+            values = dict(word.split("=", 1) for word in line.split())
+            yield Published(int(values["stream"]), values["kind"], int(values["serial"]), int(values["length"]),
+                            values["key"] == "1", int(values["crc32"], 16))
+
+
 class TimedOut(Exception):
     pass
 
@@ -168,15 +177,8 @@ class Camera:
     def published(self):
         if not os.path.exists(self.journal):
             return []
-        found = []
         with open(self.journal) as file:
-            for line in file:
-                if not line.endswith("\n") or line.startswith("#"):
-                    continue
-                values = dict(word.split("=", 1) for word in line.split() if "=" in word)
-                found.append(Published(int(values["stream"]), values["kind"], int(values["serial"]),
-                                       int(values["length"]), values["key"] == "1", int(values["crc32"], 16)))
-        return found
+            return list(published_in(file.read()))
 
     def frames(self):
         return sum(section.frames for section in self.card.all_sections())

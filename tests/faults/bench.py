@@ -8,7 +8,7 @@ import sys
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "end_to_end"))
-from camera import BUILD, DESK_CAMERA, RECORDER, STORE, Camera, Process, wait_for  # noqa: E402
+from camera import BUILD, DESK_CAMERA, RECORDER, STORE, Camera, Process, TimedOut, wait_for  # noqa: E402
 from card_reader import STREAM_LIMIT  # noqa: E402
 from judge import Fault, Judge, Journals, rule  # noqa: E402
 from shim import Shim  # noqa: E402
@@ -94,6 +94,29 @@ class Bench:
         overlap = any(b.position < a.position + a.size for a, b in zip(sections, sections[1:]))
         return (system.current >= system.file_count - 2 or (head is not None and head.sections > 200) or overlap
                 or self.judge.marked)
+
+    def begin(self):
+        """With a recorder that records: what is on the card, and how much was published before the fault."""
+        self.record()
+        return self.judge.snapshot(), len(self.journals.records)
+
+    def record(self):
+        if self.recorder_ended() is not None:
+            self.start_recorder()
+            self.wait_until_recording()
+
+    def resume(self, *, restart=False, first=lambda: None):
+        """Recording goes on, after what comes `first`; returns the seconds until then."""
+        since = time.monotonic()
+        try:
+            first()
+            self.wait_until_recording(restart)
+        except TimedOut as error:
+            raise Fault(f"does not resume: {error}: {self.last_words()}") from None
+        return time.monotonic() - since
+
+    def last_words(self):
+        return self.camera.recorder.last_words()[-300:].strip() if self.camera.recorder else ""
 
     def wait_until_recording(self, restart=False):
         """Five pictures more than now on the card."""

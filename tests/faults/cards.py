@@ -5,7 +5,7 @@ import signal
 import subprocess
 from dataclasses import dataclass
 
-from camera import STORE, Camera, TimedOut, wait_for
+from camera import STORE, Camera, wait_for
 from judge import Fault, Judge
 
 DEVICE = "/dev/mmcblk0p1"
@@ -19,16 +19,8 @@ class CardCase:
         return f"card:{self.what}"
 
     def run(self, bench):
-        if bench.recorder_ended() is not None:
-            bench.start_recorder()
-            bench.wait_until_recording()
-        before = bench.judge.snapshot()
-        begin = len(bench.journals.records)
-        try:
-            getattr(self, self.what)(bench)
-            bench.wait_until_recording(restart=True)
-        except TimedOut as error:
-            raise Fault(f"does not resume: {error}: {bench.camera.recorder.last_words()[-300:]}") from None
+        before, begin = bench.begin()
+        bench.resume(restart=True, first=lambda: getattr(self, self.what)(bench))
         bench.judge.check(before)
         return f"{bench.judge.lost(begin)} pictures lost"
 

@@ -30,19 +30,8 @@ from camera import TimedOut, wait_for  # noqa: E402
 from cards import CARD_CASES, CardCase  # noqa: E402
 from card_reader import FormatError  # noqa: E402
 from kills import KILLS, Kill  # noqa: E402
+from shim import FAULTS  # noqa: E402
 
-FAULTS = {
-    "open": "EIO EROFS ENODEV EINTR EMFILE ENOMEM", "pread": "EIO ENODEV EINTR short",
-    "pwrite": "EIO ENOSPC EROFS ENODEV EINTR short torn kill", "close": "EIO ENOSPC EINTR",
-    "access": "EIO ENOMEM EACCES ENOENT", "fcntl": "EINTR ENOLCK", "fstat": "EIO ENOMEM", "statfs": "EIO EINTR",
-    "fsync": "EIO ENOSPC EINTR", "fopen": "EIO EMFILE ENOMEM", "fread": "EIO", "rename": "EIO ENOSPC EROFS",
-    "popen": "EMFILE ENOMEM",
-    "shmget": "ENOENT ENOMEM EACCES", "shmat": "ENOMEM EINVAL", "shmctl": "EIDRM EACCES",
-    "msgget": "ENOENT ENOMEM ENOSPC", "msgsnd": "EINTR EAGAIN ENOMEM EIDRM", "msgrcv": "EINTR ENOMEM EIDRM",
-    "msgctl": "EIDRM EACCES", "semget": "ENOENT ENOSPC", "semctl": "EIDRM EACCES", "mmap": "ENOMEM EACCES",
-    "malloc": "ENOMEM", "pthread_create": "EAGAIN", "socket": "EMFILE ENOMEM", "bind": "EADDRINUSE",
-    "listen": "EADDRINUSE",
-}
 MODES = {"once": (1, 0), "burst": (5, 0), "window": (0, 3), "good": (0, 13)}  # how many fail (0: all), for how long
 LASTING = ("burst", "window", "good")
 PHASES = ("start", "running", "change", "alarm", "switch", "stop")
@@ -104,15 +93,9 @@ class Case:
         return "|".join(finding for case, finding in COSTS.items() if re.search(case, str(self))) or None
 
     def provoke(self, bench):
-        if self.phase == "start":
-            bench.start_recorder()
-        elif self.phase == "change":
-            bench.change_setting()
-        elif self.phase == "alarm":
-            bench.raise_alarm()
-        elif self.phase == "stop":
-            return bench.stop_recorder()
-        return None
+        acts = {"start": bench.start_recorder, "change": bench.change_setting, "alarm": bench.raise_alarm,
+                "stop": bench.stop_recorder}
+        return acts[self.phase]() if self.phase in acts else None
 
     def wait_for_fault(self, bench, count, seconds):
         """Until all of its calls have failed, or for its time; a run that makes fewer such calls has seen them all."""
@@ -131,15 +114,9 @@ class Case:
         rule(injected or self.may_miss, "the fault was not met")
         status = bench.recorder_ended()
         may_end = self.fault in ("ENOENT", "kill")  # ENOENT: the card is not there
-        rule(status is None or may_end, f"stops: the recorder ended with {status}: {last_line(bench)}")
-        since = time.monotonic()
-        try:
-            if self.phase == "switch":
-                bench.wait_for_switch(restart=may_end)
-            bench.wait_until_recording(restart=may_end)
-        except TimedOut:
-            raise Fault(f"does not resume: {last_line(bench)}") from None
-        took = time.monotonic() - since
+        rule(status is None or may_end, f"stops: the recorder ended with {status}: {bench.last_words()}")
+        first = bench.wait_for_switch if self.phase == "switch" else lambda _: None
+        took = bench.resume(restart=may_end, first=lambda: first(may_end))
         bench.judge.check(before, self.cost())
         is_on_card = self.place != "device"  # without a descriptor of its own the node is asked for by its name
         if seconds and injected and is_on_card and self.call in ("open", "pread", "pwrite") and hasattr(errno, self.fault):
@@ -160,9 +137,7 @@ def case_named(name):
 
 
 def prepare(bench, phase):
-    if bench.recorder_ended() is not None:
-        bench.start_recorder()
-        bench.wait_until_recording()
+    bench.record()
     if not bench.judge.events():
         bench.make_event()
     if phase in ("start", "switch"):
@@ -181,12 +156,6 @@ def says(bench, fault):
     number = getattr(errno, fault)
     text = rf"errno\W{{0,3}}{number}\b|{os.strerror(number)}|failed: errno"
     return re.search(text, bench.camera.recorder.text()) is not None
-
-
-def last_line(bench):
-    recorder = bench.camera.recorder
-    lines = [line for line in recorder.text().splitlines() if "CameraGet" not in line] if recorder else []
-    return lines[-1].strip() if lines else ""
 
 
 def census(bench):
@@ -258,14 +227,6 @@ class Table:
             self.file.write(json.dumps(row) + "\n")
             self.file.flush()
 
-    def print(self):
-        print("\n| call | when | fault | mode | what happened |\n|---|---|---|---|---|")
-        for row in self.rows.values():
-            words = row["case"].split(":")
-            phase, call, fault, mode = words[:4] if len(words) == 5 else ("", words[-1], "kill -9" if words[0] == "kill" else "card", "")
-            result = f"**{row['result']}**" if row["broken"] else row["result"]
-            print(f"| {call.replace('@', ' ')} | {phase} | {fault} | {mode} | {result} |")
-
 
 def keep(bench, case):
     """A broken case leaves its card, logs and journals in the folder KEEP, if that is given."""
@@ -316,7 +277,6 @@ def main():
     print(f"{len(cases)} cases, seed {arguments.seed}")
     table = Table(arguments.resume)
     run_all(cases, table)
-    table.print()
     return 1 if any(row["broken"] for row in table.rows.values()) else 0
 
 

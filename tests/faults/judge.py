@@ -11,7 +11,7 @@ import subprocess
 import zlib
 from dataclasses import dataclass, replace
 
-from camera import RECORDCARD, STORE, Published, TimedOut, wait_for
+from camera import RECORDCARD, STORE, TimedOut, published_in, wait_for
 from card_reader import FormatError
 
 
@@ -49,16 +49,10 @@ class Journals:
             text = file.read()
         whole = text.rfind(b"\n") + 1
         self.offset += whole
-        for line in text[:whole].decode().splitlines():
-            if line.startswith("#"):
-                continue
-            values = dict(word.split("=", 1) for word in line.split())
-            if int(values["stream"]) != self.stream:
-                continue
-            record = Published(self.stream, values["kind"], int(values["serial"]), int(values["length"]),
-                               values["key"] == "1", int(values["crc32"], 16))
-            self.places.setdefault((record.kind, record.crc, record.length), []).append(len(self.records))
-            self.records.append(record)
+        for record in published_in(text[:whole].decode()):
+            if record.stream == self.stream:
+                self.places.setdefault((record.kind, record.crc, record.length), []).append(len(self.records))
+                self.records.append(record)
 
     def next(self, frame, at):
         """The first index from `at` on where `frame` was published; None: nowhere."""

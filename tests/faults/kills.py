@@ -3,9 +3,6 @@
 import random
 import time
 
-from camera import TimedOut
-from judge import Fault
-
 KILLS = 5  # in ./test
 
 
@@ -21,11 +18,7 @@ class Kill:
         return f"kill:{self.number}:{self.who}"
 
     def run(self, bench):
-        if bench.recorder_ended() is not None:
-            bench.start_recorder()
-            bench.wait_until_recording()
-        before = bench.judge.snapshot()
-        begin = len(bench.journals.records)
+        before, begin = bench.begin()
         for who in self.who.split():
             if self.rng.random() < 0.3:
                 bench.change_setting()
@@ -34,11 +27,6 @@ class Kill:
         for who in sorted(set(self.who.split()), key=lambda _: self.rng.random()):
             time.sleep(self.rng.uniform(0, 0.5))
             bench.start_recorder() if who == "recorder" else bench.start_desk()
-        since = time.monotonic()
-        try:
-            bench.wait_until_recording()
-        except TimedOut:
-            raise Fault(f"does not resume: {bench.camera.recorder.last_words()[-300:]}") from None
-        took = time.monotonic() - since
+        took = bench.resume()
         bench.judge.check(before)
         return f"{bench.judge.lost(begin)} pictures lost, records after {took:.1f} s"

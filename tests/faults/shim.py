@@ -5,8 +5,20 @@ import mmap
 import os
 import struct
 
-CALLS = ("open pread pwrite close access fcntl fstat statfs fsync fopen fread rename popen shmget shmat shmctl "
-         "msgget msgsnd msgrcv msgctl semget semctl mmap malloc pthread_create socket bind listen").split()
+# The calls that can be made to fail, in the order of Shim.cpp, and how.
+FAULTS = {
+    "open": "EIO EROFS ENODEV EINTR EMFILE ENOMEM", "pread": "EIO ENODEV EINTR short",
+    "pwrite": "EIO ENOSPC EROFS ENODEV EINTR short torn kill", "close": "EIO ENOSPC EINTR",
+    "access": "EIO ENOMEM EACCES ENOENT", "fcntl": "EINTR ENOLCK", "fstat": "EIO ENOMEM", "statfs": "EIO EINTR",
+    "fsync": "EIO ENOSPC EINTR", "fopen": "EIO EMFILE ENOMEM", "fread": "EIO", "rename": "EIO ENOSPC EROFS",
+    "popen": "EMFILE ENOMEM",
+    "shmget": "ENOENT ENOMEM EACCES", "shmat": "ENOMEM EINVAL", "shmctl": "EIDRM EACCES",
+    "msgget": "ENOENT ENOMEM ENOSPC", "msgsnd": "EINTR EAGAIN ENOMEM EIDRM", "msgrcv": "EINTR ENOMEM EIDRM",
+    "msgctl": "EIDRM EACCES", "semget": "ENOENT ENOSPC", "semctl": "EIDRM EACCES", "mmap": "ENOMEM EACCES",
+    "malloc": "ENOMEM", "pthread_create": "EAGAIN", "socket": "EMFILE ENOMEM", "bind": "EADDRINUSE",
+    "listen": "EADDRINUSE",
+}
+CALLS = list(FAULTS)
 PLACES = ("elsewhere device index record_file event_file system_head file_head section_head stream key_frame "
           "event_head event").split()
 SPECIAL = {"short": -1, "torn": -2, "kill": -3}
