@@ -12,8 +12,6 @@
 namespace cuts {
 namespace {
 
-using Head = RecordFileInfoHead_S;
-
 constexpr uint32_t kLapApart = 300;  // s, at least, from one lap of a file to the next
 
 struct RowRule {
@@ -91,6 +89,14 @@ Judge::Judge(const Medium& medium, Recorder& recorder, const Tape& tape, const s
     }
 }
 
+RecordFileInfoHead_S Judge::HeadOf(uint32_t file) const {
+    return RecordAt<RecordFileInfoHead_S>(medium_.File(kIndex), record_file::FileHeadOffset(file));
+}
+
+RecordInfoHead_S Judge::SectionOf(uint32_t file, uint32_t number) const {
+    return RecordAt<RecordInfoHead_S>(medium_.File(kIndex), record_file::SectionHeadOffset(file, number));
+}
+
 bool Judge::IsIntact(const Frame& frame) const {
     return std::memcmp(medium_.File(kRecord + static_cast<int>(frame.file)).data() + frame.offset, frame.bytes.data(),
                        frame.bytes.size()) == 0;
@@ -99,7 +105,7 @@ bool Judge::IsIntact(const Frame& frame) const {
 Verdict Judge::Of(const Cut& cut) {
     Verdict verdict;
     const Listing listing = ReadCard(medium_);
-    if (!listing.is_card) verdict.fault = "no recording card any more";
+    if (!listing.is_card) verdict.Blame("no recording card any more");
     JudgeItems(cut, listing, verdict);
     JudgeFrames(cut, listing, verdict);
     JudgeListed(cut, listing, verdict);
@@ -111,31 +117,26 @@ Verdict Judge::Of(const Cut& cut) {
 
 // What was recorded: all that a hand-over has put onto the card is found and whole, and each other loss has a name.
 void Judge::JudgeFrames(const Cut& cut, const Listing& listing, Verdict& verdict) const {
-    std::set<std::tuple<uint32_t, uint32_t, size_t>> listed;
-    for (const Listed& each : listing.frames) listed.insert({each.file, each.offset, each.length});
     for (const Frame& frame : frames_) {
         if (!frame.promised || frame.written > cut.at || IsOverwritten(frame, cut.at)) continue;
-        const bool is_listed = listed.count({frame.file, frame.offset, frame.bytes.size()}) != 0;
+        const bool is_listed = listing.LengthAt(frame.file, frame.offset) == frame.bytes.size();
         const bool is_intact = IsIntact(frame);
         if (is_listed && is_intact) continue;
         const bool is_claimed = frame.End() <= listing.claimed[frame.file];
         ++verdict.lost;
         verdict.claimed += is_claimed && !is_intact ? 1 : 0;
-        if (frame.handed_over <= cut.at && verdict.fault.empty()) {
-            verdict.fault =
-                Place(frame) + (is_intact ? " was handed over and is not listed" : " was handed over and is damaged");
-        }
+        if (frame.handed_over <= cut.at)
+            verdict.Blame(Place(frame) + " was handed over and is " + (is_intact ? "not listed" : "damaged"));
         verdict.rows.insert(is_intact ? WhyNotListed(frame) : is_claimed ? Row::kStream : Row::kBoth);
     }
 }
 
 // Of a frame that is on the card.
 Row Judge::WhyNotListed(const Frame& frame) const {
-    const auto head = RecordAt<Head>(medium_.File(kIndex), record_file::FileHeadOffset(frame.file));
+    const auto head = HeadOf(frame.file);
     if (frame.End() > head.m_u32RecordFileSumLenth) return Row::kHeads;
     for (uint32_t u = 1; u <= std::min(head.m_u32RecordSectionSum, RECORD_SECTION_MAX); ++u) {
-        const auto section =
-            RecordAt<RecordInfoHead_S>(medium_.File(kIndex), record_file::SectionHeadOffset(frame.file, u));
+        const auto section = SectionOf(frame.file, u);
         const bool holds = section.m_u32RecordStartPos <= frame.offset &&
                            frame.End() <= uint64_t{section.m_u32RecordStartPos} + section.m_u32RecordSize;
         if (holds && section.m_u32RecordStartTime >= head.m_u32RecordStartTime)
@@ -151,18 +152,18 @@ void Judge::JudgeListed(const Cut& cut, const Listing& listing, Verdict& verdict
         const bool was_written = std::any_of(begin, end, [&](const auto& placed) {
             return placed.second->bytes.size() >= each.length && placed.second->written <= cut.at;
         });
-        if (!was_written && verdict.fault.empty())
-            verdict.fault = FormatText("file %u lists %u bytes at %u, where no frame was written", each.file,
-                                       each.length, each.offset);
+        if (!was_written)
+            verdict.Blame(FormatText("file %u lists %u bytes at %u, where no frame was written", each.file, each.length,
+                                     each.offset));
     }
     for (uint32_t file = 0; file < listing.claimed.size(); ++file) {
         uint32_t end = 0;
         for (const Frame& frame : frames_) {
             if (frame.file == file && frame.written <= cut.at) end = std::max(end, frame.End());
         }
-        if (listing.claimed[file] > end && verdict.fault.empty())
-            verdict.fault =
-                FormatText("file %u claims %u bytes of %u that were written", file, listing.claimed[file], end);
+        if (listing.claimed[file] > end)
+            verdict.Blame(
+                FormatText("file %u claims %u bytes of %u that were written", file, listing.claimed[file], end));
     }
 }
 
@@ -195,16 +196,13 @@ Judge::State Judge::StateOf(const Item& item, size_t at) const {
 
 // Of a new lap whose file still has the head of the one before.
 bool Judge::HasOldHead(const Frame& frame, const Cut& cut) const {
-    const auto head = RecordAt<Head>(medium_.File(kIndex), record_file::FileHeadOffset(frame.file));
+    const auto head = HeadOf(frame.file);
     const bool is_newest = frame.lap > 1 && frame.written <= cut.at && !IsOverwritten(frame, cut.at);
     return is_newest && head.m_u32FileInfoHeadFlag != 0 && head.m_u32RecordStartTime + kLapApart < frame.time;
 }
 
 void Judge::JudgeItems(const Cut& cut, const Listing& listing, Verdict& verdict) const {
-    const auto index = medium_.File(kIndex);
-    const auto length_of = [&](uint64_t n) {
-        return RecordAt<Head>(index, record_file::FileHeadOffset(static_cast<uint32_t>(n))).m_u32RecordFileSumLenth;
-    };
+    const auto length_of = [&](uint64_t n) { return HeadOf(static_cast<uint32_t>(n)).m_u32RecordFileSumLenth; };
     for (const Item& item : items_) {
         const State state = StateOf(item, cut.at);
         if (state == State::kNew) continue;
@@ -212,16 +210,14 @@ void Judge::JudgeItems(const Cut& cut, const Listing& listing, Verdict& verdict)
             const bool is_head = item.offset < ALARM_EVENT_BLOCK;
             verdict.rows.insert(is_head ? Row::kEventHead : state == State::kTorn ? Row::kEventTorn : Row::kEvent);
         } else if (item.file >= kRecord) {
-            const auto file = static_cast<uint32_t>(item.file - kRecord);
-            const auto head = RecordAt<Head>(index, record_file::FileHeadOffset(file));
             const uint64_t number = (item.offset - RECORD_KEY_FRAME_BASE) / sizeof(KeyFrameInfoHead_S);
-            if (number < head.m_u32RecordKeyFrameSum)
+            if (number < HeadOf(static_cast<uint32_t>(item.file - kRecord)).m_u32RecordKeyFrameSum)
                 verdict.rows.insert(state == State::kTorn ? Row::kKeyRecordTorn : Row::kKeyRecord);
         } else if (IsFileHead(item.file, item.offset)) {
             if (state == State::kTorn) verdict.rows.insert(Row::kFileTorn);
         } else if (item.offset >= RECORD_SECTION_BASE) {
             const uint64_t file = (item.offset - RECORD_SECTION_BASE) / RECORD_SECTION_BLOCK;
-            const auto section = RecordAt<RecordInfoHead_S>(index, item.offset);
+            const auto section = RecordAt<RecordInfoHead_S>(medium_.File(kIndex), item.offset);
             const bool is_short = uint64_t{section.m_u32RecordStartPos} + section.m_u32RecordSize < length_of(file);
             const bool is_another = std::memcmp(&section, item.Newest(cut.at)->data(), 2 * sizeof(uint32_t)) != 0;
             const bool is_full = length_of(file) >= RECORD_STREAM_LIMIT;  // then lengths stand still, and counts do not
@@ -248,10 +244,8 @@ void Judge::JudgeItems(const Cut& cut, const Listing& listing, Verdict& verdict)
 // Where the next run would write: behind all that was handed over, or over the oldest file of a full ring.
 void Judge::JudgeStart(const Cut& cut, Verdict& verdict) const {
     const Recorder::Start start = recorder_.CheckStart();
-    if (start.refused) {
-        if (verdict.fault.empty()) verdict.fault = "the start check refuses the card";
-        return;
-    }
+    if (start.refused) verdict.Blame("the start check refuses the card");
+    if (start.refused) return;
     // Laps in the order they were recorded, each by its first frame; what a later one has begun to overwrite is none.
     std::vector<std::pair<uint32_t, uint32_t>> laps;
     for (const Frame& frame : frames_) {
@@ -266,10 +260,9 @@ void Judge::JudgeStart(const Cut& cut, Verdict& verdict) const {
             continue;
         const bool is_oldest = start.offset == 0 && laps.size() == medium_.RecordFiles() &&
                                laps.front() == std::pair{frame.file, frame.lap};
-        if (!is_oldest && verdict.fault.empty()) {
-            verdict.fault = Place(frame) + FormatText(" will be written over: the next run begins at %u of file %u",
-                                                      start.offset, start.file);
-        }
+        if (!is_oldest)
+            verdict.Blame(Place(frame) + FormatText(" will be written over: the next run begins at %u of file %u",
+                                                    start.offset, start.file));
     }
 }
 
@@ -281,7 +274,7 @@ void Judge::JudgeCheck(Verdict& verdict) const {
         const auto names = [&](Row row) { return RuleOf(row).errors.count(error) != 0; };
         const bool is_named = std::any_of(verdict.rows.begin(), verdict.rows.end(), names) ||
                               std::any_of(rows_before_.begin(), rows_before_.end(), names);
-        if (!is_named && verdict.fault.empty()) verdict.fault = "the checker's error \"" + error + "\" has no row";
+        if (!is_named) verdict.Blame("the checker's error \"" + error + "\" has no row");
     }
 }
 
@@ -301,8 +294,6 @@ std::string Judge::AfterRepair(const Cut& cut) {
     Verdict verdict;
     JudgeListed(cut, listing, verdict);
     if (!verdict.fault.empty()) return "after repair: " + verdict.fault;
-    std::set<std::pair<uint32_t, uint32_t>> listed;
-    for (const Listed& each : listing.frames) listed.insert({each.file, each.offset});
     // Asked for: each whole picture from its run's first whole key frame on, and the sound that follows a whole frame.
     const Frame* before = nullptr;
     bool has_begun = false;  // the run
@@ -315,23 +306,22 @@ std::string Judge::AfterRepair(const Cut& cut) {
         has_begun = (goes_on && has_begun) || (IsIntact(frame) && frame.IsKey());
         is_whole = IsIntact(frame) && (!frame.IsSound() || (goes_on && is_whole));
         before = &frame;
-        if (has_begun && is_whole && listed.count({frame.file, frame.offset}) == 0)
+        if (has_begun && is_whole && listing.LengthAt(frame.file, frame.offset) == 0)
             return "after repair: " + Place(frame) + " is on the card and not listed";
     }
     return "";
 }
 
 std::vector<Frame> Judge::Carried(const Cut& cut) const {
-    std::set<std::tuple<uint32_t, uint32_t, size_t>> listed;
-    for (const Listed& each : ReadCard(medium_).frames) listed.insert({each.file, each.offset, each.length});
+    const Listing listing = ReadCard(medium_);
     std::vector<Frame> carried;
     for (const Frame& frame : frames_) {
         if (frame.written > cut.at) continue;
-        const auto head = RecordAt<Head>(medium_.File(kIndex), record_file::FileHeadOffset(frame.file));
+        const auto head = HeadOf(frame.file);
         Frame left = frame;
         left.promised = frame.promised && !IsOverwritten(frame, cut.at) && IsIntact(frame) &&
                         frame.End() <= head.m_u32RecordFileSumLenth && frame.time <= head.m_u32RecordEndTime &&
-                        listed.count({frame.file, frame.offset, frame.bytes.size()}) != 0;
+                        listing.LengthAt(frame.file, frame.offset) == frame.bytes.size();
         left.written = left.counted = 0;
         left.handed_over = left.promised ? 0 : Frame::kNever;
         carried.push_back(left);
@@ -359,21 +349,18 @@ void Judge::Describe(const Cut& cut) const {
     const Listing listing = ReadCard(medium_);
     for (const Frame& frame : frames_) {
         if (frame.written > cut.at || IsOverwritten(frame, cut.at) || (frame.written == 0 && IsIntact(frame))) continue;
-        const bool is_listed = std::any_of(listing.frames.begin(), listing.frames.end(), [&](const Listed& each) {
-            return each.file == frame.file && each.offset == frame.offset;
-        });
         std::printf("  %s: %zu bytes, %s, %s%s%s\n", Place(frame).c_str(), frame.bytes.size(),
-                    IsIntact(frame) ? "whole" : "not whole", is_listed ? "listed" : "not listed",
+                    IsIntact(frame) ? "whole" : "not whole",
+                    listing.LengthAt(frame.file, frame.offset) != 0 ? "listed" : "not listed",
                     frame.handed_over <= cut.at ? ", handed over" : "", frame.promised ? "" : ", not promised");
     }
-    for (size_t n = 0; n < listing.claimed.size(); ++n) {
-        const auto head = RecordAt<Head>(medium_.File(kIndex), record_file::FileHeadOffset(static_cast<uint32_t>(n)));
-        std::printf("  file %zu: length %u, %u sections, %u key frames, %u to %u, claims %u\n", n,
+    for (uint32_t n = 0; n < listing.claimed.size(); ++n) {
+        const auto head = HeadOf(n);
+        std::printf("  file %u: length %u, %u sections, %u key frames, %u to %u, claims %u\n", n,
                     head.m_u32RecordFileSumLenth, head.m_u32RecordSectionSum, head.m_u32RecordKeyFrameSum,
                     head.m_u32RecordStartTime, head.m_u32RecordEndTime, listing.claimed[n]);
         for (uint32_t u = 1; u <= std::min(head.m_u32RecordSectionSum, RECORD_SECTION_MAX); ++u) {
-            const auto section = RecordAt<RecordInfoHead_S>(
-                medium_.File(kIndex), record_file::SectionHeadOffset(static_cast<uint32_t>(n), u));
+            const auto section = SectionOf(n, u);
             std::printf("    section %u: %u bytes at %u, %u key frames, %u to %u\n", u, section.m_u32RecordSize,
                         section.m_u32RecordStartPos, section.m_u32KeyFrameSum, section.m_u32RecordStartTime,
                         section.m_u32RecordEndTime);

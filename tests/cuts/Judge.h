@@ -5,7 +5,6 @@
 #include <map>
 #include <set>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "Medium.h"
@@ -41,7 +40,11 @@ struct Verdict {
     uint32_t lost = 0;             // frames that were recorded and are not found by the index, or not whole
     uint32_t claimed = 0;          // of these, frames that the index counts
     std::set<std::string> errors;  // of the checker, by kind
-    std::string fault;             // a promise that is broken; empty: none
+    std::string fault;             // the first promise that is broken; empty: none
+
+    void Blame(const std::string& promise) {
+        if (fault.empty()) fault = promise;
+    }
 };
 
 class Judge {
@@ -67,6 +70,8 @@ class Judge {
     };
     enum class State { kNew, kOld, kTorn };
 
+    RecordFileInfoHead_S HeadOf(uint32_t file) const;
+    RecordInfoHead_S SectionOf(uint32_t file, uint32_t number) const;
     bool IsIntact(const Frame& frame) const;
     bool IsOverwritten(const Frame& frame, size_t at) const {  // by a later lap, at least in part
         return overwritten_[static_cast<size_t>(&frame - frames_.data())] <= at;

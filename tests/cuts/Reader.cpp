@@ -152,6 +152,11 @@ uint32_t FrameLength(const uint8_t* bytes, uint32_t at, uint32_t end) {
     return at > packets && !is_cut ? at - begin : 0;
 }
 
+uint32_t Listing::LengthAt(uint32_t file, uint32_t offset) const {
+    const auto at = std::lower_bound(frames.begin(), frames.end(), Listed{file, offset, 0});
+    return at != frames.end() && at->file == file && at->offset == offset ? at->length : 0;
+}
+
 Listing ReadCard(const Medium& medium) {
     const uint8_t* const index = medium.File(kIndex).data();
     Listing listing;

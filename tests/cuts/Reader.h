@@ -2,6 +2,7 @@
 // of the store's files.  Shares no code with the product.
 #pragma once
 
+#include <compare>
 #include <cstdint>
 #include <vector>
 
@@ -13,6 +14,7 @@ struct Listed {  // a frame
     uint32_t file;
     uint32_t offset;
     uint32_t length;  // headers included, a stream head in front not
+    auto operator<=>(const Listed&) const = default;
 };
 
 struct Listing {
@@ -21,6 +23,8 @@ struct Listing {
     std::vector<Listed> frames;  // in the order of file and place
     // Bytes of a file that its file head or a section that counts claims, from its begin.
     std::vector<uint32_t> claimed;
+
+    uint32_t LengthAt(uint32_t file, uint32_t offset) const;  // of the frame there; 0: none
 };
 
 Listing ReadCard(const Medium& medium);

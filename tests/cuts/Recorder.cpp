@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
-#include <filesystem>
 #include <thread>
 #include <utility>
 
@@ -19,8 +18,8 @@
 #include "libAVRecordProcess.h"
 #include "libAVServerAccess.h"
 #include "libAlarmProcess.h"
-#include "libCameraAccess.h"
-#include "libOthers.h"
+#include "support/BoundCamera.h"
+#include "support/Process.h"
 
 namespace cuts {
 namespace {
@@ -77,21 +76,10 @@ std::atomic<bool> g_is_due{false};      // a hand-over, by the script
 std::atomic<uint32_t> g_rests{0};       // of the hand-over thread
 std::atomic<int64_t> g_wall{kMorning};  // s since 1970 UTC
 std::atomic<long> g_uptime{1000};       // s
-std::function<void(unsigned int)> g_sleep;
-std::function<ssize_t(int, const void*, size_t, off64_t)> g_write;
-std::function<int(int, off64_t, off64_t)> g_sync;
+Recorder* g_recorder = nullptr;         // the one
 const card::Calls* RealCalls() {
     static const card::Calls real = card::CardCalls();
     return &real;
-}
-
-constexpr ClockSource kClock{[] {
-                                 return timeval{static_cast<time_t>(g_wall.load()), 0};
-                             },
-                             [] { return g_uptime.load(); }, [](unsigned int ms) { g_sleep(ms); }};
-
-long Threads() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
 }
 
 bool IsHandOverThread() {
@@ -140,17 +128,13 @@ Recorder::Recorder(const Medium& medium)
     : medium_(medium), media_server_(AVACCESS_MSG_KEY, [](auto&) { return MSG_AVACCESS_TYPE_MSG2; }) {
     setenv("TZ", "UTC", 1);
     tzset();
-    g_sleep = [this](unsigned int ms) { Sleep(ms); };
-    g_write = [this](int fd, const void* bytes, size_t length, off64_t at) { return Write(fd, bytes, length, at); };
-    g_sync = [this](int fd, off64_t at, off64_t length) { return SyncRange(fd, at, length); };
-    ReplaceClock(&kClock);
-    CameraDeviceInit(CAMERA_DEV_COMMON, PROCESS_AVRECORD);
-    SysInfo& config = *GetSysconfigData();
-    config.stream_config[0].width = 1280;
-    config.stream_config[0].height = 720;
-    config.lan_config.nFrameRate1 = 25;
-    config.lan_config.nBitrate1 = 2 << 20;
-    config.audio_config.audioenable = 1;
+    g_recorder = this;
+    static const ClockSource clock{[] {
+                                       return timeval{static_cast<time_t>(g_wall.load()), 0};
+                                   },
+                                   [] { return g_uptime.load(); }, [](unsigned int ms) { g_recorder->Sleep(ms); }};
+    ReplaceClock(&clock);
+    SysInfo& config = support::BindCamera();
     config.Record_config.ucEnable = 1;
     config.Record_config.ucLackSpaceModel = 1;
     for (auto& day : config.Record_config.weekScope.dayScope) {
@@ -162,12 +146,14 @@ Recorder::Recorder(const Medium& medium)
     }
     libAlarmProcessInit();
     static card::Calls calls = *RealCalls();
-    calls.WriteAt = [](int fd, const void* bytes, size_t length, off64_t at) { return g_write(fd, bytes, length, at); };
-    calls.SyncRange = [](int fd, off64_t at, off64_t length) { return g_sync(fd, at, length); };
+    calls.WriteAt = [](int fd, const void* bytes, size_t length, off64_t at) {
+        return g_recorder->Write(fd, bytes, length, at);
+    };
+    calls.SyncRange = [](int fd, off64_t at, off64_t length) { return g_recorder->SyncRange(fd, at, length); };
     card::ReplaceCardCalls(&calls);
     AVRecordHandOverSet(RECORD_HAND_OVER_MAX_MS);
     g_alarm_gate.Open(false);
-    resting_threads_ = Threads();
+    resting_threads_ = support::Threads();
     Restart(0, {});
 }
 
@@ -175,9 +161,7 @@ Recorder::~Recorder() {
     media_server_.Leave();
     card::ReplaceCardCalls(nullptr);
     AVServerAccessCleanup();
-    CameraDeviceCleanup();
-    SysCtrlExit();
-    SysconfigExit();
+    support::UnbindCamera();
     ReplaceClock(nullptr);
 }
 
@@ -235,9 +219,10 @@ void Recorder::Sleep(unsigned int milliseconds) {
     } else if (milliseconds == kWatchMs) {
         Pause();
     } else if (milliseconds == kRunOverMs) {  // the alarm thread saves its event and goes
-        while (Threads() > resting_threads_ + 1) std::this_thread::yield();  // the hand-over's has done its last
+        while (support::Threads() > resting_threads_ + 1)
+            std::this_thread::yield();  // the hand-over's has done its last
         g_alarm_gate.Open(true);
-        while (Threads() > resting_threads_) std::this_thread::yield();
+        while (support::Threads() > resting_threads_) std::this_thread::yield();
         g_alarm_gate.Open(false);
         g_rests = 0;
         g_wall += pause_;

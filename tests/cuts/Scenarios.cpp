@@ -3,7 +3,11 @@
 namespace cuts {
 namespace {
 
-using S = Step;
+constexpr auto Frames = [](uint32_t count) { return Step{Step::kFrames, count}; };
+constexpr auto Fill = [](uint32_t up_to) { return Step{Step::kFill, up_to}; };
+constexpr auto HandOver = [](uint32_t frames_meanwhile) { return Step{Step::kHandOver, frames_meanwhile}; };
+constexpr auto Look = [](uint32_t seconds_later) { return Step{Step::kAlarmLook, seconds_later}; };
+constexpr Step kEndRun{Step::kEndRun}, kAlarmOn{Step::kAlarmOn}, kAlarmOff{Step::kAlarmOff};
 
 Script operator+(Script first, const Script& second) {
     first.insert(first.end(), second.begin(), second.end());
@@ -16,72 +20,40 @@ Script Repeated(uint32_t times, const Script& script) {
 }
 
 // The current file, and the first frames of the next: laps lie further apart than a clock may be set.
-const Script kFull{{S::kFill, 1}, {S::kPause, 600}, {S::kFrames, 2}};
-const Script kAlarm{{S::kAlarmOn},  {S::kAlarmLook, 1}, {S::kFrames, 1},
-                    {S::kAlarmOff}, {S::kAlarmLook, 5}, {S::kAlarmLook, 8}};
+const Script kFull{Fill(1), {Step::kPause, 600}, Frames(2)};
+const Script kAlarm{kAlarmOn, Look(1), Frames(1), kAlarmOff, Look(5), Look(8)};
 
 }  // namespace
 
 const std::vector<Scenario>& Scenarios() {
     static const std::vector<Scenario> scenarios{
-        {"the first frames of a card",
-         3,
-         {},
-         {{S::kFrames, 6}, {S::kHandOver, 0}, {S::kFrames, 5}, {S::kHandOver, 1}, {S::kFrames, 4}}},
+        {"the first frames of a card", {}, {Frames(6), HandOver(0), Frames(5), HandOver(1), Frames(4)}},
         {"sections",
-         3,
-         {{S::kFrames, 14}},
-         {{S::kFrames, 5},
-          {S::kHandOver, 1},
-          {S::kFrames, 3},
-          {S::kEndRun},
-          {S::kFrames, 6},
-          {S::kEndRun},
-          {S::kFrames, 4},
-          {S::kHandOver, 0},
-          {S::kFrames, 4}}},
-        {"the second file begins",
-         3,
-         {{S::kFill, 3000}},
-         {{S::kFrames, 4}, {S::kHandOver, 0}, {S::kFrames, 12}, {S::kHandOver, 1}, {S::kFrames, 6}}},
-        {"the second file begins long after a hand-over",
-         3,
-         {{S::kFill, 1500}},
-         {{S::kFrames, 24}, {S::kHandOver, 0}, {S::kFrames, 3}}},
+         {Frames(14)},
+         {Frames(5), HandOver(1), Frames(3), kEndRun, Frames(6), kEndRun, Frames(4), HandOver(0), Frames(4)}},
+        {"the second file begins", {Fill(3000)}, {Frames(4), HandOver(0), Frames(12), HandOver(1), Frames(6)}},
+        {"the second file begins long after a hand-over", {Fill(1500)}, {Frames(24), HandOver(0), Frames(3)}},
         {"the ring comes round",
-         3,
-         Repeated(2, kFull) + Script{{S::kFill, 1500}},
-         {{S::kFrames, 4}, {S::kHandOver, 0}, {S::kFrames, 12}, {S::kHandOver, 0}, {S::kFrames, 4}}},
+         Repeated(2, kFull) + Script{Fill(1500)},
+         {Frames(4), HandOver(0), Frames(12), HandOver(0), Frames(4)}},
         {"key-frame records over a sector's border",
-         3,
-         {{S::kKeyEvery, 1}, {S::kFrames, 30}},
-         {{S::kFrames, 3}, {S::kHandOver, 0}, {S::kFrames, 6}}},
+         {{Step::kKeyEvery, 1}, Frames(30)},
+         {Frames(3), HandOver(0), Frames(6)}},
         {"a file head over a sector's border",
-         23,
          Repeated(21, kFull),
-         {{S::kFrames, 2}, {S::kHandOver, 0}, {S::kFrames, 2}, {S::kEndRun}, {S::kFrames, 3}}},
+         {Frames(2), HandOver(0), Frames(2), kEndRun, Frames(3)},
+         23},
         {"alarms",
-         3,
-         {{S::kFrames, 5}},
-         {{S::kFrames, 3},
-          {S::kAlarmOn},
-          {S::kAlarmLook, 1},
-          {S::kFrames, 3},
-          {S::kAlarmOff},
-          {S::kAlarmLook, 5},
-          {S::kFrames, 2},
-          {S::kAlarmLook, 20},
-          {S::kHandOver, 0},
-          {S::kAlarmOn},
-          {S::kAlarmLook, 1},
-          {S::kFrames, 2}}},
-        {"an event over a sector's border", 3, Script{{S::kFrames, 2}} + Repeated(20, kAlarm), Repeated(3, kAlarm)},
+         {Frames(5)},
+         {Frames(3), kAlarmOn, Look(1), Frames(3), kAlarmOff, Look(5), Frames(2), Look(20), HandOver(0), kAlarmOn,
+          Look(1), Frames(2)}},
+        {"an event over a sector's border", Script{Frames(2)} + Repeated(20, kAlarm), Repeated(3, kAlarm)},
     };
     return scenarios;
 }
 
 Script SecondRun() {
-    return {{S::kFrames, 3}, {S::kEndRun}, {S::kFrames, 4}, {S::kHandOver, 1}, {S::kFrames, 3}};
+    return {Frames(3), kEndRun, Frames(4), HandOver(1), Frames(3)};
 }
 
 }  // namespace cuts

@@ -9,9 +9,9 @@ namespace cuts {
 
 struct Scenario {
     const char* name;
-    uint32_t files;  // of the ring
-    Script before;   // on the card already
+    Script before;  // on the card already
     Script taped;
+    uint32_t files = 3;  // of the ring
 };
 
 const std::vector<Scenario>& Scenarios();

@@ -19,19 +19,18 @@
 namespace cuts {
 namespace {
 
-constexpr uint64_t kRepairEvery = 50;      // states
-constexpr uint64_t kSecondCutEvery = 500;  // states are recorded on
-constexpr uint64_t kSecondCuts = 100;      // states of each of these
-constexpr uint64_t kReportedMax = 20;
+constexpr size_t kRepairEvery = 50;      // states
+constexpr size_t kSecondCutEvery = 500;  // states are recorded on
+constexpr size_t kSecondCuts = 100;      // states of each of these
 
 struct Options {
-    uint64_t states = 10000;
-    uint64_t seed = 1;
+    size_t states = 10000;
+    size_t seed = 1;
     std::string only;
 };
 
 struct Tally {
-    uint64_t states = 0;
+    size_t states = 0;
     uint32_t lost = 0;     // frames at most, in cards with this one row
     uint32_t claimed = 0;  // the same
     std::set<std::string> errors;
@@ -48,13 +47,13 @@ class Take {
         for (size_t at = 0; at <= tape_.Operations().size(); ++at) listed_.push_back(tape_.CountOf(at));
     }
 
-    uint64_t Listed() const {
-        uint64_t sum = 0;
+    size_t Listed() const {
+        size_t sum = 0;
         for (const size_t count : listed_) sum += count;
         return sum;
     }
     // State `number`: first the listed ones, then drawn ones without end.
-    Cut State(uint64_t number, uint64_t seed) const {
+    Cut State(size_t number, size_t seed) const {
         for (size_t at = 0; at < listed_.size(); ++at) {
             if (number < listed_[at]) return tape_.Listed(at, number);
             number -= listed_[at];
@@ -79,7 +78,7 @@ class Take {
     const std::vector<Frame> frames_;
     Judge judge_;
     std::vector<size_t> listed_;  // by operation
-    std::unordered_set<uint64_t> seen_;
+    std::unordered_set<size_t> seen_;
 };
 
 class Simulation {
@@ -96,7 +95,6 @@ class Simulation {
 
   private:
     void RunScenario(size_t number);
-    void RunStates(Take& take, uint64_t states, const std::string& name);
     void RunSecond(Medium& medium, Recorder& recorder, Take& first, const Cut& cut, const std::string& name);
     void JudgeState(Take& take, const Cut& cut, const std::string& name, bool is_second = false);
     void Report(const std::string& name, const std::string& fault);
@@ -105,8 +103,8 @@ class Simulation {
 
     Options options_;
     std::array<Tally, kRows> rows_;
-    uint64_t judged_ = 0, second_ = 0, repaired_ = 0, faults_ = 0;
-    std::map<std::string, uint64_t> reported_;
+    size_t judged_ = 0, second_ = 0, repaired_ = 0, faults_ = 0;
+    std::map<std::string, size_t> reported_;
 };
 
 void Simulation::RunScenario(size_t number) {
@@ -121,10 +119,10 @@ void Simulation::RunScenario(size_t number) {
     for (Frame& frame : recorder.Frames()) frame.handed_over = 0;
     Take take(medium, recorder, scenario.taped);
 
-    const uint64_t states = options_.states / Scenarios().size();
-    const uint64_t listed = std::min(take.Listed(), states / 2);
-    for (uint64_t i = 0; i < states; ++i) {
-        const uint64_t state = i < listed ? i * take.Listed() / listed : take.Listed() + i - listed;
+    const size_t states = options_.states / Scenarios().size();
+    const size_t listed = std::min(take.Listed(), states / 2);
+    for (size_t i = 0; i < states; ++i) {
+        const size_t state = i < listed ? i * take.Listed() / listed : take.Listed() + i - listed;
         const std::string name = std::to_string(number) + ":" + std::to_string(state);
         if (!options_.only.empty() && !Wants(name) && !options_.only.starts_with(name + "+")) continue;
         const Cut cut = take.State(state, options_.seed);
@@ -142,7 +140,7 @@ void Simulation::RunSecond(Medium& medium, Recorder& recorder, Take& first, cons
     const std::set<Row> rows = first.TheJudge().Of(cut).rows;
     recorder.Restart(options_.seed + 1, first.TheJudge().Carried(cut));
     Take take(medium, recorder, SecondRun(), rows);
-    for (uint64_t i = 0; i < kSecondCuts; ++i) {
+    for (size_t i = 0; i < kSecondCuts; ++i) {
         const std::string second = name + "+" + std::to_string(take.Listed() + i);
         const Cut again = take.State(take.Listed() + i, options_.seed);
         take.Show(again);
@@ -175,26 +173,23 @@ void Simulation::JudgeState(Take& take, const Cut& cut, const std::string& name,
 void Simulation::Report(const std::string& name, const std::string& fault) {
     ++faults_;
     if (reported_[fault]++ < 2)
-        std::printf(
-            "%s\n  to see it: desk/in-camera build/release/tests/cuts/cuts --states %llu --seed %llu --only %s\n",
-            fault.c_str(), static_cast<unsigned long long>(options_.states),
-            static_cast<unsigned long long>(options_.seed), name.c_str());
+        std::printf("%s\n  to see it: desk/in-camera build/release/tests/cuts/cuts --states %zu --seed %zu --only %s\n",
+                    fault.c_str(), options_.states, options_.seed, name.c_str());
 }
 
 // The table of docs/card-format.md.
 void Simulation::Print() const {
-    const auto number = [](uint64_t value) { return static_cast<unsigned long long>(value); };
     std::printf(
         "| not on the card, or in part | cards | frames lost | claimed and not there | `check` says "
         "|\n|---|---|---|---|---|\n");
     for (size_t row = 0; row < kRows; ++row) {
         std::string errors;
         for (const std::string& error : rows_[row].errors) errors += (errors.empty() ? "" : ", ") + error;
-        std::printf("| %s | %llu | %u | %u | %s |\n", Name(static_cast<Row>(row)), number(rows_[row].states),
-                    rows_[row].lost, rows_[row].claimed, errors.empty() ? "in order" : errors.c_str());
+        std::printf("| %s | %zu | %u | %u | %s |\n", Name(static_cast<Row>(row)), rows_[row].states, rows_[row].lost,
+                    rows_[row].claimed, errors.empty() ? "in order" : errors.c_str());
     }
-    std::printf("%llu cards, %llu of them cut a second time, %llu repaired; seed %llu; %llu faults\n", number(judged_),
-                number(second_), number(repaired_), number(options_.seed), number(faults_));
+    std::printf("%zu cards, %zu of them cut a second time, %zu repaired; seed %zu; %zu faults\n", judged_, second_,
+                repaired_, options_.seed, faults_);
 }
 
 Options Parse(int argc, char** argv) {

@@ -15,23 +15,28 @@
 
 namespace support {
 
+// Binds a camera and gives its configuration plain values.
+inline SysInfo& BindCamera() {
+    CameraDeviceInit(CAMERA_DEV_COMMON, PROCESS_AVRECORD);
+    SysInfo& config = *GetSysconfigData();
+    config.stream_config[0].width = 1280;
+    config.stream_config[0].height = 720;
+    config.lan_config.nFrameRate1 = 25;
+    config.lan_config.nBitrate1 = 2 << 20;
+    config.audio_config.audioenable = 1;
+    return config;
+}
+inline void UnbindCamera() {
+    CameraDeviceCleanup();
+    SysCtrlExit();
+    SysconfigExit();
+    shmctl(shmget(SYS_CONFIG_KEY, 0, 0), IPC_RMID, nullptr);
+}
+
 class BoundCamera : public LoggedTest, protected SteppedClock {
   protected:
-    BoundCamera() {
-        CameraDeviceInit(CAMERA_DEV_COMMON, PROCESS_AVRECORD);
-        SysInfo& config = Config();
-        config.stream_config[0].width = 1280;
-        config.stream_config[0].height = 720;
-        config.lan_config.nFrameRate1 = 25;
-        config.lan_config.nBitrate1 = 2 << 20;
-        config.audio_config.audioenable = 1;
-    }
-    ~BoundCamera() override {
-        CameraDeviceCleanup();
-        SysCtrlExit();
-        SysconfigExit();
-        shmctl(shmget(SYS_CONFIG_KEY, 0, 0), IPC_RMID, nullptr);
-    }
+    BoundCamera() { BindCamera(); }
+    ~BoundCamera() override { UnbindCamera(); }
     static SysInfo& Config() { return *GetSysconfigData(); }
 
     // A run's last second is handed over beside us; false when a file of the card stays open.
