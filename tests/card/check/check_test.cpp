@@ -13,24 +13,10 @@
 
 namespace {
 
+using namespace fixture;
 using card::Finding;
 using card::Findings;
 using card::Volume;
-using fixture::Bytes;
-using fixture::Card;
-using fixture::Check;
-using fixture::Damage;
-using fixture::Damages;
-using fixture::FileHeadAt;
-using fixture::Listed;
-using fixture::Mend;
-using fixture::Outcome;
-using fixture::Place;
-using fixture::Recording;
-using fixture::SectionAt;
-using fixture::StoreBytes;
-using fixture::Tool;
-using fixture::Word;
 
 constexpr uint32_t kLarge = 600000;  // bytes a frame: fills a record file in 435 frames
 
@@ -73,7 +59,7 @@ TEST(Check, KnowsTheRing) {
 TEST(Check, RemarksOnPowerCuts) {
     const Place place;
     const Recording recording = kDay.RecordFolder(place);
-    const fixture::WrittenFrame& last = recording.frames.back();
+    const WrittenFrame& last = recording.frames.back();
     const StoreBytes before(recording, 2);
     const auto file = Volume::Open(place).OpenFile(RECORD_INDEX_NAME);
     auto head = *file.Get<RecordFileInfoHead_S>(FileHeadAt(0));
@@ -98,33 +84,6 @@ TEST(Check, RemarksOnPowerCuts) {
     EXPECT_EQ(before.Difference(), "");
 }
 
-// The frame that fills a file names the next one before the heads count it: a cut then leaves the file short by what
-// was not handed over, and recording goes on in the next.
-TEST(Check, RemarksOnACutAtASwitch) {
-    const Place place;
-    const Card card{.files = 3, .sections = {{.seconds = 20, .frame_bytes = kLarge}}, .keep_units = false};
-    const Recording recording = card.RecordFolder(place);
-    const StoreBytes before(recording, 2);
-    const auto index = Volume::Open(place).OpenFile(RECORD_INDEX_NAME);
-    auto head = *index.Get<RecordFileInfoHead_S>(FileHeadAt(0));
-    ASSERT_GE(head.m_u32RecordFileSumLenth, RECORD_STREAM_LIMIT);
-    head.m_u32RecordFileSumLenth -= 2 * kLarge;
-    for (const bool begun : {true, false}) {
-        SCOPED_TRACE(begun ? "the next file has begun" : "the next file is empty");
-        recording.Corrupt(RECORD_INDEX_NAME, FileHeadAt(0), Bytes(head));
-        if (!begun) {
-            recording.Corrupt(RECORD_INDEX_NAME, FileHeadAt(1), std::string(sizeof head, '\0'));
-            recording.Corrupt("hi000001.mp4", 0, std::string(64 << 20, '\0'));
-        }
-        EXPECT_EQ(card::Errors(Check(place)), 0u) << Listed(Check(place));
-        EXPECT_TRUE(Has(Check(place), "file-short"));
-        EXPECT_TRUE(Has(Check(place), "footage-uncounted"));
-        Mend(place);
-        EXPECT_EQ(Listed(Check(place)), "") << "what was on the card is counted again";
-        if (begun) before.PutBack();
-    }
-}
-
 // Naming the next file takes the file head to the card, ahead of section and stream.
 TEST(Check, RemarksOnAFileHeadThatIsAheadAtASwitch) {
     const Place place;
@@ -135,7 +94,7 @@ TEST(Check, RemarksOnAFileHeadThatIsAheadAtASwitch) {
     auto section = *index.Get<RecordInfoHead_S>(SectionAt(0, 1));
     head.m_u32RecordFileSumLenth -= 2 * kLarge;
     section.m_u32FrameSum = section.m_u32KeyFrameSum = section.m_u32RecordSize = 0;
-    for (const fixture::WrittenFrame& frame : recording.frames) {
+    for (const WrittenFrame& frame : recording.frames) {
         if (frame.file != 0 || frame.offset + frame.size + 8 * kLarge > head.m_u32RecordFileSumLenth) break;
         section.m_u32RecordSize = frame.offset + frame.size;
         section.m_u32RecordEndTime = frame.time;
@@ -163,7 +122,7 @@ TEST(Check, KnowsASectionWhoseClockWasSetBack) {
     const Recording recording = Card{.sections = {{.seconds = 4}}}.RecordFolder(place);
     auto section = *Volume::Open(place).OpenFile(RECORD_INDEX_NAME).Get<RecordInfoHead_S>(SectionAt(0, 1));
     const auto last = std::find_if(recording.frames.rbegin(), recording.frames.rend(),
-                                   [](const fixture::WrittenFrame& frame) { return frame.video; });
+                                   [](const WrittenFrame& frame) { return frame.video; });
     const uint32_t earlier = section.m_u32RecordStartTime - 10;
     section.m_u32RecordEndTime = section.m_u32RecordStartTime;
     recording.Corrupt("hi000000.mp4", last->offset + 14, Bytes(earlier));

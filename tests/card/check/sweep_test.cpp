@@ -17,14 +17,10 @@
 
 namespace {
 
+using namespace fixture;
 using card::CardIndex;
 using card::Finding;
 using card::Volume;
-using fixture::Card;
-using fixture::Check;
-using fixture::Mend;
-using fixture::Place;
-using fixture::Recording;
 
 const Card kCard{.files = 2,
                  .sections = {{.seconds = 12, .rate = 5}, {.seconds = 8, .pause = 90, .rate = 5, .width = 640}},
@@ -45,77 +41,39 @@ struct Field {
         what " " #member, file, (record) + offsetof(type, member), sizeof(type::member) \
     }
 #define SYSTEM(member) FIELD("system", RECORD_INDEX_NAME, 0, RecordSystemInfoHead_S, member)
-#define FILE_HEAD(member) FIELD("file", RECORD_INDEX_NAME, fixture::FileHeadAt(0), RecordFileInfoHead_S, member)
-#define SECTION(member) FIELD("section", RECORD_INDEX_NAME, fixture::SectionAt(0, 1), RecordInfoHead_S, member)
-#define LAST(member) FIELD("last section", RECORD_INDEX_NAME, fixture::SectionAt(0, 2), RecordInfoHead_S, member)
+#define FILE_HEAD(member) FIELD("file", RECORD_INDEX_NAME, FileHeadAt(0), RecordFileInfoHead_S, member)
+#define SECTION(member) FIELD("section", RECORD_INDEX_NAME, SectionAt(0, 1), RecordInfoHead_S, member)
+#define LAST(member) FIELD("last section", RECORD_INDEX_NAME, SectionAt(0, 2), RecordInfoHead_S, member)
 #define KEY(member) FIELD("key frame", "hi000000.mp4", RECORD_KEY_FRAME_BASE + 60, KeyFrameInfoHead_S, member)
 #define EVENT_HEAD(member) FIELD("event head", RECORD_EVENT_NAME, 0, AlarmEventHead_S, member)
 #define EVENT(member) FIELD("event", RECORD_EVENT_NAME, 8 * ALARM_EVENT_BLOCK, AlarmFileInfoHead_S, member)
 
+// clang-format off
 const Field kFields[] = {
-    SYSTEM(m_u32SystemInfoHeadFlag),
-    SYSTEM(m_u32SDCardFormat),
-    SYSTEM(m_u32SDCardSpaceSize),
-    SYSTEM(m_u32RecordSpaceSize),
-    SYSTEM(m_u32PictureSpaceSize),
-    SYSTEM(m_u32RecordFileSum),
-    SYSTEM(m_u32RecordUsedFileSum),
-    SYSTEM(m_u32RecordFileNo),
-    SYSTEM(m_u32SystemInfoCrc),
-    SYSTEM(m_u32RecordStartTime),
-    SYSTEM(m_u32RecordEndTime),
-    FILE_HEAD(m_u32FileInfoHeadFlag),
-    FILE_HEAD(m_u32FileInfoHeadNo),
-    FILE_HEAD(m_u32RecordStartTime),
-    FILE_HEAD(m_u32RecordEndTime),
-    FILE_HEAD(m_u32RecordFileSumLenth),
-    FILE_HEAD(m_u32RecordFileSumType),
-    FILE_HEAD(m_u32RecordSectionSum),
-    FILE_HEAD(m_u32RecordKeyFrameSum),
-    SECTION(m_u32RecordInfoHeadFlag),
-    SECTION(m_u32RecordStartTime),
-    SECTION(m_u32RecordEndTime),
-    SECTION(m_u16RecordFileNo),
-    SECTION(m_u16RecordUseNo),
-    SECTION(m_u32RecordStartPos),
-    SECTION(m_u32RecordSize),
-    SECTION(m_u32FrameSum),
-    SECTION(m_u32KeyFrameSum),
-    SECTION(m_u32StartKeyFramePos),
-    SECTION(m_u16Width),
-    SECTION(m_u16Height),
-    SECTION(m_u8Frame),
-    SECTION(m_u8RecordType),
-    SECTION(m_u8VideoType),
-    SECTION(m_u8AudioType),
-    SECTION(m_u8SmartEnable),
-    LAST(m_u32RecordStartTime),
-    LAST(m_u32RecordEndTime),
-    LAST(m_u32RecordStartPos),
-    LAST(m_u32RecordSize),
+    SYSTEM(m_u32SystemInfoHeadFlag), SYSTEM(m_u32SDCardFormat), SYSTEM(m_u32SDCardSpaceSize),
+    SYSTEM(m_u32RecordSpaceSize), SYSTEM(m_u32PictureSpaceSize), SYSTEM(m_u32RecordFileSum),
+    SYSTEM(m_u32RecordUsedFileSum), SYSTEM(m_u32RecordFileNo), SYSTEM(m_u32SystemInfoCrc),
+    SYSTEM(m_u32RecordStartTime), SYSTEM(m_u32RecordEndTime),
+    FILE_HEAD(m_u32FileInfoHeadFlag), FILE_HEAD(m_u32FileInfoHeadNo), FILE_HEAD(m_u32RecordStartTime),
+    FILE_HEAD(m_u32RecordEndTime), FILE_HEAD(m_u32RecordFileSumLenth), FILE_HEAD(m_u32RecordFileSumType),
+    FILE_HEAD(m_u32RecordSectionSum), FILE_HEAD(m_u32RecordKeyFrameSum),
+    SECTION(m_u32RecordInfoHeadFlag), SECTION(m_u32RecordStartTime), SECTION(m_u32RecordEndTime),
+    SECTION(m_u16RecordFileNo), SECTION(m_u16RecordUseNo), SECTION(m_u32RecordStartPos),
+    SECTION(m_u32RecordSize), SECTION(m_u32FrameSum), SECTION(m_u32KeyFrameSum), SECTION(m_u32StartKeyFramePos),
+    SECTION(m_u16Width), SECTION(m_u16Height), SECTION(m_u8Frame), SECTION(m_u8RecordType),
+    SECTION(m_u8VideoType), SECTION(m_u8AudioType), SECTION(m_u8SmartEnable),
+    LAST(m_u32RecordStartTime), LAST(m_u32RecordEndTime), LAST(m_u32RecordStartPos), LAST(m_u32RecordSize),
     LAST(m_u32KeyFrameSum),
-    KEY(m_u32KeyFrameHeadFlag),
-    KEY(m_u32KeyFrameTime),
-    KEY(m_u32KeyFrameLenth),
-    KEY(m_u32KeyFilePos),
+    KEY(m_u32KeyFrameHeadFlag), KEY(m_u32KeyFrameTime), KEY(m_u32KeyFrameLenth), KEY(m_u32KeyFilePos),
     KEY(m_u8KeyFrameType),
-    EVENT_HEAD(m_u32AlarmEventFlag),
-    EVENT_HEAD(m_u32AlarmFileNo),
-    EVENT_HEAD(m_u32AlarmStartTime),
-    EVENT_HEAD(m_u32AlarmEndTime),
-    EVENT_HEAD(m_u32AlarmEventSum),
-    EVENT_HEAD(m_u32PreAlarmEndTime),
+    EVENT_HEAD(m_u32AlarmEventFlag), EVENT_HEAD(m_u32AlarmFileNo), EVENT_HEAD(m_u32AlarmStartTime),
+    EVENT_HEAD(m_u32AlarmEndTime), EVENT_HEAD(m_u32AlarmEventSum), EVENT_HEAD(m_u32PreAlarmEndTime),
     EVENT_HEAD(m_u8AlarmEventType),
-    EVENT(m_u32AlarmEventFlag),
-    EVENT(m_u32AlarmStartTime),
-    EVENT(m_u32AlarmEndTime),
-    EVENT(m_u32FileSize),
-    EVENT(m_u32FrameCount),
-    EVENT(m_u16AlarmFileNo),
-    EVENT(m_u16AlarmFileUseNo),
-    EVENT(m_u8AlarmFileType),
+    EVENT(m_u32AlarmEventFlag), EVENT(m_u32AlarmStartTime), EVENT(m_u32AlarmEndTime), EVENT(m_u32FileSize),
+    EVENT(m_u32FrameCount), EVENT(m_u16AlarmFileNo), EVENT(m_u16AlarmFileUseNo), EVENT(m_u8AlarmFileType),
     EVENT(m_u8FrameRate),
 };
+// clang-format on
 
 // Kinds of damage that leave nothing to mend it from: what the event itself said is gone.
 bool Irreplaceable(const std::string& field) {
@@ -185,7 +143,7 @@ class Sweep : public testing::Test {
 
     Place place_;
     Recording recording_ = kCard.RecordFolder(place_);
-    fixture::StoreBytes before_{recording_, 2};
+    StoreBytes before_{recording_, 2};
     Seen pristine_ = See(place_);
 };
 

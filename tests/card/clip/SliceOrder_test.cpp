@@ -13,10 +13,9 @@
 
 namespace {
 
+using namespace fixture;
 using card::ByteView;
 using card::VideoCodec;
-using fixture::ClipPlan;
-using fixture::EncodedFrame;
 
 ByteView Bytes(const std::string& text) {
     return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
@@ -60,7 +59,7 @@ TEST_P(SliceOrder, CountsAndSizesAreThoseOfFfmpeg) {
     const Case& wanted = GetParam();
     const VideoCodec codec = wanted.video == CODE_VIDEO_H265 ? VideoCodec::H265 : VideoCodec::H264;
     const ClipPlan plan{wanted.video, wanted.width, wanted.height, 25, 50, 600, wanted.b_frames};
-    const std::vector<EncodedFrame>& frames = fixture::EncodedVideo(plan);
+    const std::vector<EncodedFrame>& frames = EncodedVideo(plan);
     const card::ReadOrder order = card::SliceOrder(codec);
     Judge judge(codec);
     for (size_t i = 0; i < frames.size(); ++i) {
@@ -86,7 +85,7 @@ INSTANTIATE_TEST_SUITE_P(Streams, SliceOrder,
                                          Case{CODE_VIDEO_H265, 322, 182, true}));
 
 TEST(SliceOrderDamage, APictureWithoutItsParameterSetsHasNoNumber) {
-    const std::vector<EncodedFrame>& frames = fixture::EncodedVideo({.frames = 3});
+    const std::vector<EncodedFrame>& frames = EncodedVideo({.frames = 3});
     EXPECT_EQ(card::SliceOrder(VideoCodec::H264)(Bytes(frames[1].unit)), std::nullopt);
     EXPECT_EQ(card::SliceOrder(VideoCodec::H264)({}), std::nullopt);
 }

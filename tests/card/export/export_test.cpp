@@ -18,15 +18,8 @@
 
 namespace {
 
+using namespace fixture;
 namespace fs = std::filesystem;
-using fixture::Card;
-using fixture::Outcome;
-using fixture::ReadAll;
-using fixture::Recording;
-using fixture::RunProgram;
-using fixture::SectionPlan;
-using fixture::Tool;
-using fixture::WrittenFrame;
 using Json = nlohmann::json;
 
 constexpr uint32_t kStart = 1772352000;  // 2026-03-01 08:00:00 UTC
@@ -86,7 +79,7 @@ std::string At(uint32_t seconds) {
     return text;
 }
 
-class Export : public fixture::Folder {
+class Export : public Folder {
   protected:
     // Exports and gives the path of the file made.
     std::string Made(const Recording& card, const std::string& name, std::vector<std::string> what) {
@@ -336,7 +329,7 @@ TEST_F(Export, ARingThatHasBegunItsSecondLapIsExportedInOrder) {
     ExpectSamePictures(Decode(Made(card, "clip.mkv", {"--all"})), Source(video, false));
 
     // A picture whose tail did not reach the card: a frame of the earlier lap begins in it.
-    const fixture::WrittenSection& newest = card.sections.back();
+    const WrittenSection& newest = card.sections.back();
     const std::string file = ::card::Volume::RecordFileName(newest.file);
     const auto old = std::find_if(card.frames.begin(), card.frames.end(), [&](const WrittenFrame& frame) {
         return frame.video && frame.file == newest.file && frame.offset > card.frames.back().offset + (1u << 20);

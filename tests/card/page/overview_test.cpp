@@ -16,12 +16,8 @@
 
 namespace {
 
+using namespace fixture;
 namespace fs = std::filesystem;
-using fixture::Card;
-using fixture::Outcome;
-using fixture::ReadAll;
-using fixture::Recording;
-using fixture::Tool;
 
 size_t Count(const std::string& text, const std::string& part) {
     size_t count = 0;
@@ -29,7 +25,7 @@ size_t Count(const std::string& text, const std::string& part) {
     return count;
 }
 
-class Timeline : public fixture::Folder {
+class Timeline : public Folder {
   protected:
     std::string Made(const Recording& card, std::vector<std::string> more = {}) {
         std::vector<std::string> arguments = {"timeline", card.path, Path("page.html"), "--force"};
@@ -65,7 +61,7 @@ TEST_F(Timeline, PicturesAreBoundedAndSpread) {
 
 TEST_F(Timeline, LeavesOutADamagedPictureAndOverwritesNothing) {
     const Recording card = Card{.sections = {{.seconds = 12}}}.RecordFolder(Path("card"));
-    const fixture::WrittenFrame& first = *card.KeptVideo().front();
+    const WrittenFrame& first = *card.KeptVideo().front();
     card.Corrupt("hi000000.mp4", first.offset, std::string(first.size, '\x5A'));
     EXPECT_EQ(Count(ReadAll(Made(card)), "\"jpeg\""), 2u) << "the other pictures are there";
 

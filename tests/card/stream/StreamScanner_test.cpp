@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <random>
 
 #include "fixture/CardFixture.h"
 #include "fixture/Place.h"
@@ -13,12 +12,9 @@
 
 namespace {
 
+using namespace fixture;
 using card::StreamFrame;
 using card::StreamScanner;
-using fixture::Card;
-using fixture::Place;
-using fixture::Recording;
-using fixture::WrittenFrame;
 using Found = card::StreamScanner::Found;
 
 // A recorded stream in memory: two runs, frames of several packets, sound.
@@ -34,13 +30,13 @@ struct Stream {
         frames = recording.frames;
         bytes = recording.Read("hi000000.mp4", 0, frames.back().offset + frames.back().size);
     }
-    StreamScanner Scanner(uint64_t end = UINT64_MAX) const {
+    StreamScanner Scanner() const {
         return StreamScanner(
             [this](uint64_t offset, void* buffer, size_t length) -> size_t {
                 if (offset >= bytes.size()) return 0;
                 return bytes.copy(static_cast<char*>(buffer), length, offset);
             },
-            0, std::min<uint64_t>(end, bytes.size()));
+            0, bytes.size());
     }
 };
 
@@ -72,44 +68,6 @@ TEST(StreamScanner, FindsExactlyTheFramesThatWereWritten) {
     }
 }
 
-// What a scan found, as pieces that must tile the range without a hole.
-struct Piece {
-    uint64_t begin;
-    uint64_t end;
-    Found kind;
-};
-
-std::vector<Piece> ScanAll(StreamScanner scanner) {
-    std::vector<Piece> pieces;
-    for (Found found = scanner.Next(); found != Found::End; found = scanner.Next()) {
-        switch (found) {
-            case Found::Frame:
-                pieces.push_back({scanner.Frame().offset, scanner.Frame().End(), found});
-                break;
-            case Found::StreamHead:
-                pieces.push_back({scanner.StreamHeadOffset(), scanner.StreamHeadOffset() + 40, found});
-                break;
-            case Found::Garbage:
-                pieces.push_back({scanner.GarbageFound().offset,
-                                  scanner.GarbageFound().offset + scanner.GarbageFound().length, found});
-                break;
-            case Found::End:
-                break;
-        }
-    }
-    return pieces;
-}
-
-void ExpectTiled(const std::vector<Piece>& pieces, uint64_t size) {
-    uint64_t at = 0;
-    for (const Piece& piece : pieces) {
-        ASSERT_EQ(piece.begin, at);
-        ASSERT_GT(piece.end, piece.begin);
-        at = piece.end;
-    }
-    EXPECT_EQ(at, size);
-}
-
 TEST(StreamScanner, LosesOnlyTheFrameThatIsDamaged) {
     Stream stream;
     const size_t all = stream.frames.size();
@@ -117,33 +75,14 @@ TEST(StreamScanner, LosesOnlyTheFrameThatIsDamaged) {
         const WrittenFrame& frame = stream.frames[index];
         const std::string before = stream.bytes.substr(frame.offset, 4);
         stream.bytes.replace(frame.offset, 4, "\xFF\xFF\xFF\xFF");
-        const std::vector<Piece> pieces = ScanAll(stream.Scanner());
-        ExpectTiled(pieces, stream.bytes.size());
-        const size_t found = static_cast<size_t>(
-            std::count_if(pieces.begin(), pieces.end(), [](const Piece& piece) { return piece.kind == Found::Frame; }));
+        StreamScanner scanner = stream.Scanner();
+        size_t found = 0;
+        for (Found next = scanner.Next(); next != Found::End; next = scanner.Next()) found += next == Found::Frame;
         // Sound right after has no header of its own to be found by: it goes with the frame before it.
         size_t followers = 0;
         while (index + followers + 1 < all && !stream.frames[index + followers + 1].video) ++followers;
         EXPECT_EQ(found, all - 1 - followers) << index;
         stream.bytes.replace(frame.offset, 4, before);
-    }
-}
-
-TEST(StreamScanner, TilesAnyBytes) {
-    const Stream good;
-    for (uint32_t seed = 1; seed <= 60; ++seed) {
-        SCOPED_TRACE(seed);
-        std::mt19937 random(seed);
-        Stream stream = good;
-        const int changes = static_cast<int>(random() % 40) + 1;
-        for (int i = 0; i < changes; ++i) {
-            // Most damage lies in headers, where it can mislead.
-            const WrittenFrame& frame = stream.frames[random() % stream.frames.size()];
-            const size_t at = frame.offset + random() % 100;
-            if (at < stream.bytes.size()) stream.bytes[at] = static_cast<char>(random());
-        }
-        const uint64_t end = random() % 3 == 0 ? random() % stream.bytes.size() : stream.bytes.size();
-        ExpectTiled(ScanAll(stream.Scanner(end)), end);
     }
 }
 

@@ -14,13 +14,12 @@
 
 namespace {
 
+using namespace fixture;
 using card::Access;
 using card::Chain;
 using card::ChainEnd;
 using card::Device;
 using card::Fat32;
-using fixture::Card;
-using fixture::Place;
 
 // A formatted image of two record files, and the means to spoil it.
 class Image {
@@ -131,24 +130,9 @@ TEST(Fat32, ManagesWithoutItsBootSector) {
     const card::Volume volume = card::Volume::Open(image.Path());
     EXPECT_TRUE(volume.Fat()->FromBackup());
     EXPECT_EQ(volume.OpenFile("index000.bin").Extents()[0].offset, index);
-    EXPECT_EQ(fixture::Tool({"list", image.Path()}).status, 0);
+    EXPECT_EQ(Tool({"list", image.Path()}).status, 0);
     image.Write(3 * 512, std::string(512, '\0'));
     EXPECT_THROW(card::Volume::Open(image.Path()), card::CardError);
-}
-
-TEST(Fat32, NeverReadsBeyondACutImage) {
-    const Image image;
-    std::filesystem::resize_file(image.Path(), 300u << 20);
-    const card::Volume volume = card::Volume::Open(image.Path());
-    for (const std::string& name : volume.Names()) {
-        const card::StoreFile file = volume.OpenFile(name);
-        EXPECT_LE(file.Reachable(), file.Size());
-        char bytes[16];
-        EXPECT_EQ(file.ReadAt(file.Reachable(), bytes, sizeof bytes), 0u);
-        if (file.Reachable() >= sizeof bytes) {
-            EXPECT_EQ(file.ReadAt(file.Reachable() - sizeof bytes, bytes, sizeof bytes), sizeof bytes) << name;
-        }
-    }
 }
 
 TEST(Fat32, FindsTheVolumeInItsPartition) {
