@@ -399,21 +399,6 @@ TEST_F(AlarmThread, AnOverwrittenFileStartsWithoutEvents) {
     EXPECT_EQ(Events(2), "0-1");
 }
 
-TEST_F(AlarmThread, AHeadThatCannotBeIsNotBelieved) {
-    AlarmEventHead_S head{};
-    AV_AlarmEventInfoHeadAdd(&head, 77, 1, 1);
-    PutHead(1, head);  // another file's
-    AV_AlarmEventInfoHeadAdd(&head, 2, 1, 1);
-    head.m_u32AlarmEventSum = 70000;
-    PutHead(2, head);
-    RecordRun("motion:1 1", 0, 1);
-    RecordRun("motion:1 1", 0, 2);
-    EXPECT_EQ(Events(1), "0-1");
-    EXPECT_EQ(Head(2).m_u32AlarmEventSum, 1024u);
-    EXPECT_EQ(Event(1024, 2).m_u32AlarmStartTime, kNoon);
-    EXPECT_EQ(Event(1025, 2).m_u32AlarmEventFlag, 0u);
-}
-
 TEST_F(AlarmThread, EachKindOfRangeWatchesItsOwnAlarms) {
     const char* const kEvents[] = {"", "4-5", "0-1:4", "28-29:8", "18-19:32 20-21:32 24-25:32 26-27:32", ""};
     for (uint32_t kind = 0; kind < std::size(kEvents); ++kind) {
@@ -543,23 +528,6 @@ TEST_F(AlarmThread, ACardThatIsGoneEndsTheRunAndGetsNoFileOnTheCamerasFlash) {
     EXPECT_TRUE(HasLeft());
     EXPECT_TRUE(std::filesystem::is_empty(support::kCardDirectory));
     EXPECT_EQ(GetRecordStopFlag(), 0);
-}
-
-TEST_F(AlarmThread, RunsFollowEachOtherWithoutLeavingAnythingBehind) {
-    Play("delay=7");
-    RecordRun("2");  // from then on the device's node is held
-    const long descriptors = support::Descriptors();
-    Begin();
-    for (int run = 0; run < 100; ++run) {
-        Play("motion:1");
-        Launch(g_timeline.Seconds());  // although the thread before it is still at work
-        Play("1");
-    }
-    EXPECT_TRUE(WaitUntil([this] { return support::Threads() == idle_threads_ + 1; })) << support::Threads();
-    EXPECT_EQ(support::Descriptors(), descriptors + 1);
-    EXPECT_EQ(Head().m_u32AlarmEventSum, 100u) << "each run found the events of the one before";
-    End();
-    EXPECT_EQ(support::Descriptors(), descriptors);
 }
 
 }  // namespace

@@ -209,26 +209,6 @@ TEST_F(RecordLoop, EndsBeforeMidnightOnceTheSectionHoldsMoreThanASecond) {
     EXPECT_FALSE(g_flags.stop_requested);
 }
 
-TEST_F(RecordLoop, LeavesAFullFileForTheNextAndTheCardKnowsIt) {
-    card_.Prepare({.files = 3, .used_files = 1, .current_file = 1, .current_length = kFull - 1});
-    RunWithKeyFrame();
-    EXPECT_TRUE(Logged("File size  lager  over! \n"));
-    EXPECT_EQ(SystemHead().m_u32RecordUsedFileSum, 2u);
-    EXPECT_EQ(SystemHead().m_u32RecordFileNo, 2u);
-    RunWithKeyFrame();
-    EXPECT_TRUE(Logged("FileName = /var/etc/sdcard/hi000002.mp4 \n"));
-    EXPECT_EQ(AV_RecordInfoHeadGet()->m_u16RecordUseNo, 1);
-}
-
-TEST_F(RecordLoop, ACardPulledDuringARunStopsTheProcessAndNothingIsLeftBeside) {
-    RunWithKeyFrame([this] { card_.Pull(); });
-    EXPECT_TRUE(Logged("Stop Record\n"));
-    EXPECT_EQ(GetRecordStopFlag(), 1);
-    EXPECT_TRUE(std::filesystem::is_empty(support::kCardDirectory));
-    EXPECT_EQ(StartRecordSet(), 0);
-    EXPECT_EQ(GetRecordStopFlag(), 0);
-}
-
 TEST_F(RecordLoop, ACardPulledBeforeTheRunOpensItsFilesIsNotReplacedByTheFlash) {
     EXPECT_EQ(CheckRecordStart(), 0);
     card_.Pull();
@@ -305,41 +285,34 @@ TEST_F(RecordLoop, HeadsThatTheCardRefusedAtTheEndAreThereBeforeTheNextRun) {
     }
 }
 
-TEST_F(RecordLoop, ASectionHeadThatTheCardRefusedIsWrittenDuringTheNextRun) {
-    std::optional<support::CardFault> fault;
-    card_.Prepare({.files = 3, .current_length = 777});
-    RunWithKeyFrame([&] {
-        fault.emplace(support::Refused{.length = sizeof(RecordInfoHead_S)});
-        EXPECT_EQ(WriteKeyFrame(), 0);
-    });
-    const RecordInfoHead_S section = *AV_RecordInfoHeadGet();
-    const auto on_card = [&] { return Index(131072 + 64 * 2, 64); };
-    const std::string held(reinterpret_cast<const char*>(&section), sizeof section);
-    EXPECT_NE(on_card(), held);
-    RunWithKeyFrame([&] {  // recording goes on meanwhile
-        fault.reset();
-        ++uptime, ++wall;
-    });
-    EXPECT_EQ(on_card(), held);
-}
-
-TEST_F(RecordLoop, AFullFilesHeadThatTheCardRefusedIsWrittenDuringTheNextRun) {
-    std::optional<support::CardFault> fault;
-    card_.Prepare({.files = 3, .current_length = kFull - 1});
-    RunWithKeyFrame([&] {
-        fault.emplace(support::Refused{.length = sizeof(RecordFileInfoHead_S)});
-        EXPECT_EQ(WriteKeyFrame(), 0);
-    });
-    EXPECT_TRUE(Logged("File size  lager  over! \n"));
-    const RecordFileInfoHead_S head = *AV_RecordFileInfoHeadGet();
-    const std::string held(reinterpret_cast<const char*>(&head), sizeof head);
-    EXPECT_NE(Index(1024, 48), held);
-    RunWithKeyFrame([&] {
-        fault.reset();
-        ++uptime, ++wall;
-    });
-    EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32FileInfoHeadNo, 1u) << "recording goes on in the next file meanwhile";
-    EXPECT_EQ(Index(1024, 48), held);
+TEST_F(RecordLoop, AHeadThatTheCardRefusedIsWrittenDuringTheNextRun) {
+    const struct {
+        const char* what;
+        uint32_t length;  // of the file when the run begins
+        size_t head_size;
+        uint64_t place;
+        const void* head;
+    } cases[] = {
+        {"the section's", 777, sizeof(RecordInfoHead_S), 131072 + 64 * 2, AV_RecordInfoHeadGet()},
+        {"that of a file that is full", kFull - 1, sizeof(RecordFileInfoHead_S), 1024, AV_RecordFileInfoHeadGet()},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        std::optional<support::CardFault> fault;
+        card_.Prepare({.files = 3, .current_length = c.length});
+        RunWithKeyFrame([&] {
+            fault.emplace(support::Refused{.length = c.head_size});
+            EXPECT_EQ(WriteKeyFrame(), 0);
+        });
+        const std::string held(static_cast<const char*>(c.head), c.head_size);
+        EXPECT_NE(Index(c.place, c.head_size), held);
+        RunWithKeyFrame([&] {  // recording goes on meanwhile
+            fault.reset();
+            ++uptime, ++wall;
+        });
+        EXPECT_EQ(Index(c.place, c.head_size), held);
+    }
+    EXPECT_EQ(AV_RecordFileInfoHeadGet()->m_u32FileInfoHeadNo, 1u) << "in the next file, when one is full";
 }
 
 TEST_F(RecordLoop, ACardThatTakesNoDataEndsTheRunAndIsRecordedOnOnceItDoes) {

@@ -140,14 +140,6 @@ TEST_F(Connection, AnAnswerThatIsThereAlreadyIsTakenWhenNoneIsOwed) {
     EXPECT_EQ(CurrentPosition(6), 99u);
 }
 
-TEST_F(Connection, AnAnswerToAnEarlierProcessIsNot) {
-    peer_.PutAnswer(9, 0, 0, 99);
-    peer_.PutAnswer(9, 0, 0, 98, 356);
-    ASSERT_EQ(GetAVStreamInit(9, nullptr, nullptr), 0);
-    peer_.current = 4711;
-    EXPECT_EQ(CurrentPosition(9), 4711u);
-}
-
 TEST_F(Connection, AnAnswerThatIsTooLongDoesNotStandInFrontOfTheNext) {
     ASSERT_EQ(GetAVControlInit(), 0);
     peer_.PutAnswer(6, 0, 0, 99, 356);

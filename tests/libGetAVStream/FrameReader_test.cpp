@@ -401,25 +401,6 @@ TEST_F(FrameReader, WatchesItsPlaceWhileAQuestionIsOpen) {
     EXPECT_THAT(g_received.Serials(2, 2), ElementsAre(1, 2)) << "before the question is given up";
 }
 
-// Records that lead around in a ring must not keep the reader busy, and do not hold it for ever.
-TEST_F(FrameReader, RestsWhereRecordsLeadInACircle) {
-    const auto turns = [this] { return log_.Count("oldSerialNumber") + log_.Count("Endflag == 255"); };
-    for (const uint32_t serial : {1u, 0u}) {
-        g_received.Clear();
-        peer_.last_key = -1;
-        peer_.Put(0, 0, serial, "");
-        Lay("64: end");
-        const int before = turns();
-        Start();
-        std::this_thread::sleep_for(std::chrono::milliseconds(300));
-        EXPECT_LT(turns() - before, 300);
-        EXPECT_THAT(Serials(1), ElementsAre(serial));
-        Lay("5000: 9k 5000: L");
-        EXPECT_THAT(Serials(2), ElementsAre(serial, 9));
-        Stop();
-    }
-}
-
 // Nothing a record can say makes the reader touch a byte outside the ring, end, or stay.
 TEST_F(FrameReader, StaysAtNoRecordForEver) {
     std::vector<AVDataInfo> records;
@@ -463,62 +444,6 @@ TEST_F(FrameReader, GoesOnAfterAFrameThatWasWrittenOver) {
         EXPECT_EQ(log_.Count("VideoPos = " + std::to_string(next) + " AVDataCheck =="), 0) << "it does not wait there";
         Stop();
     }
-}
-
-// A client that is too slow for its ring: what it is told to be whole is whole, and nothing comes twice.
-std::atomic<uint32_t> g_whole, g_torn, g_wrong;
-
-int TakeSlowly(int, int, char* data, AVDataInfo* header) {
-    static thread_local uint32_t last = 0;
-    const auto length = static_cast<size_t>(header->AVDataLen);
-    std::string copy(data, length / 2);
-    std::this_thread::sleep_for(std::chrono::microseconds(header->SerialNumber % 700));
-    copy.append(data + length / 2, length - length / 2);
-    if (AVStreamFrameIntact(data, header) == 0) {
-        ++g_torn;
-        return 0;
-    }
-    ++g_whole;
-    const std::string wanted(length - 5, static_cast<char>(header->SerialNumber));
-    g_wrong += copy.substr(5) != wanted || header->SerialNumber <= last;
-    last = header->SerialNumber;
-    return 0;
-}
-
-TEST_F(FrameReader, GivesALateClientWholeFramesInOrder) {
-    constexpr int kRing = 131072, kSub = 1;
-    g_whole = g_torn = g_wrong = 0;
-    ASSERT_EQ(GetAVStreamInit(kType, TakeSlowly, nullptr), 0);
-    std::atomic<bool> over{false};
-    std::thread writer([&] {
-        uint32_t random = 4711;
-        int position = 0;
-        for (uint32_t serial = 1; !over; ++serial) {
-            random = random * 1103515245 + 12345;
-            const bool key = serial % 25 == 0;
-            const std::string payload =
-                (key ? kKey : kDelta).substr(0, 5) +
-                std::string(100 + (random >> 16) % (key ? 30000 : 6000), static_cast<char>(serial));
-            if (position + 3 * 64 + static_cast<int>(payload.size()) > kRing) {
-                peer_.Put(kSub, position, serial, "", MediaPeer::Frame(AVDATA_END_RING));
-                position = 0;
-            }
-            if (key) {
-                peer_.last_key = position;
-            }
-            position = peer_.Put(kSub, position, serial, payload);
-            peer_.current = position;
-            std::this_thread::sleep_for(std::chrono::microseconds(100 + (random >> 8) % 300));
-        }
-    });
-    Start(kSub);
-    WaitUntil([] { return g_whole >= 500 && g_torn >= 5; });
-    AVStreamGetAVDataStop(kType, kSub);
-    over = true;
-    writer.join();
-    EXPECT_EQ(g_wrong, 0u);
-    EXPECT_GE(g_torn, 5u) << "it was late enough to meet what this is about";
-    EXPECT_GE(g_whole, 100u);
 }
 
 // An earlier process was killed with a question on its way: what comes first is the answer to that one.
@@ -572,28 +497,6 @@ TEST_F(FrameReader, DoesNotFillUpAQueueThatNobodyReads) {
     peer_.silent = false;
     EXPECT_EQ(IpcMsgDiscard(msgget(0x61766C79, 0), kNobody), 0);
     EXPECT_THAT(Serials(1), ElementsAre(1));
-}
-
-TEST_F(FrameReader, SurvivesPositionsThatCannotBe) {
-    static std::atomic<int> asked;
-    asked = 0;
-    peer_.AnswerWith([](AVMsgBuf& message) {
-        constexpr uint32_t kWrong[] = {614400, 0x7FFFFFFF, 614399, 0xFFFFFFFF};
-        message.video_pos = kWrong[asked++ % 4];
-    });
-    Start();
-    EXPECT_TRUE(WaitUntil([] { return asked > 4; }));
-    EXPECT_TRUE(Serials(0).empty());
-}
-
-TEST_F(FrameReader, ARepeatAtTheVeryEndOfTheRingIsNotLookedPast) {
-    const std::string payload(50, 'x');
-    peer_.current = 614464 - 64 - 50;
-    peer_.Put(0, peer_.current, 3, payload);
-    Start();  // reads it, then stands past the segment's end
-    EXPECT_THAT(Serials(1), ElementsAre(3));
-    Lay("5000: 9k 5000: L");
-    EXPECT_THAT(Serials(2), ElementsAre(3, 9));
 }
 
 // A stream that is not recorded costs little, loses nothing, and is followed closely again once it is.
