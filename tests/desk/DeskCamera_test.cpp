@@ -1,7 +1,6 @@
 // The desk camera as a whole: settings, alarms, commands and heartbeat while it publishes its test picture.
 #include <gmock/gmock.h>
 
-#include "Hostility.h"
 #include "Support.h"
 #include "libAVServerAccess.h"
 #include "libAlarmProcess.h"
@@ -166,29 +165,6 @@ TEST(Settings, AScheduleIsTakenWholeOrNotAtAll) {
         EXPECT_EQ(std::memcmp(&record, &before, sizeof record), 0) << value;
     }
     EXPECT_THROW(ApplySetting(record, "schedule.someday", "all"), std::runtime_error);
-}
-
-TEST(Hostility, EndsAndLeavesTheRingClean) {
-    DeskCameraOptions options;
-    options.hostile = 4711;
-    options.feed.speed = 4;
-    Running camera(options);
-    ASSERT_TRUE(
-        WaitUntil([&] { return ReadText(Running::kJournal).find("# hostile: over") != std::string::npos; }, 60));
-    Running::WaitForVideo(0, 1);  // it takes the place of the last garbage
-    RingReader reader(0x61766C79, 614400, 0);
-    std::vector<RingFrame> frames;
-    while (frames.size() < 50) {
-        auto frame = reader.Next();
-        ASSERT_TRUE(frame);
-        frames.push_back(std::move(*frame));
-    }
-    const auto lines = ReadJournal(Running::kJournal);
-    for (const RingFrame& frame : frames) {
-        EXPECT_TRUE(std::ranges::any_of(lines, [&](const Line& line) {
-            return line.stream == 0 && line.serial == frame.header.SerialNumber && line.length == frame.payload.size();
-        }));
-    }
 }
 
 }  // namespace

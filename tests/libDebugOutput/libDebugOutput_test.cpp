@@ -241,21 +241,6 @@ TEST_F(Console, StopsWithAViewerAttached) {
     EXPECT_TRUE(before.AreBack());
 }
 
-TEST_F(Console, AHundredSessionsLeaveNothingBehind) {
-    const Holdings before;
-    for (int session = 0; session < 100; ++session) {
-        if (session % 10 == 0) {
-            Shut();
-            Open();
-        }
-        Viewer viewer;
-        ASSERT_TRUE(Attached(viewer)) << session;
-        session % 2 == 0 ? viewer.Leave() : viewer.Vanish();
-    }
-    Shut();
-    EXPECT_TRUE(before.AreBack());
-}
-
 TEST_F(Console, LinesArriveWholeWhileViewersComeAndGo) {
     Open();
     std::atomic<bool> is_over{false};

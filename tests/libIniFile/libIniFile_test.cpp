@@ -66,15 +66,6 @@ TEST_F(Ini, FindsWhatTheFormatSays) {
     }
 }
 
-TEST_F(Ini, ReportsSixPositionsAndTheLastMatchingSection) {
-    const char text[] = "[S]\na=1\n[T]\n[S]\n\nkey=val\n";
-    int at[6];
-    EXPECT_EQ(parse_file("S", "key", text, &at[0], &at[1], &at[2], &at[3], &at[4], &at[5]), 1);
-    EXPECT_EQ(std::vector<int>(at, at + 6), (std::vector<int>{13, 17, 17, 19, 21, 24}));
-    EXPECT_EQ(parse_file("S", "k", "x\n[S", &at[0], &at[1], &at[2], &at[3], &at[4], &at[5]), 0);
-    EXPECT_EQ(at[1], 4) << "a header without ] has its body at the end of the text, not after it";
-}
-
 TEST_F(Ini, TheTextEndsAtTheFirst255OrZeroByte) {
     Put("[S]\na=1\n\xFFkey=1\n");
     EXPECT_EQ(Read("S", "key"), "(none)");

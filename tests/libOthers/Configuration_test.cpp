@@ -68,25 +68,6 @@ TEST_F(Configuration, IsReadInPlace) {
     EXPECT_EQ(Status().shm_nattch, 0u);
 }
 
-TEST_F(Configuration, OfAnotherSizeIsTakenAndAShortOneEndsInZeros) {
-    for (const size_t size : {size_t{4096}, size_t{5000}, size_t{200000}}) {
-        const int id = shmget(12930021, size, IPC_CREAT | 0660);
-        ASSERT_GE(id, 0);
-        auto* server = static_cast<uint8_t*>(shmat(id, nullptr, 0));
-        server[1300 + 33] = 9;
-        shmdt(server);
-        ASSERT_EQ(SysConfigInit(), 0) << size;
-        const SysInfo* config = GetSysconfigData();
-        EXPECT_EQ(config->lan_config.nStreamType, 9);
-        EXPECT_EQ(config->relUniqueId2, 0u);
-        EXPECT_EQ(config->reRes14[5119], 0);
-        EXPECT_EQ(Status().shm_nattch, 1u);
-        SysconfigExit();
-        EXPECT_EQ(Status().shm_nattch, 0u);
-        shmctl(id, IPC_RMID, nullptr);
-    }
-}
-
 TEST_F(Configuration, ThatCannotBeHadIsAFailure) {
     ASSERT_EQ(unshare(CLONE_NEWIPC), 0);
     ASSERT_EQ(shmget(12930021, 147456, IPC_CREAT), 0) << "the first id of fresh namespaces, as good as any other";

@@ -1,6 +1,4 @@
 // What a recorder reads first from a fresh card, whatever lay there before.
-#include <gmock/gmock.h>
-
 #include <algorithm>
 #include <fstream>
 #include <sstream>
@@ -12,8 +10,6 @@ using test::Ask;
 using test::Image;
 using test::kGiB;
 using test::kMiB;
-using testing::HasSubstr;
-using testing::Not;
 
 namespace {
 
@@ -45,6 +41,7 @@ TEST(Heads, AreZeroOnGarbageAndTheRecordFilesAreLeftAlone) {
     ExpectHeadsZero(image, 4);
 
     EXPECT_EQ(Ask("fls -r -p " + image.Path() + " | grep -v '\\$'").Lines().size(), 8u) << "no ghosts of old entries";
+    EXPECT_EQ(Ask("fsck.fat -n " + image.Path()).Lines().size(), 6u) << "no remark but the free count";
     EXPECT_EQ(image.Get(299 * kMiB, 512), std::string(512, kGarbage)) << "record data was written";
     EXPECT_EQ(image.Get(2 * kGiB - 512, 512), std::string(512, kGarbage));
     // Written but for the garbage: the tables and heads, to the byte what was announced.
@@ -79,25 +76,6 @@ TEST(Heads, AFreshSystemHeadMakesItARecordingCard) {
     set << std::ifstream(copy, std::ios::binary).rdbuf();
     EXPECT_TRUE(set.str() == index) << "the same 236 bytes as a recorder writes after formatting";
     unlink(copy.c_str());
-}
-
-TEST(Reformat, OverAUsedCardLeavesNothingOfIt) {
-    const Image image(2 * kGiB);
-    ASSERT_TRUE(prestore::Format(image.Path().c_str(), {.video_percent = 100, .system_head = true}).Ok());
-    // Used by a PC: a record file deleted, others' files in its place, spread over the card.
-    EXPECT_EQ(Ask("mdel -i " + image.Path() + " ::/hi000001.mp4 ::/keyframe.bin").text, "");
-    EXPECT_EQ(Ask("mmd -i " + image.Path() + " ::/DCIM").text, "");
-    for (const std::string name : {"DCIM/photo.jpg", "index000.bin", "event000.bin"}) {
-        EXPECT_EQ(Ask("yes RFHF | head -c 64M | mcopy -o -i " + image.Path() + " - ::/" + name).text, "");
-    }
-    ASSERT_THAT(Ask("fls -r -p " + image.Path()).text, HasSubstr("photo.jpg"));
-
-    ASSERT_TRUE(prestore::Format(image.Path().c_str(), {.video_percent = 50}).Ok());
-    ExpectHeadsZero(image, 2);
-    const std::string listing = Ask("fls -r -p " + image.Path()).text;
-    EXPECT_THAT(listing, Not(HasSubstr("photo.jpg")));
-    EXPECT_THAT(listing, HasSubstr("hi000001.pic"));
-    EXPECT_EQ(Ask("fsck.fat -n " + image.Path()).Lines().size(), 6u) << "no remark but the free count";
 }
 
 }  // namespace

@@ -47,11 +47,6 @@ TEST(AVFile, ModesGiveTheirAccessAndOnlyWritersCreate) {
 
 using Failure = support::LoggedTest;
 
-TEST_F(Failure, OfAnOpenIsToldWithPathAndCause) {
-    EXPECT_EQ(AVFileOpen("/nowhere/index000.bin", AVFILE_READ), -1);
-    EXPECT_TRUE(Logged(" :open /nowhere/index000.bin fail 2\n"));
-}
-
 TEST(AVFile, SeeksWithinWhatAnIntHolds) {
     StoreFile file;
     file.Resize(3ull << 30);

@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <tuple>
 #include <vector>
 
 #include "StoreFile.h"
@@ -88,22 +87,6 @@ TEST(AlarmEvents, CountStopsAt1024And1023AreReadBack) {
     EXPECT_EQ(AV_AlarmEventFileInfoRead(events.fd(), &head, records.data()), -1);
     head.m_u32AlarmEventSum = 1025;
     EXPECT_EQ(AV_AlarmEventFileInfoWrite(events.fd(), &head, &record), -1) << "a count nobody counted to";
-}
-
-TEST(AlarmEvents, ALateFileGrowsTheEventFileAndHarmsNothing) {
-    StoreFile events;
-    events.Resize(64 << 20);
-    AlarmFileInfoHead_S record{};
-    for (const auto& [file, count, size] : {std::tuple{503u, 1024u, 64u << 20}, {504u, 1u, (64u << 20) + 48}}) {
-        auto head = Head(file, count);
-        EXPECT_EQ(AV_AlarmEventFileInfoWrite(events.fd(), &head, &record), 0);
-        EXPECT_EQ(events.Size(), size) << "file 503 is the last whose records lie inside";
-    }
-    auto head = Head(4096, 1);  // its head would lie on the first record of file 0
-    EXPECT_EQ(AV_AlarmEventInfoWrite(events.fd(), 4096, &head), -1);
-    EXPECT_EQ(AV_AlarmEventInfoRead(events.fd(), 4096, &head), -1);
-    EXPECT_EQ(AV_AlarmEventFileInfoWrite(events.fd(), &head, &record), -1);
-    EXPECT_EQ(events.Get(8 * 131072, 48), std::string(48, '\0'));
 }
 
 TEST(AlarmEvents, ClearTakesTheHeadsAlone) {

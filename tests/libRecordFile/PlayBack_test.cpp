@@ -224,22 +224,4 @@ TEST(PlayBack, PlainSeekAndReadFollowThePosition) {
     EXPECT_EQ(libAVRecordFileDataSeek(player.file.fd(), 0x80000000), -1);
 }
 
-// What follows a frame is not its own; bytes that nobody packed are the fuzzer's (tests/fuzz/playback.cpp).
-TEST(PlayBack, AFrameIsWholeWhateverFollowsIt) {
-    for (const Frame& frame : {Frame{Frame::kKey, KeyPayload(500), 7, 7}, Frame{Frame::kOther, OtherPayload(50), 7, 7},
-                               Frame{Frame::kSound, std::string(50, 's'), 0, 7}}) {
-        for (const char* const next :
-             {"", "00", "000001", "000001BA", "000001BB00", "000001C0FFFF808005", "000001BC002AE1", "494D4B4801020000",
-              "000000000000000000000000000000000000", "FFFFFFFFFFFFFFFF"}) {
-            Player player;
-            player.Append(Pack(frame) + Hex(next));
-            const auto played = player.Next();
-            ASSERT_TRUE(played) << next;
-            EXPECT_TRUE(played->payload == frame.payload) << next;
-            EXPECT_EQ(player.offset, Pack(frame).size()) << next;
-            EXPECT_FALSE(player.Next()) << next;
-        }
-    }
-}
-
 }  // namespace
