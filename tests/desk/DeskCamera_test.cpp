@@ -45,19 +45,15 @@ TEST(DeskCamera, AForcedKeyFrameIsTheNextFrame) {
 }
 
 TEST(DeskCamera, ReadsItsSettingsAgainWhenTheyChange) {
-    DeskCameraOptions options;
-    options.dumps = {"/tmp/desk_test.h264"};
-    Running camera(options);
-    Running::WaitForVideo(0, 5);
+    Running camera;
     const support::Captured said;
-    const std::string changed = Running::Small() + "lan_config.nFrameRate1 = 10\nlan_config.nRotateAngle = 1\n";
+    const std::string changed = Running::Small() + "lan_config.nFrameRate1 = 10\n";
     WriteText(Running::kSettings,
               changed + "lan_config.nBitrate1 = plenty\nno_such.member = 1\nschedule.monday = 9-10\n");
     ASSERT_TRUE(WaitUntil([&] { return camera->System().Snapshot().lan_config.nFrameRate1 == 10; }));
-    EXPECT_TRUE(WaitUntil([&] { return said.Has("line 11"); })) << said.Text();
-    EXPECT_THAT(said.Text(), HasSubstr("line 9: lan_config.nBitrate1 takes a whole number"));
-    EXPECT_THAT(said.Text(), HasSubstr("line 10: there is no setting \"no_such.member\""));
-    EXPECT_EQ(camera->System().Snapshot().lan_config.nPreRotateAngle, 0);
+    EXPECT_TRUE(WaitUntil([&] { return said.Has("line 10"); })) << said.Text();
+    EXPECT_THAT(said.Text(), HasSubstr("line 8: lan_config.nBitrate1 takes a whole number"));
+    EXPECT_THAT(said.Text(), HasSubstr("line 9: there is no setting \"no_such.member\""));
     EXPECT_TRUE(WaitUntil([&] { return camera->Media().FrameRate(0) == 10; }));
 
     // A change made elsewhere lasts until its own line changes.
@@ -74,14 +70,6 @@ TEST(DeskCamera, ReadsItsSettingsAgainWhenTheyChange) {
     EXPECT_EQ(days[1].ucSocpeMode, 3);
     EXPECT_EQ(days[1].hourScope[0].endHour.ucType, 1);
     EXPECT_EQ(days[1].hourScope[1].endHour.ucType, 2);
-
-    // The pictures follow: 320x240, then turned.
-    Running::WaitForVideo(0, 10);
-    camera->RequestStop();
-    camera.Join();
-    const std::string widths =
-        Shell("ffprobe -v error -show_entries frame=width -of csv=p=0 /tmp/desk_test.h264 | grep -o '^[0-9]*' | uniq");
-    EXPECT_EQ(widths, "320\n240\n");
 }
 
 TEST(DeskCamera, RequestsToTheSystemServerChangeTheRecord) {

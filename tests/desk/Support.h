@@ -83,7 +83,7 @@ class RingReader {
             const AVDataInfo header = Header();
             if (header.AVDataCheck != 0x12345678) return false;
             if (header.EndFlag == 255 || header.EndFlag == 253) {
-                ++(header.EndFlag == 255 ? wraps : restarts);
+                restarts += header.EndFlag == 253;
                 position_ = 0;
                 return false;
             }
@@ -98,7 +98,7 @@ class RingReader {
         return frame;
     }
 
-    int wraps = 0, restarts = 0;
+    int restarts = 0;
 
   private:
     AVDataInfo Header() const {

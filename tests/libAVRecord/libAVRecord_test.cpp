@@ -298,26 +298,6 @@ TEST_F(Writer, OpensTheFilesThatAreThereAndCreatesNone) {
     EXPECT_TRUE(std::filesystem::remove("/tmp/created.mp4"));
 }
 
-TEST_F(Writer, ACardThatRefusesWritesIsToldUntilTheWriterIsOpenedAgain) {
-    BeginRun();
-    std::optional<CardFault> fault(Refused{});
-    const RecorderStatus before = RecorderStatusGet();
-    for (int second = 0; second <= 10; ++second) {
-        EXPECT_EQ(AVRecordCardFailing(), second > 3) << "EIO, and nothing else works";
-        EXPECT_EQ(Write(kH264Delta), -1);
-        ++uptime, ++wall;
-    }
-    EXPECT_EQ(RecorderStatusGet().failed_writes, before.failed_writes + 11);
-    EXPECT_EQ(RecorderStatusGet().dropped_frames, before.dropped_frames + 11);
-    EXPECT_EQ(RecorderStatusGet().last_frame, before.last_frame);
-    EXPECT_TRUE(Logged(" : writing /var/etc/sdcard/hi000000.mp4, ")) << "said in the log";
-    Open();
-    EXPECT_EQ(AVRecordCardFailing(), 0);
-    fault.reset();
-    EXPECT_EQ(Write(kH264Key), 0);
-    EXPECT_EQ(RecorderStatusGet().last_frame, kStart);
-}
-
 TEST_F(Writer, MayBeClosedWhileFramesArrive) {
     std::atomic<bool> done{false};
     std::thread frames([&] {

@@ -9,26 +9,11 @@ using card::LostLeading;
 using card::OrderPictures;
 using card::PictureNumber;
 using card::ShownOrder;
-using Places = std::vector<size_t>;
 
 std::vector<PictureNumber> Sequence(uint32_t sequence, const std::vector<int32_t>& orders) {
     std::vector<PictureNumber> numbers;
     for (const int32_t order : orders) numbers.push_back({sequence, order, false});
     return numbers;
-}
-
-TEST(PictureOrder, WithoutBFramesNothingMoves) {
-    const ShownOrder order = OrderPictures(Sequence(1, {0, 2, 4, 4, 6}));
-    EXPECT_EQ(order.place, (Places{0, 1, 2, 3, 4}));
-    EXPECT_EQ(order.delay, 0u);
-}
-
-TEST(PictureOrder, APyramidIsShownByItsNumbersAndEachSequenceByItself) {
-    std::vector<PictureNumber> numbers = Sequence(1, {0, 8, 4, 2, 6});
-    for (const PictureNumber& number : Sequence(2, {0, 4, 2})) numbers.push_back(number);
-    const ShownOrder order = OrderPictures(numbers);
-    EXPECT_EQ(order.place, (Places{0, 4, 2, 1, 3, 5, 7, 6}));
-    EXPECT_EQ(order.delay, 2u);
 }
 
 // Its key frame lost, a sequence counts from low numbers again in the midst of another.

@@ -146,7 +146,8 @@ TEST(Tool, NamesCardsOfOtherFormats) {
         const char* name;
         size_t offset;
         std::string mark;
-    } kCases[] = {{"exFAT", 3, "EXFAT   "}, {"FAT16", 54, "FAT16   "}, {"never formatted", 0, ""}, {"ext4", 0, ""}};
+    } kCases[] = {
+        {"exFAT", 3, "EXFAT   "}, {"FAT16", 54, "FAT16   "}, {"never formatted", 0, ""}, {"ext4", 1080, "\x53\xEF"}};
     for (const auto& other : kCases) {
         const Place image;
         std::ofstream(image.Path()) << std::string(2 << 20, '\0');
@@ -154,9 +155,6 @@ TEST(Tool, NamesCardsOfOtherFormats) {
         file.seekp(static_cast<std::streamoff>(other.offset));
         file << other.mark;
         file.close();
-        if (other.name == std::string("ext4")) {
-            ASSERT_EQ(RunProgram({"mke2fs", "-q", "-t", "ext4", image}).status, 0);
-        }
         const Outcome list = Tool({"list", image});
         EXPECT_EQ(list.status, 3);
         EXPECT_THAT(list.err, AllOf(HasSubstr(other.name), HasSubstr("recordcard format")));

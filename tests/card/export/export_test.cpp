@@ -42,14 +42,10 @@ std::vector<Picture> Decode(const std::string& path) {
     std::vector<Picture> pictures;
     std::istringstream lines(run.out);
     for (std::string line; std::getline(lines, line);) {
-        if (line.empty() || line[0] == '#') continue;
-        std::replace(line.begin(), line.end(), ',', ' ');
-        std::istringstream fields(line);
-        int64_t stream = 0, dts = 0, pts = 0, duration = 0, size = 0;
-        Picture picture;
-        fields >> stream >> dts >> pts >> duration >> size >> picture.hash;
-        picture.at = static_cast<double>(pts) / 90000;
-        pictures.push_back(picture);
+        double pts = 0;
+        char hash[64];
+        if (std::sscanf(line.c_str(), "%*d, %*d, %lf, %*d, %*d, %63s", &pts, hash) != 2) continue;
+        pictures.push_back({pts / 90000, hash});
     }
     return pictures;
 }

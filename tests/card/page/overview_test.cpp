@@ -11,7 +11,6 @@
 #include "fixture/CardFixture.h"
 #include "fixture/Folder.h"
 #include "index/CardIndex.h"
-#include "page/Footage.h"
 #include "page/Overview.h"
 
 namespace {
@@ -68,40 +67,6 @@ TEST_F(Timeline, LeavesOutADamagedPictureAndOverwritesNothing) {
     std::ofstream(Path("mine.html")) << "mine";
     EXPECT_EQ(Tool({"timeline", card.path, Path("mine.html")}).status, 2);
     EXPECT_EQ(ReadAll(Path("mine.html")), "mine");
-}
-
-// What a page with footage knows of a card: files with zeros where nothing was taken.
-void CopyTaken(const card::Footage& footage, const std::string& folder) {
-    fs::create_directory(folder);
-    for (const card::Footage::File& taken : footage.files) {
-        std::ofstream copy(folder + "/" + taken.file.Name(), std::ios::binary);
-        for (const card::Extent& part : taken.parts) {
-            std::string bytes(part.length, '\0');
-            EXPECT_EQ(taken.file.ReadAt(part.offset, bytes.data(), bytes.size()), bytes.size());
-            copy.seekp(static_cast<std::streamoff>(part.offset)).write(bytes.data(), std::ssize(bytes));
-        }
-        copy.close();
-        fs::resize_file(folder + "/" + taken.file.Name(), taken.file.Size());
-    }
-}
-
-TEST_F(Timeline, FootageTakenListsTheSameAndGivesTheSameClip) {
-    const Recording recording = Busy().RecordFolder(Path("card"));
-    const card::Volume volume = card::Volume::Open(recording.path);
-    const card::CardIndex index(volume);
-    const uint32_t from = recording.sections[1].end - 3;  // over a short gap
-    const uint32_t to = recording.sections[2].start + 2;
-    const card::Footage footage = card::ChooseFootage(volume, index, {card::SelectTimes(index, from, to)});
-    EXPECT_LT(footage.bytes, index.StreamBytes() / 4);
-    CopyTaken(footage, Path("copy"));
-    EXPECT_EQ(Tool({"list", "--json", Path("copy")}).out, Tool({"list", "--json", recording.path}).out);
-    const auto time = [](uint32_t seconds) { return card::TimeStyle{.utc = true}.Iso(seconds); };
-    for (const std::string& store : {std::string("card"), std::string("copy")}) {
-        const Outcome outcome =
-            Tool({"export", Path(store), "--from", time(from), "--to", time(to), Path(store + ".ps")});
-        EXPECT_EQ(outcome.status, 0) << outcome.err;
-    }
-    EXPECT_EQ(ReadAll(Path("copy.ps")), ReadAll(Path("card.ps")));
 }
 
 TEST_F(Timeline, FootageInThePageIsBoundedAndRefusalsLeaveNothing) {

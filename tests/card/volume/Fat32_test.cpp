@@ -1,6 +1,5 @@
 #include "volume/Fat32.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -37,28 +36,6 @@ class Image {
   private:
     Place place_;
 };
-
-TEST(Fat32, ReadsWhatTheFormatterLaysOut) {
-    const Image image;
-    const Device device = Device::Open(image.Path());
-    const Fat32 fat(device);
-    EXPECT_FALSE(fat.FromBackup());
-    EXPECT_EQ(uint64_t{fat.Geometry().total_sectors} * 512, device.Size());
-    std::vector<std::string> names;
-    for (const card::DirectoryEntry& entry : fat.Root()) {
-        names.push_back(entry.name);
-        EXPECT_TRUE(entry.long_name_ok) << entry.name;
-        const Chain chain = fat.FileChain(entry);
-        EXPECT_EQ(chain.end, ChainEnd::EndMark);
-        ASSERT_EQ(chain.extents.size(), 1u) << "a file lies in one piece";
-        EXPECT_EQ(chain.extents[0].length, entry.size);
-        EXPECT_EQ(chain.extents[0].offset % (4u << 20), 0u) << entry.name;
-    }
-    EXPECT_THAT(names, ::testing::UnorderedElementsAre("hi000000.mp4", "hi000001.mp4", "event000.bin", "keyframe.bin",
-                                                       "index000.bin", "index001.bin"));
-    EXPECT_EQ(fat.Find("HI000001.MP4"), fat.Find("hi000001.mp4"));
-    EXPECT_EQ(fat.Find("hi000002.mp4"), nullptr);
-}
 
 TEST(Fat32, TellsHowAChainEnds) {
     const Image image;
