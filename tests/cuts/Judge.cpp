@@ -67,18 +67,16 @@ Judge::Judge(const Medium& medium, Recorder& recorder, const Tape& tape, const s
       frames_(frames),
       rows_before_(std::move(rows_before)),
       volume_(card::Volume::Open(support::kCardDirectory)) {
-    std::map<std::pair<int, uint64_t>, Item> items;
     size_t happened = 0;
     for (const Operation& operation : tape.Operations()) {
         ++happened;
         const bool is_stream = operation.file >= kRecord && operation.offset < RECORD_KEY_FRAME_BASE;
         if (!operation.is_write || is_stream) continue;
-        Item& item = items[{operation.file, operation.offset}];
+        Item& item = items_[{operation.file, operation.offset}];
         item.file = operation.file;
         item.offset = operation.offset;
         item.versions.emplace_back(happened, operation.bytes);
     }
-    for (auto& [place, item] : items) items_.push_back(std::move(item));
     std::map<std::pair<uint32_t, uint32_t>, size_t> begun;  // file, lap
     for (const Frame& frame : frames) begun.try_emplace({frame.file, frame.lap}, frame.written);
     for (const Frame& frame : frames) {
@@ -203,7 +201,7 @@ bool Judge::HasOldHead(const Frame& frame, const Cut& cut) const {
 
 void Judge::JudgeItems(const Cut& cut, const Listing& listing, Verdict& verdict) const {
     const auto length_of = [&](uint64_t n) { return HeadOf(static_cast<uint32_t>(n)).m_u32RecordFileSumLenth; };
-    for (const Item& item : items_) {
+    for (const auto& [place, item] : items_) {
         const State state = StateOf(item, cut.at);
         if (state == State::kNew) continue;
         if (item.file == kEvents) {
@@ -340,7 +338,7 @@ void Judge::Describe(const Cut& cut) const {
         if (choice.other_sectors != 0) std::printf(", sectors %02x of version %zu", choice.other_sectors, choice.other);
         std::printf("\n");
     }
-    for (const Item& item : items_) {
+    for (const auto& [place, item] : items_) {
         const State state = StateOf(item, cut.at);
         if (state != State::kNew)
             std::printf("  record at %llu of file %d: %s\n", static_cast<unsigned long long>(item.offset), item.file,

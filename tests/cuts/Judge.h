@@ -92,7 +92,7 @@ class Judge {
     const std::set<Row> rows_before_;
     std::vector<size_t> overwritten_;  // by frame: operations until it was
     std::multimap<std::pair<uint32_t, uint32_t>, const Frame*> by_place_;
-    std::vector<Item> items_;
+    std::map<std::pair<int, uint64_t>, Item> items_;  // by file and offset
     card::Volume volume_;
 };
 

@@ -20,17 +20,11 @@ struct Stretch {
 
 // Where anything can stand in a file of this kind.
 std::vector<Stretch> Used(int id, uint32_t record_files) {
-    switch (id) {
-        case kIndex:
-            return {{0, RECORD_SECTION_BASE + uint64_t{RECORD_SECTION_BLOCK} * record_files}};
-        case kEvents: {
-            std::vector<Stretch> used{{0, kPage}};
-            for (uint32_t n = 0; n < record_files; ++n) used.push_back({(n + 8) * uint64_t{ALARM_EVENT_BLOCK}, kPage});
-            return used;
-        }
-        default:
-            return {{0, 2 * RECORD_STREAM_LIMIT}, {RECORD_KEY_FRAME_BASE, 2 * kPage}};
-    }
+    if (id == kIndex) return {{0, RECORD_SECTION_BASE + uint64_t{RECORD_SECTION_BLOCK} * record_files}};
+    if (id != kEvents) return {{0, 2 * RECORD_STREAM_LIMIT}, {RECORD_KEY_FRAME_BASE, 2 * kPage}};
+    std::vector<Stretch> used{{0, kPage}};
+    for (uint32_t n = 0; n < record_files; ++n) used.push_back({(n + 8) * uint64_t{ALARM_EVENT_BLOCK}, kPage});
+    return used;
 }
 
 }  // namespace

@@ -6,7 +6,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <condition_variable>
 #include <cstdlib>
+#include <functional>
+#include <mutex>
 #include <thread>
 #include <utility>
 
@@ -75,17 +78,16 @@ Gate g_sync_gate;                       // parts of a hand-over
 std::atomic<bool> g_is_due{false};      // a hand-over, by the script
 std::atomic<uint32_t> g_rests{0};       // of the hand-over thread
 std::atomic<int64_t> g_wall{kMorning};  // s since 1970 UTC
-std::atomic<long> g_uptime{1000};       // s
 Recorder* g_recorder = nullptr;         // the one
-const card::Calls* RealCalls() {
-    static const card::Calls real = card::CardCalls();
-    return &real;
-}
+const card::Calls kReal = card::CardCalls();
 
 bool IsHandOverThread() {
     char name[16] = {};
     prctl(PR_GET_NAME, name);
     return std::string(name) == "HandOverThread";
+}
+void AwaitThreads(long at_most) {
+    while (support::Threads() > at_most) std::this_thread::yield();
 }
 bool IsRecordLoop() {
     return gettid() == getpid();
@@ -132,7 +134,8 @@ Recorder::Recorder(const Medium& medium)
     static const ClockSource clock{[] {
                                        return timeval{static_cast<time_t>(g_wall.load()), 0};
                                    },
-                                   [] { return g_uptime.load(); }, [](unsigned int ms) { g_recorder->Sleep(ms); }};
+                                   [] { return static_cast<long>(1000 + g_wall - kMorning); },
+                                   [](unsigned int ms) { g_recorder->Sleep(ms); }};
     ReplaceClock(&clock);
     SysInfo& config = support::BindCamera();
     config.Record_config.ucEnable = 1;
@@ -145,7 +148,7 @@ Recorder::Recorder(const Medium& medium)
         }
     }
     libAlarmProcessInit();
-    static card::Calls calls = *RealCalls();
+    static card::Calls calls = kReal;
     calls.WriteAt = [](int fd, const void* bytes, size_t length, off64_t at) {
         return g_recorder->Write(fd, bytes, length, at);
     };
@@ -174,7 +177,6 @@ void Recorder::Restart(uint64_t seed, std::vector<Frame> frames) {
         laps_[frame.file] = std::max(laps_[frame.file], frame.lap);
         g_wall = std::max<int64_t>(g_wall, frame.time + kBetweenProcesses);
     }
-    g_uptime = 1000 + g_wall - kMorning;
     numbered_ = 0;
     key_every_ = 10;
     g_control = {};
@@ -182,10 +184,6 @@ void Recorder::Restart(uint64_t seed, std::vector<Frame> frames) {
     g_flags.file_begun_anew = -1;
     g_flags.range = 0;
     AlarmDataWrite(ALARM_SOURCE_DEF_MOTION, ALARM_STATUS_DEF_OFF);
-}
-
-uint32_t Recorder::Now() const {
-    return static_cast<uint32_t>(g_wall.load());
 }
 
 Recorder::Start Recorder::CheckStart() {
@@ -219,14 +217,12 @@ void Recorder::Sleep(unsigned int milliseconds) {
     } else if (milliseconds == kWatchMs) {
         Pause();
     } else if (milliseconds == kRunOverMs) {  // the alarm thread saves its event and goes
-        while (support::Threads() > resting_threads_ + 1)
-            std::this_thread::yield();  // the hand-over's has done its last
+        AwaitThreads(resting_threads_ + 1);   // the hand-over's has done its last
         g_alarm_gate.Open(true);
-        while (support::Threads() > resting_threads_) std::this_thread::yield();
+        AwaitThreads(resting_threads_);
         g_alarm_gate.Open(false);
         g_rests = 0;
-        g_wall += pause_;
-        g_uptime += std::exchange(pause_, 0);
+        g_wall += std::exchange(pause_, 0);
     } else {
         std::this_thread::yield();
     }
@@ -259,18 +255,11 @@ bool Recorder::Take(Step& step) {
         case Step::kHandOver:
             HandOver(step.count);
             return true;
-        case Step::kEndRun:
-            StopRecord();
-            return true;
-        case Step::kAlarmOn:
-            AlarmDataWrite(ALARM_SOURCE_DEF_MOTION, ALARM_STATUS_DEF_ON);
-            return true;
-        case Step::kAlarmOff:
-            AlarmDataWrite(ALARM_SOURCE_DEF_MOTION, ALARM_STATUS_DEF_OFF);
+        case Step::kAlarm:
+            AlarmDataWrite(ALARM_SOURCE_DEF_MOTION, step.count != 0 ? ALARM_STATUS_DEF_ON : ALARM_STATUS_DEF_OFF);
             return true;
         case Step::kAlarmLook:
             g_wall += step.count;
-            g_uptime += step.count;
             g_alarm_gate.LetOne();
             g_alarm_gate.Await();
             return true;
@@ -286,7 +275,7 @@ bool Recorder::Take(Step& step) {
 }
 
 void Recorder::WriteFrame() {
-    if (++numbered_ % kFramesASecond == 0) ++g_wall, ++g_uptime;
+    if (++numbered_ % kFramesASecond == 0) ++g_wall;
     const bool is_sound = numbered_ % 4 == 3;
     std::string frame;
     if (!is_sound) {
@@ -322,7 +311,7 @@ ssize_t Recorder::Write(int fd, const void* bytes, size_t length, off64_t offset
     const int id = medium_.IdOf(fd);
     const auto at = static_cast<uint64_t>(offset);
     if (tape_ != nullptr && id >= 0) tape_->BeforeWrite(id, at, length);
-    const ssize_t put = RealCalls()->WriteAt(fd, bytes, length, offset);
+    const ssize_t put = kReal.WriteAt(fd, bytes, length, offset);
     if (tape_ != nullptr && id >= 0) tape_->Written(id, at, bytes, length);
     if (id >= kRecord && at < RECORD_KEY_FRAME_BASE) NoteFrame(id, at, {static_cast<const char*>(bytes), length});
     if (id == kIndex) NoteCounted(id, at);
@@ -337,8 +326,8 @@ void Recorder::NoteFrame(int id, uint64_t offset, std::string bytes) {
     const auto file = static_cast<uint32_t>(id - kRecord);
     if (offset == 0) ++laps_[file];
     const size_t now = tape_ != nullptr ? tape_->Operations().size() : 0;
-    pending_ = {{file, laps_[file], static_cast<uint32_t>(offset) + head, bytes.substr(head, length), Now(), now, 0,
-                 Frame::kNever}};
+    pending_ = {{file, laps_[file], static_cast<uint32_t>(offset) + head, bytes.substr(head, length),
+                 static_cast<uint32_t>(g_wall), now, 0, Frame::kNever}};
 }
 
 // The file head is the last that counts a frame.  What arrives after the one that filled the file is not in its length.

@@ -3,12 +3,8 @@
 // same tape again.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
-#include <functional>
 #include <limits>
-#include <memory>
-#include <mutex>
 #include <random>
 #include <string>
 #include <vector>
@@ -21,14 +17,12 @@ namespace cuts {
 
 struct Step {
     enum What {
-        kFrames,    // `count` frames
-        kFill,      // frames until the current file lacks `count` bytes
-        kHandOver,  // what was written reaches the card, `count` frames arriving during each of its first parts
-        kEndRun,    // a new section begins
-        kAlarmOn,
-        kAlarmOff,
+        kFrames,     // `count` frames
+        kFill,       // frames until the current file lacks `count` bytes
+        kHandOver,   // what was written reaches the card, `count` frames arriving during each of its first parts
+        kAlarm,      // on, or off when `count` is 0
         kAlarmLook,  // the alarm thread looks at the board once, `count` seconds later
-        kPause,      // the run ends, `count` seconds later the next one begins
+        kPause,      // the run ends, `count` seconds later the next one begins: a new section
         kKeyEvery,   // from now on every so many frames a key frame
     };
     What what;
@@ -68,7 +62,6 @@ class Recorder {
 
     // On the card and recorded since, as far as a file's length counts them, in order.
     std::vector<Frame>& Frames() { return frames_; }
-    uint32_t Now() const;
 
     struct Start {  // what the start check decided
         bool refused;
@@ -82,7 +75,6 @@ class Recorder {
     bool Take(Step& step);
     void WriteFrame();
     void HandOver(uint32_t frames);
-    void AwaitAlarmThread();
     void Sleep(unsigned int milliseconds);
     void NoteFrame(int id, uint64_t offset, std::string bytes);
     void NoteCounted(int id, uint64_t offset);

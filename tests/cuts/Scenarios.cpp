@@ -7,7 +7,7 @@ constexpr auto Frames = [](uint32_t count) { return Step{Step::kFrames, count}; 
 constexpr auto Fill = [](uint32_t up_to) { return Step{Step::kFill, up_to}; };
 constexpr auto HandOver = [](uint32_t frames_meanwhile) { return Step{Step::kHandOver, frames_meanwhile}; };
 constexpr auto Look = [](uint32_t seconds_later) { return Step{Step::kAlarmLook, seconds_later}; };
-constexpr Step kEndRun{Step::kEndRun}, kAlarmOn{Step::kAlarmOn}, kAlarmOff{Step::kAlarmOff};
+constexpr Step kEndRun{Step::kPause, 0}, kAlarmOn{Step::kAlarm, 1}, kAlarmOff{Step::kAlarm, 0};
 
 Script operator+(Script first, const Script& second) {
     first.insert(first.end(), second.begin(), second.end());

@@ -32,8 +32,8 @@ size_t PageHistory::Newest(size_t cut) const {
 
 size_t PageHistory::Oldest(size_t cut) const {
     size_t found = 0;
-    for (const Sure& each : sure) {
-        if (each.since <= cut) found = std::max(found, each.version);
+    for (const auto& [since, version] : sure) {
+        if (since <= cut) found = std::max(found, version);
     }
     return found;
 }
@@ -120,18 +120,10 @@ Cut Tape::Random(std::mt19937_64& draw) const {
     for (const size_t i : Open(card.at)) {
         const size_t oldest = pages_[i].Oldest(card.at);
         const auto any = [&] { return oldest + draw() % (pages_[i].Newest(card.at) - oldest + 1); };
-        switch (draw() % 4) {
-            case 0:
-                break;  // as most are
-            case 1:
-                card.pages[i].version = any();
-                break;
-            case 2:
-                card.pages[i].version = pages_[i].Newest(card.at);
-                break;
-            default:
-                card.pages[i] = {any(), any(), static_cast<uint8_t>(draw())};
-        }
+        const uint64_t kind = draw() % 4;  // 0: as most are
+        if (kind == 1) card.pages[i].version = any();
+        if (kind == 2) card.pages[i].version = pages_[i].Newest(card.at);
+        if (kind == 3) card.pages[i] = {any(), any(), static_cast<uint8_t>(draw())};
     }
     return card;
 }

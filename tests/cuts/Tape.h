@@ -32,12 +32,8 @@ struct PageHistory {
         size_t since;  // operations that have happened
         std::string bytes;
     };
-    std::vector<Version> versions;  // the first one was there before
-    struct Sure {
-        size_t since;
-        size_t version;
-    };
-    std::vector<Sure> sure;  // what a completed hand-over has put onto the card
+    std::vector<Version> versions;                // the first one was there before
+    std::vector<std::pair<size_t, size_t>> sure;  // since so many operations the card has at least this version
 
     size_t Oldest(size_t cut) const;  // version that the card has at least
     size_t Newest(size_t cut) const;  // version in the cache
@@ -56,7 +52,7 @@ struct Cut {
 
 class Tape {
   public:
-    explicit Tape(const Medium& medium) : medium_(medium), base_(medium.Take()) {}
+    explicit Tape(const Medium& medium) : medium_(medium) {}
 
     // Called as the recorder does it; a page's state is taken from the card's files.
     void BeforeWrite(int file, uint64_t offset, uint64_t length);
@@ -65,7 +61,6 @@ class Tape {
 
     const std::vector<Operation>& Operations() const { return operations_; }
     const std::vector<PageHistory>& Pages() const { return pages_; }
-    const Medium::Copy& Base() const { return base_; }
 
     // The cards of a cut that are gone through one by one: each page old or new, and each torn in every place while the
     // rest is old, and new.
@@ -75,7 +70,6 @@ class Tape {
 
     // Makes the card's files that card.
     void Show(const Cut& cut);
-    void ForgetShown() { shown_.clear(); }
     uint64_t Fingerprint(const Cut& cut) const;
 
   private:
@@ -84,7 +78,6 @@ class Tape {
     Cut AllOf(size_t cut, bool newest) const;
 
     const Medium& medium_;
-    Medium::Copy base_;
     std::vector<Operation> operations_;
     std::vector<PageHistory> pages_;
     std::vector<uint64_t> shown_;

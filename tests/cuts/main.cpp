@@ -94,11 +94,89 @@ class Simulation {
     }
 
   private:
-    void RunScenario(size_t number);
-    void RunSecond(Medium& medium, Recorder& recorder, Take& first, const Cut& cut, const std::string& name);
-    void JudgeState(Take& take, const Cut& cut, const std::string& name, bool is_second = false);
-    void Report(const std::string& name, const std::string& fault);
-    void Print() const;
+    void RunScenario(size_t number) {
+        const Scenario& scenario = Scenarios()[number];
+        Medium medium(scenario.files);
+        Recorder recorder(medium);
+        recorder.Restart(options_.seed, {});
+        recorder.Record(scenario.before, nullptr);
+        for (Frame& frame : recorder.Frames()) frame.handed_over = 0;
+        Take take(medium, recorder, scenario.taped);
+
+        const size_t states = options_.states / Scenarios().size();
+        const size_t listed = std::min(take.Listed(), states / 2);
+        for (size_t i = 0; i < states; ++i) {
+            const size_t state = i < listed ? i * take.Listed() / listed : take.Listed() + i - listed;
+            const std::string name = std::to_string(number) + ":" + std::to_string(state);
+            const bool wants_second = options_.only.empty() || options_.only.starts_with(name + "+");
+            if (!wants_second && !Wants(name)) continue;
+            const Cut cut = take.State(state, options_.seed);
+            take.Show(cut);
+            if (take.IsNew(cut) && Wants(name)) JudgeState(take, cut, name);
+            const bool is_cut_again = i % kSecondCutEvery == kSecondCutEvery / 2;
+            if (is_cut_again && wants_second) RunSecond(medium, recorder, take, cut, name);
+        }
+    }
+
+    // The cut card is recorded on by a new process, and cut again.
+    void RunSecond(Medium& medium, Recorder& recorder, Take& first, const Cut& cut, const std::string& name) {
+        const Medium::Copy copy = medium.Take();
+        const std::set<Row> rows = first.TheJudge().Of(cut).rows;
+        recorder.Restart(options_.seed + 1, first.TheJudge().Carried(cut));
+        Take take(medium, recorder, SecondRun(), rows);
+        for (size_t i = 0; i < kSecondCuts; ++i) {
+            const std::string second = name + "+" + std::to_string(take.Listed() + i);
+            const Cut again = take.State(take.Listed() + i, options_.seed);
+            take.Show(again);
+            if (!take.IsNew(again) || !Wants(second)) continue;
+            JudgeState(take, again, second, true);
+            ++second_;
+        }
+        medium.PutBack(copy);
+    }
+
+    void JudgeState(Take& take, const Cut& cut, const std::string& name, bool is_second = false) {
+        const Verdict verdict = take.TheJudge().Of(cut);
+        for (const Row row : verdict.rows) {
+            Tally& tally = rows_[static_cast<size_t>(row)];
+            ++tally.states;
+            const bool is_alone = verdict.rows.size() - verdict.rows.count(Row::kBoth) <= (row == Row::kBoth ? 0 : 1);
+            if (is_second || !is_alone) continue;
+            tally.lost = std::max(tally.lost, verdict.lost);
+            tally.claimed = std::max(tally.claimed, verdict.claimed);
+            tally.errors.insert(verdict.errors.begin(), verdict.errors.end());
+        }
+        if (!options_.only.empty()) take.TheJudge().Describe(cut);
+        if (!verdict.fault.empty()) Report(name, verdict.fault);
+        if (judged_++ % kRepairEvery == 0) {
+            ++repaired_;
+            if (const std::string fault = take.Repaired(cut); !fault.empty()) Report(name, fault);
+        }
+    }
+
+    void Report(const std::string& name, const std::string& fault) {
+        ++faults_;
+        if (reported_[fault]++ < 2)
+            std::printf(
+                "%s\n  to see it: desk/in-camera build/release/tests/cuts/cuts --states %zu --seed %zu --only %s\n",
+                fault.c_str(), options_.states, options_.seed, name.c_str());
+    }
+
+    // The table of docs/card-format.md.
+    void Print() const {
+        std::printf(
+            "| not on the card, or in part | cards | frames lost | claimed and not there | `check` says "
+            "|\n|---|---|---|---|---|\n");
+        for (size_t row = 0; row < kRows; ++row) {
+            std::string errors;
+            for (const std::string& error : rows_[row].errors) errors += (errors.empty() ? "" : ", ") + error;
+            std::printf("| %s | %zu | %u | %u | %s |\n", Name(static_cast<Row>(row)), rows_[row].states,
+                        rows_[row].lost, rows_[row].claimed, errors.empty() ? "in order" : errors.c_str());
+        }
+        std::printf("%zu cards, %zu of them cut a second time, %zu repaired; seed %zu; %zu faults\n", judged_, second_,
+                    repaired_, options_.seed, faults_);
+    }
+
     bool Wants(const std::string& name) const { return options_.only.empty() || options_.only == name; }
 
     Options options_;
@@ -106,91 +184,6 @@ class Simulation {
     size_t judged_ = 0, second_ = 0, repaired_ = 0, faults_ = 0;
     std::map<std::string, size_t> reported_;
 };
-
-void Simulation::RunScenario(size_t number) {
-    const Scenario& scenario = Scenarios()[number];
-    Medium medium(scenario.files);
-    RecordSystemInfoHead_S system;
-    AV_SystemInfoHeadParamInit(&system, 2048, scenario.files);
-    std::memcpy(medium.File(kIndex).data(), &system, sizeof system);
-    Recorder recorder(medium);
-    recorder.Restart(options_.seed, {});
-    recorder.Record(scenario.before, nullptr);
-    for (Frame& frame : recorder.Frames()) frame.handed_over = 0;
-    Take take(medium, recorder, scenario.taped);
-
-    const size_t states = options_.states / Scenarios().size();
-    const size_t listed = std::min(take.Listed(), states / 2);
-    for (size_t i = 0; i < states; ++i) {
-        const size_t state = i < listed ? i * take.Listed() / listed : take.Listed() + i - listed;
-        const std::string name = std::to_string(number) + ":" + std::to_string(state);
-        if (!options_.only.empty() && !Wants(name) && !options_.only.starts_with(name + "+")) continue;
-        const Cut cut = take.State(state, options_.seed);
-        take.Show(cut);
-        if (take.IsNew(cut) && Wants(name)) JudgeState(take, cut, name);
-        const bool is_cut_again = i % kSecondCutEvery == kSecondCutEvery / 2;
-        if (is_cut_again && (options_.only.empty() || options_.only.starts_with(name + "+")))
-            RunSecond(medium, recorder, take, cut, name);
-    }
-}
-
-// The cut card is recorded on by a new process, and cut again.
-void Simulation::RunSecond(Medium& medium, Recorder& recorder, Take& first, const Cut& cut, const std::string& name) {
-    const Medium::Copy copy = medium.Take();
-    const std::set<Row> rows = first.TheJudge().Of(cut).rows;
-    recorder.Restart(options_.seed + 1, first.TheJudge().Carried(cut));
-    Take take(medium, recorder, SecondRun(), rows);
-    for (size_t i = 0; i < kSecondCuts; ++i) {
-        const std::string second = name + "+" + std::to_string(take.Listed() + i);
-        const Cut again = take.State(take.Listed() + i, options_.seed);
-        take.Show(again);
-        if (!take.IsNew(again) || !Wants(second)) continue;
-        JudgeState(take, again, second, true);
-        ++second_;
-    }
-    medium.PutBack(copy);
-}
-
-void Simulation::JudgeState(Take& take, const Cut& cut, const std::string& name, bool is_second) {
-    const Verdict verdict = take.TheJudge().Of(cut);
-    for (const Row row : verdict.rows) {
-        Tally& tally = rows_[static_cast<size_t>(row)];
-        ++tally.states;
-        const bool is_alone = verdict.rows.size() - verdict.rows.count(Row::kBoth) <= (row == Row::kBoth ? 0 : 1);
-        if (is_second || !is_alone) continue;
-        tally.lost = std::max(tally.lost, verdict.lost);
-        tally.claimed = std::max(tally.claimed, verdict.claimed);
-        tally.errors.insert(verdict.errors.begin(), verdict.errors.end());
-    }
-    if (!options_.only.empty()) take.TheJudge().Describe(cut);
-    if (!verdict.fault.empty()) Report(name, verdict.fault);
-    if (judged_++ % kRepairEvery == 0) {
-        ++repaired_;
-        if (const std::string fault = take.Repaired(cut); !fault.empty()) Report(name, fault);
-    }
-}
-
-void Simulation::Report(const std::string& name, const std::string& fault) {
-    ++faults_;
-    if (reported_[fault]++ < 2)
-        std::printf("%s\n  to see it: desk/in-camera build/release/tests/cuts/cuts --states %zu --seed %zu --only %s\n",
-                    fault.c_str(), options_.states, options_.seed, name.c_str());
-}
-
-// The table of docs/card-format.md.
-void Simulation::Print() const {
-    std::printf(
-        "| not on the card, or in part | cards | frames lost | claimed and not there | `check` says "
-        "|\n|---|---|---|---|---|\n");
-    for (size_t row = 0; row < kRows; ++row) {
-        std::string errors;
-        for (const std::string& error : rows_[row].errors) errors += (errors.empty() ? "" : ", ") + error;
-        std::printf("| %s | %zu | %u | %u | %s |\n", Name(static_cast<Row>(row)), rows_[row].states, rows_[row].lost,
-                    rows_[row].claimed, errors.empty() ? "in order" : errors.c_str());
-    }
-    std::printf("%zu cards, %zu of them cut a second time, %zu repaired; seed %zu; %zu faults\n", judged_, second_,
-                repaired_, options_.seed, faults_);
-}
 
 Options Parse(int argc, char** argv) {
     Options options;
