@@ -47,9 +47,7 @@ void fuzz::Feed(Input& in) {
     AlarmEventHead_S head{};
     const bool read = AV_AlarmEventInfoRead(file.fd(), file_no, &head) == 0;
     MUST(read == (file_no < ALARM_EVENT_FILE_MAX));
-    if (!read) {
-        return;
-    }
+    if (!read) return;
     const uint32_t count = head.m_u32AlarmEventSum;
     std::vector<AlarmFileInfoHead_S> events(std::min(count, ALARM_EVENT_READ_MAX));
     const AlarmEventHead_S before = head;

@@ -96,9 +96,7 @@ void Card::Prepare(const Store& store) {
         Put(index, 64u << 20, 1024 + 48ull * store.current_file, head, sizeof head);
     }
     Put(std::string(kCardDirectory) + "event000.bin", 64u << 20);
-    for (uint32_t n = 0; n < store.files; ++n) {
-        Put(RecordFile(n), 256u << 20);
-    }
+    for (uint32_t n = 0; n < store.files; ++n) Put(RecordFile(n), 256u << 20);
 }
 
 std::string Card::RecordFile(uint32_t number) {

@@ -43,9 +43,7 @@ class CardFault {
     static ssize_t Try(Call call, size_t length, off64_t offset) {
         const bool is_meant =
             (offset_ == -1 || offset_ == offset) && (length_ == 0 || length_ == length) && times_ > 0 && times_-- > 0;
-        if (!is_meant || error_ == 0) {
-            return call(is_meant ? length / 2 : length);
-        }
+        if (!is_meant || error_ == 0) return call(is_meant ? length / 2 : length);
         errno = error_;
         return -1;
     }

@@ -11,9 +11,7 @@ template <class Condition>
 bool WaitUntil(Condition condition, int at_most = 20) {
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(at_most);
     while (!condition()) {
-        if (std::chrono::steady_clock::now() > limit) {
-            return false;
-        }
+        if (std::chrono::steady_clock::now() > limit) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return true;
