@@ -12,9 +12,9 @@ import tempfile
 import time
 import unittest
 import zlib
-from dataclasses import dataclass
+from pathlib import Path
 
-from card_reader import Card
+from card_reader import Card, record
 
 BUILD = os.environ["BUILD"]
 RECORDER = os.environ.get("RECORDER", os.path.join(BUILD, "src/AVRecordEx/AVRecordAccess/AVRecordAccess")).split()
@@ -23,16 +23,8 @@ RECORDCARD = os.path.join(BUILD, "card/recordcard")
 STORE = "/var/etc/sdcard"
 
 
-@dataclass
-class Published:
-    """One record that the media server put into a ring, as its journal tells."""
-
-    stream: int
-    kind: str
-    serial: int
-    length: int
-    key: bool
-    crc: int
+# One record that the media server put into a ring, as its journal tells.
+Published = record("Published", "stream kind serial length key crc")
 
 
 def published_in(journal):
@@ -72,8 +64,7 @@ class Process:
                                           env={**os.environ, **(environment or {})})
 
     def text(self):
-        with open(self.log, "rb") as log:
-            return log.read().decode(errors="replace")
+        return Path(self.log).read_bytes().decode(errors="replace")
 
     def expect(self, pattern, seconds=PATIENCE):
         """Waits for a log line that matches, after all those already expected; returns the match."""
@@ -132,17 +123,14 @@ class Camera:
 
     def set(self, **values):
         """Changes settings in the text file, which the desk camera re-reads; `__` in a name stands for `.`."""
-        with open(self.settings) as file:
-            text = file.read()
+        text = Path(self.settings).read_text()
         for name, value in values.items():
             name = name.replace("__", ".")
             line = f"{name} = {value}"
             text, found = re.subn(rf"(?m)^[ \t]*{re.escape(name)}[ \t]*=.*$", lambda _: line, text)
             text += "" if found else f"\n{line}\n"
-        replacement = self.settings + ".new"
-        with open(replacement, "w") as file:
-            file.write(text)
-        os.rename(replacement, self.settings)
+        Path(self.settings + ".new").write_text(text)
+        os.rename(self.settings + ".new", self.settings)
 
     def start_desk(self, *arguments):
         self.desk = Process("deskcamera", [DESK_CAMERA, "--settings", self.settings, "--journal", self.journal, *arguments],
@@ -175,10 +163,7 @@ class Camera:
         subprocess.run(["rm", "-rf", self.folder], check=False)
 
     def published(self):
-        if not os.path.exists(self.journal):
-            return []
-        with open(self.journal) as file:
-            return list(published_in(file.read()))
+        return list(published_in(Path(self.journal).read_text())) if os.path.exists(self.journal) else []
 
     def frames(self):
         return sum(section.frames for section in self.card.all_sections())
@@ -207,8 +192,7 @@ class Camera:
     @staticmethod
     def state():
         """What the recorder says of itself."""
-        with open("/tmp/AVRecordAccess.state") as file:
-            return dict(line.rstrip("\n").split(" ", 1) for line in file)
+        return dict(line.split(" ", 1) for line in Path("/tmp/AVRecordAccess.state").read_text().splitlines())
 
 
 class CameraTest(unittest.TestCase):

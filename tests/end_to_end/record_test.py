@@ -8,10 +8,13 @@ import sys
 import time
 import unittest
 import zlib
+from pathlib import Path
 
 sys.path.insert(0, os.path.dirname(__file__))
 from camera import RECORDER, STOPS_WITHIN, STORE, CameraTest, wait_for  # noqa: E402
 from card_reader import STREAM_LIMIT  # noqa: E402
+
+PROGRAM = Path(RECORDER[-1]).read_bytes()
 
 
 class EndsOfARun(CameraTest):
@@ -70,15 +73,13 @@ class EndsOfARun(CameraTest):
         self.assertEqual({day(s.end).day for s, _ in self.camera.recorded()}, {21})
 
     def test_an_hour_set_back_ends_the_run(self):
-        stamp = os.path.join(self.camera.folder, "clock")
+        stamp = Path(self.camera.folder, "clock")
         self.camera.start_desk()
-        with open(stamp, "w") as file:
-            file.write("+0")
-        self.camera.start_recorder({**clock(None), "FAKETIME_TIMESTAMP_FILE": stamp, "FAKETIME_NO_CACHE": "1"})
+        stamp.write_text("+0")
+        self.camera.start_recorder({**clock(None), "FAKETIME_TIMESTAMP_FILE": str(stamp), "FAKETIME_NO_CACHE": "1"})
         self.expect(r"keyType = 1")
         time.sleep(1)
-        with open(stamp, "w") as file:
-            file.write("-3600")
+        stamp.write_text("-3600")
         self.expect(r"Changed the time: SinceBootDuration")
         self.expect(r"keyType = 1")
         self.assert_stopped_in_order()
@@ -118,16 +119,13 @@ class EndsOfARun(CameraTest):
 
 class Resilience(CameraTest):
     def test_what_was_missing_at_the_start_is_tried_again(self):
-        def allow_segments(count):
-            with open("/proc/sys/kernel/shmmni", "w") as limit:
-                limit.write(count)
-
-        allow_segments("0")
+        limit = Path("/proc/sys/kernel/shmmni")
+        limit.write_text("0")
         self.camera.start_recorder()
         self.expect(r"camera access did not start, is tried again")
         self.expect(r"stream readers did not start, is tried again")
         self.expect(r"CheckRecordStart sleep")
-        allow_segments("4096")
+        limit.write_text("4096")
         self.camera.start_desk()
         self.expect(r"camera access started")
         self.expect(r"keyType = 1")
@@ -146,7 +144,7 @@ class Resilience(CameraTest):
         self.assertEqual(recorder.wait(STOPS_WITHIN), 0)
         camera.assert_complete()
 
-    @unittest.skipIf(len(RECORDER) > 1 or any(name in open(RECORDER[-1], "rb").read() for name in (b"__asan_init", b"__tsan_init")),
+    @unittest.skipIf(len(RECORDER) > 1 or b"__asan_init" in PROGRAM or b"__tsan_init" in PROGRAM,
                      "emulated, or under a sanitizer")
     def test_memory_stays_within_its_ceiling(self):
         camera = self.camera
@@ -191,12 +189,11 @@ def clock(at):
 
     The library's waits go past the thread sanitizer, which then believes that a thread that waits holds its mutex.
     """
-    with open(RECORDER[-1], "rb") as program:
-        if b"__tsan_init" in program.read():
-            raise unittest.SkipTest("the thread sanitizer does not see waits by a faked clock")
-    library = subprocess.run(["sh", "-c", "ls /usr/lib/*/faketime/libfaketime.so.1"], capture_output=True, text=True)
+    if b"__tsan_init" in PROGRAM:
+        raise unittest.SkipTest("the thread sanitizer does not see waits by a faked clock")
+    library = next(Path("/usr/lib").glob("*/faketime/libfaketime.so.1"))
     # A sanitizer would insist on being the first library, which its children (a shell, mount) do not survive.
-    environment = {"LD_PRELOAD": library.stdout.strip(), "FAKETIME_DONT_FAKE_MONOTONIC": "1",
+    environment = {"LD_PRELOAD": str(library), "FAKETIME_DONT_FAKE_MONOTONIC": "1",
                    "ASAN_OPTIONS": "verify_asan_link_order=0:" + os.environ.get("ASAN_OPTIONS", "")}
     return environment | ({"FAKETIME": "@" + at} if at else {})
 

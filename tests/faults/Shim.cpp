@@ -196,23 +196,20 @@ int OpenOr(const char* path, int flags, Open open) {
 
 extern "C" {
 
-int open(const char* path, int flags, ...) {
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = (flags & (O_CREAT | __O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
-    NEXT(open);
-    return OpenOr(path, flags, [&] { return next(path, flags, mode); });
-}
-
-int open64(const char* path, int flags, ...) {
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = (flags & (O_CREAT | __O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
-    NEXT(open64);
-    return OpenOr(path, flags, [&] { return next(path, flags, mode); });
-}
+// The next argument of a call that takes a variable number of them; one that was not passed is not looked at.
+#define LAST_ARGUMENT(type, name, before)      \
+    va_list arguments;                         \
+    va_start(arguments, before);               \
+    const auto name = va_arg(arguments, type); \
+    va_end(arguments)
+#define OPEN(name)                                                           \
+    int name(const char* path, int flags, ...) {                             \
+        LAST_ARGUMENT(mode_t, mode, flags);                                  \
+        NEXT(name);                                                          \
+        return OpenOr(path, flags, [&] { return next(path, flags, mode); }); \
+    }
+OPEN(open)
+OPEN(open64)
 
 int close(int fd) {
     NEXT(close);
@@ -238,10 +235,7 @@ ssize_t pwrite64(int fd, const void* buffer, size_t length, off64_t offset) {
 }
 
 int fcntl(int fd, int command, ...) {
-    va_list arguments;
-    va_start(arguments, command);
-    void* const argument = va_arg(arguments, void*);
-    va_end(arguments);
+    LAST_ARGUMENT(void*, argument, command);
     NEXT(fcntl);
     if (Fails(k_fcntl, FileAt(fd))) return -1;
     const int result = next(fd, command, argument);
@@ -300,10 +294,7 @@ FORWARD(int, pthread_create, pthread_create, k_elsewhere, errno,
         (thread, attributes, run, argument))
 
 int semctl(int id, int number, int command, ...) {
-    va_list arguments;
-    va_start(arguments, command);
-    void* const argument = va_arg(arguments, void*);
-    va_end(arguments);
+    LAST_ARGUMENT(void*, argument, command);
     NEXT(semctl);
     return Fails(k_semctl) ? -1 : next(id, number, command, argument);
 }

@@ -8,7 +8,7 @@ import sys
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "end_to_end"))
-from camera import BUILD, DESK_CAMERA, RECORDER, STORE, Camera, Process, TimedOut, wait_for  # noqa: E402
+from camera import BUILD, DESK_CAMERA, STORE, Camera, TimedOut, wait_for  # noqa: E402
 from card_reader import STREAM_LIMIT  # noqa: E402
 from judge import Fault, Judge, Journals, rule  # noqa: E402
 from shim import Shim  # noqa: E402
@@ -41,7 +41,7 @@ class Bench:
         self.camera.start_desk()
 
     def start_recorder(self):
-        self.camera.recorder = Process("recorder", RECORDER, self.camera.folder, self.shim.environment)
+        self.camera.start_recorder(self.shim.environment)
 
     def recorder_ended(self):
         """The status a recorder ended with by itself; None: it runs."""

@@ -79,7 +79,7 @@ class Case:
         bench.judge.only_published()
         begin = len(bench.journals.records)
         count, seconds = MODES[self.mode]
-        bench.shim.arm([self.call], [self.place], self.fault, self.n, count)
+        bench.shim.arm(self.call, self.place, self.fault, self.n, count)
         status = self.provoke(bench)
         self.wait_for_fault(bench, count, seconds)
         bench.shim.disarm()

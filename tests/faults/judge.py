@@ -9,10 +9,10 @@ import os
 import re
 import subprocess
 import zlib
-from dataclasses import dataclass, replace
+from dataclasses import replace
 
 from camera import RECORDCARD, STORE, TimedOut, published_in, wait_for
-from card_reader import FormatError
+from card_reader import FormatError, record
 
 
 class Fault(Exception):
@@ -61,15 +61,8 @@ class Journals:
         return places[i] if i < len(places) else None
 
 
-@dataclass
-class Piece:
-    """A section as it was seen: what may never change again."""
-
-    start: int
-    position: int
-    size: int
-    crc: int
-    frames: int
+# A section as it was seen: what may never change again.
+Piece = record("Piece", "start position size crc frames")
 
 
 class Judge:

@@ -36,31 +36,23 @@ class Shim:
         open(self.path + ".log", "w").close()
         self.environment = {"LD_PRELOAD": library, "FAULT_CONTROL": self.path}
 
-    def _word(self, offset, value=None, form="<I"):
-        if value is not None:
-            struct.pack_into(form, self.page, offset, value)
-        return struct.unpack_from(form, self.page, offset)[0]
-
-    def arm(self, calls, places, fault, skip=0, count=0):
-        """From now on `count` calls (0: all until `disarm`) of those named fail, the first `skip` excepted."""
+    def arm(self, call, place, fault, skip, count):
+        """From now on `count` such calls (0: all until `disarm`) fail, the first `skip` excepted."""
         self.disarm()
-        self._word(4, sum(1 << CALLS.index(call) for call in calls))
-        self._word(8, sum(1 << PLACES.index(place) for place in places))
-        self._word(12, SPECIAL[fault] if fault in SPECIAL else getattr(errno, fault), "<i")
-        for offset, value in ((16, skip), (20, count), (24, 0), (28, 0)):
-            self._word(offset, value)
-        self._word(0, 1)
+        number = SPECIAL[fault] if fault in SPECIAL else getattr(errno, fault)
+        struct.pack_into("<IIiIIII", self.page, 4, 1 << CALLS.index(call), 1 << PLACES.index(place), number, skip, count, 0, 0)
+        struct.pack_into("<I", self.page, 0, 1)
 
     def disarm(self):
-        self._word(0, 0)
+        struct.pack_into("<I", self.page, 0, 0)
 
     @property
     def injected(self):
-        return self._word(28)
+        return struct.unpack_from("<I", self.page, 28)[0]
 
     @property
     def created(self):
-        return self._word(32)
+        return struct.unpack_from("<I", self.page, 32)[0]
 
     def first(self):
         """The first call that failed of those armed last: its name, place and offset."""
