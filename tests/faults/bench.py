@@ -1,7 +1,6 @@
 """A camera whose recorder runs under the shim, whose peers come and go, and whose card is judged."""
 
 import os
-import signal
 import struct
 import subprocess
 import sys
@@ -54,12 +53,6 @@ class Bench:
             raise Fault("stops: SIGTERM is not obeyed") from None
         self.camera.recorder = None
         return status
-
-    def kill(self, *processes):
-        for process in processes:
-            process.child.send_signal(signal.SIGKILL)
-        for process in processes:
-            process.child.wait()
 
     def change_setting(self):
         """Ends the run; the next one begins at once."""

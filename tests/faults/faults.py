@@ -22,6 +22,7 @@ import re
 import subprocess
 import sys
 import time
+from contextlib import closing
 from dataclasses import dataclass
 
 sys.path.insert(0, os.path.dirname(__file__))
@@ -177,11 +178,8 @@ def census(bench):
 
 def all_cases(seed):
     """Every call at every place in every phase with each fault; in each mode and at each turn with the first of them."""
-    bench = Bench()
-    try:
+    with closing(Bench()) as bench:
         found = census(bench)
-    finally:
-        bench.close()
     rng = random.Random(seed)
     cases = []
     for phase, calls in found.items():
@@ -237,9 +235,7 @@ def keep(bench, case):
 
 def run_all(cases, table):
     bench = None
-    for case in cases:
-        if str(case) in table.rows:
-            continue
+    for case in (case for case in cases if str(case) not in table.rows):
         if bench is not None and bench.is_worn():
             bench.close()
             bench = None

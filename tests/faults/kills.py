@@ -23,7 +23,7 @@ class Kill:
             if self.rng.random() < 0.3:
                 bench.change_setting()
             time.sleep(self.rng.uniform(0, 1.5))  # the moment is what the dice say
-            bench.kill(bench.camera.recorder if who == "recorder" else bench.camera.desk)
+            (bench.camera.recorder if who == "recorder" else bench.camera.desk).kill()
         for who in sorted(set(self.who.split()), key=lambda _: self.rng.random()):
             time.sleep(self.rng.uniform(0, 0.5))
             bench.start_recorder() if who == "recorder" else bench.start_desk()
