@@ -248,6 +248,33 @@ bool Fat32::TakeBootSector(uint64_t base, uint64_t offset) {
     return true;
 }
 
+template <typename Note>
+size_t Fat32::ReadByPages(uint64_t offset, uint8_t* into, size_t length, Note note) const {
+    const auto known = unread_.lower_bound(offset);
+    const bool whole = known == unread_.end() || known->first >= offset + length;
+    size_t done = 0;
+    for (size_t piece = whole ? length : kPage; done < length;) {
+        const size_t part = std::min(piece, length - done);
+        if (unread_.count(offset + done) == 0) {
+            try {
+                const size_t got = device_->ReadAt(offset + done, into + done, part);
+                done += got;
+                if (got != part) break;
+                continue;
+            } catch (const CardError& error) {
+                if (part > kPage) {
+                    piece = kPage;
+                    continue;
+                }
+                unread_.emplace(offset + done, error.what());
+            }
+        }
+        note(done, part);
+        done += part;
+    }
+    return done;
+}
+
 const Fat32::TableWindow& Fat32::Window(uint32_t copy, uint32_t cluster) const {
     TableWindow& window = windows_[copy];
     const uint32_t first = cluster / kWindowEntries * kWindowEntries;
@@ -256,40 +283,13 @@ const Fat32::TableWindow& Fat32::Window(uint32_t copy, uint32_t cluster) const {
         const uint64_t table_end = geometry_.FatOffset(copy + 1);
         const size_t length = std::min<uint64_t>(kWindowEntries * 4, table_end - offset);
         window.entries.resize(length / 4);
-        ReadTable(offset, length, window);
+        window.unread = 0;
+        const size_t got = ReadByPages(offset, reinterpret_cast<uint8_t*>(window.entries.data()), length,
+                                       [&window](size_t at, size_t) { window.unread |= 1u << (at / kPage); });
+        window.count = static_cast<uint32_t>(got / 4);
         window.first = first;
     }
     return window;
-}
-
-// In pages where it fails.
-void Fat32::ReadTable(uint64_t offset, size_t length, TableWindow& window) const {
-    window.unread = 0;
-    size_t done = 0;
-    const auto known = unread_.lower_bound(offset);
-    const bool whole = known == unread_.end() || known->first >= offset + length;
-    for (size_t piece = whole ? length : kPage; done < length;) {
-        const size_t part = std::min(piece, length - done);
-        if (unread_.count(offset + done) != 0) {  // it is not tried again
-            window.unread |= 1u << (done / kPage);
-            done += part;
-            continue;
-        }
-        try {
-            const size_t got = device_->ReadAt(offset + done, window.entries.data() + done / 4, part);
-            done += got;
-            if (got != part) break;
-        } catch (const CardError& error) {
-            if (part > kPage) {
-                piece = kPage;
-                continue;
-            }
-            window.unread |= 1u << (done / kPage);
-            unread_.emplace(offset + done, error.what());
-            done += part;
-        }
-    }
-    window.count = static_cast<uint32_t>(done / 4);
 }
 
 std::optional<uint32_t> Fat32::Entry(uint32_t copy, uint32_t cluster) const {
@@ -382,29 +382,13 @@ void Fat32::ReadRoot() {
     }
 }
 
-// What cannot be read is left out, by pages.
+// What cannot be read is left out.
 std::vector<uint8_t> Fat32::ReadDirectory(const Extent& extent) {
-    std::vector<uint8_t> bytes(extent.length, kDeleted);
-    size_t done = 0;
-    for (size_t piece = bytes.size(); done < bytes.size();) {
-        const uint64_t offset = extent.offset + done;
-        const size_t part = std::min(piece, bytes.size() - done);
-        try {
-            const size_t got = device_->ReadAt(offset, bytes.data() + done, part);
-            done += got;
-            if (got != part) break;
-        } catch (const CardError& error) {
-            if (part > kPage) {
-                piece = kPage;
-                continue;
-            }
-            root_whole_ = false;
-            unread_.emplace(offset, error.what());
-            std::fill_n(bytes.begin() + static_cast<ptrdiff_t>(done), part, kDeleted);
-            done += part;
-        }
-    }
-    bytes.resize(done);
+    std::vector<uint8_t> bytes(extent.length);
+    bytes.resize(ReadByPages(extent.offset, bytes.data(), bytes.size(), [&](size_t at, size_t length) {
+        root_whole_ = false;
+        std::fill_n(bytes.begin() + static_cast<ptrdiff_t>(at), length, kDeleted);
+    }));
     return bytes;
 }
 

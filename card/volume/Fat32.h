@@ -121,7 +121,10 @@ class Fat32 {
     bool ReadSector(uint64_t offset, uint8_t* sector) const;
     void ReadRoot();
     std::vector<uint8_t> ReadDirectory(const Extent& extent);
-    void ReadTable(uint64_t offset, size_t length, TableWindow& window) const;
+    // As Device::ReadAt, but in pages where that fails: note(at, length) for each that cannot be read.  It is noted,
+    // and not tried again.
+    template <typename Note>
+    size_t ReadByPages(uint64_t offset, uint8_t* into, size_t length, Note note) const;
     const TableWindow& Window(uint32_t copy, uint32_t cluster) const;
 
     const Device* device_;
