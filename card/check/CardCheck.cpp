@@ -34,6 +34,8 @@ Findings Check(const Volume& volume, const CheckProgress& progress, const CheckS
     try {
         const Findings store = CheckStore(volume, progress, scope);
         findings.insert(findings.end(), store.begin(), store.end());
+    } catch (const CardGone&) {
+        throw;
     } catch (const CardError& error) {
         const bool lost = !volume.Has(RECORD_INDEX_NAME);
         findings.push_back({Finding::Level::Error, "index", RECORD_INDEX_NAME, 0, error.what(),

@@ -57,6 +57,8 @@ class StoreCheck {
     void IfReadable(const std::string& name, Check check) {
         try {
             check();
+        } catch (const CardGone&) {
+            throw;
         } catch (const CardError& error) {
             AddUnreadable(name, error.what());
         }
@@ -68,7 +70,7 @@ class StoreCheck {
         });
         if (told) return;
         Add(Level::Error, "file-unreadable", name, 0, name + " cannot be read: " + why,
-            "the rest of it was not checked; \"recordcard export\" saves what can be read", Mend::Nothing);
+            "the rest of it was not checked; \"recordcard repair --out COPY\" saves what can be read", Mend::Nothing);
     }
 
     void Add(Level level, const char* kind, std::string place, uint64_t offset, std::string what,

@@ -12,11 +12,11 @@
 
 #include "commands/Commands.h"
 #include "commands/Progress.h"
+#include "commands/RescueCopy.h"
 #include "repair/Repairer.h"
 #include "text/Error.h"
 #include "text/TimeText.h"
 #include "volume/Apart.h"
-#include "volume/CardCopy.h"
 #include "volume/Volume.h"
 #include "volume/VolumeRescue.h"
 
@@ -33,63 +33,6 @@ struct RepairArguments {
     bool yes = false;
 };
 
-CheckProgress Shown(Progress& progress) {
-    return [&progress](uint64_t done, uint64_t total) { progress.Show(done, total); };
-}
-
-// The files of a card without its file system's help: by the layout, or by their content alone.
-std::vector<CarvedFile> FilesByContent(const Device& device) {
-    std::vector<CarvedFile> files;
-    if (const std::optional<FoundLayout> layout = FindLayout(device)) {
-        const uint32_t pictures = layout->plan.store.picture_num;
-        for (uint32_t i = pictures; i < layout->plan.Files(); ++i) {
-            const prestore::StoredFile file = layout->plan.File(i);
-            files.push_back({file.name, layout->base + layout->plan.ClusterOffset(file.first_cluster), file.size});
-        }
-        return files;
-    }
-    Progress progress("Searching");
-    return CarveFiles(device, Shown(progress));
-}
-
-// Takes a store's files out of an image or device into a new folder.
-void TakeOut(const std::string& path, const std::string& folder) {
-    const Device device = Device::OpenCard(path);
-    const std::vector<CarvedFile> files = FilesByContent(device);
-    if (files.empty()) throw CardError(path + ": no recording was found on it");
-    fs::create_directories(folder);
-    uint64_t total = 0;
-    for (const CarvedFile& file : files) total += file.length;
-    Progress progress("Copying");
-    uint64_t done = 0;
-    for (const CarvedFile& file : files) {
-        CopySparse(device, {{file.offset, file.length}}, (fs::path(folder) / file.name).string(), file.length,
-                   [&](uint64_t bytes) { progress.Show(done += bytes, total); });
-    }
-}
-
-void CopyImage(const std::string& path, const std::string& copy) {
-    const Device device = Device::OpenCard(path);
-    Progress progress("Copying");
-    uint64_t done = 0;
-    CopySparse(device, {{0, device.Size()}}, copy, device.Size(),
-               [&](uint64_t bytes) { progress.Show(done += bytes, device.Size()); });
-}
-
-void CopyFolder(const std::string& path, const std::string& copy) {
-    fs::create_directories(copy);
-    Progress progress("Copying");
-    uint64_t total = 0;
-    uint64_t done = 0;
-    const Volume volume = Volume::Open(path);
-    for (const std::string& name : volume.Names()) total += volume.OpenFile(name).Size();
-    for (const std::string& name : volume.Names()) {
-        const Device file = Device::Open((fs::path(path) / name).string());
-        CopySparse(file, {{0, file.Size()}}, (fs::path(copy) / name).string(), file.Size(),
-                   [&](uint64_t bytes) { progress.Show(done += bytes, total); });
-    }
-}
-
 void Ask(const RepairArguments& arguments) {
     if (arguments.yes) return;
     std::printf("This changes %s itself; without --in-place a copy is mended.\nType \"yes\" to go on: ",
@@ -105,23 +48,16 @@ std::string WithoutSlash(std::string path) {
     return path;
 }
 
-// Whether a copy of the image would be worth its space.
-bool CanBeMended(const std::string& path) {
-    try {
-        return Volume::Open(path).Fat() != nullptr;
-    } catch (const CardError&) {
-        return FindLayout(Device::OpenCard(path)).has_value();
-    }
-}
-
 // What is going to be mended.  A copy that is not kept goes again: half a copy helps nobody.
 class Target {
   public:
     explicit Target(std::string card) : path_(std::move(card)), kept_(true) {}
-    Target(std::string copy, const std::function<void(const std::string&)>& make)
+    Target(std::string copy, const std::function<Unsaved(const std::string&)>& make)
         : path_(std::move(copy)), folder_(fs::exists(path_)) {
         try {
-            make(path_);
+            unsaved_ = make(path_);
+        } catch (const CardGone& gone) {
+            throw CardGone(std::string(gone.what()) + PutAside());
         } catch (...) {
             Remove();
             throw;
@@ -131,12 +67,24 @@ class Target {
         if (!kept_) Remove();
     }
     Target(Target&& other) noexcept
-        : path_(std::move(other.path_)), folder_(other.folder_), kept_(std::exchange(other.kept_, true)) {}
+        : path_(std::move(other.path_)),
+          unsaved_(std::move(other.unsaved_)),
+          folder_(other.folder_),
+          kept_(std::exchange(other.kept_, true)) {}
 
     void Keep() { kept_ = true; }
     const std::string& Path() const { return path_; }
+    const Unsaved& Lacks() const { return unsaved_; }
 
   private:
+    // A card that died may never answer again: what it gave stays, under a name that does not claim to be all of it.
+    std::string PutAside() const {
+        const std::string aside = path_ + ".incomplete";
+        std::error_code error;
+        if (!fs::exists(aside, error)) fs::rename(path_, aside, error);
+        return "; what was copied until then is kept, not mended: " + (fs::exists(path_, error) ? path_ : aside);
+    }
+
     void Remove() const {
         std::error_code error;  // what cannot be removed was told by what failed
         if (!folder_) {
@@ -147,13 +95,87 @@ class Target {
     }
 
     std::string path_;
+    Unsaved unsaved_;
     bool folder_ = false;  // was there, empty
     bool kept_ = false;
 };
 
-Target PrepareTarget(const RepairArguments& arguments) {
+// What a card itself tells before anything is changed.
+struct Look {
+    bool unread = false;                  // not all of it can be read: nothing else is known
+    bool volume = false;                  // the file system needs mending
+    bool lost = false;                    // there is none, nor a layout to make it from
+    size_t pictures = 0;                  // that can be exported now, counted when files move by that
+    std::optional<StorePlan> store = {};  // without damage to the file system
+
+    bool Needed() const { return volume || store->Needed(); }
+};
+
+bool IsUnread(const Volume& volume, const Findings& findings) {
+    const bool files = std::any_of(findings.begin(), findings.end(), [](const Finding& finding) {
+        return finding.kind == "file-unreadable" || finding.kind == "places-unread";
+    });
+    return files || !volume.Unread().empty() || (volume.Fat() != nullptr && !volume.Fat()->Unread().empty());
+}
+
+// Ends a look: a dying card is read as little as can be.
+struct UnreadPlaceMet {};
+
+void LookAtStore(const Volume& volume, Look& look) {
+    Progress progress("Checking");
+    StorePlan plan = PlanStore(volume, [&](uint64_t done, uint64_t total) {
+        if (!volume.Unread().empty()) throw UnreadPlaceMet();
+        progress.Show(done, total);
+    });
+    look.unread = IsUnread(volume, plan.findings);
+    look.pictures = plan.pictures_before;
+    if (!look.volume) look.store = std::move(plan);
+}
+
+Look LookWithoutVolume(const std::string& path) {
+    Look look{.volume = true};
+    if (fs::is_directory(path)) return look;
+    const auto device = std::make_shared<const Device>(Device::OpenCard(path));
+    Salvage salvage;
+    look.lost = !FindLayout(Searched(device, salvage));
+    look.unread = !salvage.Unread().empty();
+    return look;
+}
+
+Look LookAt(const std::string& path) {
+    Look look;
+    std::optional<Volume> volume;
+    try {
+        volume = Volume::OpenToSalvage(path);
+    } catch (const CardError&) {
+        if (!fs::exists(path)) throw;
+        return LookWithoutVolume(path);
+    }
+    const Findings findings = CheckVolume(*volume);
+    look.volume = NeedsVolume(findings);
+    look.unread = IsUnread(*volume, findings);
+    const bool moves = std::any_of(findings.begin(), findings.end(), [](const Finding& f) {
+        return f.mend == Finding::Mend::Volume && f.kind != "fat-copies" && f.kind != "boot-backup" &&
+               f.kind != "boot-sector";
+    });
+    if (look.unread || (look.volume && (!moves || !volume->Has(RECORD_INDEX_NAME)))) return look;
+    try {
+        LookAtStore(*volume, look);
+    } catch (const UnreadPlaceMet&) {
+        look.unread = true;
+    }
+    return look;
+}
+
+Target PrepareTarget(const RepairArguments& arguments, const Look& look) {
     if (arguments.in_place) {
         if (!arguments.out.empty()) throw CardError("--in-place and --out exclude each other", kUsage);
+        if (look.unread) {
+            throw CardError(arguments.path +
+                            ": not all of it can be read, so nothing is written to it: a failing card may lose more by "
+                            "that. Mend a copy: \"recordcard repair " +
+                            arguments.path + " --out COPY\"");
+        }
         Ask(arguments);
         return Target(arguments.path);
     }
@@ -167,45 +189,14 @@ Target PrepareTarget(const RepairArguments& arguments) {
     const std::string copy = WithoutSlash(asked);
     if (fs::exists(copy) && (!fs::is_directory(copy) || !fs::is_empty(copy)))
         throw CardError(copy + " is there already", kUsage);
-    if (fs::is_directory(card)) return Target(copy, [&](const std::string& path) { CopyFolder(card, path); });
-    if (to_folder) return Target(copy, [&](const std::string& path) { TakeOut(card, path); });
-    if (!CanBeMended(card)) {
+    if (fs::is_directory(card)) return Target(copy, [&](const std::string& path) { return CopyFolder(card, path); });
+    if (to_folder) return Target(copy, [&](const std::string& path) { return TakeOut(card, path); });
+    if (look.lost) {
         throw CardError(card +
                         " has no file system left, and is not laid out as a camera does it; \"--out FOLDER/\" "
                         "takes out what it finds");
     }
-    return Target(copy, [&](const std::string& path) { CopyImage(card, path); });
-}
-
-// What the card itself tells before anything is changed.
-struct Look {
-    bool volume = false;             // the file system needs mending
-    size_t pictures = 0;             // that can be exported now, counted when files move by that
-    std::optional<StorePlan> store;  // without damage to the file system
-};
-
-Look LookAt(const std::string& path) {
-    Look look;
-    std::optional<Volume> volume;
-    try {
-        volume = Volume::Open(path);
-    } catch (const CardError&) {
-        if (!fs::exists(path)) throw;
-        look.volume = true;
-        return look;
-    }
-    const Findings findings = CheckVolume(*volume);
-    look.volume = NeedsVolume(findings);
-    const bool moves = std::any_of(findings.begin(), findings.end(), [](const Finding& f) {
-        return f.mend == Finding::Mend::Volume && f.kind != "fat-copies" && f.kind != "boot-backup" &&
-               f.kind != "boot-sector";
-    });
-    if (look.volume && (!moves || !volume->Has(RECORD_INDEX_NAME))) return look;
-    Progress progress("Checking");
-    StorePlan plan = PlanStore(*volume, Shown(progress));
-    look.pictures = plan.pictures_before;
-    if (!look.volume) look.store = std::move(plan);
-    return look;
+    return Target(copy, [&](const std::string& path) { return CopyImage(card, path); });
 }
 
 RepairResult Mend(const Look& look, const std::string& target, RepairLog& log) {
@@ -248,31 +239,51 @@ int Report(const std::string& target, const RepairLog& log, const RepairResult& 
     return kFindings;
 }
 
+int TellNothingToMend(const std::string& path, const Findings& findings) {
+    const size_t errors = Errors(findings);
+    if (errors == 0) {
+        std::printf("%s is in order; there is nothing to mend.\n", path.c_str());
+        return kDone;
+    }
+    std::printf("%s: %s, and none that can be mended; \"recordcard check\" tells more.\n", path.c_str(),
+                Counted(errors, "error").c_str());
+    return kFindings;
+}
+
+int MendAndReport(const Look& look, const std::string& target) {
+    if (!look.Needed()) return TellNothingToMend(target, look.store->findings);
+    RepairLog log;
+    const RepairResult result = Mend(look, target, log);
+    return Report(target, log, result);
+}
+
+// A copy that lacks something is kept whatever becomes of it: the card may not give as much again.
+int MendIncomplete(const std::string& card, Target& target, bool taken_out) {
+    target.Keep();
+    int status = kFindings;
+    try {
+        status = MendAndReport(taken_out ? Look{.volume = true} : LookAt(target.Path()), target.Path());
+    } catch (const CardError& error) {
+        std::fprintf(stderr, "recordcard: the copy could not be mended: %s\n", error.what());
+        status = error.Code();
+    }
+    if (target.Lacks().Empty()) return status;  // what failed once could be read in the end
+    PrintUnsaved(target.Lacks(), card, target.Path());
+    return std::max<int>(status, kFindings);
+}
+
 int Repair(const RepairArguments& arguments) {
     if (!arguments.out.empty()) RequireApart(arguments.path, arguments.out);
     const bool take_out = !arguments.out.empty() && !fs::is_directory(arguments.path) &&
                           (arguments.out.back() == '/' || fs::is_directory(arguments.out));
-    Look look;
-    if (!take_out) {
-        look = LookAt(arguments.path);
-        if (!look.volume && !look.store->Needed()) {
-            const size_t errors = Errors(look.store->findings);
-            if (errors == 0) {
-                std::printf("%s is in order; there is nothing to mend.\n", arguments.path.c_str());
-                return kDone;
-            }
-            std::printf("%s: %s, and none that can be mended; \"recordcard check\" tells more.\n",
-                        arguments.path.c_str(), Counted(errors, "error").c_str());
-            return kFindings;
-        }
-    } else {
-        look.volume = true;  // the new folder's files want their sizes
-    }
-    Target target = PrepareTarget(arguments);
-    RepairLog log;
-    const RepairResult result = Mend(look, target.Path(), log);
+    const Look look =
+        take_out ? Look{.volume = true} : LookAt(arguments.path);  // a new folder's files want their sizes
+    if (!look.unread && !look.Needed()) return TellNothingToMend(arguments.path, look.store->findings);
+    Target target = PrepareTarget(arguments, look);
+    if (look.unread || !target.Lacks().Empty()) return MendIncomplete(arguments.path, target, take_out);
+    const int status = MendAndReport(look, target.Path());
     target.Keep();
-    return Report(target.Path(), log, result);
+    return status;
 }
 
 }  // namespace
@@ -284,7 +295,9 @@ Run PrepareRepair(CLI::App& command) {
                        "Where the mended copy goes (default: CARD.repaired); of an image, FOLDER/ takes the files out");
     command.add_flag("--in-place", arguments->in_place, "Mend the card itself, no copy");
     command.add_flag("--yes", arguments->yes, "Do not ask before the card itself is changed");
-    command.footer("Exit status: 0 in order now, 1 errors are left, 2 wrong usage, 3 unreadable.");
+    command.footer(
+        "Of a failing card the copy holds all that can be read, zeros for the rest, and each such place is named.\n"
+        "Exit status: 0 in order now, 1 errors are left or not all could be read, 2 wrong usage, 3 unreadable.");
     return [arguments] { return Repair(*arguments); };
 }
 

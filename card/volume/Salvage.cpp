@@ -12,9 +12,6 @@ namespace {
 
 constexpr uint64_t kPage = 4096;  // bytes; a system reads no less
 
-// A failed read may take a card seconds, or no time at all.  After so much of it whole pieces are given up.
-constexpr std::chrono::minutes kFailingMax{10};
-
 }  // namespace
 
 uint64_t UnreadPart::Bytes() const {
@@ -50,12 +47,39 @@ size_t Salvage::ReadAt(const std::shared_ptr<const Device>& device, uint64_t off
     return done;
 }
 
+std::optional<size_t> Salvage::TryAt(const std::shared_ptr<const Device>& device, uint64_t offset, void* buffer,
+                                     size_t length) {
+    const std::lock_guard lock(mutex_);
+    std::string why;
+    return Attempt(device, offset, buffer, length, why);
+}
+
 // In halves where it fails, down to a page.
 size_t Salvage::ReadPiece(const std::shared_ptr<const Device>& device, const Piece& piece, Notes& notes) {
+    std::string why;
+    if (const auto got = Attempt(device, piece.offset, piece.into, piece.length, why)) return *got;
+    if (notes.why.empty()) notes.why = std::move(why);
+    uint64_t middle = (piece.offset + piece.length / 2) / kPage * kPage;
+    if (middle <= piece.offset) middle += kPage;
+    const bool page = middle >= piece.offset + piece.length;
+    if (page || failing_ >= patience_) {
+        std::memset(piece.into, 0, piece.length);
+        uint64_t& end = (page ? notes.bad : notes.unsearched)[piece.at];
+        end = std::max(end, piece.at + piece.length);
+        return piece.length;
+    }
+    const size_t half = static_cast<size_t>(middle - piece.offset);
+    const size_t got = ReadPiece(device, {piece.offset, piece.at, piece.into, half}, notes);
+    if (got != half) return got;
+    return half + ReadPiece(device, {middle, piece.at + half, piece.into + half, piece.length - half}, notes);
+}
+
+std::optional<size_t> Salvage::Attempt(const std::shared_ptr<const Device>& device, uint64_t offset, void* buffer,
+                                       size_t length, std::string& why) {
     const auto begun = std::chrono::steady_clock::now();
     try {
-        const size_t got = device->ReadAt(piece.offset, piece.into, piece.length);
-        if (got != 0) latest_ = {device, piece.offset};
+        const size_t got = device->ReadAt(offset, buffer, length);
+        if (got != 0) latest_ = {device, offset};
         if (!first_) first_ = latest_;
         return got;
     } catch (const CardError& error) {
@@ -64,20 +88,8 @@ size_t Salvage::ReadPiece(const std::shared_ptr<const Device>& device, const Pie
                            std::string(error.what()) + ")");
         }
         failing_ += std::chrono::steady_clock::now() - begun;
-        if (notes.why.empty()) notes.why = error.what();
-        uint64_t middle = (piece.offset + piece.length / 2) / kPage * kPage;
-        if (middle <= piece.offset) middle += kPage;
-        const bool page = middle >= piece.offset + piece.length;
-        if (page || failing_ >= kFailingMax) {
-            std::memset(piece.into, 0, piece.length);
-            uint64_t& end = (page ? notes.bad : notes.unsearched)[piece.at];
-            end = std::max(end, piece.at + piece.length);
-            return piece.length;
-        }
-        const size_t half = static_cast<size_t>(middle - piece.offset);
-        const size_t got = ReadPiece(device, {piece.offset, piece.at, piece.into, half}, notes);
-        if (got != half) return got;
-        return half + ReadPiece(device, {middle, piece.at + half, piece.into + half, piece.length - half}, notes);
+        why = error.what();
+        return std::nullopt;
     }
 }
 

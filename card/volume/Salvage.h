@@ -1,8 +1,8 @@
 // Reads around what a card cannot give any more: zeros stand in its place, and it is noted.
 //
-// For showing and saving alone: who writes must not take a failed read for zeros.  A place that failed is not tried
-// again.  A card that was pulled is no card of bad places: after each failed read, one that went well is done again.
-// Any thread.
+// For showing and saving alone: who writes to the card must not take a failed read for zeros.  A place that failed is
+// not tried again.  A card that was pulled is no card of bad places: after each failed read, one that went well is done
+// again. Any thread.
 #pragma once
 
 #include <chrono>
@@ -32,10 +32,16 @@ struct UnreadPart {
 
 class Salvage {
   public:
+    // A failed read may take a card seconds, or no time at all.  After so much of it whole pieces are given up.
+    explicit Salvage(std::chrono::minutes patience = std::chrono::minutes(10)) : patience_(patience) {}
+
     // As Device::ReadAt, but for what fails; `at`: where `offset` lies in `file`.  Throws CardGone when nothing can be
     // read any more.
     size_t ReadAt(const std::shared_ptr<const Device>& device, uint64_t offset, void* buffer, size_t length,
                   const std::string& file, uint64_t at);
+    // The same at once: nothing when it fails, which is noted nowhere.
+    std::optional<size_t> TryAt(const std::shared_ptr<const Device>& device, uint64_t offset, void* buffer,
+                                size_t length);
     std::vector<UnreadPart> Unread() const;  // by name
 
   private:
@@ -56,9 +62,12 @@ class Salvage {
         uint64_t offset;
     };
     size_t ReadPiece(const std::shared_ptr<const Device>& device, const Piece& piece, Notes& notes);
+    std::optional<size_t> Attempt(const std::shared_ptr<const Device>& device, uint64_t offset, void* buffer,
+                                  size_t length, std::string& why);
     bool Gone() const;
 
     mutable std::mutex mutex_;
+    std::chrono::minutes patience_;
     std::map<std::string, Notes> notes_;   // by file
     std::chrono::nanoseconds failing_{0};  // spent in reads that failed, so far
     std::optional<Witness> first_;         // nothing was read before

@@ -16,6 +16,17 @@ namespace card {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+// One that is there and cannot be looked at is told when it is opened.
+bool MayBeFile(const fs::path& path) {
+    std::error_code error;
+    const fs::file_type type = fs::status(path, error).type();
+    return type == fs::file_type::regular || type == fs::file_type::none || type == fs::file_type::unknown;
+}
+
+}  // namespace
+
 // Calls transfer(offset on the device, bytes done before, bytes) for each part of [offset, offset + length)
 // of the file; stops early when a transfer comes short.
 template <typename Transfer>
@@ -92,7 +103,7 @@ std::vector<std::string> Volume::Names() const {
     std::vector<std::string> names;
     if (IsFolder()) {
         for (const fs::directory_entry& entry : fs::directory_iterator(path_)) {
-            if (entry.is_regular_file()) names.push_back(entry.path().filename().string());
+            if (MayBeFile(entry.path())) names.push_back(entry.path().filename().string());
         }
     } else {
         for (const DirectoryEntry& entry : fat_->Root()) {
@@ -104,11 +115,7 @@ std::vector<std::string> Volume::Names() const {
 }
 
 bool Volume::Has(const std::string& name) const {
-    if (IsFolder()) {
-        std::error_code error;  // one that is there and cannot be looked at is told when it is opened
-        const fs::file_type type = fs::status(fs::path(path_) / name, error).type();
-        return type == fs::file_type::regular || type == fs::file_type::none || type == fs::file_type::unknown;
-    }
+    if (IsFolder()) return MayBeFile(fs::path(path_) / name);
     const DirectoryEntry* entry = fat_->Find(name);
     return entry != nullptr && !entry->IsDirectory();
 }

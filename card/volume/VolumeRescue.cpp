@@ -31,11 +31,10 @@ struct Place {
     uint64_t bytes;
 };
 
-std::vector<Place> Places(const Device& device) {
-    std::vector<Place> places = {{0, device.Size()}};
+std::vector<Place> Places(const Searched& card) {
+    std::vector<Place> places = {{0, card.size}};
     uint8_t table[kSector];
-    if (device.ReadAt(0, table, sizeof table) != sizeof table || table[510] != 0x55 || table[511] != 0xAA)
-        return places;
+    if (card.read(0, table, sizeof table) != sizeof table || table[510] != 0x55 || table[511] != 0xAA) return places;
     for (const uint8_t* part = table + 446; part != table + 510; part += 16) {
         uint32_t first = 0;
         uint32_t sectors = 0;
@@ -43,7 +42,7 @@ std::vector<Place> Places(const Device& device) {
         std::memcpy(&sectors, part + 12, 4);
         const Place place{uint64_t{first} * kSector, uint64_t{sectors} * kSector};
         const bool fat32 = part[4] == 0x0B || part[4] == 0x0C;
-        if (fat32 && first != 0 && place.base + place.bytes <= device.Size()) places.push_back(place);
+        if (fat32 && first != 0 && place.base + place.bytes <= card.size) places.push_back(place);
     }
     return places;
 }
@@ -64,7 +63,7 @@ bool IsIndex(const uint8_t* at) {
 // How much of the card agrees with one layout.
 class Witness {
   public:
-    Witness(const Device& device, const Place& place) : device_(device), base_(place.base) {}
+    Witness(const Searched& card, const Place& place) : card_(card), base_(place.base) {}
 
     int Weigh(const prestore::VolumePlan& plan) {
         int evidence = WeighIndex(plan) + WeighTables(plan) + WeighDirectory(plan);
@@ -79,7 +78,7 @@ class Witness {
     int WeighIndex(const prestore::VolumePlan& plan) const {
         uint8_t head[kSector];
         const uint64_t offset = base_ + plan.IndexHeads().offset;
-        if (device_.ReadAt(offset, head, sizeof head) != sizeof head || !IsIndex(head)) return 0;
+        if (card_.read(offset, head, sizeof head) != sizeof head || !IsIndex(head)) return 0;
         RecordSystemInfoHead_S system;
         std::memcpy(&system, head, sizeof system);
         return system.m_u32RecordFileSum == plan.store.vedio_num ? 1000 : 10;
@@ -94,8 +93,8 @@ class Witness {
                     (i + prestore::kFixedFiles < plan.Files() ? plan.clusters_per_file : plan.clusters_per_fixed_file) -
                     1;
                 uint32_t entry = 0;
-                device_.ReadAt(base_ + plan.FatOffset() + copy * plan.FatBytes() + uint64_t{last} * 4, &entry,
-                               sizeof entry);
+                card_.read(base_ + plan.FatOffset() + copy * plan.FatBytes() + uint64_t{last} * 4, &entry,
+                           sizeof entry);
                 agreeing += (entry & kEntryMask) == prestore::kChainEnd ? 1 : 0;
             }
         }
@@ -106,8 +105,8 @@ class Witness {
         int agreeing = 0;
         for (uint32_t i = 0; i < std::min(plan.Files(), 64u); ++i) {
             char entry[64];
-            if (device_.ReadAt(base_ + plan.ClusterOffset(prestore::kRootCluster) + uint64_t{i} * 64, entry,
-                               sizeof entry) != sizeof entry)
+            if (card_.read(base_ + plan.ClusterOffset(prestore::kRootCluster) + uint64_t{i} * 64, entry,
+                           sizeof entry) != sizeof entry)
                 break;
             agreeing += prestore::ShortName(plan.File(i).name) == std::string(entry + 32, 11) ? 2 : 0;
         }
@@ -118,12 +117,12 @@ class Witness {
         const auto [known, is_new] = streams_.try_emplace(offset, false);
         if (is_new) {
             uint8_t bytes[kSector];
-            known->second = IsStreamStart(bytes, device_.ReadAt(offset, bytes, sizeof bytes));
+            known->second = IsStreamStart(bytes, card_.read(offset, bytes, sizeof bytes));
         }
         return known->second;
     }
 
-    const Device& device_;
+    const Searched& card_;
     uint64_t base_;
     std::map<uint64_t, bool> streams_;  // by place
 };
@@ -277,11 +276,11 @@ struct Beginnings {
     std::optional<uint64_t> events;
 };
 
-Beginnings FindBeginnings(const Device& device, const CarveProgress& progress) {
+Beginnings FindBeginnings(const Searched& card, const CarveProgress& progress) {
     Beginnings found;
-    std::vector<uint8_t> bytes(static_cast<size_t>(std::min<uint64_t>(kPiece, device.Size())));
-    for (uint64_t at = 0; at < device.Size(); at += kPiece) {
-        const size_t got = device.ReadAt(at, bytes.data(), bytes.size());
+    std::vector<uint8_t> bytes(static_cast<size_t>(std::min<uint64_t>(kPiece, card.size)));
+    for (uint64_t at = 0; at < card.size; at += kPiece) {
+        const size_t got = card.read(at, bytes.data(), bytes.size());
         for (size_t sector = 0; sector + kSector <= got; sector += kSector) {
             const uint8_t* here = bytes.data() + sector;
             uint32_t flag = 0;
@@ -292,15 +291,15 @@ Beginnings FindBeginnings(const Device& device, const CarveProgress& progress) {
             if (!found.index && flag == RECORD_SYSTEM_FLAG && IsIndex(here)) found.index = at + sector;
             if (!found.events && flag == ALARM_EVENT_FLAG && events.m_u32AlarmFileNo == 0) found.events = at + sector;
         }
-        if (progress) progress(at, device.Size());
+        if (progress) progress(at, card.size);
     }
     return found;
 }
 
 // A record file's beginning has the first key-frame record in its place after it.
-bool HasKeyFrames(const Device& device, uint64_t offset) {
+bool HasKeyFrames(const Searched& card, uint64_t offset) {
     KeyFrameInfoHead_S record{};
-    return device.ReadAt(offset + RECORD_KEY_FRAME_BASE, &record, sizeof record) == sizeof record &&
+    return card.read(offset + RECORD_KEY_FRAME_BASE, &record, sizeof record) == sizeof record &&
            record.m_u32KeyFrameHeadFlag == RECORD_KEY_FRAME_FLAG && record.m_u32KeyFilePos == 0;
 }
 
@@ -333,11 +332,20 @@ std::optional<bool> LiesAsPlanned(const Volume& volume, const FoundLayout& layou
 
 }  // namespace
 
-std::optional<FoundLayout> FindLayout(const Device& device) {
+Searched::Searched(const Device& device)
+    : size(device.Size()),
+      read([&device](uint64_t offset, void* buffer, size_t length) { return device.ReadAt(offset, buffer, length); }) {}
+
+Searched::Searched(std::shared_ptr<const Device> device, Salvage& salvage)
+    : size(device->Size()), read([device, &salvage](uint64_t offset, void* buffer, size_t length) {
+          return salvage.ReadAt(device, offset, buffer, length, "", offset);
+      }) {}
+
+std::optional<FoundLayout> FindLayout(const Searched& card) {
     constexpr int kEvidenceMin = 20;  // a record file in its place, or a good part of tables or directory
     std::optional<FoundLayout> best;
-    for (const Place& place : Places(device)) {
-        Witness witness(device, place);
+    for (const Place& place : Places(card)) {
+        Witness witness(card, place);
         std::set<std::pair<uint32_t, uint32_t>> tried;
         for (int percent = 100; percent >= 1; --percent) {
             FoundLayout layout{.base = place.base, .plan = {}, .evidence = 0};
@@ -382,8 +390,8 @@ std::vector<std::string> Misplaced(const Volume& volume, const FoundLayout& layo
     return names;
 }
 
-std::vector<CarvedFile> CarveFiles(const Device& device, const CarveProgress& progress) {
-    const Beginnings found = FindBeginnings(device, progress);
+std::vector<CarvedFile> CarveFiles(const Searched& card, const CarveProgress& progress) {
+    const Beginnings found = FindBeginnings(card, progress);
     std::vector<uint64_t> starts;
     const auto overlaps = [&starts](uint64_t offset) {
         return std::any_of(starts.begin(), starts.end(), [offset](uint64_t start) {
@@ -392,13 +400,13 @@ std::vector<CarvedFile> CarveFiles(const Device& device, const CarveProgress& pr
     };
     for (const bool sure : {true, false}) {
         for (const uint64_t offset : found.streams) {
-            if (sure == HasKeyFrames(device, offset) && !overlaps(offset)) starts.push_back(offset);
+            if (sure == HasKeyFrames(card, offset) && !overlaps(offset)) starts.push_back(offset);
         }
     }
     std::sort(starts.begin(), starts.end());
     std::vector<CarvedFile> files;
     const auto add = [&](std::string name, uint64_t offset, uint64_t length) {
-        files.push_back({std::move(name), offset, std::min(length, device.Size() - offset)});
+        files.push_back({std::move(name), offset, std::min(length, card.size - offset)});
     };
     if (found.index) add(RECORD_INDEX_NAME, *found.index, record_file::kFixedFileSize);
     if (found.events) add(RECORD_EVENT_NAME, *found.events, record_file::kFixedFileSize);

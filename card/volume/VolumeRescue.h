@@ -7,16 +7,27 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "VolumePlan.h"
 #include "volume/Device.h"
+#include "volume/Salvage.h"
 #include "volume/Volume.h"
 #include "volume/WriteJournal.h"
 
 namespace card {
+
+// What is searched for a store: a card, as its device reads, or around what it cannot give.
+struct Searched {
+    Searched(const Device& device);  // which must outlive it
+    Searched(std::shared_ptr<const Device> device, Salvage& salvage);
+
+    uint64_t size;
+    std::function<size_t(uint64_t offset, void* buffer, size_t length)> read;  // as Device::ReadAt
+};
 
 struct FoundLayout {
     uint64_t base = 0;  // where the volume begins, bytes from the start of the device
@@ -25,7 +36,7 @@ struct FoundLayout {
 };
 
 // The formatter's layout that fits best what is on the card; nothing when nothing does.
-std::optional<FoundLayout> FindLayout(const Device& device);
+std::optional<FoundLayout> FindLayout(const Searched& card);
 
 // Makes boot sectors, FATs and directory those of the layout; returns what was done, a line a thing.
 std::vector<std::string> RestoreVolume(const Device& device, const FoundLayout& layout, WriteJournal& journal);
@@ -46,6 +57,6 @@ using CarveProgress = std::function<void(uint64_t done, uint64_t total)>;
 
 // Looks through the whole device, sector by sector, for the beginnings of record files, index and events.
 // Record files are numbered in the order of their place.
-std::vector<CarvedFile> CarveFiles(const Device& device, const CarveProgress& progress = {});
+std::vector<CarvedFile> CarveFiles(const Searched& card, const CarveProgress& progress = {});
 
 }  // namespace card

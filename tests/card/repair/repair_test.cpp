@@ -216,7 +216,9 @@ TEST(Repair, FindsRecordFilesAnywhere) {
     const uint64_t shift = 7 * 512;
     const card::Extent nothing{volume.OpenFile("keyframe.bin").Extents()[0].offset, shift};
     const Place other;  // no file system at all, and not where the formatter puts it
-    card::CopySparse(*volume.Raw(), {nothing, record}, other, (600u << 20));
+    card::Salvage salvage;
+    card::CopySparse({std::make_shared<const card::Device>(card::Device::Open(image)), {nothing, record}, ""}, other,
+                     600u << 20, salvage);
     EXPECT_EQ(Tool({"repair", "--in-place", "--yes", other}).status, 3);
     const Place folder;
     const Outcome repair = Tool({"repair", "--out", folder.Path() + "/", other});
