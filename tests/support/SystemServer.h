@@ -28,10 +28,12 @@ class SystemServer {
         : decide_(std::move(decide)),
           segment_id_(shmget(kKey, kSegmentSize, IPC_CREAT | 0660)),
           segment_(static_cast<uint8_t*>(shmat(segment_id_, nullptr, 0))),
+          view_(static_cast<uint8_t*>(shmat(segment_id_, nullptr, 0))),
           queue_(kKey, [this](auto& body) { return Answer(body); }) {}
     ~SystemServer() {
         queue_.Leave();
         shmdt(segment_);
+        shmdt(view_);
         shmctl(segment_id_, IPC_RMID, nullptr);
     }
 
@@ -49,8 +51,9 @@ class SystemServer {
     // While silent, requests are received and not answered.
     void Silent(bool silent) { silent_.store(silent); }
 
-    // The transfer segment as a third process sees it.
-    uint8_t* Segment() { return segment_; }
+    // The transfer segment as a third process sees it: elsewhere than where the answering thread reads it, which to the
+    // thread sanitizer would be a race.
+    uint8_t* Segment() { return view_; }
     QueuePeer<5>& Queue() { return queue_; }
 
   private:
@@ -70,6 +73,7 @@ class SystemServer {
     const Decision decide_;
     const int segment_id_;
     uint8_t* const segment_;
+    uint8_t* const view_;
     std::atomic<bool> silent_{false};
     mutable std::mutex mutex_;
     std::vector<Request> requests_;
