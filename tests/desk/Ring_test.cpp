@@ -1,7 +1,4 @@
 // The rings and queues of the media server, seen by a reader that follows their rules.
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <random>
 
 #include "MediaServer.h"
@@ -85,26 +82,6 @@ TEST_F(MediaServerTest, AnswersPositionsAndRefusesWhatItDoesNotKnow) {
     EXPECT_EQ(result, 102);
     EXPECT_EQ(AVServerVideoForceIFrame(AVACCESS_3RD_STREAM), 102);
     EXPECT_EQ(AVServerSetBrightness(), 0);
-}
-
-// A camera that was killed leaves its segments; the next one goes on behind its last record.
-TEST(FrameRing, GoesOnWhereAKilledCameraStopped) {
-    constexpr key_t kKey = 0x1234;
-    constexpr uint32_t kSize = 20000;
-    const pid_t child = fork();
-    if (child == 0) {
-        FrameRing ring(kKey, kSize);
-        for (uint32_t i = 0; i < 45; ++i) ring.Publish({AV_FRAME_TYPE_VIDEO, Unit(1000, false, i).bytes, 0});
-        _exit(ring.LastSerial() == 45 ? 0 : 1);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    ASSERT_EQ(status, 0);
-
-    FrameRing ring(kKey, kSize);
-    EXPECT_EQ(ring.LastSerial(), 45U);
-    EXPECT_EQ(ring.WritePosition(), 45 % 18 * 1064U) << "18 records fit into a lap";
-    EXPECT_EQ(ring.Publish({AV_FRAME_TYPE_VIDEO, Unit(1000, false).bytes, 0})->serial, 46U);
 }
 
 }  // namespace

@@ -87,6 +87,18 @@ TEST_F(RecordCheck, TellsWhyNot) {
     EXPECT_EQ(why_not(), "no card device");
 }
 
+TEST_F(RecordCheck, RefusesACardThatIsNoStore) {
+    const Card card(Store{});
+    for (const char number : {'\x03', '\x7F'}) {
+        PutIndex(28, std::string(1, number));
+        EXPECT_EQ(CheckRecordStart(), -1) << "a current file that the ring of 3 does not hold";
+    }
+    PutIndex(20, std::string(12, '\0'));
+    EXPECT_EQ(CheckRecordStart(), -1) << "a ring of no files";
+    PutIndex(20, std::string("\3\0\0\0", 4));
+    EXPECT_EQ(CheckRecordStart(), 0);
+}
+
 TEST_F(RecordCheck, AFileHeadThatCannotBeReadIsNotAnEmptyFile) {
     const Card card(Store{.files = 5, .current_file = 2, .current_length = 777});
     for (const int error : {EIO, 0}) {  // 0: half of it comes
