@@ -49,7 +49,7 @@ class Seed {
 // Two runs in record file 0, with an event.  Sound would fill a seed: it is in those that are made of pieces.
 fixture::Card Plan(AVCodeType video) {
     const fixture::SectionPlan run{
-        .seconds = 2, .pause = 18, .rate = 5, .width = 64, .height = 64, .video = video, .audio = CODE_AUDIO_NULL};
+        .seconds = 2, .pause = 18, .rate = 3, .width = 32, .height = 32, .video = video, .audio = CODE_AUDIO_NULL};
     return {.files = 2, .start = kTime, .sections = {run, run}, .events = {{.after = 1, .seconds = 1}}};
 }
 
