@@ -78,31 +78,6 @@ TEST(CardIndex, ShowsWhatWasRecordedInAFolderAndInAnImage) {
     }
 }
 
-TEST(CardIndex, FindsATimeFromTheKeyFrameBeforeIt) {
-    const Place place;
-    const Recording recording = Card{.sections = {{.seconds = 30, .key_interval = 100}}}.RecordFolder(place);
-    const Volume volume = Volume::Open(place);
-    const CardIndex index(volume);
-    const uint32_t start = index.Sections()[0].Start();
-    const auto place_of = [&](uint32_t frame) {
-        return uint64_t{recording.KeptVideo()[frame]->offset} - (frame == 0 ? 40 : 0);
-    };
-    struct {
-        uint32_t from, to;      // s behind the start
-        uint32_t first, limit;  // video frames, 100 to a key frame
-    } const cases[] = {{0, 0, 0, 100}, {3, 5, 0, 200}, {4, 7, 100, 200}, {5, 100, 100, 750}, {29, 29, 700, 750}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.from);
-        const std::vector<card::Stretch> found = index.Find(start + c.from, start + c.to);
-        ASSERT_EQ(found.size(), 1u);
-        EXPECT_EQ(found[0].begin, place_of(c.first));
-        EXPECT_EQ(found[0].end, c.limit == 750 ? index.Sections()[0].Limit() : place_of(c.limit));
-        EXPECT_EQ(found[0].start_time, start + c.first / 25);
-    }
-    EXPECT_TRUE(index.Find(start - 10, start - 1).empty());
-    EXPECT_TRUE(index.Find(start + 30, start + 99).empty());
-}
-
 // Full and named as current, a file was either just filled or is the next to be written over.
 TEST(CardIndex, KnowsWhetherAFullCurrentFileIsTheNewestOrTheOldest) {
     const Place place;
