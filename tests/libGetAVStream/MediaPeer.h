@@ -163,9 +163,9 @@ class Received {
         changed_.notify_all();
     }
     // Waits until there are `count`; their serial numbers.
-    std::vector<uint32_t> Serials(size_t count, int seconds = 10) {
+    std::vector<uint32_t> Serials(size_t count) {
         std::unique_lock guard(lock_);
-        changed_.wait_for(guard, std::chrono::seconds(seconds), [&] { return frames_.size() >= count; });
+        changed_.wait_for(guard, std::chrono::seconds(20), [&] { return frames_.size() >= count; });
         std::vector<uint32_t> serials;
         for (const Frame& frame : frames_) {
             serials.push_back(frame.header.SerialNumber);
