@@ -44,7 +44,7 @@ std::vector<Loss> LossesOf(const Volume& volume, const CardIndex& index, const T
     for (const LostFile& lost : index.Lost()) {
         if (selected == nullptr || selected->Misses(lost)) losses.push_back({lost.Text(), ConsequenceOf(lost, times)});
     }
-    if (volume.Fat() != nullptr && !volume.Fat()->RootIsWhole())
+    if (!volume.DirectoryIsWhole())
         losses.push_back({"Not all of the directory can be read (" + volume.Fat()->Unread().back().why + ")",
                           "files that it names there are not found"});
     for (const UnreadPart& part : volume.Unread()) {

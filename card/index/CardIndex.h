@@ -137,7 +137,9 @@ class CardIndex {
     const std::vector<Section>& AllSections() const { return all_sections_; }
     const std::vector<Event>& Events() const { return events_; }  // those that fit, oldest first
     const std::vector<Event>& AllEvents() const { return all_events_; }
-    const std::vector<LostFile>& Lost() const { return lost_; }  // oldest recording first
+    const std::vector<LostFile>& Lost() const { return lost_; }           // oldest recording first
+    std::vector<UnreadPart> Unread() const { return volume_->Unread(); }  // of the files that are there, so far
+    bool DirectoryIsWhole() const { return volume_->DirectoryIsWhole(); }
 
     std::vector<KeyFrame> KeyFrames(const Section& section) const;
 

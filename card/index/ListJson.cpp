@@ -90,6 +90,20 @@ std::string AudioName(const RecordInfoHead_S& head) {
     }
 }
 
+std::string UnreadJson(const std::vector<UnreadPart>& unread) {
+    JsonText json;
+    json.Open('[');
+    for (const UnreadPart& part : unread) {
+        json.Open('{')
+            .Field("name", part.file)
+            .Field("at", part.places.front().offset)
+            .Field("bytes", part.Bytes())
+            .Field("unsearched", part.unsearched)
+            .Close('}');
+    }
+    return json.Close(']').Text();
+}
+
 size_t DamagedEntries(const CardIndex& index) {
     size_t damaged = 0;
     for (const Section& section : index.AllSections()) {
@@ -118,7 +132,8 @@ std::string ListJson(const CardIndex& index) {
     for (const Event& event : index.Events()) AddEvent(json, event);
     json.Close(']').Key("lost").Open('[');
     for (const LostFile& lost : index.Lost()) AddLost(json, lost);
-    json.Close(']').Close('}');
+    json.Close(']').Key("unread").Plain(UnreadJson(index.Unread()));
+    json.Field("wholeDirectory", index.DirectoryIsWhole()).Close('}');
     return json.Text();
 }
 

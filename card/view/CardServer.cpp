@@ -96,12 +96,16 @@ std::optional<uint32_t> NumberOf(const Request& request, const char* name) {
     return value;
 }
 
+// In chunks: of a whole body a range that was asked for would be cut, or refused with another status.
 void Refuse(Response& response, int status, const std::string& why) {
     response.status = status;
-    response.set_content(why + "\n", "text/plain");
+    response.set_chunked_content_provider("text/plain", [text = why + "\n"](size_t, httplib::DataSink& sink) {
+        const bool sent = sink.write(text.data(), text.size());
+        sink.done();
+        return sent;
+    });
 }
 
-// Nothing when it cannot be opened: then the page says that it is missing.
 std::optional<uint64_t> SizeOf(const Volume& volume, const std::string& name) {
     try {
         return volume.OpenFile(name).Reachable();
@@ -114,21 +118,34 @@ std::string GivenFiles(const Volume& volume) {
     JsonText json;
     json.Open('{').Field("name", volume.Path()).Key("files").Open('[');
     for (const std::string& name : volume.Names()) {
-        const std::optional<uint64_t> size = OfStore(name) ? SizeOf(volume, name) : std::nullopt;
-        if (!size) continue;
+        if (!OfStore(name)) continue;
         json.Open('{')
             .Field("path", std::string("/card/").append(name))
             .Field("url", std::string("file/").append(name));
-        json.Field("size", *size).Close('}');
+        if (const auto size = SizeOf(volume, name)) json.Field("size", *size);  // without: it cannot be opened
+        json.Close('}');
     }
-    json.Close(']').Close('}');
+    json.Close(']').Field("wholeDirectory", volume.DirectoryIsWhole()).Close('}');
     return json.Text();
 }
 
-void SendFile(const std::string& path, const std::string& name, Response& response) {
+// Throws CardError when the first piece of what is asked for cannot be read: so that it can still be told.
+void TryRange(const StoreFile& file, const Request& request) {
+    if (request.ranges.size() != 1 || request.ranges[0].first < 0) return;
+    const auto [first, last] = request.ranges[0];
+    const auto begin = static_cast<uint64_t>(first);
+    if (request.get_header_value("Cache-Control") == "no-cache" && !file.ReadsAgain(begin))
+        throw CardError(file.Name() + ": byte " + std::to_string(begin) + " cannot be read from the card itself");
+    const uint64_t wanted = last < first ? kPiece : static_cast<uint64_t>(last - first) + 1;
+    std::vector<char> bytes(static_cast<size_t>(std::min<uint64_t>(wanted, kPiece)));
+    file.ReadAt(begin, bytes.data(), bytes.size());
+}
+
+void SendFile(const std::string& path, const std::string& name, const Request& request, Response& response) {
     const Volume volume = Volume::Open(path);
     if (!OfStore(name) || !volume.Has(name)) return Refuse(response, 404, "There is no such file");
     const StoreFile file = volume.OpenFile(name);
+    TryRange(file, request);
     Provide(response, file.Reachable(), "application/octet-stream",
             [file](uint64_t offset, void* buffer, size_t length) { return file.ReadAt(offset, buffer, length); });
 }
@@ -174,7 +191,7 @@ struct CardServer::Parts {
 };
 
 CardServer::CardServer(std::string path) : path_(std::move(path)), parts_(std::make_unique<Parts>()) {
-    { const CardIndex readable(Volume::Open(path_)); }
+    { const CardIndex readable(Volume::OpenToSalvage(path_)); }
     httplib::Server& server = parts_->server;
     const int port = server.bind_to_any_port(kHost);
     if (port <= 0) throw SystemError("no port on " + std::string(kHost), errno);
@@ -202,11 +219,12 @@ CardServer::CardServer(std::string path) : path_(std::move(path)), parts_(std::m
         response.set_content(ViewerPage(GivenFiles(Volume::Open(path_)), "http://" + host), "text/html; charset=utf-8");
     });
     answer("/list\\.json", [this](const Request&, Response& response) {
-        const Volume volume = Volume::Open(path_);
+        const Volume volume = Volume::OpenToSalvage(path_);
         response.set_content(ListJson(CardIndex(volume)), "application/json");
     });
-    answer("/file/([A-Za-z0-9.]+)",
-           [this](const Request& request, Response& response) { SendFile(path_, request.matches[1].str(), response); });
+    answer("/file/([A-Za-z0-9.]+)", [this](const Request& request, Response& response) {
+        SendFile(path_, request.matches[1].str(), request, response);
+    });
     answer("/clip\\.mp4", [this](const Request& request, Response& response) { SendClip(path_, request, response); });
 }
 

@@ -6,7 +6,8 @@
 //
 //   GET /TOKEN/                             the page
 //   GET /TOKEN/list.json                    sections, gaps, events: see index/ListJson.h
-//   GET /TOKEN/file/NAME                    a file of the card, also in ranges
+//   GET /TOKEN/file/NAME                    a file of the card, also in ranges; 500: its first MiB cannot be read
+//                                           ("Cache-Control: no-cache": from the card itself)
 //   GET /TOKEN/clip.mp4?from=S&to=S         what was recorded from second S to S (since 1970 UTC, both included), as
 //                                           `recordcard export` makes it; where codec or picture change, &part=2, 3,
 //                                           ... are the further files, and "X-Parts" tells their number.  404: nothing

@@ -83,7 +83,7 @@ std::optional<size_t> Salvage::Attempt(const std::shared_ptr<const Device>& devi
         if (!first_) first_ = latest_;
         return got;
     } catch (const CardError& error) {
-        if (Gone()) {
+        if (WitnessesFail()) {
             throw CardGone("The card is gone, or answers no more; put it in again and repeat this (" +
                            std::string(error.what()) + ")");
         }
@@ -93,8 +93,13 @@ std::optional<size_t> Salvage::Attempt(const std::shared_ptr<const Device>& devi
     }
 }
 
-// Two places, for either may have become bad since.
 bool Salvage::Gone() const {
+    const std::lock_guard lock(mutex_);
+    return WitnessesFail();
+}
+
+// Two places, for either may have become bad since.
+bool Salvage::WitnessesFail() const {
     return first_ && !first_->device->ReadsAgain(first_->offset) && !latest_->device->ReadsAgain(latest_->offset);
 }
 

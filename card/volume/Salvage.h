@@ -43,6 +43,7 @@ class Salvage {
     std::optional<size_t> TryAt(const std::shared_ptr<const Device>& device, uint64_t offset, void* buffer,
                                 size_t length);
     std::vector<UnreadPart> Unread() const;  // by name
+    bool Gone() const;                       // what was read before can be read no more
 
   private:
     struct Notes {
@@ -61,10 +62,10 @@ class Salvage {
         std::shared_ptr<const Device> device;
         uint64_t offset;
     };
+    bool WitnessesFail() const;
     size_t ReadPiece(const std::shared_ptr<const Device>& device, const Piece& piece, Notes& notes);
     std::optional<size_t> Attempt(const std::shared_ptr<const Device>& device, uint64_t offset, void* buffer,
                                   size_t length, std::string& why);
-    bool Gone() const;
 
     mutable std::mutex mutex_;
     std::chrono::minutes patience_;

@@ -71,6 +71,12 @@ void StoreFile::Sync() const {
     device_->Sync();
 }
 
+bool StoreFile::ReadsAgain(uint64_t offset) const {
+    const size_t again = ForEachExtent(
+        offset, 1, [&](uint64_t place, size_t, size_t part) { return device_->ReadsAgain(place) ? part : 0; });
+    return again == 1;
+}
+
 Volume Volume::Open(const std::string& path, Access access) {
     struct stat64 status {};
     if (stat64(path.c_str(), &status) != 0) {
@@ -89,14 +95,22 @@ Volume Volume::Open(const std::string& path, Access access) {
     return volume;
 }
 
-Volume Volume::OpenToSalvage(const std::string& path) {
+Volume Volume::OpenToSalvage(const std::string& path, std::chrono::minutes patience) {
     Volume volume = Open(path);
-    volume.salvage_ = std::make_shared<Salvage>();
+    volume.salvage_ = std::make_shared<Salvage>(patience);
     return volume;
 }
 
 std::vector<UnreadPart> Volume::Unread() const {
     return salvage_ ? salvage_->Unread() : std::vector<UnreadPart>();
+}
+
+bool Volume::DirectoryIsWhole() const {
+    return !fat_ || fat_->RootIsWhole();
+}
+
+bool Volume::Gone() const {
+    return salvage_ && salvage_->Gone();
 }
 
 std::vector<std::string> Volume::Names() const {

@@ -4,6 +4,7 @@
 // ReadWrite, and then in place.  A Volume belongs to one thread; its StoreFiles may be used by any.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -28,6 +29,7 @@ class StoreFile {
     // Writes all of it inside Reachable(); throws CardError otherwise, or when the volume is read-only.
     void WriteAt(uint64_t offset, const void* buffer, size_t length) const;
     void Sync() const;
+    bool ReadsAgain(uint64_t offset) const;  // see Device
 
     // Where its bytes lie on the device, in order; for a folder one extent of the file itself.
     const std::vector<Extent>& Extents() const { return extents_; }
@@ -59,7 +61,7 @@ class Volume {
     // Throws CardError that says what to do when there is no store to be read at `path`.
     static Volume Open(const std::string& path, Access access = Access::ReadOnly);
     // For reading what can be read: zeros stand for the rest, which Unread() tells.
-    static Volume OpenToSalvage(const std::string& path);
+    static Volume OpenToSalvage(const std::string& path, std::chrono::minutes patience = std::chrono::minutes(10));
 
     const std::string& Path() const { return path_; }
     bool IsFolder() const { return device_ == nullptr; }
@@ -73,7 +75,9 @@ class Volume {
     static std::string RecordFileName(uint32_t number);                        // "hi000000.mp4"
     static std::optional<uint32_t> RecordFileNumber(const std::string& name);  // none: no record file has that name
 
+    bool DirectoryIsWhole() const;           // files that are not found are not there
     std::vector<UnreadPart> Unread() const;  // so far
+    bool Gone() const;                       // opened to salvage, and nothing can be read any more
 
     uint64_t TotalBytes() const;                         // of the card
     const Device* Raw() const { return device_.get(); }  // null for a folder

@@ -1,5 +1,7 @@
 """What the tests of the page share: the tool, FFmpeg, cards, and a browser that has the page open."""
+import contextlib
 import json
+import mmap
 import os
 import pathlib
 import shutil
@@ -22,6 +24,33 @@ def run(*command, **more):
 
 def tool_list(card):
     return json.loads(run(TOOL, "list", "--json", card))
+
+
+def tool_list_of_damaged(card):
+    """What the tool lists although something is missing; None: nothing."""
+    told = subprocess.run([TOOL, "list", "--json", card], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+    return json.loads(told.stdout) if told.stdout else None
+
+
+@contextlib.contextmanager
+def unreadable(path, begin, end, then="reads-on"):
+    """Bytes [begin, end) of a file; then="gone": and after the first try at them all of it."""
+    with subprocess.Popen([BUILD / "tests" / "viewer" / "bad_blocks", path, str(begin), str(end), then], stdin=subprocess.PIPE,
+                          stdout=subprocess.PIPE) as process:
+        if not process.stdout.readline():
+            raise AssertionError(f"no bad blocks in {path}")
+        yield
+        process.stdin.close()
+
+
+def place_in_image(card, name, page):
+    """Where a page of a file of a card lies in the image of the same card beside it."""
+    with open(card / name, "rb") as file, open(str(card) + ".img", "rb") as image:
+        file.seek(page)
+        with mmap.mmap(image.fileno(), 0, access=mmap.ACCESS_READ) as content:
+            place = content.find(file.read(4096))
+    assert place >= 0, f"{name} is not in {card}.img"
+    return place
 
 
 def small_pictures(clip):

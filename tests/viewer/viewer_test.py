@@ -1,4 +1,5 @@
 """viewer.html in a real browser: opens, plays, seeks, saves; compared with recordcard and FFmpeg."""
+import contextlib
 import http.client
 import json
 import os
@@ -15,7 +16,8 @@ import unittest
 
 sys.path.insert(0, os.path.dirname(__file__))
 from browser import Browser
-from support import BUILD, PAGE, ROOT, SMALL, TOOL, PageTest, distance, frame_sums, run, small_pictures, tool_list
+from support import (BUILD, PAGE, ROOT, SMALL, TOOL, PageTest, distance, frame_sums, place_in_image, run, small_pictures, tool_list,
+                     tool_list_of_damaged, unreadable)
 
 
 class Viewer(PageTest):
@@ -28,7 +30,7 @@ class Viewer(PageTest):
         shown = self.small_shown()
         return min(range(len(pictures)), key=lambda i: distance(pictures[i], shown))
 
-    def save(self, card, begin, end):
+    def save(self, card, begin, end, status=0):
         """(what the page saves, what the tool exports) of a span, as files."""
         out = self.folder / "out"
         shutil.rmtree(out, ignore_errors=True)
@@ -46,7 +48,8 @@ class Viewer(PageTest):
             shutil.move(os.path.join(self.browser.folder, name), own[-1])
         command = self.browser.run("byId('command').textContent").split()
         times = command[command.index("--from"):command.index("--to") + 2]
-        run(TOOL, "export", card, *times, out / "tool.mp4")
+        exported = subprocess.run([TOOL, "export", card, *times, out / "tool.mp4"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.assertEqual(exported.returncode, status)
         return own, [out / "tool.mp4"] + sorted(out.glob("tool-*.mp4"))
 
     # ---- what is there
@@ -145,8 +148,7 @@ class Viewer(PageTest):
                 self.browser.run("list = null; notice('')")
                 self.browser.pick("#folder", [card])
                 self.browser.wait("(list !== null && !player.loading) || byId('notice').textContent.startsWith('This is not')")
-                told = subprocess.run([TOOL, "list", "--json", card], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
-                self.assertEqual(self.browser.run("list"), json.loads(told.stdout) if told.returncode == 0 else None)
+                self.assertEqual(self.browser.run("list"), tool_list_of_damaged(card))
                 for moment in ("list.start + 1", "list.sections[list.sections.length >> 1].start", "list.end"):
                     if self.browser.run("list !== null && list.sections.length > 0"):
                         self.browser.run(f"goTo({moment})")
@@ -157,9 +159,7 @@ class Viewer(PageTest):
         run("cp", "-a", "--sparse=always", self.folder / "border", card)
         (card / "hi000000.mp4").unlink()
         self.open(card)
-        told = subprocess.run([TOOL, "list", "--json", card], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
-        self.assertEqual(told.returncode, 1)
-        self.assertEqual(self.browser.run("list"), json.loads(told.stdout))
+        self.assertEqual(self.browser.run("list"), tool_list_of_damaged(card))
         self.assertRegex(self.browser.run("byId('notice').textContent"), "^hi000000.mp4 is missing: 1 section from 2026-03-01 .* cannot be shown[.]$")
         self.assertEqual(self.browser.run("emptyText(list.lost[0].start + 1)"), "hi000000.mp4 is missing")
         self.assertEqual(self.browser.run("list.sections.map(s => s.file)"), [1])
@@ -172,6 +172,48 @@ class Viewer(PageTest):
         shutil.rmtree(card)
         self.browser.run("goTo(list.start + 1)")
         self.browser.wait("byId('message').textContent.includes('Pick it again')")
+
+    def test_an_unreadable_page_costs_no_more_than_itself(self):
+        end = max(s["bytes"] for s in tool_list(self.folder / "busy")["sections"])
+        footage = "cannot be read: pictures there are left out or damaged[.]"
+        cases = (("hi000000.mp4", 0, footage), ("hi000000.mp4", end // 2 // 4096 * 4096, footage), ("hi000000.mp4", end // 4096 * 4096, footage),
+                 ("hi000000.mp4", 0xFC00000, footage), ("event000.bin", 0, "events that stand there are left out[.]"),
+                 ("index000.bin", 131072, "Nothing of what is recorded on this card can be shown[.].* recordings that it names there are left out[.]"),
+                 ("index000.bin", 0, "index000.bin cannot be read, and nothing is found without it"))
+        for name, page, told in cases:
+            places = [(self.folder / "busy", self.folder / "busy" / name, page)]
+            in_the_midst = (name, page) == cases[1][:2]
+            if in_the_midst:
+                places.append((self.folder / "busy.img", self.folder / "busy.img", place_in_image(self.folder / "busy", name, page)))
+            for card, file, begin in places:
+                with self.subTest(card=card.name, name=name, page=page), unreadable(file, begin, begin + 4096):
+                    self.browser.run("list = null; notice('')")
+                    self.browser.pick("#folder" if card.is_dir() else "#files", [card])
+                    self.browser.wait("(list !== null && !player.loading) || byId('notice').textContent.startsWith('This is not')")
+                    wanted = tool_list_of_damaged(card)
+                    if wanted is None:
+                        self.assertIsNone(self.browser.run("list"))
+                    else:  # what was read while playing may be more
+                        self.assertEqual(self.browser.run("({...list, unread: 0})"), {**wanted, "unread": 0})
+                    if in_the_midst:  # about the tenth second
+                        self.browser.run("goTo(list.start + 8)")
+                        self.browser.wait("!player.loading && player.moment < list.start + 9")
+                        self.browser.run("player.play()")
+                        self.browser.wait("player.moment > list.start + 13")
+                        self.browser.run("player.pause()")
+                    self.assertTrue(self.browser.run("byId('message').hidden"))
+                    self.assertRegex(self.browser.run("byId('notice').textContent"), told)
+        with unreadable(self.folder / "busy" / cases[1][0], cases[1][1], cases[1][1] + 4096):
+            self.open(self.folder / "busy")
+            begin = self.browser.run("list.sections[0].start")
+            own, tools = self.save(self.folder / "busy", begin, begin + 19, status=1)
+            self.assertEqual([frame_sums(clip) for clip in own], [frame_sums(clip) for clip in tools])
+
+    def test_a_card_that_answers_no_more_has_no_bad_pages(self):
+        with unreadable(self.folder / "busy.img", place := place_in_image(self.folder / "busy", "hi000000.mp4", 4096), place + 1, "gone"):
+            self.browser.run("list = null; notice('')")
+            self.browser.pick("#files", [self.folder / "busy.img"])
+            self.browser.wait("byId('notice').textContent.includes('Pick it again')")
 
     # ---- playing
 
@@ -411,8 +453,11 @@ class Served(unittest.TestCase):
         cls.card = cls.folder / "busy.img"
 
     def setUp(self):
-        self.process = subprocess.Popen([TOOL, "view", "--no-open", self.card], stdout=subprocess.PIPE, text=True)
+        self.serve(self.card)
         self.addCleanup(self.stop)
+
+    def serve(self, card):
+        self.process = subprocess.Popen([TOOL, "view", "--no-open", card], stdout=subprocess.PIPE, text=True)
         self.address = self.process.stdout.readline().strip()
         self.server, self.root = re.fullmatch(r"http://([^/]*)(/[0-9a-f]{32}/)", self.address).groups()
 
@@ -441,6 +486,56 @@ class Served(unittest.TestCase):
         self.assertEqual(frame_sums(self.folder / "served.mp4"), frame_sums(self.folder / "tool.mp4"))
         answer, body = self.get(self.root + "file/index000.bin", Range="bytes=1024-1071")
         self.assertEqual((answer.status, body), (206, (self.folder / "busy" / "index000.bin").read_bytes()[1024:1072]))
+
+    @contextlib.contextmanager
+    def page_of(self, card):
+        self.stop()
+        self.serve(card)
+        browser = Browser(self.address)
+        try:
+            browser.wait("list !== null && !player.loading")
+            yield browser
+            self.assertEqual(browser.run("violations.concat(faults)"), [])
+        finally:
+            browser.close()
+
+    def test_a_place_that_cannot_be_read_is_told_and_costs_nothing_else(self):
+        card, name = self.folder / "busy", "hi000000.mp4"
+        end = tool_list(card)["sections"][0]["bytes"]
+        page = end // 4096 * 4096
+        with unreadable(card / name, page, page + 4096):
+            with self.page_of(card) as browser:
+                browser.wait("byId('video').readyState >= 2")
+                listed, notice = browser.run("list"), browser.run("byId('notice').textContent")
+            wanted = tool_list_of_damaged(card)
+            self.assertEqual({**listed, "unread": 0}, {**wanted, "unread": 0}, "playing reads more")
+            self.assertEqual(json.loads(self.get(self.root + "list.json")[1]), wanted)
+            self.assertEqual(listed["unread"][0]["name"], name)
+            self.assertRegex(notice, f"of {name} cannot be read: pictures there are left out or damaged[.]$")
+            answer, body = self.get(f"{self.root}file/{name}", Range=f"bytes={page - 8192}-{page - 4097}")
+            self.assertEqual((answer.status, len(body)), (206, 4096))
+            for more in ({}, {"Cache-Control": "no-cache"}):
+                answer, body = self.get(f"{self.root}file/{name}", Range=f"bytes={page}-{page + 4095}", **more)
+                self.assertEqual((answer.status, b"cannot" in body), (500, True))
+
+    def test_a_file_to_which_no_table_leads_is_told(self):
+        with open(self.card, "rb") as image:
+            boot = image.read(512)
+        table, size = 512 * int.from_bytes(boot[14:16], "little"), 512 * int.from_bytes(boot[36:40], "little")
+        cluster = 2 + (place_in_image(self.folder / "busy", "hi000000.mp4", 4096) - table - 2 * size) // (512 * boot[13])
+        page = cluster * 4 // 4096 + 1  # of a table, well inside the file's chain
+        with unreadable(self.card, table + page * 4096, table + size + (page + 1) * 4096):  # that page in both
+            with self.page_of(self.card) as browser:
+                self.assertEqual(browser.run("list"), tool_list_of_damaged(self.card))
+                self.assertRegex(browser.run("byId('notice').textContent"), "hi000000.mp4 cannot be read: 4 sections from 2026-03-01 .* cannot be shown[.]")
+
+    def test_a_card_that_is_taken_out_is_asked_for_again(self):
+        card = self.folder / "border"
+        with self.page_of(card) as browser:
+            card.rename(self.folder / "gone")
+            browser.run("goTo(list.start + 1)")
+            browser.wait("byId('message').textContent.includes('Pick it again')")
+        (self.folder / "gone").rename(card)
 
     def test_refuses_all_else(self):
         other = self.root[:-2] + ("0" if self.root[-2] != "0" else "1") + "/"

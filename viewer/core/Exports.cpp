@@ -1,6 +1,7 @@
 // The functions that the page's worker calls.  One card is open at a time, with a feed each for playing,
 // saving and single pictures.  A function that fails returns null or -1, and ViewerError says why.
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <iterator>
@@ -13,14 +14,19 @@
 #include "core/ClipFeed.h"
 #include "index/CardIndex.h"
 #include "index/ListJson.h"
+#include "text/Error.h"
 #include "volume/Volume.h"
 
 #define PAGE_CALLS extern "C" __attribute__((used, visibility("default")))
 
 namespace {
 
+constexpr std::chrono::minutes kPatience{1};  // somebody waits
+constexpr char kGone[] = "The card cannot be read any more. Was it taken out, or changed? Pick it again.";
+
 struct OpenCard {
-    explicit OpenCard(const std::string& path) : volume(card::Volume::Open(path)), index(volume) {}
+    explicit OpenCard(const std::string& path)
+        : volume(card::Volume::OpenToSalvage(path, kPatience)), index(volume) {}
     card::Volume volume;
     card::CardIndex index;
 };
@@ -38,8 +44,11 @@ template <typename Result, typename Action>
 Result Guarded(Result failed, Action action) {
     try {
         return action();
+    } catch (const card::CardGone&) {
+        error = kGone;
+        return failed;
     } catch (const std::exception& exception) {
-        error = exception.what();
+        error = open_card && open_card->volume.Gone() ? kGone : exception.what();
         return failed;
     }
 }
@@ -65,6 +74,14 @@ PAGE_CALLS const char* ViewerOpen(const char* path) {
         open_card.reset();
         open_card = std::make_unique<OpenCard>(path);
         text = card::ListJson(open_card->index);
+        return text.c_str();
+    });
+}
+
+// What ListJson.h calls "unread", by now.
+PAGE_CALLS const char* ViewerUnread() {
+    return Guarded<const char*>(nullptr, [&] {
+        text = card::UnreadJson(open_card->volume.Unread());
         return text.c_str();
     });
 }

@@ -10,6 +10,7 @@ extern "C" {
 int PageOpen(const char* path);                                           // a handle; -1: there is no such file
 double PageSize(int handle);                                              // bytes
 double PageRead(int handle, double offset, void* buffer, double length);  // bytes read; -1: reading failed
+int PageReadsAgain(int handle, double offset);                            // past everything that is kept; 0: no
 }
 
 namespace card {
@@ -22,7 +23,7 @@ Device::~Device() {}  // handles live as long as the page's card
 
 Device Device::Open(const std::string& path, Access) {
     const int handle = PageOpen(path.c_str());
-    if (handle < 0) throw CardError(path + " was not picked");
+    if (handle < 0) throw CardError(path + " cannot be opened");
     return Device(path, handle, static_cast<uint64_t>(PageSize(handle)), Access::ReadOnly);
 }
 
@@ -32,7 +33,7 @@ Device Device::OpenCard(const std::string& path, Access access) {
 
 size_t Device::ReadAt(uint64_t offset, void* buffer, size_t length) const {
     const double got = PageRead(fd_, static_cast<double>(offset), buffer, static_cast<double>(length));
-    if (got < 0) throw CardError("The card cannot be read any more. Was it taken out, or changed? Pick it again.");
+    if (got < 0) throw CardError(path_ + ": cannot read at byte " + std::to_string(offset));
     return static_cast<size_t>(got);
 }
 
@@ -41,8 +42,7 @@ bool Device::ReadSector(uint64_t offset, uint8_t* sector) const {
 }
 
 bool Device::ReadsAgain(uint64_t offset) const {
-    char byte = 0;
-    return PageRead(fd_, static_cast<double>(offset), &byte, 1) == 1;
+    return PageReadsAgain(fd_, static_cast<double>(offset)) != 0;
 }
 
 void Device::WriteAt(uint64_t, const void*, size_t) const {

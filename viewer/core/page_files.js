@@ -5,4 +5,5 @@ mergeInto(LibraryManager.library, {
   PageRead: function(handle, offset, buffer, length) {
     return Module.files.read(handle, offset, HEAPU8.subarray(buffer, buffer + length));
   },
+  PageReadsAgain: function(handle, offset) { return Module.files.readsAgain(handle, offset) ? 1 : 0; },
 });

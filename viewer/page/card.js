@@ -61,6 +61,9 @@ class Card {
     return this.keys.get(section);
   }
 
+  // What could not be read so far: see ListJson.h.
+  unread() { return JSON.parse(this.text(this.call("ViewerUnread"))); }
+
   feedStretch(feed, section, begin, end) { this.call("ViewerFeedStretch", feed, section, begin, end); }
   feedTimes(feed, from, to) { return this.call("ViewerFeedTimes", feed, from, to); }
 

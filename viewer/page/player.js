@@ -6,6 +6,7 @@ const AHEAD_SECONDS = 6, KEEP_BEHIND = 20; // s of media
 const ENDLESS = 1e8; // s; no place may lie behind what counts as the media's end, or a seek stops in front of it
 const SAVED_STILL = "What you choose can still be saved as a file, and played elsewhere.";
 const KEYS_ONLY_FROM = 8, MUTED_ABOVE = 2; // speeds
+const SKIPS_MAX = 10, SKIPS_APART = 3000; // ms; of key frames that the decoder fails at or after, in a row
 
 class Unplayable extends Error {
   constructor(type) {
@@ -21,12 +22,16 @@ class Player {
     this.handlers = handlers;
     this.rate = 1;
     this.session = 0;
-    this.pictures = []; // [media, real], in media's order
+    this.pictures = []; // [media, real, key], in media's order
     this.moment = null;
     this.ended = false;
     this.loading = false;
+    this.skips = this.skippedAt = 0;
+    this.playing = false; // asked for; a video that fails counts as paused
+    video.addEventListener("play", () => { this.playing = true; });
+    video.addEventListener("pause", () => { this.playing = false; });
     for (const type of ["play", "pause", "waiting", "playing", "ratechange"]) video.addEventListener(type, () => this.handlers.state());
-    video.addEventListener("error", () => { if (this.media) this.fault("This browser could not decode the recording" + (video.error && video.error.message ? " (" + video.error.message + ")" : "") + "."); });
+    video.addEventListener("error", () => { if (this.media) this.skip(); });
     video.addEventListener("ended", () => { this.handlers.state(); if (this.afterwards) this.handlers.fault(this.afterwards); });
     video.addEventListener("timeupdate", () => this.tell());
     video.addEventListener("seeked", () => this.tell());
@@ -45,7 +50,7 @@ class Player {
     this.buffers = null;
     this.pictures = [];
     this.moment = null;
-    this.loading = false;
+    this.loading = this.playing = false;
     this.video.removeAttribute("src");
     this.video.load();
   }
@@ -106,6 +111,20 @@ class Player {
     } finally {
       if (session === this.session) { this.loading = false; this.tell(); }
     }
+  }
+
+  // A decoder ends at a damaged picture: goes on at the next key frame with another.
+  async skip() {
+    const { error, currentTime } = this.video, { playing } = this, moment = performance.now();
+    this.skips = moment - this.skippedAt < SKIPS_APART ? this.skips + 1 : 1;
+    this.skippedAt = moment;
+    const next = this.pictures.find(([media, , key]) => key && media > currentTime + .002), last = this.pictures[this.pictures.length - 1];
+    const t = next ? next[1] : last ? last[1] + 1 : Infinity;
+    if (this.skips > SKIPS_MAX || this.sectionAt(t) < 0)
+      return this.fault("This browser could not decode the recording" + (error && error.message ? " (" + error.message + ")" : "") + ".");
+    this.close();
+    await this.seek(t, !next);
+    if (playing && this.media) this.play();
   }
 
   holds(media) {

@@ -1,6 +1,8 @@
 // The worker that reads the card, as functions that return promises; and what was picked or dropped, as its files.
 class CardSource {
-  constructor() {
+  // onunread(what could not be read so far): see ListJson.h
+  constructor(onunread) {
+    this.onunread = onunread;
     const script = new Blob([byId("worker").textContent], { type: "text/javascript" });
     this.address = URL.createObjectURL(script);
     this.compiled = WebAssembly.compile(Uint8Array.from(atob(byId("wasm").textContent), c => c.charCodeAt(0)));
@@ -13,9 +15,10 @@ class CardSource {
     this.next = 0;
     this.used = false;
     this.worker = new Worker(this.address);
-    this.worker.onmessage = ({ data: { id, result, error } }) => {
+    this.worker.onmessage = ({ data: { id, result, error, unread } }) => {
       const { resolve, reject } = this.waiting.get(id);
       this.waiting.delete(id);
+      if (unread) this.onunread(unread);
       if (error === undefined) resolve(result); else reject(new Error(error));
     };
     this.worker.onerror = event => this.giveUp(event.message || "the reader of the card ended");
@@ -36,6 +39,7 @@ class CardSource {
   // A fresh worker a card: nothing of the last one is left in its memory, and what was asked of it is refused.
   async open(files) {
     if (this.used) {
+      this.worker.onmessage = this.worker.onerror = null; // what is under way answers nothing of the next card
       this.worker.terminate();
       this.giveUp("Another card was opened.");
       this.start();

@@ -2,7 +2,7 @@
 //
 // A card is there whole, in part (`held`: footage in the page, of some spans), or not at all (`readable` is false: a list and
 // pictures).
-const source = new CardSource();
+const source = new CardSource(showUnread);
 const given = JSON.parse(byId("given").textContent); // by the tool: a list and pictures, or files to read
 let openings = 0, list = null, cardName = "card", thumbs = [], readable = false, held = null;
 let span = null, shownKinds = new Set(EVENT_KINDS.map(([kind]) => kind)), saving = null;
@@ -28,6 +28,7 @@ async function openFiles(picked) {
     cardName = picked.name;
     thumbs = picked.thumbs || [];
     list = opened.list;
+    if (picked.wholeDirectory === false) list.wholeDirectory = false;
     held = picked.held || null;
     if (held && list.sections.every(s => holds(s.start, s.end))) held = null;
     showCard(list);
@@ -66,13 +67,7 @@ function showCard(found) {
   player.show(list);
   line.now = null;
   line.show(list, held);
-  const told = [];
-  if (!list.sections.length) told.push(list.lost.length ? "Nothing of what is recorded on this card can be shown." : "Nothing is recorded on this card yet.");
-  else if (list.damaged) told.push(counted(list.damaged, "damaged entry").replace("entrys", "entries") + " of the card's index left out.");
-  for (const lost of list.lost) told.push(lostText(lost) + ": " + (lost.sections ? counted(lost.sections, "section") + " from " + dateText(lost.start) + " " +
-    clockText(lost.start) + " to " + dateText(lost.end) + " " + clockText(lost.end) + " cannot be shown." : "the events are not shown."));
-  if (held) told.push("This page plays " + durationText(heldSeconds()) + " of what was recorded: what is bright on the time line. Of the rest it has the list and pictures.");
-  notice(told.join(" "));
+  showLosses();
   drawFacts(); drawDays(); drawFilter();
   showState();
   byId("moment").textContent = "–";
@@ -82,6 +77,33 @@ function showCard(found) {
   const [from, to] = [held[0][0], held[held.length - 1][1]], margin = Math.max((to - from) * .1, 10);
   line.look(from - margin, to + margin);
   goTo(from);
+}
+
+// What is not there, and what part of the card the page has.
+function showLosses() {
+  const told = [], whole = !list.lost.length && !list.unread.length && list.wholeDirectory;
+  if (!list.sections.length) told.push(whole ? "Nothing is recorded on this card yet." : "Nothing of what is recorded on this card can be shown.");
+  else if (list.damaged) told.push(counted(list.damaged, "damaged entry").replace("entrys", "entries") + " of the card's index left out.");
+  if (!list.wholeDirectory) told.push("Not all of the card's directory can be read: files that it names there are not found.");
+  for (const lost of list.lost) told.push(lostText(lost) + ": " + (lost.sections ? counted(lost.sections, "section") + " from " + dateText(lost.start) + " " +
+    clockText(lost.start) + " to " + dateText(lost.end) + " " + clockText(lost.end) + " cannot be shown." : "the events are not shown."));
+  for (const part of list.unread) told.push(unreadText(part));
+  if (held) told.push("This page plays " + durationText(heldSeconds()) + " of what was recorded: what is bright on the time line. Of the rest it has the list and pictures.");
+  notice(told.join(" "));
+}
+
+function unreadText({ name, bytes, unsearched }) {
+  const lost = /^hi/i.test(name) ? "pictures there are left out or damaged" : /^event/i.test(name) ? "events that stand there are left out"
+    : "recordings that it names there are left out";
+  return sizeText(bytes) + " of " + name + " cannot be read: " + lost + "." +
+    (unsearched ? " Reading failed for so long that " + sizeText(unsearched) + " of it were given up; recordcard export tries longer." : "");
+}
+
+// Found while the card is open.
+function showUnread(unread) {
+  if (!list) return;
+  list.unread = unread;
+  showLosses();
 }
 
 byId("openFolder").onclick = () => byId("folder").click();
@@ -432,7 +454,7 @@ if (given && given.zone) zone.table = given.zone;
 showZone();
 if (given && given.files && !given.held) {
   const files = given.files.map(file => ({ path: file.path, url: new URL(file.url, location.href).href, size: file.size }));
-  openFiles({ name: given.name, files });
+  openFiles({ name: given.name, files, wholeDirectory: given.wholeDirectory });
 } else if (given && given.list) {
   showGiven();
 }

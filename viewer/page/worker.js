@@ -4,6 +4,7 @@ const MEDIA_START = 10 * CLOCK; // decoding may begin a little in front of what 
 const CHUNK_SECONDS = 2, CHUNK_BYTES = 6 << 20; // from key frame to key frame, at least and about
 
 let card = null;
+let unread = "[]"; // of the card, as told
 let session = null; // of playing
 let saving = null;
 
@@ -69,7 +70,7 @@ function playNext({ section, begin, end, keysOnly, muted }) {
     let shownEnd = session.cursor;
     for (const p of piece.pictures) {
       shownEnd = Math.max(shownEnd, p.shown + by + piece.duration);
-      if (!keysOnly || p.key) pictures.push([(p.shown + by) / CLOCK, p.real / CLOCK]);
+      if (!keysOnly || p.key) pictures.push([(p.shown + by) / CLOCK, p.real / CLOCK, p.key]);
     }
     if (keysOnly && samples.length) samples[samples.length - 1].duration = shownEnd - samples[samples.length - 1].at;
     session.cursor = shownEnd;
@@ -168,6 +169,7 @@ function saveNext() {
 const requests = {
   async open({ files, compiled }) {
     card = await Card.open(files, compiled);
+    unread = JSON.stringify(card.list.unread);
     return { list: card.list, bytesRead: card.source.bytesRead };
   },
   chunks: ({ section }) => chunksOf(section),
@@ -180,10 +182,18 @@ const requests = {
   statistics: () => ({ memory: card.module.HEAPU8.length, bytesRead: card.source.bytesRead }),
 };
 
+// What could not be read, if that is more than was told.
+function moreUnread() {
+  const known = unread;
+  if (card) unread = JSON.stringify(card.unread());
+  return unread === known ? undefined : JSON.parse(unread);
+}
+
 onmessage = async ({ data: { id, name, argument } }) => {
   try {
-    postMessage({ id, result: await requests[name](argument) });
+    const result = await requests[name](argument);
+    postMessage({ id, result, unread: moreUnread() });
   } catch (error) {
-    postMessage({ id, error: String(error.message || error) });
+    postMessage({ id, error: String(error.message || error), unread: moreUnread() });
   }
 };

@@ -63,7 +63,7 @@ TEST(Tool, ListsSectionsByDayWithGaps) {
               HasSubstr("\"gaps\":[{\"start\":1772409569,\"end\":1772409580},{"),
               HasSubstr("\"events\":[{\"number\":1,\"start\":1772409585,\"end\":1772409597,\"open\":false,"
                         "\"type\":1,\"kind\":\"motion\",\"file\":0},{\"number\":2,"),
-              EndsWith("}],\"lost\":[]}\n")));
+              EndsWith("}],\"lost\":[],\"unread\":[],\"wholeDirectory\":true}\n")));
 }
 
 TEST(Tool, ListsEventsAndTellsTheCardAtAGlance) {
