@@ -7,11 +7,14 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
+#include <thread>
 #include <vector>
 
 #include "clip/Clip.h"
@@ -188,6 +191,7 @@ void SendClip(const std::string& path, const Request& request, Response& respons
 
 struct CardServer::Parts {
     httplib::Server server;
+    std::atomic<bool> ended = false;  // by Run
 };
 
 CardServer::CardServer(std::string path) : path_(std::move(path)), parts_(std::make_unique<Parts>()) {
@@ -232,9 +236,12 @@ CardServer::~CardServer() = default;
 
 void CardServer::Run() {
     parts_->server.listen_after_bind();
+    parts_->ended = true;
 }
 
 void CardServer::Stop() {
+    // The library forgets a stop that comes before it listens.
+    while (!parts_->server.is_running() && !parts_->ended) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     parts_->server.stop();
 }
 

@@ -26,7 +26,7 @@ class CardServer {
 
     const std::string& Address() const { return address_; }  // "http://127.0.0.1:PORT/TOKEN/"
     void Run();                                              // until Stop
-    void Stop();                                             // any thread
+    void Stop();                                             // any thread; Run has begun, or will
 
   private:
     struct Parts;

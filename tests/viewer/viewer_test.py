@@ -487,6 +487,11 @@ class Served(unittest.TestCase):
         answer, body = self.get(self.root + "file/index000.bin", Range="bytes=1024-1071")
         self.assertEqual((answer.status, body), (206, (self.folder / "busy" / "index000.bin").read_bytes()[1024:1072]))
 
+    def test_ends_also_when_it_is_stopped_at_once(self):
+        for _ in range(20):
+            self.stop()
+            self.serve(self.card)
+
     @contextlib.contextmanager
     def page_of(self, card):
         self.stop()
