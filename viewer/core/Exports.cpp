@@ -25,8 +25,7 @@ constexpr std::chrono::minutes kPatience{1};  // somebody waits
 constexpr char kGone[] = "The card cannot be read any more. Was it taken out, or changed? Pick it again.";
 
 struct OpenCard {
-    explicit OpenCard(const std::string& path)
-        : volume(card::Volume::OpenToSalvage(path, kPatience)), index(volume) {}
+    explicit OpenCard(const std::string& path) : volume(card::Volume::OpenToSalvage(path, kPatience)), index(volume) {}
     card::Volume volume;
     card::CardIndex index;
 };

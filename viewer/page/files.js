@@ -7,8 +7,9 @@ const BLOCKS_KEPT = 16;
 const FAILING_MAX = 20000; // ms that blocks may cost that cannot be read; then none is read as a whole any more
 
 class CardFiles {
-  // files: [{path, blob}], [{path, url, size}] (without a size: it is there and cannot be opened) or, in the page, [{path, size, parts: [[offset, bytes, place]], text}]: `text` is
-  // a Blob of Base64, in which a part begins at byte `place` of what it stands for; what lies in no part counts as zeros.
+  // files: [{path, blob}], [{path, url, size}] (without a size: it is there and cannot be opened) or, in the page,
+  // [{path, size, parts: [[offset, bytes, place]], text}]: `text` is a Blob of Base64, in which a part begins at byte `place`
+  // of what it stands for; what lies in no part counts as zeros.
   constructor(files) {
     this.files = files;
     this.byPath = new Map(files.map((file, i) => [file.path, i]));
