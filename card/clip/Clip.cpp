@@ -195,18 +195,21 @@ ClipStretch ClipReader::List(const BytesDone& done) {
     return result;
 }
 
-const std::vector<uint8_t>& ClipReader::Payload(const ClipFrame& frame, size_t limit) {
+// Parses the frame once more: the scanner then stands after it.
+bool ClipReader::IsThere(const ClipFrame& frame) {
     if (scanner_.Position() != frame.offset) scanner_.Seek(frame.offset);
-    if (scanner_.Next() != StreamScanner::Found::Frame || !scanner_.ReadPayload(scanner_.Frame(), bytes_, limit)) {
-        throw CardError(file_.Name() + ": the card gives other data than a moment ago; is it still being recorded?");
-    }
+    return scanner_.Next() == StreamScanner::Found::Frame && scanner_.Frame().size == frame.size;
+}
+
+std::optional<ByteView> ClipReader::Payload(const ClipFrame& frame, size_t limit) {
+    if (!IsThere(frame) || !scanner_.ReadPayload(scanner_.Frame(), bytes_, limit)) return std::nullopt;
     return bytes_;
 }
 
-const std::vector<uint8_t>& ClipReader::Packed(const ClipFrame& frame) {
+std::optional<ByteView> ClipReader::Packed(const ClipFrame& frame) {
     bytes_.resize(frame.size);
-    if (file_.ReadAt(frame.offset, bytes_.data(), bytes_.size()) != bytes_.size()) {
-        throw CardError(file_.Name() + ": the card gives other data than a moment ago; is it still being recorded?");
+    if (!IsThere(frame) || file_.ReadAt(frame.offset, bytes_.data(), bytes_.size()) != bytes_.size()) {
+        return std::nullopt;
     }
     return bytes_;
 }

@@ -7,12 +7,14 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "clip/FrameClock.h"
 #include "index/CardIndex.h"
 #include "stream/Continuity.h"
+#include "stream/NalUnits.h"
 #include "stream/StreamScanner.h"
 
 namespace card {
@@ -61,13 +63,16 @@ class ClipReader {
 
     // Lists the stretch; without a key frame in it, no frames.
     ClipStretch List(const BytesDone& done);
-    // The elementary stream's bytes of a listed frame, at most the first `limit`; valid until the next call.
-    // Throws CardError.
-    const std::vector<uint8_t>& Payload(const ClipFrame& frame, size_t limit = SIZE_MAX);
+    // The elementary stream's bytes of a listed frame, at most the first `limit`; valid until the next call.  Nothing:
+    // the card does not give that frame again, for a place has become bad since, or is recorded over.  Throws
+    // CardError.
+    std::optional<ByteView> Payload(const ClipFrame& frame, size_t limit = SIZE_MAX);
     // The same with its headers, as it lies on the card.
-    const std::vector<uint8_t>& Packed(const ClipFrame& frame);
+    std::optional<ByteView> Packed(const ClipFrame& frame);
 
   private:
+    bool IsThere(const ClipFrame& frame);
+
     const Section& section_;
     Stretch stretch_;
     uint32_t from_;

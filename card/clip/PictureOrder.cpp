@@ -16,10 +16,10 @@ std::vector<PictureNumber> Number(ClipReader& reader, VideoCodec codec, const Cl
     PictureNumber number;
     for (const ClipFrame& frame : stretch.frames) {
         if (!frame.video) continue;
-        ByteView unit = reader.Payload(frame, kHead);
+        ByteView unit = reader.Payload(frame, kHead).value_or(ByteView());
         SliceRole role = RoleOf(codec, unit);
         if (role == SliceRole::None && unit.size() == kHead) {
-            unit = reader.Payload(frame);
+            unit = reader.Payload(frame).value_or(ByteView());
             role = RoleOf(codec, unit);
         }
         if (role == SliceRole::SequenceStart) ++number.sequence;

@@ -66,27 +66,26 @@ void Exporter::Move(const Selection& selection, size_t number) {
     const auto sound =
         std::find_if(listed.frames.begin(), listed.frames.end(), [](const ClipFrame& f) { return !f.video; });
     if (sound != listed.frames.end()) {
-        sound_ = Playable(SoundFormatOf(listed.parameters, reader.Payload(*sound)));
+        sound_ = Playable(SoundFormatOf(listed.parameters, reader.Payload(*sound).value_or(ByteView())));
     }
     chapter_due_ = timeline_.Enter(listed.frames.front().at);
     for (const ClipFrame& frame : listed.frames) {
-        if (frame.video) {
-            MovePicture(reader, listed, frame, std::span(selection.stretches).subspan(number + 1));
-        } else if (writer_ == nullptr) {
-            continue;
-        } else if (container_ == Container::ProgramStream) {
-            writer_->Sound(reader.Packed(frame), 0);
-        } else if (!Raw()) {
-            writer_->Sound(reader.Payload(frame), timeline_.Place(frame.at));
-        }
+        const bool packed = container_ == Container::ProgramStream;
         done_(frame.size);
+        if (!frame.video && (writer_ == nullptr || (Raw() && !packed))) continue;
+        const std::optional<ByteView> unit = packed ? reader.Packed(frame) : reader.Payload(frame);
+        if (!unit) {
+            report_.damaged_bytes += frame.size;
+        } else if (frame.video) {
+            MovePicture(*unit, listed, frame, std::span(selection.stretches).subspan(number + 1));
+        } else {
+            writer_->Sound(*unit, packed ? 0 : timeline_.Place(frame.at));
+        }
     }
 }
 
-void Exporter::MovePicture(ClipReader& reader, const ClipStretch& stretch, const ClipFrame& frame,
+void Exporter::MovePicture(ByteView unit, const ClipStretch& stretch, const ClipFrame& frame,
                            std::span<const Stretch> later) {
-    const bool packed = container_ == Container::ProgramStream;
-    const std::vector<uint8_t>& unit = packed ? reader.Packed(frame) : reader.Payload(frame);
     const VideoCodec codec = CodecOf(stretch.parameters);
     const bool key = frame.key && (Raw() || IsRandomAccess(codec, unit));
     if (key && !Raw()) {

@@ -34,7 +34,7 @@ struct ExportPart {
 struct ExportReport {
     std::vector<ExportPart> parts;  // empty: there was no key frame in any stretch
     uint64_t found = 0;             // pictures of that time, whether a file could begin with them or not
-    uint64_t damaged_bytes = 0;     // left out, as they are no frames
+    uint64_t damaged_bytes = 0;     // left out, as they are no frames, or none any more
     uint64_t foreign_frames = 0;    // left out, as they are of an earlier lap
     bool aside = false;             // what was there before is kept, as not all could be read
 };
@@ -51,8 +51,7 @@ class Exporter {
 
   private:
     void Move(const Selection& selection, size_t number);
-    void MovePicture(ClipReader& reader, const ClipStretch& stretch, const ClipFrame& frame,
-                     std::span<const Stretch> later);
+    void MovePicture(ByteView unit, const ClipStretch& stretch, const ClipFrame& frame, std::span<const Stretch> later);
     void StartPart(const ClipStretch& stretch, const ClipFrame& frame, ByteView unit, ClipShape shape);
     void FinishPart();
     std::optional<SoundFormat> FindSound(const Stretch& stretch, size_t frames_max) const;

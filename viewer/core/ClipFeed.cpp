@@ -84,7 +84,12 @@ bool ClipFeed::EnterStretch() {
 
 // False when the picture begins a new part and the piece holds samples of the one before.
 bool ClipFeed::TakePicture(const ClipFrame& frame, Piece& piece) {
-    const std::vector<uint8_t>& unit = reader_->Payload(frame);
+    const std::optional<ByteView> given = reader_->Payload(frame);
+    if (!given) {
+        damaged_ += frame.size;
+        return true;
+    }
+    const ByteView unit = *given;
     const bool key = frame.key && card::IsRandomAccess(codec_, unit);
     if (key) {
         std::vector<uint8_t> sets = card::ParameterSets(codec_, unit);
@@ -120,7 +125,12 @@ bool ClipFeed::TakePicture(const ClipFrame& frame, Piece& piece) {
 
 void ClipFeed::TakeSound(const ClipFrame& frame, Piece& piece) {
     if (sound_.kind == SoundKind::None) return;
-    ByteView payload = reader_->Payload(frame);
+    const std::optional<ByteView> given = reader_->Payload(frame);
+    if (!given) {
+        damaged_ += frame.size;
+        return;
+    }
+    ByteView payload = *given;
     const Ticks at = timeline_.Place(frame.at);
     const auto add = [&](ByteView bytes) {
         piece.sounds.push_back({static_cast<uint32_t>(bytes.size()), at});
@@ -145,7 +155,7 @@ SoundFormat ClipFeed::FormatOf(const ClipFrame& frame) {
     if (format.kind == SoundKind::None) return {};
     if (format.rate == 0) format.rate = kTelephoneRate;
     if (format.kind != SoundKind::Aac) return format;
-    const auto aac = card::FirstAacFrame(reader_->Payload(frame));
+    const auto aac = card::FirstAacFrame(reader_->Payload(frame).value_or(ByteView()));
     if (aac && aac->frequency && *aac->frequency < kFrequencies.size()) {
         format.rate = kFrequencies[*aac->frequency];
         format.channels = std::max<int>(*aac->channels, 1);

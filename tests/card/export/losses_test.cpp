@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "export/Exporter.h"
 #include "fixture/BadBlocks.h"
 #include "fixture/CardFixture.h"
 #include "fixture/Folder.h"
@@ -222,6 +223,30 @@ TEST_F(Losses, ManyBadPagesCostNoMoreThanThemselves) {
     const Outcome all = Export(card, "all.h264");
     EXPECT_EQ(all.status, 1);
     EXPECT_THAT(all.err, HasSubstr("2.0 MiB of hi000001.mp4 cannot be read, from byte "));
+}
+
+// Every frame is read twice: to be listed and to be saved.
+TEST_F(Losses, AFrameThatIsGoneTheSecondTimeCostsItselfAlone) {
+    for (const bool video : {true, false}) {
+        SCOPED_TRACE(video);
+        const Card large{.files = 1, .sections = {{.seconds = 3, .frame_bytes = 600000}}, .keep_units = false};
+        const Recording recording = large.RecordFolder(Path("card"));
+        const card::Volume volume = card::Volume::Open(recording.path);
+        const card::CardIndex index(volume);
+        const auto frame = std::find_if(recording.frames.begin() + 20, recording.frames.end(),
+                                        [&](const WrittenFrame& f) { return f.video == video && !f.key; });
+        size_t listed = 0;
+        const auto lose = [&](uint64_t bytes) {
+            if (bytes == 0 && listed++ == 0)  // all are listed, and the first is put in order
+                recording.Corrupt("hi000000.mp4", frame->offset, std::string(frame->size, '\0'));
+        };
+        card::Exporter exporter(index, Path("all.mp4"), card::OutputFiles::Mode::Overwrite, {});
+        const card::ExportReport report = exporter.Run(card::SelectAll(index), lose);
+        ASSERT_EQ(report.parts.size(), 1u);
+        EXPECT_EQ(report.parts[0].pictures, video ? 74u : 75u);
+        EXPECT_EQ(report.damaged_bytes, frame->size);
+        fs::remove_all(recording.path);
+    }
 }
 
 }  // namespace
