@@ -7,6 +7,7 @@ import pathlib
 import shutil
 import subprocess
 import tempfile
+import time
 import unittest
 
 from browser import Browser
@@ -65,6 +66,10 @@ def distance(a, b):
     return sum((x - y) ** 2 for x, y in zip(a, b))
 
 
+def nearest(pictures, shown):
+    return min(range(len(pictures)), key=lambda i: distance(pictures[i], shown))
+
+
 def frame_sums(clip, stream="v"):
     """(time, checksum of the decoded picture) of every picture."""
     lines = run("ffmpeg", "-v", "error", "-i", clip, "-map", "0:" + stream, "-c:v", "rawvideo", "-fps_mode", "passthrough", "-copyts",
@@ -98,6 +103,14 @@ class PageTest(unittest.TestCase):
         card = pathlib.Path(card)
         self.browser.pick("#folder" if card.is_dir() else "#files", [card])
         self.browser.wait("list !== null && !player.loading" + (" && byId('video').readyState >= 2" if shown else ""))
+
+    def shows(self, pictures, wanted, seconds=20):
+        """The video comes to show that picture: a seek may end a moment before its picture is there."""
+        self.browser.wait("!player.loading && !byId('video').seeking && byId('video').readyState >= 2")
+        end = time.monotonic() + seconds
+        while (shown := nearest(pictures, self.grey("byId('video')"))) != wanted:
+            self.assertLess(time.monotonic(), end, f"picture {shown} is shown, not {wanted}")
+            time.sleep(.05)
 
     def exported(self, card, section):
         """A section as the tool exports it."""
