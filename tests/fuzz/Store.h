@@ -2,19 +2,12 @@
 #pragma once
 
 #include "Fuzz.h"
-#include "libRecordFile.h"
+#include "RecordFormat.h"
 
 namespace fuzz {
 
 inline constexpr uint32_t kStoreFiles = 6;  // of these, heads are laid out
 inline constexpr uint64_t kStoreHeads = RECORD_SECTION_BASE + uint64_t{RECORD_SECTION_BLOCK} * kStoreFiles;
-
-inline uint64_t FileHeadAt(uint32_t file) {
-    return RECORD_FILE_HEAD_BASE + uint64_t{sizeof(RecordFileInfoHead_S)} * file;
-}
-inline uint64_t SectionHeadAt(uint32_t file, uint32_t section) {
-    return RECORD_SECTION_BASE + uint64_t{RECORD_SECTION_BLOCK} * file + sizeof(RecordInfoHead_S) * section;
-}
 
 // Lays an index, an event file and the key-frame records of record file 0 from the input; the latter two may be null.
 // A record is what its place holds: it gets its flag and number, unless the input wants it otherwise.
@@ -45,28 +38,27 @@ inline void LayIndex(Input& in, MemoryFile& index, MemoryFile* events = nullptr,
             if (to != nullptr) to->Write(at, &head, sizeof head);
         };
         if (kind % 8 < 2) {
-            lay(&index, FileHeadAt(file), RecordFileInfoHead_S{}, [&](auto& head) {
+            lay(&index, record_file::FileHeadOffset(file), RecordFileInfoHead_S{}, [&](auto& head) {
                 head.m_u32FileInfoHeadFlag = RECORD_FILE_FLAG;
                 head.m_u32FileInfoHeadNo = file;
             });
         } else if (kind % 8 < 5) {
-            lay(&index, SectionHeadAt(file, slot), RecordInfoHead_S{}, [&](auto& head) {
+            lay(&index, record_file::SectionHeadOffset(file, slot), RecordInfoHead_S{}, [&](auto& head) {
                 head.m_u32RecordInfoHeadFlag = RECORD_SECTION_FLAG;
                 head.m_u16RecordFileNo = static_cast<uint16_t>(file);
                 head.m_u16RecordUseNo = static_cast<uint16_t>(slot);
             });
         } else if (kind % 8 == 5) {
-            const uint64_t at = RECORD_KEY_FRAME_BASE + slot % 64 * sizeof(KeyFrameInfoHead_S);
-            lay(record, at, kNone[0], [](auto& head) { head.m_u32KeyFrameHeadFlag = RECORD_KEY_FRAME_FLAG; });
+            lay(record, record_file::KeyFrameRecordOffset(slot % 64), kNone[0],
+                [](auto& head) { head.m_u32KeyFrameHeadFlag = RECORD_KEY_FRAME_FLAG; });
         } else if (kind % 8 == 6) {
-            lay(events, file * sizeof(AlarmEventHead_S), AlarmEventHead_S{}, [&](auto& head) {
+            lay(events, record_file::EventHeadOffset(file), AlarmEventHead_S{}, [&](auto& head) {
                 head.m_u32AlarmEventFlag = ALARM_EVENT_FLAG;
                 head.m_u32AlarmFileNo = file;
                 head.m_u32AlarmEventSum %= 16;
             });
         } else {
-            const uint64_t block = uint64_t{file + 8} * ALARM_EVENT_BLOCK;
-            lay(events, block + slot % 16 * sizeof(AlarmFileInfoHead_S), AlarmFileInfoHead_S{}, [&](auto& head) {
+            lay(events, record_file::EventOffset(file, slot % 16 + 1), AlarmFileInfoHead_S{}, [&](auto& head) {
                 head.m_u32AlarmEventFlag = ALARM_RECORD_FLAG;
                 head.m_u16AlarmFileNo = static_cast<uint16_t>(file);
                 head.m_u16AlarmFileUseNo = static_cast<uint16_t>(slot % 16 + 1);

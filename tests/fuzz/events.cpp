@@ -3,13 +3,9 @@
 #include <vector>
 
 #include "Fuzz.h"
-#include "libRecordFile.h"
+#include "RecordFormat.h"
 
 namespace {
-
-constexpr uint64_t Block(uint32_t file_no) {
-    return (uint64_t{file_no} + 8) * ALARM_EVENT_BLOCK;
-}
 
 // The next event of a file whose head says anything, as the alarm thread adds it.
 void AddEvent(fuzz::MemoryFile& file, uint32_t file_no, AlarmEventHead_S head) {
@@ -24,7 +20,7 @@ void AddEvent(fuzz::MemoryFile& file, uint32_t file_no, AlarmEventHead_S head) {
         MUST(file.Size() == size);
         return;
     }
-    const uint64_t at = Block(head.m_u32AlarmFileNo) + uint64_t{sizeof record} * (slot - 1);
+    const uint64_t at = record_file::EventOffset(head.m_u32AlarmFileNo, slot);
     MUST(file.Size() == std::max(size, at + sizeof record));
     AlarmFileInfoHead_S written{};
     MUST(file.Read(at, &written, sizeof written) == sizeof written);
@@ -37,12 +33,13 @@ void AddEvent(fuzz::MemoryFile& file, uint32_t file_no, AlarmEventHead_S head) {
 void fuzz::Feed(Input& in) {
     static MemoryFile file;
     const uint32_t file_no = in.Half() % (ALARM_EVENT_FILE_MAX + 2);
+    const uint64_t block = record_file::EventOffset(file_no, 1);
     const uint32_t length = in.Word() % (2u << 20);  // most of the files end early
-    file.Clear(in.Byte() % 2 == 0 ? Block(file_no) + length : length);
+    file.Clear(in.Byte() % 2 == 0 ? block + length : length);
     const auto stored = in.Get<AlarmEventHead_S>();
     file.Write(file_no * sizeof stored, &stored, sizeof stored);
     const Bytes records = in.Rest();
-    file.Write(Block(file_no), records);
+    file.Write(block, records);
 
     AlarmEventHead_S head{};
     const bool read = AV_AlarmEventInfoRead(file.fd(), file_no, &head) == 0;

@@ -10,6 +10,9 @@
 
 namespace {
 
+using record_file::FileHeadOffset;
+using record_file::SectionHeadOffset;
+
 constexpr char kPath[] = RECORD_STORE_DIRECTORY RECORD_INDEX_NAME;
 
 // The heads as they are now; what lies after the file's end is zero.
@@ -35,9 +38,9 @@ void MustKeepOthers(const std::vector<uint8_t>& before, const std::vector<uint8_
         end = std::min<uint64_t>(end, before.size());
         return begin >= end || std::memcmp(before.data() + begin, after.data() + begin, end - begin) == 0;
     };
-    MUST(same(sizeof(RecordSystemInfoHead_S), fuzz::FileHeadAt(file_no)));
-    MUST(same(fuzz::FileHeadAt(file_no + 1), fuzz::SectionHeadAt(file_no, 1)));
-    MUST(same(fuzz::SectionHeadAt(file_no + 1, 0), fuzz::kStoreHeads));
+    MUST(same(sizeof(RecordSystemInfoHead_S), FileHeadOffset(file_no)));
+    MUST(same(FileHeadOffset(file_no + 1), SectionHeadOffset(file_no, 1)));
+    MUST(same(SectionHeadOffset(file_no + 1, 0), fuzz::kStoreHeads));
 }
 
 // Begins a run and saves its heads, as the record loop and the writer do.
