@@ -358,6 +358,12 @@ class Viewer(PageTest):
         self.browser.wait("byId('message').textContent.startsWith('This browser cannot play recordings')")
         self.browser.open(PAGE)
 
+    def test_the_end_of_what_was_left_does_not_end_what_plays_now(self):
+        self.open(self.folder / "busy")
+        self.assertEqual(self.browser.run("(async () => { player.buffers.video.abort(); player.buffers.video.remove(0, .001);"
+                                          "const end = player.finish(player.session); ++player.session; await end; return player.media.readyState; })()"), "open")
+        self.browser.run("player.close()")
+
     def test_the_sound_of_a_saved_clip_is_that_of_the_card(self):
         card = self.folder / "busy"
         self.open(card)

@@ -287,9 +287,11 @@ class Player {
   }
 
   async finish(session) {
-    if (session !== this.session || !this.media || this.media.readyState !== "open") return;
-    for (const buffer of Object.values(this.buffers)) await idle(buffer);
-    this.media.endOfStream();
+    const { media, buffers } = this;
+    if (session !== this.session || !media) return;
+    for (const buffer of Object.values(buffers)) await idle(buffer);
+    if (session !== this.session || media.readyState !== "open") return; // meanwhile
+    media.endOfStream();
     this.ended = true;
   }
 
