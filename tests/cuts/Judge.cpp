@@ -45,11 +45,7 @@ const RowRule& RuleOf(Row row) {
     return rules[static_cast<size_t>(row)];
 }
 
-bool IsFileHead(int file, uint64_t offset) {
-    return file == kIndex && offset >= RECORD_FILE_HEAD_BASE && offset < RECORD_SECTION_BASE;
-}
-
-std::string Place(const Frame& frame) {
+std::string Named(const Frame& frame) {
     return FormatText("frame %u:%u at %u, of %u", frame.file, frame.lap, frame.offset, frame.time);
 }
 
@@ -72,10 +68,9 @@ Judge::Judge(const Medium& medium, Recorder& recorder, const Tape& tape, const s
         ++happened;
         const bool is_stream = operation.file >= kRecord && operation.offset < RECORD_KEY_FRAME_BASE;
         if (!operation.is_write || is_stream) continue;
-        Item& item = items_[{operation.file, operation.offset}];
-        item.file = operation.file;
-        item.offset = operation.offset;
-        item.versions.emplace_back(happened, operation.bytes);
+        std::vector<std::pair<size_t, std::string>>& versions = items_[{operation.file, operation.offset}].versions;
+        if (versions.empty()) versions.emplace_back(0, operation.before);
+        versions.emplace_back(happened, operation.bytes);
     }
     std::map<std::pair<uint32_t, uint32_t>, size_t> begun;  // file, lap
     for (const Frame& frame : frames) begun.try_emplace({frame.file, frame.lap}, frame.written);
@@ -124,7 +119,7 @@ void Judge::JudgeFrames(const Cut& cut, const Listing& listing, Verdict& verdict
         ++verdict.lost;
         verdict.claimed += is_claimed && !is_intact ? 1 : 0;
         if (frame.handed_over <= cut.at)
-            verdict.Blame(Place(frame) + " was handed over and is " + (is_intact ? "not listed" : "damaged"));
+            verdict.Blame(Named(frame) + " was handed over and is " + (is_intact ? "not listed" : "damaged"));
         verdict.rows.insert(is_intact ? WhyNotListed(frame) : is_claimed ? Row::kStream : Row::kBoth);
     }
 }
@@ -165,31 +160,20 @@ void Judge::JudgeListed(const Cut& cut, const Listing& listing, Verdict& verdict
     }
 }
 
-const std::string* Judge::Item::Newest(size_t at) const {
-    const std::string* newest = nullptr;
-    for (const auto& [since, version] : versions) {
-        if (since <= at) newest = &version;
-    }
+size_t Judge::Item::Newest(size_t at) const {
+    size_t newest = 0;
+    while (newest + 1 < versions.size() && versions[newest + 1].first <= at) ++newest;
     return newest;
 }
 
-Judge::State Judge::StateOf(const Item& item, size_t at) const {
-    const uint8_t* const bytes = medium_.File(item.file).data() + item.offset;
-    const std::string* const newest = item.Newest(at);
-    if (newest == nullptr || std::memcmp(bytes, newest->data(), newest->size()) == 0) return State::kNew;
-    for (const auto& [since, version] : item.versions) {
-        if (since <= at && std::memcmp(bytes, version.data(), version.size()) == 0) return State::kOld;
-    }
-    // As it was before the tape began?
-    for (const PageHistory& page : tape_.Pages()) {
-        const uint64_t begin = uint64_t{page.number} * kPage;
-        if (page.file != item.file || begin + kPage <= item.offset || begin >= item.offset + newest->size()) continue;
-        const uint64_t from = std::max(begin, item.offset);
-        const uint64_t to = std::min(begin + kPage, item.offset + newest->size());
-        if (std::memcmp(bytes + (from - item.offset), page.versions[0].bytes.data() + (from - begin), to - from) != 0)
-            return State::kTorn;
-    }
-    return State::kOld;
+Judge::State Judge::StateOf(const Place& place, const Item& item, size_t at) const {
+    const uint8_t* const bytes = medium_.File(place.first).data() + place.second;
+    const auto is_there = [&](const auto& version) {
+        return std::memcmp(bytes, version.second.data(), version.second.size()) == 0;
+    };
+    const auto newest = item.versions.begin() + static_cast<ptrdiff_t>(item.Newest(at));
+    if (newest == item.versions.begin() || is_there(*newest)) return State::kNew;
+    return std::any_of(item.versions.begin(), newest, is_there) ? State::kOld : State::kTorn;
 }
 
 // Of a new lap whose file still has the head of the one before.
@@ -202,22 +186,23 @@ bool Judge::HasOldHead(const Frame& frame, const Cut& cut) const {
 void Judge::JudgeItems(const Cut& cut, const Listing& listing, Verdict& verdict) const {
     const auto length_of = [&](uint64_t n) { return HeadOf(static_cast<uint32_t>(n)).m_u32RecordFileSumLenth; };
     for (const auto& [place, item] : items_) {
-        const State state = StateOf(item, cut.at);
+        const auto& [id, offset] = place;
+        const State state = StateOf(place, item, cut.at);
         if (state == State::kNew) continue;
-        if (item.file == kEvents) {
-            const bool is_head = item.offset < ALARM_EVENT_BLOCK;
+        if (id == kEvents) {
+            const bool is_head = offset < ALARM_EVENT_BLOCK;
             verdict.rows.insert(is_head ? Row::kEventHead : state == State::kTorn ? Row::kEventTorn : Row::kEvent);
-        } else if (item.file >= kRecord) {
-            const uint64_t number = (item.offset - RECORD_KEY_FRAME_BASE) / sizeof(KeyFrameInfoHead_S);
-            if (number < HeadOf(static_cast<uint32_t>(item.file - kRecord)).m_u32RecordKeyFrameSum)
+        } else if (id >= kRecord) {
+            const uint64_t number = (offset - RECORD_KEY_FRAME_BASE) / sizeof(KeyFrameInfoHead_S);
+            if (number < HeadOf(static_cast<uint32_t>(id - kRecord)).m_u32RecordKeyFrameSum)
                 verdict.rows.insert(state == State::kTorn ? Row::kKeyRecordTorn : Row::kKeyRecord);
-        } else if (IsFileHead(item.file, item.offset)) {
+        } else if (offset >= RECORD_FILE_HEAD_BASE && offset < RECORD_SECTION_BASE) {
             if (state == State::kTorn) verdict.rows.insert(Row::kFileTorn);
-        } else if (item.offset >= RECORD_SECTION_BASE) {
-            const uint64_t file = (item.offset - RECORD_SECTION_BASE) / RECORD_SECTION_BLOCK;
-            const auto section = RecordAt<RecordInfoHead_S>(medium_.File(kIndex), item.offset);
+        } else if (offset >= RECORD_SECTION_BASE) {
+            const uint64_t file = (offset - RECORD_SECTION_BASE) / RECORD_SECTION_BLOCK;
+            const auto section = RecordAt<RecordInfoHead_S>(medium_.File(kIndex), offset);
             const bool is_short = uint64_t{section.m_u32RecordStartPos} + section.m_u32RecordSize < length_of(file);
-            const bool is_another = std::memcmp(&section, item.Newest(cut.at)->data(), 2 * sizeof(uint32_t)) != 0;
+            const bool is_another = std::memcmp(&section, item.versions[item.Newest(cut.at)].second.data(), 8) != 0;
             const bool is_full = length_of(file) >= RECORD_STREAM_LIMIT;  // then lengths stand still, and counts do not
             if (is_short || is_another || is_full) verdict.rows.insert(Row::kSectionBehind);
         }
@@ -259,7 +244,7 @@ void Judge::JudgeStart(const Cut& cut, Verdict& verdict) const {
         const bool is_oldest = start.offset == 0 && laps.size() == medium_.RecordFiles() &&
                                laps.front() == std::pair{frame.file, frame.lap};
         if (!is_oldest)
-            verdict.Blame(Place(frame) + FormatText(" will be written over: the next run begins at %u of file %u",
+            verdict.Blame(Named(frame) + FormatText(" will be written over: the next run begins at %u of file %u",
                                                     start.offset, start.file));
     }
 }
@@ -276,7 +261,8 @@ void Judge::JudgeCheck(Verdict& verdict) const {
     }
 }
 
-std::string Judge::AfterRepair(const Cut& cut) {
+std::string Judge::AfterRepair(const Cut& cut) const {
+    const Kept kept(medium_);
     card::RepairLog log;
     card::RepairStore(card::Volume::Open(support::kCardDirectory, card::Access::ReadWrite), log);
     for (const card::Finding& finding : card::CheckStore(volume_)) {
@@ -305,7 +291,7 @@ std::string Judge::AfterRepair(const Cut& cut) {
         is_whole = IsIntact(frame) && (!frame.IsSound() || (goes_on && is_whole));
         before = &frame;
         if (has_begun && is_whole && listing.LengthAt(frame.file, frame.offset) == 0)
-            return "after repair: " + Place(frame) + " is on the card and not listed";
+            return "after repair: " + Named(frame) + " is on the card and not listed";
     }
     return "";
 }
@@ -339,32 +325,19 @@ void Judge::Describe(const Cut& cut) const {
         std::printf("\n");
     }
     for (const auto& [place, item] : items_) {
-        const State state = StateOf(item, cut.at);
+        const State state = StateOf(place, item, cut.at);
         if (state != State::kNew)
-            std::printf("  record at %llu of file %d: %s\n", static_cast<unsigned long long>(item.offset), item.file,
+            std::printf("  record at %ju of file %d: %s\n", uintmax_t{place.second}, place.first,
                         state == State::kOld ? "old" : "torn");
     }
     const Listing listing = ReadCard(medium_);
     for (const Frame& frame : frames_) {
         if (frame.written > cut.at || IsOverwritten(frame, cut.at) || (frame.written == 0 && IsIntact(frame))) continue;
-        std::printf("  %s: %zu bytes, %s, %s%s%s\n", Place(frame).c_str(), frame.bytes.size(),
+        std::printf("  %s: %zu bytes, %s, %s%s%s\n", Named(frame).c_str(), frame.bytes.size(),
                     IsIntact(frame) ? "whole" : "not whole",
                     listing.LengthAt(frame.file, frame.offset) != 0 ? "listed" : "not listed",
                     frame.handed_over <= cut.at ? ", handed over" : "", frame.promised ? "" : ", not promised");
     }
-    for (uint32_t n = 0; n < listing.claimed.size(); ++n) {
-        const auto head = HeadOf(n);
-        std::printf("  file %u: length %u, %u sections, %u key frames, %u to %u, claims %u\n", n,
-                    head.m_u32RecordFileSumLenth, head.m_u32RecordSectionSum, head.m_u32RecordKeyFrameSum,
-                    head.m_u32RecordStartTime, head.m_u32RecordEndTime, listing.claimed[n]);
-        for (uint32_t u = 1; u <= std::min(head.m_u32RecordSectionSum, RECORD_SECTION_MAX); ++u) {
-            const auto section = SectionOf(n, u);
-            std::printf("    section %u: %u bytes at %u, %u key frames, %u to %u\n", u, section.m_u32RecordSize,
-                        section.m_u32RecordStartPos, section.m_u32KeyFrameSum, section.m_u32RecordStartTime,
-                        section.m_u32RecordEndTime);
-        }
-    }
-    std::printf("  current file %u\n", listing.current);
     for (const card::Finding& finding : card::CheckStore(volume_))
         std::printf("  %s %s: %s\n", finding.level == card::Finding::Level::Error ? "error" : "remark",
                     finding.kind.c_str(), finding.what.c_str());

@@ -54,20 +54,19 @@ class Judge {
           std::set<Row> rows_before);
 
     Verdict Of(const Cut& cut);
-    // Repairs the card that is shown and judges what that leaves; the caller puts the card back.
-    std::string AfterRepair(const Cut& cut);
+    // Repairs the card that is shown, judges what that leaves and puts it back.
+    std::string AfterRepair(const Cut& cut) const;
     // The frames that the card may show to the next process; those that it lists and counts are to be kept.
     std::vector<Frame> Carried(const Cut& cut) const;
     // What is on the card that is shown, in words.
     void Describe(const Cut& cut) const;
 
   private:
-    struct Item {  // a record, and what was written into its place
-        int file;
-        uint64_t offset;
+    struct Item {  // a record: the first version of its bytes was there before
         std::vector<std::pair<size_t, std::string>> versions;  // operations that have happened, bytes
-        const std::string* Newest(size_t at) const;            // null: it was not written yet
+        size_t Newest(size_t at) const;
     };
+    using Place = std::pair<int, uint64_t>;  // file, offset
     enum class State { kNew, kOld, kTorn };
 
     RecordFileInfoHead_S HeadOf(uint32_t file) const;
@@ -76,7 +75,7 @@ class Judge {
     bool IsOverwritten(const Frame& frame, size_t at) const {  // by a later lap, at least in part
         return overwritten_[static_cast<size_t>(&frame - frames_.data())] <= at;
     }
-    State StateOf(const Item& item, size_t at) const;
+    State StateOf(const Place& place, const Item& item, size_t at) const;
     bool HasOldHead(const Frame& frame, const Cut& cut) const;
     void JudgeFrames(const Cut& cut, const Listing& listing, Verdict& verdict) const;
     void JudgeListed(const Cut& cut, const Listing& listing, Verdict& verdict) const;
@@ -92,7 +91,7 @@ class Judge {
     const std::set<Row> rows_before_;
     std::vector<size_t> overwritten_;  // by frame: operations until it was
     std::multimap<std::pair<uint32_t, uint32_t>, const Frame*> by_place_;
-    std::map<std::pair<int, uint64_t>, Item> items_;  // by file and offset
+    std::map<Place, Item> items_;
     card::Volume volume_;
 };
 

@@ -24,24 +24,33 @@ class Medium {
     Medium& operator=(const Medium&) = delete;
 
     uint32_t RecordFiles() const { return static_cast<uint32_t>(files_.size()) - kRecord; }
+    // Of a file as much as anything can stand in.
     std::span<uint8_t> File(int id) const { return files_[static_cast<size_t>(id)].bytes; }
     uint8_t* Page(int id, uint32_t number) const { return File(id).data() + number * kPage; }
     int IdOf(int fd) const;  // -1: none of the store's
 
-    // All that recording and repair can have changed, to be put back.
-    using Copy = std::vector<std::string>;
-    Copy Take() const;
-    void PutBack(const Copy& copy) const;
-
   private:
+    friend class Kept;
     struct Mapped {
         std::span<uint8_t> bytes;
         uint64_t inode;
     };
-    void Map(const std::string& path);
+    void Map(const std::string& path, size_t length);
 
     support::Card card_;
     std::vector<Mapped> files_;
+};
+
+// All that recording and repair may change; put back when it is destroyed.
+class Kept {
+  public:
+    explicit Kept(const Medium& medium);
+    ~Kept();
+    Kept(const Kept&) = delete;
+    Kept& operator=(const Kept&) = delete;
+
+  private:
+    std::vector<std::pair<std::span<uint8_t>, std::vector<uint8_t>>> files_;  // and their bytes
 };
 
 template <class Record>

@@ -54,18 +54,19 @@ class Gate {
         return waits_ && passes_ == 0;
     }
     void LetOne() {
-        const std::lock_guard lock(mutex_);
-        ++passes_;
-        moved_.notify_all();
+        Move([this] { ++passes_; });
     }
     void Open(bool open) {
-        const std::lock_guard lock(mutex_);
-        open_ = open;
-        passes_ = 0;
-        moved_.notify_all();
+        Move([&] { open_ = open, passes_ = 0; });
     }
 
   private:
+    void Move(const auto& change) {
+        const std::lock_guard lock(mutex_);
+        change();
+        moved_.notify_all();
+    }
+
     std::mutex mutex_;
     std::condition_variable moved_;
     bool open_ = true;
@@ -140,13 +141,10 @@ Recorder::Recorder(const Medium& medium)
     SysInfo& config = support::BindCamera();
     config.Record_config.ucEnable = 1;
     config.Record_config.ucLackSpaceModel = 1;
-    for (auto& day : config.Record_config.weekScope.dayScope) {
-        day.ucSocpeMode = TIME_SCOPE_DIFF;
-        for (auto& range : day.hourScope) {
-            range.endHour.ucHour = 24;
-            range.endHour.ucType = 1;  // motion
-        }
-    }
+    Day_Hour_Scope& day = config.Record_config.weekScope.dayScope[3];
+    day.ucSocpeMode = TIME_SCOPE_DIFF;
+    day.hourScope[0].endHour.ucHour = 24;
+    day.hourScope[0].endHour.ucType = 1;  // motion
     libAlarmProcessInit();
     static card::Calls calls = kReal;
     calls.WriteAt = [](int fd, const void* bytes, size_t length, off64_t at) {
@@ -310,10 +308,10 @@ void Recorder::HandOver(uint32_t frames) {
 ssize_t Recorder::Write(int fd, const void* bytes, size_t length, off64_t offset) {
     const int id = medium_.IdOf(fd);
     const auto at = static_cast<uint64_t>(offset);
-    if (tape_ != nullptr && id >= 0) tape_->BeforeWrite(id, at, length);
+    const std::string written(static_cast<const char*>(bytes), length);
+    if (tape_ != nullptr && id >= 0) tape_->Write(id, at, written);
     const ssize_t put = kReal.WriteAt(fd, bytes, length, offset);
-    if (tape_ != nullptr && id >= 0) tape_->Written(id, at, bytes, length);
-    if (id >= kRecord && at < RECORD_KEY_FRAME_BASE) NoteFrame(id, at, {static_cast<const char*>(bytes), length});
+    if (id >= kRecord && at < RECORD_KEY_FRAME_BASE) NoteFrame(id, at, written);
     if (id == kIndex) NoteCounted(id, at);
     return put;
 }

@@ -2,17 +2,13 @@
 
 #include <algorithm>
 #include <cstring>
+#include <numeric>
 
 namespace cuts {
 namespace {
 
 constexpr size_t kSectors = kPage / kSector;
 constexpr size_t kSubsetPages = 7;  // that are combined, old and new, in every way
-
-uint64_t Mix(uint64_t hash, uint64_t value) {
-    hash = (hash ^ value) * 0x9E3779B97F4A7C15u;
-    return hash ^ (hash >> 29);
-}
 
 void Compose(const PageHistory& page, const Choice& choice, uint8_t* to) {
     std::memcpy(to, page.versions[choice.version].bytes.data(), kPage);
@@ -38,7 +34,8 @@ size_t PageHistory::Oldest(size_t cut) const {
     return found;
 }
 
-PageHistory& Tape::HistoryOf(int file, uint32_t number) {
+PageHistory& Tape::HistoryOf(int file, uint64_t offset) {
+    const auto number = static_cast<uint32_t>(offset / kPage);
     const auto at = std::find_if(pages_.begin(), pages_.end(),
                                  [&](const PageHistory& page) { return page.file == file && page.number == number; });
     if (at != pages_.end()) return *at;
@@ -46,22 +43,22 @@ PageHistory& Tape::HistoryOf(int file, uint32_t number) {
     return pages_.back();
 }
 
-void Tape::BeforeWrite(int file, uint64_t offset, uint64_t length) {
-    for (uint64_t page = offset / kPage; page * kPage < offset + length; ++page)
-        HistoryOf(file, static_cast<uint32_t>(page));
-}
-
-void Tape::Written(int file, uint64_t offset, const void* bytes, uint64_t length) {
-    operations_.push_back({true, file, offset, offset + length, {static_cast<const char*>(bytes), length}, 0});
-    for (uint64_t page = offset / kPage; page * kPage < offset + length; ++page) {
-        PageHistory& history = HistoryOf(file, static_cast<uint32_t>(page));
-        const std::string now(reinterpret_cast<const char*>(medium_.Page(file, history.number)), kPage);
-        if (now != history.versions.back().bytes) history.versions.push_back({operations_.size(), now});
+void Tape::Write(int file, uint64_t offset, std::string bytes) {
+    const uint64_t end = offset + bytes.size();
+    const size_t since = operations_.size() + 1;
+    for (uint64_t at = offset, next; at < end; at = next) {
+        next = std::min(end, (at / kPage + 1) * kPage);
+        std::vector<PageHistory::Version>& versions = HistoryOf(file, at).versions;
+        std::string now = versions.back().bytes;
+        now.replace(at % kPage, next - at, bytes, at - offset, next - at);
+        if (now != versions.back().bytes) versions.push_back({since, now});
     }
+    const auto* const before = reinterpret_cast<const char*>(medium_.File(file).data()) + offset;
+    operations_.push_back({true, file, offset, end, {before, bytes.size()}, std::move(bytes), 0});
 }
 
 void Tape::HandedOver(int file, uint64_t offset, uint64_t end, size_t began) {
-    operations_.push_back({false, file, offset, end, {}, began});
+    operations_.push_back({false, file, offset, end, {}, {}, began});
     for (PageHistory& page : pages_) {
         const uint64_t begin = uint64_t{page.number} * kPage;
         if (page.file == file && begin < end && begin + kPage > offset)
@@ -92,7 +89,21 @@ size_t Tape::CountOf(size_t cut) const {
     return (size_t{1} << std::min(open, kSubsetPages)) + open * 2 * 2 * (kSectors - 1);
 }
 
-Cut Tape::Listed(size_t cut, size_t number) const {
+size_t Tape::Listed() {
+    for (size_t at = listed_.size(); at <= operations_.size(); ++at) listed_.push_back(CountOf(at));
+    return std::accumulate(listed_.begin(), listed_.end(), size_t{0});
+}
+
+Cut Tape::Card(size_t number, size_t seed) {
+    Listed();
+    for (size_t at = 0; at < listed_.size(); ++at) {
+        if (number < listed_[at]) return OneOf(at, number);
+        number -= listed_[at];
+    }
+    return Drawn(std::mt19937_64(seed * 0x9E3779B97F4A7C15u + number));
+}
+
+Cut Tape::OneOf(size_t cut, size_t number) const {
     const std::vector<size_t> open = Open(cut);
     const size_t subsets = size_t{1} << std::min(open.size(), kSubsetPages);
     if (number < subsets) {
@@ -115,7 +126,7 @@ Cut Tape::Listed(size_t cut, size_t number) const {
     return card;
 }
 
-Cut Tape::Random(std::mt19937_64& draw) const {
+Cut Tape::Drawn(std::mt19937_64 draw) const {
     Cut card = AllOf(draw() % (operations_.size() + 1), draw() % 2 != 0);
     for (const size_t i : Open(card.at)) {
         const size_t oldest = pages_[i].Oldest(card.at);
@@ -128,28 +139,21 @@ Cut Tape::Random(std::mt19937_64& draw) const {
     return card;
 }
 
-void Tape::Show(const Cut& cut) {
+bool Tape::Show(const Cut& cut) {
     constexpr uint64_t kUnknown = std::numeric_limits<uint64_t>::max();
     shown_.resize(pages_.size(), kUnknown);
+    uint64_t fingerprint = cut.at;
     for (size_t i = 0; i < pages_.size(); ++i) {
         const Choice& choice = cut.pages[i];
+        uint8_t* const page = medium_.Page(pages_[i].file, pages_[i].number);
         const uint64_t key = choice.version << 32 | choice.other << 8 | choice.other_sectors;
-        if (shown_[i] == key) continue;
-        Compose(pages_[i], choice, medium_.Page(pages_[i].file, pages_[i].number));
+        if (shown_[i] != key) Compose(pages_[i], choice, page);
         shown_[i] = key;
+        const size_t hash = std::hash<std::string_view>{}({reinterpret_cast<const char*>(page), kPage});
+        fingerprint = (fingerprint ^ hash) * 0x9E3779B97F4A7C15u;
+        fingerprint ^= fingerprint >> 29;
     }
-}
-
-uint64_t Tape::Fingerprint(const Cut& cut) const {
-    uint64_t hash = cut.at;
-    for (size_t i = 0; i < pages_.size(); ++i) {
-        for (size_t s = 0; s < kSectors; ++s) {
-            const bool other = (cut.pages[i].other_sectors >> s & 1) != 0;
-            const std::string& bytes = pages_[i].versions[other ? cut.pages[i].other : cut.pages[i].version].bytes;
-            hash = Mix(hash, std::hash<std::string_view>{}(std::string_view(bytes).substr(s * kSector, kSector)));
-        }
-    }
-    return hash;
+    return seen_.insert(fingerprint).second;
 }
 
 }  // namespace cuts

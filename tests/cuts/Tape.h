@@ -9,6 +9,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "Medium.h"
@@ -19,9 +20,10 @@ struct Operation {
     bool is_write;
     int file;
     uint64_t offset;
-    uint64_t end;       // first byte behind it
-    std::string bytes;  // of a write
-    size_t began;       // of a completed hand-over: operations in front of its begin
+    uint64_t end;        // first byte behind it
+    std::string before;  // of a write, what it replaced
+    std::string bytes;
+    size_t began;  // of a completed hand-over: operations in front of its begin
 };
 
 // One page, as the operations left it one after the other.
@@ -54,33 +56,35 @@ class Tape {
   public:
     explicit Tape(const Medium& medium) : medium_(medium) {}
 
-    // Called as the recorder does it; a page's state is taken from the card's files.
-    void BeforeWrite(int file, uint64_t offset, uint64_t length);
-    void Written(int file, uint64_t offset, const void* bytes, uint64_t length);
+    // Called before the recorder does it; a page's state of before is taken from the card's files.
+    void Write(int file, uint64_t offset, std::string bytes);
     void HandedOver(int file, uint64_t offset, uint64_t end, size_t began);
 
     const std::vector<Operation>& Operations() const { return operations_; }
     const std::vector<PageHistory>& Pages() const { return pages_; }
 
-    // The cards of a cut that are gone through one by one: each page old or new, and each torn in every place while the
-    // rest is old, and new.
-    size_t CountOf(size_t cut) const;
-    Cut Listed(size_t cut, size_t number) const;
-    Cut Random(std::mt19937_64& draw) const;
+    // Once all is recorded, the cards that are gone through one by one: of each cut each page old or new, and each torn
+    // in every place while the rest is old, and new.  After the last of these numbers, cards that are drawn.
+    size_t Listed();
+    Cut Card(size_t number, size_t seed);
 
-    // Makes the card's files that card.
-    void Show(const Cut& cut);
-    uint64_t Fingerprint(const Cut& cut) const;
+    // Makes the card's files that card; false when it was shown before.
+    bool Show(const Cut& cut);
 
   private:
-    PageHistory& HistoryOf(int file, uint32_t number);
+    PageHistory& HistoryOf(int file, uint64_t offset);
     std::vector<size_t> Open(size_t cut) const;
     Cut AllOf(size_t cut, bool newest) const;
+    size_t CountOf(size_t cut) const;
+    Cut OneOf(size_t cut, size_t number) const;
+    Cut Drawn(std::mt19937_64 draw) const;
 
     const Medium& medium_;
     std::vector<Operation> operations_;
     std::vector<PageHistory> pages_;
-    std::vector<uint64_t> shown_;
+    std::vector<size_t> listed_;   // by cut
+    std::vector<uint64_t> shown_;  // by page
+    std::unordered_set<uint64_t> seen_;
 };
 
 }  // namespace cuts

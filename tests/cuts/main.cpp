@@ -1,4 +1,4 @@
-// Power cuts, simulated:  cuts [--states N] [--seed S] [--only NUMBER]
+// Power cuts, simulated:  cuts [--states N] [--seed S] [--seeds N] [--only NUMBER]
 //
 // The real recorder records short scenarios; the cards that a cut can make of what it wrote are judged, one by one:
 // each page old, new or torn while the rest is old, and new; then drawn ones; then some that are recorded on and cut
@@ -10,7 +10,6 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <unordered_set>
 
 #include "Judge.h"
 #include "Scenarios.h"
@@ -26,6 +25,7 @@ constexpr size_t kSecondCuts = 100;      // states of each of these
 struct Options {
     size_t states = 10000;
     size_t seed = 1;
+    size_t seeds = 1;  // this one and those after it
     std::string only;
 };
 
@@ -37,48 +37,15 @@ struct Tally {
 };
 
 // One recorded tape and its cards.
-class Take {
-  public:
+struct Take {
     Take(Medium& medium, Recorder& recorder, const Script& script, const std::set<Row>& rows_before = {})
-        : medium_(medium),
-          tape_(medium),
-          frames_((recorder.Record(script, &tape_), recorder.Frames())),
-          judge_(medium, recorder, tape_, frames_, rows_before) {
-        for (size_t at = 0; at <= tape_.Operations().size(); ++at) listed_.push_back(tape_.CountOf(at));
-    }
+        : tape(medium),
+          frames((recorder.Record(script, &tape), recorder.Frames())),
+          judge(medium, recorder, tape, frames, rows_before) {}
 
-    size_t Listed() const {
-        size_t sum = 0;
-        for (const size_t count : listed_) sum += count;
-        return sum;
-    }
-    // State `number`: first the listed ones, then drawn ones without end.
-    Cut State(size_t number, size_t seed) const {
-        for (size_t at = 0; at < listed_.size(); ++at) {
-            if (number < listed_[at]) return tape_.Listed(at, number);
-            number -= listed_[at];
-        }
-        std::mt19937_64 draw(seed * 0x9E3779B97F4A7C15u + number);
-        return tape_.Random(draw);
-    }
-    bool IsNew(const Cut& cut) { return seen_.insert(tape_.Fingerprint(cut)).second; }
-    void Show(const Cut& cut) { tape_.Show(cut); }
-    Judge& TheJudge() { return judge_; }
-
-    std::string Repaired(const Cut& cut) {
-        const Medium::Copy copy = medium_.Take();
-        const std::string fault = judge_.AfterRepair(cut);
-        medium_.PutBack(copy);
-        return fault;
-    }
-
-  private:
-    Medium& medium_;
-    Tape tape_;
-    const std::vector<Frame> frames_;
-    Judge judge_;
-    std::vector<size_t> listed_;  // by operation
-    std::unordered_set<size_t> seen_;
+    Tape tape;
+    const std::vector<Frame> frames;
+    Judge judge;
 };
 
 class Simulation {
@@ -86,10 +53,14 @@ class Simulation {
     explicit Simulation(const Options& options) : options_(options) {}
 
     bool Run() {
-        for (size_t i = 0; i < Scenarios().size(); ++i) {
-            if (options_.only.empty() || options_.only.starts_with(std::to_string(i) + ":")) RunScenario(i);
+        const size_t first = options_.seed;
+        for (; options_.seed < first + options_.seeds; ++options_.seed) {
+            for (size_t i = 0; i < Scenarios().size(); ++i) {
+                if (options_.only.empty() || options_.only.starts_with(std::to_string(i) + ":")) RunScenario(i);
+            }
         }
         Print();
+        std::printf("seeds %zu to %zu\n", first, options_.seed - 1);
         return faults_ == 0;
     }
 
@@ -104,15 +75,15 @@ class Simulation {
         Take take(medium, recorder, scenario.taped);
 
         const size_t states = options_.states / Scenarios().size();
-        const size_t listed = std::min(take.Listed(), states / 2);
+        const size_t all = take.tape.Listed();
+        const size_t listed = std::min(all, states / 2);
         for (size_t i = 0; i < states; ++i) {
-            const size_t state = i < listed ? i * take.Listed() / listed : take.Listed() + i - listed;
+            const size_t state = i < listed ? i * all / listed : all + i - listed;
             const std::string name = std::to_string(number) + ":" + std::to_string(state);
             const bool wants_second = options_.only.empty() || options_.only.starts_with(name + "+");
             if (!wants_second && !Wants(name)) continue;
-            const Cut cut = take.State(state, options_.seed);
-            take.Show(cut);
-            if (take.IsNew(cut) && Wants(name)) JudgeState(take, cut, name);
+            const Cut cut = take.tape.Card(state, options_.seed);
+            if (take.tape.Show(cut) && Wants(name)) JudgeState(take, cut, name);
             const bool is_cut_again = i % kSecondCutEvery == kSecondCutEvery / 2;
             if (is_cut_again && wants_second) RunSecond(medium, recorder, take, cut, name);
         }
@@ -120,23 +91,22 @@ class Simulation {
 
     // The cut card is recorded on by a new process, and cut again.
     void RunSecond(Medium& medium, Recorder& recorder, Take& first, const Cut& cut, const std::string& name) {
-        const Medium::Copy copy = medium.Take();
-        const std::set<Row> rows = first.TheJudge().Of(cut).rows;
-        recorder.Restart(options_.seed + 1, first.TheJudge().Carried(cut));
+        const Kept kept(medium);
+        const std::set<Row> rows = first.judge.Of(cut).rows;
+        recorder.Restart(options_.seed + 1, first.judge.Carried(cut));
         Take take(medium, recorder, SecondRun(), rows);
         for (size_t i = 0; i < kSecondCuts; ++i) {
-            const std::string second = name + "+" + std::to_string(take.Listed() + i);
-            const Cut again = take.State(take.Listed() + i, options_.seed);
-            take.Show(again);
-            if (!take.IsNew(again) || !Wants(second)) continue;
+            const size_t state = take.tape.Listed() + i;
+            const std::string second = name + "+" + std::to_string(state);
+            const Cut again = take.tape.Card(state, options_.seed);
+            if (!take.tape.Show(again) || !Wants(second)) continue;
             JudgeState(take, again, second, true);
             ++second_;
         }
-        medium.PutBack(copy);
     }
 
     void JudgeState(Take& take, const Cut& cut, const std::string& name, bool is_second = false) {
-        const Verdict verdict = take.TheJudge().Of(cut);
+        const Verdict verdict = take.judge.Of(cut);
         for (const Row row : verdict.rows) {
             Tally& tally = rows_[static_cast<size_t>(row)];
             ++tally.states;
@@ -146,11 +116,11 @@ class Simulation {
             tally.claimed = std::max(tally.claimed, verdict.claimed);
             tally.errors.insert(verdict.errors.begin(), verdict.errors.end());
         }
-        if (!options_.only.empty()) take.TheJudge().Describe(cut);
+        if (!options_.only.empty()) take.judge.Describe(cut);
         if (!verdict.fault.empty()) Report(name, verdict.fault);
         if (judged_++ % kRepairEvery == 0) {
             ++repaired_;
-            if (const std::string fault = take.Repaired(cut); !fault.empty()) Report(name, fault);
+            if (const std::string fault = take.judge.AfterRepair(cut); !fault.empty()) Report(name, fault);
         }
     }
 
@@ -173,8 +143,8 @@ class Simulation {
             std::printf("| %s | %zu | %u | %u | %s |\n", Name(static_cast<Row>(row)), rows_[row].states,
                         rows_[row].lost, rows_[row].claimed, errors.empty() ? "in order" : errors.c_str());
         }
-        std::printf("%zu cards, %zu of them cut a second time, %zu repaired; seed %zu; %zu faults\n", judged_, second_,
-                    repaired_, options_.seed, faults_);
+        std::printf("%zu cards, %zu of them cut a second time, %zu repaired; %zu faults\n", judged_, second_, repaired_,
+                    faults_);
     }
 
     bool Wants(const std::string& name) const { return options_.only.empty() || options_.only == name; }
@@ -191,6 +161,7 @@ Options Parse(int argc, char** argv) {
         const std::string name = argv[i];
         if (name == "--states") options.states = std::strtoull(argv[i + 1], nullptr, 10);
         if (name == "--seed") options.seed = std::strtoull(argv[i + 1], nullptr, 10);
+        if (name == "--seeds") options.seeds = std::strtoull(argv[i + 1], nullptr, 10);
         if (name == "--only") options.only = argv[i + 1];
     }
     return options;
