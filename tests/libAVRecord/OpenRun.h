@@ -14,10 +14,10 @@ class OpenRun : public support::BoundCamera {
     static inline const std::string kH264Key = "\0\0\0\1\x67sps\0\0\0\1\x68pps\0\0\0\1\x65 a key frame"s;
     static inline const std::string kH264Delta = "\0\0\0\1\x41 a frame between key frames"s;
 
-    explicit OpenRun(uint32_t length = 0) : card_(support::Store{.current_length = length}) {
+    OpenRun() {
         *AV_RecordSystemInfoHeadGet() = {};
         AV_SystemInfoHeadParamInit(AV_RecordSystemInfoHeadGet(), 2048, 3);
-        BeginFile(length);
+        BeginFile(0);
     }
     ~OpenRun() override {
         KQ_RecordUninit();
@@ -45,5 +45,5 @@ class OpenRun : public support::BoundCamera {
         return libAVRecordWriteFrame(channel, kind, frame.data(), &info);
     }
 
-    support::Card card_;
+    support::Card card_{support::Store{}};
 };
