@@ -9,7 +9,6 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -48,9 +47,7 @@ inline Answer Ask(const std::string& command) {
 // A sparse image file; gone with the object.
 class Image {
   public:
-    explicit Image(uint64_t bytes, const std::string& directory = "/tmp") : path_(directory + "/card.img") {
-        fd_ = open64(path_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-        EXPECT_GE(fd_, 0) << path_;
+    explicit Image(uint64_t bytes) : fd_(open64(path_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
         EXPECT_EQ(ftruncate64(fd_, static_cast<off64_t>(bytes)), 0) << path_;
     }
     ~Image() {
@@ -82,19 +79,13 @@ class Image {
     }
     // The content of a file on it, read by The Sleuth Kit.
     std::string File(const std::string& name) const {
-        const std::string copy = path_ + ".file";
-        const Answer found = Ask("fls -F " + path_ + " | sed -n 's,^r/r \\([0-9]*\\):\t" + name + "$,\\1,p'");
-        EXPECT_NE(found.text, "") << name;
-        EXPECT_EQ(Ask("icat " + path_ + " " + found.text.substr(0, found.text.find('\n')) + " >" + copy).text, "");
-        std::ostringstream bytes;
-        bytes << std::ifstream(copy, std::ios::binary).rdbuf();
-        unlink(copy.c_str());
-        return bytes.str();
+        return Ask("icat " + path_ + " $(fls -F " + path_ + " | sed -n 's,^r/r \\([0-9]*\\):\t" + name + "$,\\1,p')")
+            .text;
     }
 
   private:
-    std::string path_;
-    int fd_ = -1;
+    const std::string path_ = "/tmp/card.img";
+    const int fd_;
 };
 
 }  // namespace test
