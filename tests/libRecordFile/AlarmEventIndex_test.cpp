@@ -32,7 +32,7 @@ TEST(AlarmEvents, HeadIsWrittenAtItsPlaceAsItsBytes) {
     const std::string bytes = Hex("41454D46 05000000 0100005F 0200005F 01000000 EEEEEEEE 83 0000000000000000000000") +
                               std::string(220, '\xEE');
     EXPECT_EQ(AV_AlarmEventInfoWrite(events.fd(), 5, &head), 0);
-    EXPECT_EQ(test::ToHex(events.Get(1280, 300)), test::ToHex(bytes));
+    EXPECT_EQ(events.Get(1280, 300), bytes);
 
     AlarmEventHead_S back{};
     EXPECT_EQ(AV_AlarmEventInfoRead(events.fd(), 5, &back), 0);

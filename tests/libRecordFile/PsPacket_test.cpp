@@ -7,17 +7,17 @@
 #include <numeric>
 #include <vector>
 
+#include "Packed.h"
 #include "StoreFile.h"
-#include "libRecordFile.h"
 #include "support/Stderr.h"
 
 using test::BytesOf;
+using test::Frame;
 using test::Hex;
-using test::ToHex;
+using test::kStream;
 
 namespace {
 
-constexpr AVStreamParam kStream = {CODE_VIDEO_H264, CODE_AUDIO_G711U, 1920, 1080, 4096, 25, 8000, 33000};
 constexpr uint32_t kTime = 0x5F000000;
 
 // What the packer must write for frame 1 of kStream: clock 3600 = 0x0E10.
@@ -50,23 +50,11 @@ std::string Payload(int length, char first = 0x65) {
 const std::string kStartCode = Hex("00000001");
 const std::string kKeyFrameHeaders = Hex(kPack) + Hex(kSystem) + Hex(kMap);
 
-// Packs into a buffer of just the size that was promised, so that a sanitizer sees a byte too many.
 std::string PackVideo(bool is_key, const std::string& frame) {
-    const int64_t size = PackedVideoSize(is_key, frame.data(), static_cast<int>(frame.size()));
-    EXPECT_GE(size, 0);
-    std::vector<char> out(static_cast<size_t>(size));
-    EXPECT_EQ(libAVRecordVideoPsStreamWrite(is_key, frame.data(), static_cast<int>(frame.size()), out.data(), 1,
-                                            &kStream, kTime),
-              size);
-    return {out.begin(), out.end()};
+    return test::Pack({is_key ? Frame::kKey : Frame::kOther, frame});
 }
-
 std::string PackAudio(const std::string& payload) {
-    const int64_t size = PackedAudioSize(static_cast<int>(payload.size()));
-    EXPECT_GE(size, 0);
-    std::vector<char> out(static_cast<size_t>(size));
-    EXPECT_EQ(libAVRecordAudioPsStreamWrite(payload.data(), static_cast<int>(payload.size()), out.data(), 0), size);
-    return {out.begin(), out.end()};
+    return test::Pack({Frame::kSound, payload});
 }
 
 TEST(PsPacket, AKeyFrameIsCutAtItsFirstThreeStartCodes) {
@@ -75,9 +63,8 @@ TEST(PsPacket, AKeyFrameIsCutAtItsFirstThreeStartCodes) {
     const std::string sei = kStartCode + Payload(9, 0x06);
     const std::string idr = kStartCode + Payload(300, 0x65);
     const std::string rest = sei + idr;
-    EXPECT_EQ(ToHex(PackVideo(true, sps + pps + sei + idr)),
-              ToHex(kKeyFrameHeaders + Packet("E0", 24) + sps + Packet("E0", 9) + pps +
-                    Packet("E0", static_cast<int>(rest.size())) + rest));
+    EXPECT_EQ(PackVideo(true, sps + pps + sei + idr), kKeyFrameHeaders + Packet("E0", 24) + sps + Packet("E0", 9) +
+                                                          pps + Packet("E0", static_cast<int>(rest.size())) + rest);
     EXPECT_EQ(PackVideo(true, sps + idr), kKeyFrameHeaders + Packet("E0", 24) + sps + Packet("E0", 304) + idr);
     EXPECT_EQ(PackVideo(true, idr), kKeyFrameHeaders + Packet("E0", 304) + idr);
 }
@@ -99,7 +86,7 @@ TEST(PsPacket, AKeyFrameCountsOnlyStartCodesWithDataAfterThem) {
     for (const auto& c : cases) {
         const std::string payload = c.packed == nullptr ? "" : Hex(c.packed);
         const std::string packets = payload.empty() ? "" : Packet("E0", static_cast<int>(payload.size())) + payload;
-        EXPECT_EQ(ToHex(PackVideo(true, Hex(c.frame))), ToHex(kKeyFrameHeaders + packets)) << c.frame;
+        EXPECT_EQ(PackVideo(true, Hex(c.frame)), kKeyFrameHeaders + packets) << c.frame;
     }
 }
 
@@ -134,8 +121,8 @@ TEST_F(LoggedPacket, AFrameOf64KiBIsWorthALine) {
 
 TEST(PsPacket, SoundIsOnePacketWithTheNextClock) {
     const std::string payload = Payload(320);
-    EXPECT_EQ(ToHex(PackAudio(payload)), ToHex(Packet("C0", 320) + payload));
-    EXPECT_EQ(ToHex(PackAudio("")), "00 00 01 c0 00 00 80 80 05 21 00 01 1c 21 ") << "no payload has length 0";
+    EXPECT_EQ(PackAudio(payload), Packet("C0", 320) + payload);
+    EXPECT_EQ(PackAudio(""), Hex("000001C0 0000 8080 05 21 0001 1C21")) << "no payload has length 0";
     EXPECT_EQ(PackAudio(Payload(65527)).substr(0, 6), Hex("000001C0 FFFF"));
     // One byte more would wrap the packet's 16-bit length: nothing is written.
     char untouched = 'u';
@@ -167,20 +154,9 @@ TEST(PsPacket, TheMapTellsCodecsAndParameters) {
         PSM_tag map;
         memset(&map, 0xEE, sizeof map);
         EXPECT_EQ(PSM_tag_Init(&map, &stream), 0);
-        EXPECT_EQ(ToHex(BytesOf(map)), ToHex(expected)) << c.video << ' ' << c.audio;
+        EXPECT_EQ(BytesOf(map), expected) << c.video << ' ' << c.audio;
     }
     EXPECT_EQ(PSM_tag_Init(nullptr, &kStream), -1);
-}
-
-// System clock reference and time stamp: bits 32-30, 29-15 and 14-0 between their markers.
-uint64_t Reference(const uint8_t* at) {
-    const std::array<uint64_t, 5> b = {at[0], at[1], at[2], at[3], at[4]};
-    return (b[0] >> 3 & 7) << 30 | (b[0] & 3) << 28 | b[1] << 20 | b[2] >> 3 << 15 | (b[2] & 3) << 13 | b[3] << 5 |
-           b[4] >> 3;
-}
-uint64_t TimeStamp(const uint8_t* at) {
-    const std::array<uint64_t, 5> b = {at[0], at[1], at[2], at[3], at[4]};
-    return (b[0] >> 1 & 7) << 30 | b[1] << 22 | b[2] >> 1 << 15 | b[3] << 7 | b[4] >> 1;
 }
 
 TEST(PsPacket, TheClockIsThreeThousandSixHundredAFrame) {
@@ -195,22 +171,25 @@ TEST(PsPacket, TheClockIsThreeThousandSixHundredAFrame) {
         {0xFFFFFFFF, 15461882265600 & 0x1FFFFFFFF},
     };
     for (const auto& c : cases) {
-        uint8_t pack[PS_PACK_HEADER_SIZE];
-        uint8_t packet[PS_PES_HEADER_SIZE];
-        EXPECT_EQ(make_ps_packet_header(pack, c.index, 25, kTime), PS_PACK_HEADER_SIZE);
-        EXPECT_EQ(make_pes_packet_header(packet, c.index, AV_FRAME_TYPE_VIDEO, 25, 9), PS_PES_HEADER_SIZE);
-        EXPECT_EQ(Reference(pack + 4), c.clock) << c.index;
-        EXPECT_EQ(TimeStamp(packet + 9), c.clock) << c.index;
+        struct {
+            PS_HEADER_tag pack;
+            PES_HEADER_tag packet;
+            PTS_tag pts;
+        } out;
+        EXPECT_EQ(make_ps_packet_header(&out, c.index, 25, kTime), PS_PACK_HEADER_SIZE);
+        EXPECT_EQ(make_pes_packet_header(&out.packet, c.index, AV_FRAME_TYPE_VIDEO, 25, 9), PS_PES_HEADER_SIZE);
+        EXPECT_EQ(PS_HEADER_tag_GetSystem_clock_reference_base(&out.pack), c.clock) << c.index;
+        EXPECT_EQ(PTS_Tag_GetPTS(&out.pts), c.clock) << c.index;
     }
 }
 
 TEST(PsPacket, FieldsAreSetAlone) {
     PS_HEADER_tag pack;
     EXPECT_EQ(PS_HEADER_tag_Init(&pack), 0);
-    EXPECT_EQ(ToHex(BytesOf(pack)), ToHex(Hex("000001BA 44 00 04 00 04 01 000003 FC 00000000")));
+    EXPECT_EQ(BytesOf(pack), Hex("000001BA 44 00 04 00 04 01 000003 FC 00000000"));
     PS_HEADER_tag_SetSystem_clock_reference_base(&pack, 0x1'0000'0001);
     PS_HEADER_tag_SetProgram_mux_rate(&pack, 0x200001);
-    EXPECT_EQ(ToHex(BytesOf(pack)), ToHex(Hex("000001BA 64 00 04 00 0C 01 800007 FC 00000000")));
+    EXPECT_EQ(BytesOf(pack), Hex("000001BA 64 00 04 00 0C 01 800007 FC 00000000"));
     EXPECT_EQ(PS_HEADER_tag_GetSystem_clock_reference_base(&pack), 0x1'0000'0001u);
     EXPECT_EQ(PS_HEADER_tag_GetProgram_mux_rate(&pack), 0x200001u);
 
@@ -220,13 +199,13 @@ TEST(PsPacket, FieldsAreSetAlone) {
     EXPECT_EQ(Ps_System_Header_tag_GetRateBound(&system), 80280u);
     Ps_System_Header_tag_SetPstdBufSizeBound2(&system, 8);
     Ps_System_Header_tag_SetPstdBufSizeBound1(&system, 0xFFFF);  // 13 bits; scale and '11' stay
-    EXPECT_EQ(ToHex(BytesOf(system)), ToHex(Hex("000001BB 000C 827331 04 E1 7F E0FFFF C0C008")));
+    EXPECT_EQ(BytesOf(system), Hex("000001BB 000C 827331 04 E1 7F E0FFFF C0C008"));
 
     PTS_tag pts;
     EXPECT_EQ(PTS_tag_Init(&pts), 0);
     PTS_Tag_SetPTS(&pts, 0x1'2345'6789);
     EXPECT_EQ(PTS_Tag_GetPTS(&pts), 0x1'2345'6789u);
-    EXPECT_EQ(ToHex(BytesOf(pts)), ToHex(Hex("29 8D15 CF13")));
+    EXPECT_EQ(BytesOf(pts), Hex("29 8D15 CF13"));
 }
 
 TEST(PsPacket, WhatCannotBePackedIsRefusedUntouched) {
@@ -255,9 +234,9 @@ TEST(PsPacket, WhatCannotBePackedIsRefusedUntouched) {
 TEST(PsPacket, HeadersAloneLeaveThePayloadToTheCaller) {
     char out[PS_PACK_HEADER_SIZE + PS_PES_HEADER_SIZE];
     EXPECT_EQ(makePFrameHeader2(out, 1, AV_FRAME_TYPE_VIDEO, 1000, kTime), 32);
-    EXPECT_EQ(ToHex({out, 32}), ToHex(Hex(kPack) + Packet("E0", 1000)));
+    EXPECT_EQ(std::string(out, 32), Hex(kPack) + Packet("E0", 1000));
     EXPECT_EQ(makeAudioFrameHeader(out, 1, AV_FRAME_TYPE_AUDIO, 1000), 14);
-    EXPECT_EQ(ToHex({out, 14}), ToHex(Packet("C0", 1000)));
+    EXPECT_EQ(std::string(out, 14), Packet("C0", 1000));
 }
 
 }  // namespace

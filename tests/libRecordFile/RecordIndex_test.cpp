@@ -41,7 +41,7 @@ TEST(SystemHead, IsWrittenAndReadAsItsBytes) {
                                   "05000000 03000000 55BBAA55 00000000 00000000") +
                               std::string(192, '\0');
     EXPECT_EQ(AV_SystemInfoHeadWrite(index.fd(), &system), 236);
-    EXPECT_EQ(test::ToHex(index.Get(0, 300)), test::ToHex(bytes)) << "236 bytes, not one more";
+    EXPECT_EQ(index.Get(0, 300), bytes) << "236 bytes, not one more";
     RecordSystemInfoHead_S back{};
     EXPECT_EQ(AV_SystemInfoHeadRead(index.fd(), &back), 236);
     EXPECT_EQ(BytesOf(back), bytes);
@@ -161,7 +161,7 @@ TEST(SectionHead, IsWrittenAtItsPlaceAsItsBytes) {
                                   "8007 3804 19 01 01 02 01") +
                               std::string(19, '\xEE');  // the reserved bytes stay as they were
     EXPECT_EQ(AV_RecordSectionInfoHeadWrite(index.fd(), &file, &section), 0);
-    EXPECT_EQ(test::ToHex(index.Get(180352, 65)), test::ToHex(bytes));
+    EXPECT_EQ(index.Get(180352, 65), bytes);
     EXPECT_EQ(AV_RecordSectionInfoHeadAdd(nullptr, &section, 1, 1, 0), -1);
 }
 

@@ -13,31 +13,13 @@
 namespace test {
 
 // "49 4D 4b" -> the bytes.
-inline std::string Hex(std::string_view text) {
+inline std::string Hex(std::string text) {
+    std::erase(text, ' ');
     std::string bytes;
-    int digits = 0;
-    unsigned value = 0;
-    for (const char c : text) {
-        if (c == ' ') {
-            continue;
-        }
-        value = value << 4 | static_cast<unsigned>(c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10);
-        if (++digits % 2 == 0) {
-            bytes.push_back(static_cast<char>(value));
-            value = 0;
-        }
+    for (size_t at = 0; at < text.size(); at += 2) {
+        bytes.push_back(static_cast<char>(std::stoi(text.substr(at, 2), nullptr, 16)));
     }
     return bytes;
-}
-
-inline std::string ToHex(std::string_view bytes) {
-    std::string text;
-    for (const unsigned char c : bytes) {
-        text += "0123456789abcdef"[c >> 4];
-        text += "0123456789abcdef"[c & 15];
-        text += ' ';
-    }
-    return text;
 }
 
 template <class Record>
