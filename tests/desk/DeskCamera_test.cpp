@@ -1,6 +1,8 @@
 // The desk camera as a whole: settings, alarms, commands and heartbeat while it publishes its test picture.
 #include <gmock/gmock.h>
 
+#include <cstring>
+
 #include "Support.h"
 #include "libAVServerAccess.h"
 #include "libAlarmProcess.h"

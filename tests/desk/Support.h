@@ -1,17 +1,12 @@
-// Clients of the desk camera's peers, written apart from them: a ring reader, files, and a running desk camera.
+// Files, what a journal says, and a running desk camera.
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sys/ipc.h>
-#include <sys/msg.h>
-#include <sys/shm.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -24,12 +19,6 @@
 namespace desk_test {
 
 using support::WaitUntil;
-
-inline std::string ReadText(const std::string& path) {
-    std::ostringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-}
 
 inline void WriteText(const std::string& path, const std::string& text) {
     const std::string replacement = path + ".new";
@@ -45,78 +34,6 @@ inline std::string Shell(const std::string& command) {
     EXPECT_EQ(pclose(pipe), 0) << command << "\n" << text;
     return text;
 }
-
-struct RingFrame {
-    AVDataInfo header;
-    std::vector<uint8_t> payload;
-};
-
-// Follows a ring as any client of the media server may: asks for the write position, then goes from record to record.
-class RingReader {
-  public:
-    RingReader(key_t key, uint32_t ring_size, int stream) : size_(ring_size), stream_(stream) {
-        segment_ = static_cast<const uint8_t*>(shmat(shmget(key, 0, 0), nullptr, SHM_RDONLY));
-        EXPECT_NE(reinterpret_cast<intptr_t>(segment_), -1);
-        position_ = Ask(0x2001);
-    }
-    ~RingReader() { shmdt(segment_); }
-
-    // The answer of the media server to a client of type 9: its position, and its result in `result`.
-    uint32_t Ask(int32_t command, int32_t* result = nullptr) const {
-        struct {
-            long type;
-            int32_t words[11];
-        } message = {1, {9, command, stream_}};
-        const int queue = msgget(0x61766C79, 0);
-        EXPECT_EQ(msgsnd(queue, &message, sizeof message.words, 0), 0);
-        EXPECT_EQ(msgrcv(queue, &message, sizeof message.words, 9, 0), 44);
-        if (result != nullptr) *result = message.words[6];
-        return static_cast<uint32_t>(message.words[3]);
-    }
-
-    void GoTo(uint32_t position) { position_ = position; }
-
-    // The next frame, if it comes.
-    std::optional<RingFrame> Next() {
-        std::optional<RingFrame> frame;
-        WaitUntil([&] {
-            const AVDataInfo header = Header();
-            if (header.AVDataCheck != 0x12345678) return false;
-            if (header.EndFlag == 255 || header.EndFlag == 253) {
-                restarts += header.EndFlag == 253;
-                position_ = 0;
-                return false;
-            }
-            if (header.EndFlag != 254) return false;
-            const uint32_t end = position_ + 64 + static_cast<uint32_t>(header.AVDataLen);
-            EXPECT_LE(end + 64, size_) << "no room for the next header";
-            if (header.AVDataLen < 0 || end > size_) return false;
-            frame = {header, {segment_ + position_ + 64, segment_ + end}};
-            position_ = end;
-            return true;
-        });
-        return frame;
-    }
-
-    int restarts = 0;
-
-  private:
-    AVDataInfo Header() const {
-        EXPECT_LE(position_ + 64, size_);
-        AVDataInfo header;
-        std::memcpy(&header, segment_ + position_, sizeof header);
-        std::atomic_thread_fence(std::memory_order_acquire);
-        const int32_t end_flag = header.EndFlag;  // written last: what belongs to it is there for a second look
-        std::memcpy(&header, segment_ + position_, sizeof header);
-        header.EndFlag = end_flag;
-        return header;
-    }
-
-    const uint8_t* segment_;
-    uint32_t size_;
-    int stream_;
-    uint32_t position_ = 0;
-};
 
 struct Line {  // of the journal
     int stream;
