@@ -1,7 +1,7 @@
 // Preloaded into the unmodified recorder: makes chosen calls into the system fail, counts all of them.
 //
 // Owns nothing but its counts.  The driver (shim.py) shares a page with it, named by FAULT_CONTROL, and writes there
-// which calls are to fail, where and how often; each injected fault becomes a line of FAULT_CONTROL.log.
+// which calls are to fail, where and how often.
 // Never changes a call that is not chosen.  Threads: any; the page is used through atomics alone.
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -34,26 +34,22 @@ void* __libc_realloc(void* block, size_t size);
 
 namespace {
 
-// ---- The shared page; shim.py has the same lists and the same order ----
+// ---- The shared page; shim.py has the same lists in the same order ----
 
 // clang-format off
-#define CALLS(X) \
-    X(open) X(pread) X(pwrite) X(close) X(access) X(fcntl) X(fstat) X(statfs) X(fsync) X(fopen) X(fread) X(rename) \
-    X(popen) X(shmget) X(shmat) X(shmctl) X(msgget) X(msgsnd) X(msgrcv) X(msgctl) X(semget) X(semctl) X(mmap) \
-    X(malloc) X(pthread_create) X(socket) X(bind) X(listen)
-#define PLACES(X) \
-    X(elsewhere) X(device) X(index) X(record_file) X(event_file) /* a file as a whole */ \
-    X(system_head) X(file_head) X(section_head)                  /* in the index       */ \
-    X(stream) X(key_frame)                                       /* in a record file   */ \
-    X(event_head) X(event)                                       /* in the event file  */
+enum Call : uint32_t {
+    k_open, k_pread, k_pwrite, k_close, k_access, k_fcntl, k_fstat, k_statfs, k_fsync, k_fopen, k_fread, k_rename,
+    k_popen, k_shmget, k_shmat, k_shmctl, k_msgget, k_msgsnd, k_msgrcv, k_msgctl, k_semget, k_semctl, k_mmap,
+    k_malloc, k_pthread_create, k_socket, k_bind, k_listen, kCallCount
+};
+enum Place : uint32_t {
+    k_elsewhere, k_device, k_index, k_record_file, k_event_file,  // a file as a whole
+    k_system_head, k_file_head, k_section_head,                   // in the index
+    k_stream, k_key_frame,                                        // in a record file
+    k_event_head, k_event,                                        // in the event file
+    kPlaceCount
+};
 // clang-format on
-
-#define ENUMERATOR(name) k_##name,
-#define NAME(name) #name,
-enum Call : uint32_t { CALLS(ENUMERATOR) kCallCount };
-enum Place : uint32_t { PLACES(ENUMERATOR) kPlaceCount };
-constexpr const char* kCallName[] = {CALLS(NAME)};
-constexpr const char* kPlaceName[] = {PLACES(NAME)};
 
 // Faults beside the errno values.
 constexpr int32_t kShort = -1;  // half of the transfer, at least a byte
@@ -69,13 +65,13 @@ struct Control {
     std::atomic<uint32_t> count;   //  20: then so many fail; 0: all until disarmed
     std::atomic<uint32_t> matched;
     std::atomic<uint32_t> injected;
+    std::atomic<uint32_t> offset;   // of the first that failed
     std::atomic<uint32_t> created;  // files of the store opened for creation that were not there
     std::atomic<uint32_t> seen[kCallCount][kPlaceCount];
 };
-static_assert(sizeof(Control) == 36 + 4 * kCallCount * kPlaceCount);
+static_assert(sizeof(Control) == 40 + 4 * kCallCount * kPlaceCount);
 
 Control* control = nullptr;
-int log_descriptor = -1;
 
 template <class Function>
 Function Next(const char* name) {
@@ -87,11 +83,8 @@ __attribute__((constructor)) void Attach() {
     const char* path = getenv("FAULT_CONTROL");
     if (path == nullptr) return;
     const int page = open(path, O_RDWR | O_CLOEXEC);
-    char log_path[4096];
-    snprintf(log_path, sizeof log_path, "%s.log", path);
-    log_descriptor = open(log_path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     void* shared = mmap(nullptr, sizeof(Control), PROT_READ | PROT_WRITE, MAP_SHARED, page, 0);
-    if (page < 0 || log_descriptor < 0 || shared == MAP_FAILED) {
+    if (page < 0 || shared == MAP_FAILED) {
         perror("fault shim");
         _exit(99);
     }
@@ -136,14 +129,6 @@ Place PlaceAt(int fd, off64_t offset) {
 
 // ---- The decision ----
 
-void Log(Call call, Place place, int64_t offset, int32_t fault) {
-    char line[120];
-    const int length = snprintf(line, sizeof line, "%s %s %lld %d\n", kCallName[call], kPlaceName[place],
-                                static_cast<long long>(offset), fault);
-    static const auto next_write = Next<decltype(&::write)>("write");
-    (void)!next_write(log_descriptor, line, static_cast<size_t>(length));
-}
-
 // The fault that this call is to meet; 0: none.
 int32_t FaultFor(Call call, Place place, int64_t offset = 0) {
     if (control == nullptr) return 0;
@@ -154,7 +139,7 @@ int32_t FaultFor(Call call, Place place, int64_t offset = 0) {
     const uint32_t skip = control->skip, count = control->count;
     if (number < skip || (count != 0 && number >= skip + count)) return 0;
     const int32_t fault = control->fault;
-    if (control->injected++ < 1000) Log(call, place, offset, fault);
+    if (control->injected++ == 0) control->offset = static_cast<uint32_t>(offset);
     if (fault == kKill) kill(getpid(), SIGKILL);
     return fault;
 }
@@ -251,20 +236,13 @@ int fcntl(int fd, int command, ...) {
     }
 
 FORWARD(int, access, access, FileAt(path), -1, (const char* path, int mode), (path, mode))
-FORWARD(int, fstat, fstat, FileAt(fd), -1, (int fd, struct stat* status), (fd, status))
 FORWARD(int, fstat64, fstat, FileAt(fd), -1, (int fd, struct stat64* status), (fd, status))
-FORWARD(int, stat, fstat, FileAt(path), -1, (const char* path, struct stat* status), (path, status))
 FORWARD(int, stat64, fstat, FileAt(path), -1, (const char* path, struct stat64* status), (path, status))
-FORWARD(int, statfs, statfs, FileAt(path), -1, (const char* path, struct statfs* status), (path, status))
-FORWARD(int, statfs64, statfs, FileAt(path), -1, (const char* path, struct statfs64* status), (path, status))
-FORWARD(int, fstatfs, statfs, FileAt(fd), -1, (int fd, struct statfs* status), (fd, status))
 FORWARD(int, fstatfs64, statfs, FileAt(fd), -1, (int fd, struct statfs64* status), (fd, status))
-FORWARD(int, fsync, fsync, FileAt(fd), -1, (int fd), (fd))
 FORWARD(int, fdatasync, fsync, FileAt(fd), -1, (int fd), (fd))
 FORWARD(int, sync_file_range, fsync, FileAt(fd), -1, (int fd, off64_t from, off64_t length, unsigned int flags),
         (fd, from, length, flags))
 FORWARD(FILE*, fopen, fopen, FileAt(path), nullptr, (const char* path, const char* mode), (path, mode))
-FORWARD(FILE*, fopen64, fopen, FileAt(path), nullptr, (const char* path, const char* mode), (path, mode))
 FORWARD(size_t, fread, fread, k_elsewhere, 0, (void* buffer, size_t size, size_t count, FILE* file),
         (buffer, size, count, file))
 FORWARD(int, rename, rename, FileAt(from), -1, (const char* from, const char* to), (from, to))
@@ -282,9 +260,6 @@ FORWARD(int, msgctl, msgctl, k_elsewhere, -1, (int id, int command, struct msqid
 FORWARD(int, semget, semget, k_elsewhere, -1, (key_t key, int count, int flags), (key, count, flags))
 FORWARD(void*, mmap, mmap, FileAt(fd), MAP_FAILED,
         (void* at, size_t length, int protection, int flags, int fd, off_t offset),
-        (at, length, protection, flags, fd, offset))
-FORWARD(void*, mmap64, mmap, FileAt(fd), MAP_FAILED,
-        (void* at, size_t length, int protection, int flags, int fd, off64_t offset),
         (at, length, protection, flags, fd, offset))
 FORWARD(int, socket, socket, k_elsewhere, -1, (int domain, int type, int protocol), (domain, type, protocol))
 FORWARD(int, bind, bind, k_elsewhere, -1, (int fd, const struct sockaddr* at, socklen_t length), (fd, at, length))

@@ -88,11 +88,6 @@ class Bench:
         return (system.current >= system.file_count - 2 or (head is not None and head.sections > 200) or overlap
                 or self.judge.marked)
 
-    def begin(self):
-        """With a recorder that records: what is on the card, and how much was published before the fault."""
-        self.record()
-        return self.judge.snapshot(), len(self.journals.records)
-
     def record(self):
         if self.recorder_ended() is not None:
             self.start_recorder()

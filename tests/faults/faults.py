@@ -28,9 +28,8 @@ from dataclasses import dataclass
 sys.path.insert(0, os.path.dirname(__file__))
 from bench import Bench, Fault, rule  # noqa: E402
 from camera import TimedOut, wait_for  # noqa: E402
-from cards import CARD_CASES, CardCase  # noqa: E402
 from card_reader import FormatError  # noqa: E402
-from kills import KILLS, Kill  # noqa: E402
+from incidents import CARDS, kill  # noqa: E402
 from shim import FAULTS  # noqa: E402
 
 MODES = {"once": (1, 0), "burst": (5, 0), "window": (0, 3), "good": (0, 13)}  # how many fail (0: all), for how long
@@ -104,14 +103,14 @@ class Case:
             return
         bound = 6 if self.may_miss else 20
         try:
-            wait_for("the fault", lambda: bench.shim.injected >= 1 or bench.recorder_ended() is not None, bound)
-            wait_for("the burst", lambda: bench.shim.injected >= count or bench.recorder_ended() is not None, 3)
+            wait_for("the fault", lambda: bench.shim.page.injected >= 1 or bench.recorder_ended() is not None, bound)
+            wait_for("the burst", lambda: bench.shim.page.injected >= count or bench.recorder_ended() is not None, 3)
         except TimedOut:
             return
         time.sleep(seconds)
 
     def verdict(self, bench, before, begin, seconds):
-        injected = bench.shim.injected
+        injected = bench.shim.page.injected
         rule(injected or self.may_miss, "the fault was not met")
         status = bench.recorder_ended()
         may_end = self.fault in ("ENOENT", "kill")  # ENOENT: the card is not there
@@ -131,8 +130,8 @@ class Case:
 
 
 def case_named(name):
-    if name.startswith("card:"):
-        return CardCase(name[5:])
+    if name in CARDS:
+        return CARDS[name]
     phase, call, fault, mode, n = name.split(":")
     return Case(phase, *call.split("@"), fault, mode, int(n))
 
@@ -190,20 +189,9 @@ def all_cases(seed):
             each += [(fault, "once", skip) for fault in others for skip in {0, rng.randrange(min(n, 60))}]
             each += [(fault, "burst", 0) for fault in others]
             cases += [Case(phase, call, place, *one, may_miss=True) for one in each if phase != "stop" or one[1] == "once"]
-    cases += map(CardCase, CARD_CASES)
+    cases += CARDS.values()
     rng.shuffle(cases)  # each on cards of many histories
-    return each_once_first(cases)
-
-
-def each_once_first(cases):
-    """Every call at every place with each of its faults, then the other phases, turns and modes of them."""
-    seen = set()
-    first, others = [], []
-    for case in cases:
-        what = str(case) if isinstance(case, CardCase) else (case.call, case.place, case.fault)
-        (others if what in seen else first).append(case)
-        seen.add(what)
-    return first + others
+    return cases
 
 
 class Table:
@@ -243,7 +231,8 @@ def run_all(cases, table):
         try:
             table.add(str(case), case.run(bench), False)
         except (Fault, FormatError, TimedOut, AssertionError, OSError) as error:
-            table.add(str(case), f"{error} (after {bench.shim.first() or 'no fault'})", True)
+            where = f" (the first at {bench.shim.page.offset})" if isinstance(case, Case) else ""
+            table.add(str(case), f"{error}{where}", True)
             keep(bench, case)
             bench.close()  # the next case gets a card that is in order
             bench = None
@@ -257,16 +246,15 @@ def main():
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--only", metavar="PATTERN", help="the cases that match; a whole name need not be listed")
     parser.add_argument("--long", action="store_true", help="all calls, faults and modes instead of the selection")
-    parser.add_argument("--kills", type=int, metavar="N", help="N kills of recorder and desk camera (5; with --long 0)")
+    parser.add_argument("--kills", type=int, default=5, metavar="N", help="N kills of recorder and desk camera (5)")
     parser.add_argument("--resume", metavar="FILE", help="keep the rows in FILE, leave out the cases that passed")
     arguments = parser.parse_args()
 
-    kills = arguments.kills if arguments.kills is not None else 0 if arguments.long else KILLS
     if arguments.only and re.fullmatch(r"\w+:\w+@\w+:\w+:\w+:\d+|card:\w+", arguments.only):
         cases = [case_named(arguments.only)]
     else:
         cases = all_cases(arguments.seed) if arguments.long else [case_named(name) for name in SELECTION]
-        cases += [Kill(arguments.seed, number) for number in range(kills)]
+        cases += [kill(arguments.seed, number) for number in range(arguments.kills)]
         cases = [case for case in cases if not arguments.only or re.search(arguments.only, str(case))]
     if not cases:
         parser.error(f"no case matches {arguments.only}")

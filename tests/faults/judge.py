@@ -188,7 +188,7 @@ class Judge:
         return frames
 
     def nothing_beside(self):
-        rule(self.shim.created == 0, "beside: a file of the store was opened for creation")
+        rule(self.shim.page.created == 0, "beside: a file of the store was opened for creation")
         rule(os.listdir(self.beneath + "/sdcard") == [], "beside: a file on the flash beneath the card")
         if os.path.ismount(STORE):
             rule(sorted(os.listdir(STORE)) == self.files, "beside: another file on the card")

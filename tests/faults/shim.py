@@ -3,7 +3,7 @@
 import errno
 import mmap
 import os
-import struct
+from ctypes import Structure, c_int32, c_uint32, sizeof
 
 # The calls that can be made to fail, in the order of Shim.cpp, and how.
 FAULTS = {
@@ -22,46 +22,38 @@ CALLS = list(FAULTS)
 PLACES = ("elsewhere device index record_file event_file system_head file_head section_head stream key_frame "
           "event_head event").split()
 SPECIAL = {"short": -1, "torn": -2, "kill": -3}
-SIZE = 36 + 4 * len(CALLS) * len(PLACES)
+
+
+class Control(Structure):
+    """The page that driver and recorder share, as Shim.cpp has it."""
+
+    _fields_ = [("armed", c_uint32), ("calls", c_uint32), ("places", c_uint32), ("fault", c_int32),
+                *((name, c_uint32) for name in ("skip", "count", "matched", "injected", "offset", "created")),
+                ("seen", c_uint32 * len(PLACES) * len(CALLS))]
 
 
 class Shim:
     """One recorder after the other may run under it; the counts go on."""
 
     def __init__(self, folder, library):
-        self.path = os.path.join(folder, "faults")
-        with open(self.path, "w+b") as file:
-            file.truncate(SIZE)
-            self.page = mmap.mmap(file.fileno(), SIZE)
-        open(self.path + ".log", "w").close()
-        self.environment = {"LD_PRELOAD": library, "FAULT_CONTROL": self.path}
+        path = os.path.join(folder, "faults")
+        with open(path, "w+b") as file:
+            file.truncate(sizeof(Control))
+            self.page = Control.from_buffer(mmap.mmap(file.fileno(), sizeof(Control)))
+        self.environment = {"LD_PRELOAD": library, "FAULT_CONTROL": path}
 
     def arm(self, call, place, fault, skip, count):
         """From now on `count` such calls (0: all until `disarm`) fail, the first `skip` excepted."""
         self.disarm()
-        number = SPECIAL[fault] if fault in SPECIAL else getattr(errno, fault)
-        struct.pack_into("<IIiIIII", self.page, 4, 1 << CALLS.index(call), 1 << PLACES.index(place), number, skip, count, 0, 0)
-        struct.pack_into("<I", self.page, 0, 1)
+        page = self.page
+        page.calls, page.places = 1 << CALLS.index(call), 1 << PLACES.index(place)
+        page.fault = SPECIAL[fault] if fault in SPECIAL else getattr(errno, fault)
+        page.skip, page.count, page.matched, page.injected = skip, count, 0, 0
+        page.armed = 1
 
     def disarm(self):
-        struct.pack_into("<I", self.page, 0, 0)
-
-    @property
-    def injected(self):
-        return struct.unpack_from("<I", self.page, 28)[0]
-
-    @property
-    def created(self):
-        return struct.unpack_from("<I", self.page, 32)[0]
-
-    def first(self):
-        """The first call that failed of those armed last: its name, place and offset."""
-        with open(self.path + ".log") as file:
-            lines = file.read().splitlines()
-        return lines[-self.injected] if 0 < self.injected <= len(lines) else ""
+        self.page.armed = 0
 
     def seen(self):
         """How often each call was made at each place so far."""
-        words = struct.unpack_from(f"<{len(CALLS) * len(PLACES)}I", self.page, 36)
-        return {(call, place): words[i * len(PLACES) + j] for i, call in enumerate(CALLS)
-                for j, place in enumerate(PLACES) if words[i * len(PLACES) + j]}
+        return {(call, place): n for call, row in zip(CALLS, self.page.seen) for place, n in zip(PLACES, row) if n}

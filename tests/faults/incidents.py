@@ -1,9 +1,14 @@
-"""The card itself: pulled, exchanged between two looks of the recorder, its driver dead."""
+"""What happens around a recorder that records: its card is pulled, exchanged between two looks, or its driver dead; the
+recorder or the desk camera is killed."""
 
 import os
+import random
 import signal
 import subprocess
+import time
 from dataclasses import dataclass
+from pathlib import Path
+from typing import Callable
 
 from camera import STORE, Camera, wait_for
 from judge import Fault, Judge
@@ -12,17 +17,21 @@ DEVICE = "/dev/mmcblk0p1"
 
 
 @dataclass(frozen=True)
-class CardCase:
-    what: str
+class Incident:
+    name: str
+    happen: Callable
+    may_end: bool = False  # the recorder, by itself
 
     def __str__(self):
-        return f"card:{self.what}"
+        return self.name
 
     def run(self, bench):
-        before, begin = bench.begin()
-        bench.resume(restart=True, first=lambda: CARD_CASES[self.what](bench))
+        bench.record()
+        before, begin = bench.judge.snapshot(), len(bench.journals.records)
+        self.happen(bench)
+        took = bench.resume(restart=self.may_end)
         bench.judge.check(before)
-        return f"{bench.judge.lost(begin)} pictures lost"
+        return f"{bench.judge.lost(begin)} pictures lost, records after {took:.1f} s"
 
 
 def pulled(bench):
@@ -67,11 +76,10 @@ def exchange(bench, image):
 
 
 def driver_of(image):
-    for process in filter(str.isdigit, os.listdir("/proc")):
-        with open(f"/proc/{process}/cmdline", "rb") as file:
-            words = file.read().split(b"\0")
+    for command in Path("/proc").glob("[0-9]*/cmdline"):
+        words = command.read_bytes().split(b"\0")
         if b"mount" in words and image.encode() in words:
-            return int(process)
+            return int(command.parent.name)
     raise Fault(f"nobody mounts {image}")
 
 
@@ -82,4 +90,23 @@ def can_list(folder):
         return False
 
 
-CARD_CASES = {case.__name__: case for case in (pulled, dead, exchanged)}
+CARDS = {name: Incident(name, happen, may_end=True)
+         for name, happen in (("card:pulled", pulled), ("card:exchanged", exchanged), ("card:dead", dead))}
+
+
+def kill(seed, number):
+    """Kill -9 in random order at random moments; the dice depend on nothing but seed and number."""
+    rng = random.Random(f"{seed}:{number}")
+    who = rng.choice(["recorder", "desk", "recorder desk", "desk recorder", "recorder recorder"]).split()
+
+    def happen(bench):
+        for one in who:
+            if rng.random() < 0.3:
+                bench.change_setting()
+            time.sleep(rng.uniform(0, 1.5))  # the moment is what the dice say
+            (bench.camera.recorder if one == "recorder" else bench.camera.desk).kill()
+        for one in sorted(set(who), key=lambda _: rng.random()):
+            time.sleep(rng.uniform(0, 0.5))
+            bench.start_recorder() if one == "recorder" else bench.start_desk()
+
+    return Incident(f"kill:{number}:{' '.join(who)}", happen)
