@@ -55,12 +55,12 @@ const char* Name(Row row) {
     return RuleOf(row).name;
 }
 
-Judge::Judge(const Medium& medium, Recorder& recorder, const Tape& tape, const std::vector<Frame>& frames,
+Judge::Judge(const Medium& medium, Recorder& recorder, const Tape& tape, std::vector<Frame> frames,
              std::set<Row> rows_before)
     : medium_(medium),
       recorder_(recorder),
       tape_(tape),
-      frames_(frames),
+      frames_(std::move(frames)),
       rows_before_(std::move(rows_before)),
       volume_(card::Volume::Open(support::kCardDirectory)) {
     size_t happened = 0;
@@ -72,14 +72,7 @@ Judge::Judge(const Medium& medium, Recorder& recorder, const Tape& tape, const s
         if (versions.empty()) versions.emplace_back(0, operation.before);
         versions.emplace_back(happened, operation.bytes);
     }
-    std::map<std::pair<uint32_t, uint32_t>, size_t> begun;  // file, lap
-    for (const Frame& frame : frames) begun.try_emplace({frame.file, frame.lap}, frame.written);
-    for (const Frame& frame : frames) {
-        const auto next = begun.upper_bound({frame.file, frame.lap});
-        const bool is_followed = next != begun.end() && next->first.first == frame.file;
-        overwritten_.push_back(is_followed ? next->second : Frame::kNever);
-        by_place_.insert({{frame.file, frame.offset}, &frame});
-    }
+    for (const Frame& frame : frames_) by_place_.insert({{frame.file, frame.offset}, &frame});
 }
 
 RecordFileInfoHead_S Judge::HeadOf(uint32_t file) const {
@@ -111,7 +104,7 @@ Verdict Judge::Of(const Cut& cut) {
 // What was recorded: all that a hand-over has put onto the card is found and whole, and each other loss has a name.
 void Judge::JudgeFrames(const Cut& cut, const Listing& listing, Verdict& verdict) const {
     for (const Frame& frame : frames_) {
-        if (!frame.promised || frame.written > cut.at || IsOverwritten(frame, cut.at)) continue;
+        if (!frame.promised || frame.written > cut.at || frame.overwritten <= cut.at) continue;
         const bool is_listed = listing.LengthAt(frame.file, frame.offset) == frame.bytes.size();
         const bool is_intact = IsIntact(frame);
         if (is_listed && is_intact) continue;
@@ -179,7 +172,7 @@ Judge::State Judge::StateOf(const Place& place, const Item& item, size_t at) con
 // Of a new lap whose file still has the head of the one before.
 bool Judge::HasOldHead(const Frame& frame, const Cut& cut) const {
     const auto head = HeadOf(frame.file);
-    const bool is_newest = frame.lap > 1 && frame.written <= cut.at && !IsOverwritten(frame, cut.at);
+    const bool is_newest = frame.lap > 1 && frame.written <= cut.at && frame.overwritten > cut.at;
     return is_newest && head.m_u32FileInfoHeadFlag != 0 && head.m_u32RecordStartTime + kLapApart < frame.time;
 }
 
@@ -233,13 +226,13 @@ void Judge::JudgeStart(const Cut& cut, Verdict& verdict) const {
     std::vector<std::pair<uint32_t, uint32_t>> laps;
     for (const Frame& frame : frames_) {
         const std::pair lap{frame.file, frame.lap};
-        if (frame.handed_over <= cut.at && !IsOverwritten(frame, cut.at) &&
+        if (frame.handed_over <= cut.at && frame.overwritten > cut.at &&
             std::find(laps.begin(), laps.end(), lap) == laps.end())
             laps.push_back(lap);
     }
     for (const Frame& frame : frames_) {
         if (frame.file != start.file || frame.handed_over > cut.at || frame.End() <= start.offset ||
-            IsOverwritten(frame, cut.at))
+            frame.overwritten <= cut.at)
             continue;
         const bool is_oldest = start.offset == 0 && laps.size() == medium_.RecordFiles() &&
                                laps.front() == std::pair{frame.file, frame.lap};
@@ -283,7 +276,7 @@ std::string Judge::AfterRepair(const Cut& cut) const {
     bool has_begun = false;  // the run
     bool is_whole = false;   // the frame before
     for (const Frame& frame : frames_) {
-        if (!frame.promised || frame.written > cut.at || IsOverwritten(frame, cut.at) || HasOldHead(frame, cut))
+        if (!frame.promised || frame.written > cut.at || frame.overwritten <= cut.at || HasOldHead(frame, cut))
             continue;
         const bool goes_on = before != nullptr && before->file == frame.file && before->lap == frame.lap &&
                              before->End() == frame.offset;
@@ -303,7 +296,8 @@ std::vector<Frame> Judge::Carried(const Cut& cut) const {
         if (frame.written > cut.at) continue;
         const auto head = HeadOf(frame.file);
         Frame left = frame;
-        left.promised = frame.promised && !IsOverwritten(frame, cut.at) && IsIntact(frame) &&
+        left.overwritten = frame.overwritten <= cut.at ? 0 : Frame::kNever;
+        left.promised = frame.promised && frame.overwritten > cut.at && IsIntact(frame) &&
                         frame.End() <= head.m_u32RecordFileSumLenth && frame.time <= head.m_u32RecordEndTime &&
                         listing.LengthAt(frame.file, frame.offset) == frame.bytes.size();
         left.written = left.counted = 0;
@@ -332,7 +326,7 @@ void Judge::Describe(const Cut& cut) const {
     }
     const Listing listing = ReadCard(medium_);
     for (const Frame& frame : frames_) {
-        if (frame.written > cut.at || IsOverwritten(frame, cut.at) || (frame.written == 0 && IsIntact(frame))) continue;
+        if (frame.written > cut.at || frame.overwritten <= cut.at || (frame.written == 0 && IsIntact(frame))) continue;
         std::printf("  %s: %zu bytes, %s, %s%s%s\n", Named(frame).c_str(), frame.bytes.size(),
                     IsIntact(frame) ? "whole" : "not whole",
                     listing.LengthAt(frame.file, frame.offset) != 0 ? "listed" : "not listed",

@@ -50,7 +50,7 @@ struct Verdict {
 class Judge {
   public:
     // `rows_before`: of an earlier cut, whose damage the card still has.
-    Judge(const Medium& medium, Recorder& recorder, const Tape& tape, const std::vector<Frame>& frames,
+    Judge(const Medium& medium, Recorder& recorder, const Tape& tape, std::vector<Frame> frames,
           std::set<Row> rows_before);
 
     Verdict Of(const Cut& cut);
@@ -72,9 +72,6 @@ class Judge {
     RecordFileInfoHead_S HeadOf(uint32_t file) const;
     RecordInfoHead_S SectionOf(uint32_t file, uint32_t number) const;
     bool IsIntact(const Frame& frame) const;
-    bool IsOverwritten(const Frame& frame, size_t at) const {  // by a later lap, at least in part
-        return overwritten_[static_cast<size_t>(&frame - frames_.data())] <= at;
-    }
     State StateOf(const Place& place, const Item& item, size_t at) const;
     bool HasOldHead(const Frame& frame, const Cut& cut) const;
     void JudgeFrames(const Cut& cut, const Listing& listing, Verdict& verdict) const;
@@ -87,9 +84,8 @@ class Judge {
     const Medium& medium_;
     Recorder& recorder_;
     const Tape& tape_;
-    const std::vector<Frame>& frames_;
+    const std::vector<Frame> frames_;
     const std::set<Row> rows_before_;
-    std::vector<size_t> overwritten_;  // by frame: operations until it was
     std::multimap<std::pair<uint32_t, uint32_t>, const Frame*> by_place_;
     std::map<Place, Item> items_;
     card::Volume volume_;

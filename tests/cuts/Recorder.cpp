@@ -195,7 +195,7 @@ Recorder::Start Recorder::CheckStart() {
             in_use ? heads.file.m_u32RecordFileSumLenth : 0};
 }
 
-void Recorder::Record(const Script& script, Tape* tape) {
+std::vector<Frame>& Recorder::Record(const Script& script, Tape* tape) {
     script_ = script;
     step_ = 0;
     tape_ = tape;
@@ -205,6 +205,7 @@ void Recorder::Record(const Script& script, Tape* tape) {
     }
     g_flags.stop_requested = false;
     tape_ = nullptr;
+    return frames_;
 }
 
 // ---- The script, step by step, in the pauses of the record loop
@@ -322,10 +323,19 @@ void Recorder::NoteFrame(int id, uint64_t offset, std::string bytes) {
     const uint32_t length = FrameLength(at, head, static_cast<uint32_t>(bytes.size()));
     if (length == 0) std::abort();
     const auto file = static_cast<uint32_t>(id - kRecord);
-    if (offset == 0) ++laps_[file];
     const size_t now = tape_ != nullptr ? tape_->Operations().size() : 0;
-    pending_ = {{file, laps_[file], static_cast<uint32_t>(offset) + head, bytes.substr(head, length),
-                 static_cast<uint32_t>(g_wall), now, 0, Frame::kNever}};
+    if (offset == 0) {
+        ++laps_[file];
+        for (Frame& frame : frames_) {
+            if (frame.file == file) frame.overwritten = std::min(frame.overwritten, now);
+        }
+    }
+    pending_ = {{.file = file,
+                 .lap = laps_[file],
+                 .offset = static_cast<uint32_t>(offset) + head,
+                 .bytes = bytes.substr(head, length),
+                 .time = static_cast<uint32_t>(g_wall),
+                 .written = now}};
 }
 
 // The file head is the last that counts a frame.  What arrives after the one that filled the file is not in its length.

@@ -41,6 +41,7 @@ struct Frame {
     size_t written = 0;           // operations until it was, those of before the tape being 0
     size_t counted = 0;           // until file and section head count it
     size_t handed_over = kNever;  // until it must be on the card
+    size_t overwritten = kNever;  // until a later lap began to
     bool promised = true;         // false: left by an earlier cut, and may be written over at any time
 
     bool IsSound() const { return bytes[3] == '\xC0'; }
@@ -57,11 +58,9 @@ class Recorder {
 
     // A process that has just been started, some time after the last of `frames`, which are on the card.
     void Restart(uint64_t seed, std::vector<Frame> frames);
-    // Records by the script; `tape` (may be null) gets what passes the door.
-    void Record(const Script& script, Tape* tape);
-
-    // On the card and recorded since, as far as a file's length counts them, in order.
-    std::vector<Frame>& Frames() { return frames_; }
+    // Records by the script; `tape` (may be null) gets what passes the door.  Returns what was on the card and what was
+    // recorded since, as far as a file's length counts it, in order.
+    std::vector<Frame>& Record(const Script& script, Tape* tape);
 
     struct Start {  // what the start check decided
         bool refused;

@@ -39,12 +39,9 @@ struct Tally {
 // One recorded tape and its cards.
 struct Take {
     Take(Medium& medium, Recorder& recorder, const Script& script, const std::set<Row>& rows_before = {})
-        : tape(medium),
-          frames((recorder.Record(script, &tape), recorder.Frames())),
-          judge(medium, recorder, tape, frames, rows_before) {}
+        : tape(medium), judge(medium, recorder, tape, recorder.Record(script, &tape), rows_before) {}
 
     Tape tape;
-    const std::vector<Frame> frames;
     Judge judge;
 };
 
@@ -70,8 +67,7 @@ class Simulation {
         Medium medium(scenario.files);
         Recorder recorder(medium);
         recorder.Restart(options_.seed, {});
-        recorder.Record(scenario.before, nullptr);
-        for (Frame& frame : recorder.Frames()) frame.handed_over = 0;
+        for (Frame& frame : recorder.Record(scenario.before, nullptr)) frame.handed_over = 0;
         Take take(medium, recorder, scenario.taped);
 
         const size_t states = options_.states / Scenarios().size();
