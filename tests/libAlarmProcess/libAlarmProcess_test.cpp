@@ -80,25 +80,6 @@ TEST_F(Board, OfASmallerSegmentReadsAsQuietAndIsLeftAlone) {
     EXPECT_EQ(board_.alarm[0].status, 0);
 }
 
-// Read once more and more, it stays attached; but that must not keep alive what its owner took away.
-TEST_F(Board, EndsWithItsOwnerAndIsFollowedWhenItIsMadeAnew) {
-    ASSERT_EQ(libAlarmProcessInit(), 0);
-    const int first = Id();
-    ASSERT_EQ(AlarmDataWrite(ALARM_SOURCE_DEF_MOTION, ALARM_STATUS_DEF_ON), 0);
-    ASSERT_EQ(AlarmDataRead(&board_), 0);
-    EXPECT_EQ(board_.alarm[ALARM_SOURCE_DEF_MOTION].status, ALARM_STATUS_DEF_ON);
-    shmctl(first, IPC_RMID, nullptr);
-    ASSERT_GE(shmget(0x61788C7C, 448, IPC_CREAT | 0777), 0);
-    int32_t* const words = Shared();
-    words[0] = ALARM_STATUS_DEF_ON;
-    ASSERT_EQ(AlarmDataRead(&board_), 0);
-    EXPECT_EQ(board_.alarm[ALARM_SOURCE_DEF_MOTION].status, ALARM_STATUS_DEF_OFF);
-    EXPECT_EQ(board_.alarm[0].status, ALARM_STATUS_DEF_ON);
-    struct shmid_ds status {};
-    EXPECT_EQ(shmctl(first, IPC_STAT, &status), -1);
-    shmdt(words);
-}
-
 TEST_F(Board, FaceRectangleIsKeptInTheProcess) {
     Face_Alarm_Ret set{1, 2, 3, 4}, got{};
     EXPECT_EQ(libSetFaceAlarmInfo(&set), 0);

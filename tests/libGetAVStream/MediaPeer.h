@@ -6,7 +6,6 @@
 #include <sys/shm.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstring>
 #include <functional>
 #include <mutex>
@@ -16,6 +15,7 @@
 
 #include "libGetAVStream.h"
 #include "libIpcUtils.h"
+#include "support/WaitUntil.h"
 
 class MediaPeer {
   public:
@@ -160,28 +160,16 @@ class Received {
     void Add(const AVDataInfo& header, const char* data) {
         const std::lock_guard guard(lock_);
         frames_.push_back({header, std::string(data, static_cast<size_t>(header.AVDataLen))});
-        changed_.notify_all();
     }
     // Waits until there are `count`; their serial numbers.
     std::vector<uint32_t> Serials(size_t count) {
-        std::unique_lock guard(lock_);
-        changed_.wait_for(guard, std::chrono::seconds(20), [&] { return frames_.size() >= count; });
-        std::vector<uint32_t> serials;
-        for (const Frame& frame : frames_) {
-            serials.push_back(frame.header.SerialNumber);
-        }
-        return serials;
+        support::WaitUntil([&] { return Serials().size() >= count; });
+        return Serials();
     }
-    // Waits for the frame of that serial number; the serial numbers up to then.
+    // Waits for the frame of that serial number.
     std::vector<uint32_t> Until(uint32_t serial) {
-        size_t count = 0;
-        while (true) {
-            const std::vector<uint32_t> serials = Serials(count + 1);
-            if (serials.size() <= count || serials.back() == serial) {
-                return serials;
-            }
-            count = serials.size();
-        }
+        support::WaitUntil([&] { return !Serials().empty() && Serials().back() == serial; });
+        return Serials();
     }
     Frame At(size_t index) {
         const std::lock_guard guard(lock_);
@@ -193,7 +181,15 @@ class Received {
     }
 
   private:
+    std::vector<uint32_t> Serials() {
+        const std::lock_guard guard(lock_);
+        std::vector<uint32_t> serials;
+        for (const Frame& frame : frames_) {
+            serials.push_back(frame.header.SerialNumber);
+        }
+        return serials;
+    }
+
     std::mutex lock_;
-    std::condition_variable changed_;
     std::vector<Frame> frames_;
 };

@@ -169,17 +169,6 @@ TEST_F(Client, StopsAndStartsWhileOthersSend) {
     EXPECT_EQ(Send({1}), -1) << "process number 1 has no slot";
 }
 
-TEST_F(Client, RequestWithoutAnswerIsGivenUpAndLeavesNoneForTheNext) {
-    server_->Silent(true);
-    const auto unanswered = [] { return Send({1, 2, 3}); };
-    EXPECT_EQ(support::ResultAfter(4, unanswered, [&] { return server_->Count() == 1; }), 3);
-    const int32_t late[5] = {271, 5, 0, 99, 0};
-    server_->Queue().Put(5, late, sizeof late);
-    server_->Silent(false);
-    EXPECT_EQ(Send({1, 2, 3, 4}), 4);
-    EXPECT_EQ(Send({1, 2}), 2);
-}
-
 TEST_F(Client, RequestReachesAServerThatCameBack) {
     server_->Silent(true);
     int result = 0;
