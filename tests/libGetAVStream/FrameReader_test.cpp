@@ -21,6 +21,15 @@ const std::string kDelta("\0\0\0\1\x41 a delta frame", 19);
 const std::map<char, std::string> kPayloads = {
     {'k', kKey}, {'d', kDelta}, {'v', std::string("\0\0\0\1\x40\1vps", 9)}, {'j', "\xFF\xD8 a JPEG picture"}};
 
+// Records that are no frame; a reader that comes to the first waits for as long as it takes.
+const std::map<std::string, AVDataInfo> kNoFrames = {{"park", MediaPeer::Frame(AVDATA_END_FRAME, INT32_MAX)},
+                                                     {"negative", MediaPeer::Frame(AVDATA_END_FRAME, -1)},
+                                                     {"lowest", MediaPeer::Frame(AVDATA_END_FRAME, INT32_MIN)},
+                                                     {"overrun", MediaPeer::Frame(AVDATA_END_FRAME, 614399)},
+                                                     {"unready", MediaPeer::Frame(17)},
+                                                     {"end", MediaPeer::Frame(AVDATA_END_RING, -1)},
+                                                     {"restart", MediaPeer::Frame(AVDATA_END_RESTART, -1)}};
+
 Received g_received;
 std::atomic<int> g_wanted{1};
 
@@ -66,8 +75,7 @@ class FrameReader : public support::LoggedTest {
     // What a reader receives that finds frame 1, then a record that never becomes ready, while the last key frame is
     // number 9.
     std::vector<uint32_t> WhatComesAfterASearch() {
-        Lay("5000: L 9k 10d 0: 1k");
-        peer_.Put(0, at_, 2, "x", MediaPeer::Frame(17));
+        Lay("5000: L 9k 10d 0: 1k unready");
         Start();
         return g_received.Until(10);
     }
@@ -95,12 +103,8 @@ class FrameReader : public support::LoggedTest {
                 kept = at_;
             } else if (step == ")") {
                 at_ = kept;
-            } else if (step == "end" || step == "restart") {
-                AVDataInfo mark = MediaPeer::Frame(step == "end" ? AVDATA_END_RING : AVDATA_END_RESTART);
-                mark.AVDataLen = -1;  // of no meaning here
-                peer_.Put(0, at_, 0, "", mark);
-            } else if (step == "park") {
-                peer_.Park(0, at_);
+            } else if (kNoFrames.contains(step)) {
+                peer_.Put(0, at_, 0, "", kNoFrames.at(step));
             } else {
                 at_ = peer_.Put(0, at_, static_cast<uint32_t>(std::stoul(step)), kPayloads.at(step.back()));
             }
@@ -244,8 +248,7 @@ TEST_F(FrameReader, GoesOnWhileItSearches) {
 }
 
 TEST_F(FrameReader, AnswersARestartOfTheRingOnceAndReadsWhatComesThere) {
-    AVDataInfo restart = MediaPeer::Frame(AVDATA_END_RESTART);
-    restart.AVDataLen = 77;
+    AVDataInfo restart = MediaPeer::Frame(AVDATA_END_RESTART, 77);
     restart.AVDataPos = 78;
     restart.TimeStamp = 79;
     Lay("0: 3d 1000: C 7k");  // number 3 is of an earlier lap
@@ -329,8 +332,8 @@ int HoldFrame2(int, int, char* data, AVDataInfo* header) {
 TEST_F(FrameReader, TellsWhetherTheFrameInHandWasWrittenOver) {
     ASSERT_EQ(GetAVStreamInit(kType, HoldFrame2, nullptr), 0);
     const std::string other(kDelta.size(), 'x');
-    AVDataInfo not_ready = MediaPeer::Frame(0), longer = MediaPeer::Frame(), bare = MediaPeer::Frame();
-    longer.AVDataLen = 77;
+    const AVDataInfo not_ready = MediaPeer::Frame(0), longer = MediaPeer::Frame(AVDATA_END_FRAME, 77);
+    AVDataInfo bare = MediaPeer::Frame();
     bare.AVDataCheck = 0;
     int at = 0;
     const struct {
@@ -401,25 +404,11 @@ TEST_F(FrameReader, WatchesItsPlaceWhileAQuestionIsOpen) {
 
 // Nothing a record can say makes the reader touch a byte outside the ring, end, or stay.
 TEST_F(FrameReader, StaysAtNoRecordForEver) {
-    std::vector<AVDataInfo> records;
-    for (const int length : {-1, INT32_MIN, 614400 - 1, INT32_MAX}) {
-        records.push_back(MediaPeer::Frame());
-        records.back().AVDataLen = length;
-    }
-    for (const int end_flag : {17, static_cast<int>(AVDATA_END_RING), static_cast<int>(AVDATA_END_RESTART)}) {
-        records.push_back(MediaPeer::Frame(end_flag));
-    }
-    records.push_back(MediaPeer::Frame());
-    records.back().AVDataCheck = 0x0BADBAD0;
-    for (const AVDataInfo& record : records) {
+    for (const auto& [record, header] : kNoFrames) {
         g_received.Clear();
-        peer_.last_key = -1;
-        Lay("0: end 1000: C 1k");
-        peer_.Put(0, at_, 2, "x", record);
+        Lay("0: end 1000: C 1k " + record + " 5000: L 9k 10d park");
         Start();
-        EXPECT_THAT(Serials(1), ElementsAre(1));
-        Lay("5000: 9k 10d 5000: L");
-        EXPECT_EQ(g_received.Until(10), (std::vector<uint32_t>{1, 9, 10})) << record.AVDataLen << ' ' << record.EndFlag;
+        EXPECT_THAT(g_received.Until(10), ElementsAre(1, 9, 10)) << record;
         Stop();
     }
 }
@@ -524,7 +513,7 @@ TEST_F(FrameReader, GivesAPlaceUpAfterTheSameTimeHoweverSeldomItLooks) {
         if (message.cmd == 0x2002) slept.compare_exchange_strong(none, g_slept.load());
         message.video_pos = static_cast<uint32_t>(message.cmd == 0x2002 ? -1 : 0);
     });
-    peer_.Put(0, 0, 1, kKey, peer_.Frame(7));  // never ready
+    Lay("0: unready");
     const unsigned before = g_slept;
     Start();
     EXPECT_TRUE(WaitUntil([] { return slept != 0; }));

@@ -48,14 +48,15 @@ class MediaPeer {
         EXPECT_GE(queue_, 0);
     }
 
-    static AVDataInfo Frame(int32_t end_flag = AVDATA_END_FRAME) {
+    static AVDataInfo Frame(int32_t end_flag = AVDATA_END_FRAME, int32_t length = 0) {
         AVDataInfo header{};
+        header.AVDataLen = length;
         header.AVDataCheck = 0x12345678;
         header.EndFlag = end_flag;
         return header;
     }
 
-    // Writes a record and returns the position after it.
+    // Writes a record, of its payload's length if it names none, and returns the position after it.
     int Put(int stream, int position, uint32_t serial, const std::string& payload, AVDataInfo header = Frame()) {
         header.SerialNumber = serial;
         if (header.AVDataLen == 0) {
@@ -79,11 +80,7 @@ class MediaPeer {
         EXPECT_EQ(IpcMsgSend(queue_, bytes.data(), static_cast<int>(bytes.size())), 0);
     }
     // A reader that comes here waits for as long as it takes, until a record is put here.
-    void Park(int stream, int position) {
-        AVDataInfo header = Frame();
-        header.AVDataLen = INT32_MAX;
-        Put(stream, position, 0, "", header);
-    }
+    void Park(int stream, int position) { Put(stream, position, 0, "", Frame(AVDATA_END_FRAME, INT32_MAX)); }
     AVDataInfo HeaderAt(int stream, int position) const {
         AVDataInfo header;
         std::memcpy(&header, bases_[stream] + position, sizeof header);
