@@ -329,39 +329,6 @@ int HoldFrame2(int, int, char* data, AVDataInfo* header) {
     return 0;
 }
 
-TEST_F(FrameReader, TellsWhetherTheFrameInHandWasWrittenOver) {
-    ASSERT_EQ(GetAVStreamInit(kType, HoldFrame2, nullptr), 0);
-    const std::string other(kDelta.size(), 'x');
-    const AVDataInfo not_ready = MediaPeer::Frame(0), longer = MediaPeer::Frame(AVDATA_END_FRAME, 77);
-    AVDataInfo bare = MediaPeer::Frame();
-    bare.AVDataCheck = 0;
-    int at = 0;
-    const struct {
-        const char* name;
-        int intact;
-        std::function<void()> meanwhile;
-    } kCases[] = {
-        {"nothing", 1, [] {}},
-        {"the next record", 1, [&] { peer_.Put(0, at + 64 + static_cast<int>(kDelta.size()), 3, kDelta); }},
-        {"a lap later", 0, [&] { peer_.Put(0, at, 502, other); }},
-        {"being written", 0, [&] { peer_.Put(0, at, 2, other, not_ready); }},
-        {"another length", 0, [&] { peer_.Put(0, at, 2, other, longer); }},
-        {"payload in place of the header", 0, [&] { peer_.Put(0, at, 2, other, bare); }},
-    };
-    for (const auto& c : kCases) {
-        g_received.Clear();
-        g_intact = -1;
-        g_meanwhile = c.meanwhile;
-        at = peer_.Put(0, 0, 1, kKey);
-        peer_.Park(0, peer_.Put(0, at, 2, kDelta));
-        Start();
-        EXPECT_TRUE(WaitUntil([] { return g_intact >= 0; }));
-        EXPECT_EQ(g_intact, c.intact) << c.name;
-        Stop();
-    }
-    EXPECT_EQ(AVStreamFrameIntact(kDelta.data(), &longer), 0) << "outside the callback";
-}
-
 // A key frame that is old, named again and again, is not a server that counts anew.
 TEST_F(FrameReader, DeliversNoOldFramesAgain) {
     Lay("3000: 20k 1000: 48k 49k C L 50k");  // of number 20's lap nothing else is left
@@ -413,21 +380,38 @@ TEST_F(FrameReader, StaysAtNoRecordForEver) {
     }
 }
 
-// A whole ring late: what is left of the old lap comes next, and if nothing is, the last key frame.
-TEST_F(FrameReader, GoesOnAfterAFrameThatWasWrittenOver) {
+// Written over, the reader is a whole ring late: what is left of the old lap comes next, and if nothing is, the last
+// key frame.
+TEST_F(FrameReader, TellsWhetherTheFrameInHandWasWrittenOverAndGoesOn) {
     ASSERT_EQ(GetAVStreamInit(kType, HoldFrame2, nullptr), 0);
-    for (const bool next_is_left : {true, false}) {
+    AVDataInfo bare = MediaPeer::Frame();
+    bare.AVDataCheck = 0;
+    const struct {
+        const char* what;
+        uint32_t serial = 0;  // 0: nothing
+        AVDataInfo header = MediaPeer::Frame();
+        size_t bytes = kDelta.size();
+        std::vector<uint32_t> frames = {1, 2, 3, 9};
+    } cases[] = {{.what = "nothing"},
+                 {"a lap later", 502},
+                 {"and the next one, too", 502, MediaPeer::Frame(), 200, {1, 2, 9}},
+                 {"being written", 2, MediaPeer::Frame(0)},
+                 {"another length", 2, MediaPeer::Frame(AVDATA_END_FRAME, 77)},
+                 {"payload in place of the header", 2, bare}};
+    for (const auto& c : cases) {
         g_received.Clear();
         Lay("5000: L 9k 0: 1k");
-        g_meanwhile = [this, at = at_, next_is_left] {
-            peer_.Put(0, at, 502, std::string(next_is_left ? 5 : 200, 'x'));
+        g_meanwhile = [this, at = at_, &c] {
+            if (c.serial != 0) {
+                peer_.Put(0, at, c.serial, std::string(c.bytes, 'x'), c.header);
+            }
         };
         Lay("2d");
         const int next = at_;
         Lay("3d");
         Start();
-        EXPECT_EQ(g_received.Until(9),
-                  (next_is_left ? std::vector<uint32_t>{1, 2, 3, 9} : std::vector<uint32_t>{1, 2, 9}));
+        EXPECT_EQ(g_received.Until(9), c.frames) << c.what;
+        EXPECT_EQ(g_intact, c.serial == 0 ? 1 : 0) << c.what;
         EXPECT_EQ(log_.Count("VideoPos = " + std::to_string(next) + " AVDataCheck =="), 0) << "it does not wait there";
         Stop();
     }
