@@ -85,9 +85,8 @@ TEST_F(Zone, IsWholeForEveryThreadWhileItChanges) {
     Put(kZone, 1);
     setenv("TZ", ":/tmp/zone", 1);
     EXPECT_EQ(NextHour(), 1);
-    std::atomic<bool> over{false};
-    std::thread reader([&] {
-        while (!over) {
+    const std::jthread reader([](const std::stop_token& over) {
+        while (!over.stop_requested()) {
             EXPECT_GE(LocalTime(0).tm_hour, 1) << "never UTC";
         }
     });
@@ -97,8 +96,6 @@ TEST_F(Zone, IsWholeForEveryThreadWhileItChanges) {
         clock_.uptime += 1;
         std::this_thread::yield();
     }
-    over = true;
-    reader.join();
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // What the card is told to take: all that a run wrote, again what it refused, and in whole sectors.  In which order,
 // every card that a power cut can make asks.
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <filesystem>

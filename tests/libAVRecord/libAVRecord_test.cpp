@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 
 #include <array>
-#include <atomic>
 #include <cstring>
 #include <filesystem>
 #include <optional>
@@ -299,9 +298,8 @@ TEST_F(Writer, OpensTheFilesThatAreThereAndCreatesNone) {
 }
 
 TEST_F(Writer, MayBeClosedWhileFramesArrive) {
-    std::atomic<bool> done{false};
-    std::thread frames([&] {
-        while (!done) {
+    const std::jthread frames([](const std::stop_token& over) {
+        while (!over.stop_requested()) {
             Write(kH264Key);
             WriteSound();
         }
@@ -312,8 +310,6 @@ TEST_F(Writer, MayBeClosedWhileFramesArrive) {
         AVRecordHeadsCopy(&heads);
         KQ_RecordUninit();
     }
-    done = true;
-    frames.join();
 }
 
 TEST(WriterHelpers, ComputeTheZoneAndTheAudioConfiguration) {

@@ -5,6 +5,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/AtOnce.h"
 #include "support/NoMore.h"
 #include "support/QueuePeer.h"
 #include "support/Stderr.h"
@@ -115,18 +116,12 @@ TEST_F(MediaServer, GetsSixteenBytesOfExtendedControl) {
 
 TEST_F(MediaServer, AnswersEachThreadsCommandToThatThread) {
     std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (size_t first = 0; first < 4; ++first) {
-        threads.emplace_back([first, &wrong] {
-            for (size_t round = 0; round < 100; ++round) {
-                const Row& row = kCommands[(first * 20 + round) % std::size(kCommands)];
-                wrong += row.call() != row.code;
-            }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
+    support::AtOnce(4, [&wrong](int number) {
+        for (int round = 0; round < 100; ++round) {
+            const Row& row = kCommands[static_cast<size_t>(number * 20 + round) % std::size(kCommands)];
+            wrong += row.call() != row.code;
+        }
+    });
     EXPECT_EQ(wrong, 0);
     EXPECT_EQ(Count(), 400u);
 }

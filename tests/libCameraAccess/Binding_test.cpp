@@ -1,4 +1,5 @@
-#include <algorithm>
+#include <sys/sem.h>
+
 #include <set>
 
 #include "Camera.h"

@@ -1,8 +1,6 @@
 // A camera to bind to: its system server and its configuration.
 #pragma once
 
-#include <sys/sem.h>
-
 #include "support/BoundCamera.h"
 #include "support/SystemServer.h"
 

@@ -8,7 +8,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -243,9 +242,8 @@ TEST_F(Console, StopsWithAViewerAttached) {
 
 TEST_F(Console, LinesArriveWholeWhileViewersComeAndGo) {
     Open();
-    std::atomic<bool> is_over{false};
-    std::thread writer([&] {
-        for (int i = 0; !is_over; ++i) {
+    const std::jthread writer([](const std::stop_token& over) {
+        for (int i = 0; !over.stop_requested(); ++i) {
             LogInfo("<%d>\n", i);
         }
     });
@@ -253,8 +251,6 @@ TEST_F(Console, LinesArriveWholeWhileViewersComeAndGo) {
         Viewer viewer;
         EXPECT_TRUE(viewer.Sees(">\n[Info]: <")) << session;
     }
-    is_over = true;
-    writer.join();
 }
 
 TEST_F(Console, APortInUseIsReportedAndLetsTheNextStartSucceed) {

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include "MediaPeer.h"
+#include "support/AtOnce.h"
 #include "support/NoMore.h"
 #include "support/WaitUntil.h"
 
@@ -106,17 +107,11 @@ TEST_F(Connection, RefusesWhatIsOutOfRangeWithoutAsking) {
 TEST_F(Connection, RequestsOfTwoThreadsDoNotTakeEachOthersAnswers) {
     peer_.AnswerWith([](AVMsgBuf& message) { message.video_pos = 100u + static_cast<uint32_t>(message.video_index); });
     std::atomic<int> wrong{0};
-    std::vector<std::thread> askers;
-    for (int stream = 0; stream < 3; ++stream) {
-        askers.emplace_back([&wrong, stream] {
-            for (int i = 0; i < 50; ++i) {
-                wrong += CurrentPosition(5, stream) != 100u + static_cast<uint32_t>(stream);
-            }
-        });
-    }
-    for (std::thread& asker : askers) {
-        asker.join();
-    }
+    support::AtOnce(3, [&wrong](int stream) {
+        for (int i = 0; i < 50; ++i) {
+            wrong += CurrentPosition(5, stream) != 100u + static_cast<uint32_t>(stream);
+        }
+    });
     EXPECT_EQ(wrong, 0);
 }
 

@@ -5,10 +5,9 @@
 #include <unistd.h>
 
 #include <string>
-#include <thread>
 #include <utility>
-#include <vector>
 
+#include "support/AtOnce.h"
 #include "support/Stderr.h"
 
 namespace {
@@ -101,24 +100,15 @@ TEST_F(Log, ForTheNullDeviceIsNotFormatted) {
 }
 
 TEST_F(Log, LinesOfManyThreadsNeverMix) {
-    std::vector<std::string> lines;
-    std::vector<std::thread> threads;
-    for (char letter = 'a'; letter < 'i'; ++letter) {
-        lines.push_back(std::string(300, letter) + "\n");
-    }
-    for (const std::string& line : lines) {
-        threads.emplace_back([&line] {
-            for (int i = 0; i < 200; ++i) {
-                LogTrace("%s", line.c_str());
-            }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
+    const auto line = [](int number) { return std::string(300, static_cast<char>('a' + number)) + "\n"; };
+    support::AtOnce(8, [&line](int number) {
+        for (int i = 0; i < 200; ++i) {
+            LogTrace("%s", line(number).c_str());
+        }
+    });
     EXPECT_EQ(log_.Count("\n"), 8 * 200);
-    for (const std::string& line : lines) {
-        EXPECT_EQ(log_.Count("[Trace]: " + line), 200) << line;
+    for (int number = 0; number < 8; ++number) {
+        EXPECT_EQ(log_.Count("[Trace]: " + line(number)), 200) << line(number);
     }
 }
 

@@ -3,8 +3,6 @@
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
-#include <atomic>
-#include <cstring>
 #include <string>
 #include <thread>
 
@@ -126,9 +124,8 @@ TEST_F(Configuration, MadeAnewIsFoundAtTheSameAddressOnceItIsFilled) {
 TEST_F(Configuration, IsReadableAtEveryMomentWhileItIsMadeAnew) {
     ASSERT_EQ(SysConfigInit(), 0);
     const SysInfo* const config = GetSysconfigData();
-    std::atomic<bool> over{false};
-    std::thread reader([&] {
-        for (uint32_t sum = 0; !over; sum += config->relUniqueId + config->relUniqueId2) {
+    const std::jthread reader([config](const std::stop_token& over) {
+        for (uint32_t sum = 0; !over.stop_requested(); sum += config->relUniqueId + config->relUniqueId2) {
             EXPECT_LE(config->relUniqueId, 100u);
         }
     });
@@ -143,8 +140,6 @@ TEST_F(Configuration, IsReadableAtEveryMomentWhileItIsMadeAnew) {
         }
         EXPECT_EQ(config->relUniqueId, round);
     }
-    over = true;
-    reader.join();
 }
 
 }  // namespace

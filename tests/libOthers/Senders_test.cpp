@@ -9,6 +9,7 @@
 #include "SenderCodes.h"
 #include "libLog.h"
 #include "libOthers.h"
+#include "support/AtOnce.h"
 #include "support/NoMore.h"
 #include "support/Stderr.h"
 #include "support/SteppedClock.h"
@@ -124,19 +125,12 @@ TEST_F(Client, PayloadStaysInItsOwnSlot) {
 }
 
 TEST_F(Client, ThreadsGetTheirOwnAnswers) {
-    std::vector<std::thread> threads;
     std::atomic<int> wrong{0};
-    for (unsigned own = 1; own <= 4; ++own) {
-        threads.emplace_back([own, &wrong] {
-            for (int round = 0; round < 100; ++round) {
-                Bytes payload(own * 10, static_cast<uint8_t>(own));
-                wrong += Send(payload) != static_cast<int>(own * 10);
-            }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
+    support::AtOnce(4, [&wrong](int own) {
+        for (int round = 0; round < 100; ++round) {
+            wrong += Send(Bytes(static_cast<size_t>(own * 10), static_cast<uint8_t>(own))) != own * 10;
+        }
+    });
     EXPECT_EQ(wrong, 0);
     const auto requests = server_->Requests();
     ASSERT_EQ(requests.size(), 400u);
@@ -147,25 +141,20 @@ TEST_F(Client, ThreadsGetTheirOwnAnswers) {
 }
 
 TEST_F(Client, StopsAndStartsWhileOthersSend) {
-    std::atomic<bool> stop{false};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 2; ++i) {
-        threads.emplace_back([&stop] {
-            while (!stop) {
+    std::jthread others([](const std::stop_token& over) {
+        support::AtOnce(2, [&over](int) {
+            while (!over.stop_requested()) {
                 Send({1, 2, 3, 4});
             }
         });
-    }
+    });
     for (size_t round = 1; round <= 50; ++round) {
         EXPECT_TRUE(support::WaitUntil([&] { return server_->Count() >= 4 * round; }));
         EXPECT_EQ(SysDrvExit(), 0);
         EXPECT_EQ(SysDrvInit(5), 0);
     }
     EXPECT_EQ(SysDrvExit(), 0);
-    stop = true;
-    for (auto& thread : threads) {
-        thread.join();
-    }
+    others = {};
     EXPECT_EQ(Send({1}), -1) << "process number 1 has no slot";
 }
 

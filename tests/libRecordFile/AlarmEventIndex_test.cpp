@@ -1,5 +1,4 @@
 // The alarm event file, against bytes and offsets worked out by hand.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <vector>

@@ -1,7 +1,6 @@
 // Packed frames against bytes worked out by hand from the standard's tables.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <climits>
 #include <cstring>
 #include <numeric>
