@@ -93,11 +93,12 @@ class Bench:
             self.start_recorder()
             self.wait_until_recording()
 
-    def resume(self, *, restart=False, first=lambda: None):
-        """Recording goes on, after what comes `first`; returns the seconds until then."""
+    def resume(self, *, restart=False, switches=False):
+        """Recording goes on, `switches`: in the next file; returns the seconds until then."""
         since = time.monotonic()
         try:
-            first()
+            if switches:
+                self.wait_for_switch(restart)
             self.wait_until_recording(restart)
         except TimedOut as error:
             raise Fault(f"does not resume: {error}: {self.last_words()}") from None

@@ -115,8 +115,7 @@ class Case:
         status = bench.recorder_ended()
         may_end = self.fault in ("ENOENT", "kill")  # ENOENT: the card is not there
         rule(status is None or may_end, f"stops: the recorder ended with {status}: {bench.last_words()}")
-        first = bench.wait_for_switch if self.phase == "switch" else lambda _: None
-        took = bench.resume(restart=may_end, first=lambda: first(may_end))
+        took = bench.resume(restart=may_end, switches=self.phase == "switch")
         bench.judge.check(before, self.cost())
         is_on_card = self.place != "device"  # without a descriptor of its own the node is asked for by its name
         if seconds and injected and is_on_card and self.call in ("open", "pread", "pwrite") and hasattr(errno, self.fault):
@@ -198,20 +197,14 @@ class Table:
     """The rows so far; with a file they outlive an interruption."""
 
     def __init__(self, path):
-        self.rows, self.file = {}, None
-        if path:
-            if os.path.exists(path):
-                with open(path) as file:
-                    self.rows = {row["case"]: row for row in map(json.loads, file) if not row["broken"]}
-            self.file = open(path, "a")
+        self.file = open(path or os.devnull, "a+")
+        self.file.seek(0)
+        self.rows = {row["case"]: row for row in map(json.loads, self.file) if not row["broken"]}
 
     def add(self, case, result, broken):
-        row = {"case": case, "result": result, "broken": broken}
-        self.rows[case] = row
+        self.rows[case] = row = {"case": case, "result": result, "broken": broken}
         print(f"{'FAULT' if broken else 'ok   '} {case}  {result}", flush=True)
-        if self.file:
-            self.file.write(json.dumps(row) + "\n")
-            self.file.flush()
+        print(json.dumps(row), file=self.file, flush=True)
 
 
 def keep(bench, case):

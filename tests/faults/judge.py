@@ -25,10 +25,9 @@ def rule(condition, what):
 
 
 class Journals:
-    """All records of one stream that any life of the desk camera published, in order."""
+    """All records of the first stream that any life of the desk camera published, in order."""
 
-    def __init__(self, stream=0):
-        self.stream = stream
+    def __init__(self):
         self.records = []
         self.places = {}  # (kind, crc, length) -> indices into records, ascending
         self.ends = set()  # indices after which a killed desk camera may have kept one record to itself
@@ -50,7 +49,7 @@ class Journals:
         whole = text.rfind(b"\n") + 1
         self.offset += whole
         for record in published_in(text[:whole].decode()):
-            if record.stream == self.stream:
+            if record.stream == 0:
                 self.places.setdefault((record.kind, record.crc, record.length), []).append(len(self.records))
                 self.records.append(record)
 
