@@ -1,8 +1,8 @@
 """A headless Chromium, driven over a pipe: no port, no package.  One page; every wait has a bound."""
-import base64
 import itertools
 import json
 import os
+import pathlib
 import shutil
 import subprocess
 import tempfile
@@ -135,20 +135,13 @@ class Browser:
     def touch(self, kind, *points):
         self.call("Input.dispatchTouchEvent", type=kind, touchPoints=[{"x": x, "y": y, "id": i} for i, (x, y) in enumerate(points)])
 
-    def screenshot(self, path):
-        data = self.call("Page.captureScreenshot", format="png")["data"]
-        with open(path, "wb") as file:
-            file.write(base64.b64decode(data))
-
-    def downloaded(self, suffix, seconds=60):
-        """What was saved since the last call, complete."""
+    def downloaded(self, suffix, count=1, seconds=60):
+        """What was saved and is still there, complete: so many at least."""
         end = time.monotonic() + seconds
-        while time.monotonic() < end:
-            found = [f for f in os.listdir(self.folder) if f.endswith(suffix)]
-            if found:
-                return [os.path.join(self.folder, f) for f in sorted(found)]
+        while len(found := sorted(pathlib.Path(self.folder).glob("*" + suffix))) < count:
+            assert time.monotonic() < end, f"not saved within {seconds} s: {os.listdir(self.folder)}"
             time.sleep(.05)
-        raise AssertionError("nothing was saved: " + str(os.listdir(self.folder)))
+        return found
 
     def requests(self):
         """Addresses that the page (not its worker) asked for so far, beside itself and what it made."""

@@ -1,22 +1,31 @@
 // Makes the cards that the page's tests open, in the folder given.
+#include <cstddef>
 #include <cstdio>
-#include <fstream>
-#include <iomanip>
 #include <string>
 
 #include "fixture/CardFixture.h"
-#include "fixture/Damage.h"
+#include "fixture/EncodedClip.h"
+#include "fixture/StoreBytes.h"
+#include "fixture/StoreWriter.h"
 
 using fixture::Card;
 using fixture::SectionPlan;
 
-// A line each: name, file, offset, bytes in hexadecimal.
-void ListDamages(const std::string& path, const fixture::Recording& recording) {
-    std::ofstream list(path);
-    for (const fixture::Damage& damage : fixture::Damages(recording)) {
-        list << damage.name << '\t' << damage.file << '\t' << damage.offset << '\t' << std::hex << std::setfill('0');
-        for (const unsigned char byte : damage.bytes) list << std::setw(2) << unsigned{byte};
-        list << std::dec << '\n';
+// 250 sections in each of 24 files.
+void RecordMany(const std::string& folder) {
+    const fixture::Recording card = Card{.files = 24}.RecordFolder(folder);
+    const SectionPlan plan{.rate = 2, .width = 64, .height = 48};
+    const auto& frames = fixture::EncodedVideo(
+        {.width = plan.width, .height = plan.height, .rate = plan.rate, .key_interval = plan.rate, .frames = 2});
+    uint32_t time = Card{}.start;
+    for (uint32_t file = 0; file < 24; ++file) {
+        card.Corrupt(RECORD_INDEX_NAME, offsetof(RecordSystemInfoHead_S, m_u32RecordFileNo), fixture::Word(file));
+        fixture::StoreWriter writer(folder);
+        for (int section = 0; section < 250; ++section, time += 22) {
+            writer.BeginSection(time, fixture::ParametersOf(plan));
+            for (const auto& frame : frames) writer.Video(frame.unit, frame.key, false, time);
+            writer.EndSection();
+        }
     }
 }
 
@@ -36,7 +45,7 @@ int main(int count, char** arguments) {
                                {.after = 86425, .seconds = 4, .type = 1},
                                {.after = 86430, .seconds = 3, .type = 32}},
                     .keep_units = false};
-    ListDamages(folder + "damages.txt", busy.RecordFolder(folder + "busy"));
+    busy.RecordFolder(folder + "busy");
     busy.RecordImage(folder + "busy.img");
     // B-frames, and long distances between key frames.
     const SectionPlan b_frames{.seconds = 20, .audio = CODE_AUDIO_G711A, .key_interval = 50, .b_frames = true};
@@ -54,11 +63,7 @@ int main(int count, char** arguments) {
     // One run over the end of a record file.
     Card{.files = 2, .sections = {{.seconds = 40, .rate = 25, .frame_bytes = 300000}}, .keep_units = false}
         .RecordFolder(folder + "border");
-    // 250 sections in the first of many files; the test fills the others like it.
-    Card many{.files = 24, .keep_units = false};
-    for (int i = 0; i < 250; ++i)
-        many.sections.push_back({.seconds = 1, .pause = 20, .rate = 2, .width = 64, .height = 48});
-    many.RecordFolder(folder + "many");
+    RecordMany(folder + "many");
     // Eight days apart.
     Card{.files = 1, .sections = {{.seconds = 3}, {.seconds = 3, .pause = 8 * 86400 - 3}}, .keep_units = false}
         .RecordFolder(folder + "clocks");

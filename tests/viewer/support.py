@@ -24,11 +24,7 @@ def run(*command, **more):
 
 
 def tool_list(card):
-    return json.loads(run(TOOL, "list", "--json", card))
-
-
-def tool_list_of_damaged(card):
-    """What the tool lists although something is missing; None: nothing."""
+    """What the tool lists, although something may be missing; None: nothing."""
     told = subprocess.run([TOOL, "list", "--json", card], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
     return json.loads(told.stdout) if told.stdout else None
 
@@ -78,14 +74,34 @@ def frame_sums(clip, stream="v"):
     return [(int(row[2]), row[5]) for row in rows]
 
 
-class PageTest(unittest.TestCase):
-    """One browser for all tests of a class; after each, nothing was asked for and nothing went wrong; at the end, of no network."""
+class CardTest(unittest.TestCase):
+    """Cards for all tests of a class."""
 
     @classmethod
     def setUpClass(cls):
         cls.folder = pathlib.Path(tempfile.mkdtemp(prefix="viewer-"))
         cls.addClassCleanup(shutil.rmtree, cls.folder, ignore_errors=True)
         run(BUILD / "tests" / "viewer" / "make_cards", cls.folder)
+
+    def copied(self, name):
+        copy = self.folder / ("copy of " + name)
+        shutil.rmtree(copy, ignore_errors=True)
+        run("cp", "-a", "--sparse=always", self.folder / name, copy)
+        return copy
+
+    def exported(self, card, section):
+        """A section as the tool exports it."""
+        clip = self.folder / f"{card.name}-{section.replace(':', '-')}.mp4"
+        run(TOOL, "export", card, "--section", section, clip, "--force")
+        return clip
+
+
+class PageTest(CardTest):
+    """One browser for all tests of a class; after each, nothing was asked for and nothing went wrong; at the end, of no network."""
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
         cls.browser = Browser(PAGE)
         cls.addClassCleanup(cls.end)
 
@@ -98,11 +114,10 @@ class PageTest(unittest.TestCase):
         self.assertEqual(self.browser.requests(), [], "nothing is asked of any network")
         self.assertEqual(self.browser.run("violations.concat(faults)"), [])
 
-    def open(self, card, shown=True):
+    def open(self, card, until="list !== null && !player.loading && byId('video').readyState >= 2"):
         self.browser.run("list = null; byId('video').pause(); notice('')")
-        card = pathlib.Path(card)
         self.browser.pick("#folder" if card.is_dir() else "#files", [card])
-        self.browser.wait("list !== null && !player.loading" + (" && byId('video').readyState >= 2" if shown else ""))
+        self.browser.wait(until)
 
     def shows(self, pictures, wanted, seconds=20):
         """The video comes to show that picture: a seek may end a moment before its picture is there."""
@@ -111,12 +126,6 @@ class PageTest(unittest.TestCase):
         while (shown := nearest(pictures, self.grey("byId('video')"))) != wanted:
             self.assertLess(time.monotonic(), end, f"picture {shown} is shown, not {wanted}")
             time.sleep(.05)
-
-    def exported(self, card, section):
-        """A section as the tool exports it."""
-        clip = self.folder / f"{card.name}-{section.replace(':', '-')}.mp4"
-        run(TOOL, "export", card, "--section", section, clip, "--force")
-        return clip
 
     def grey(self, source):
         """What a video or canvas of the page shows, as small_pictures() gives it."""

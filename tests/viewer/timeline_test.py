@@ -97,7 +97,7 @@ class Timeline(PageTest):
         self.browser.run("player.pause(); setSpan([list.start + 6, list.start + 8]); save()")
         self.browser.wait("byId('saveNote').textContent.startsWith('Saved')")
         saved = self.browser.downloaded(".mp4")[0]
-        self.addCleanup(os.remove, saved)
+        self.addCleanup(saved.unlink)
         times = self.command().split()[3:7]
         run(TOOL, "export", card, *times, self.folder / "event.mp4")
         self.assertEqual(frame_sums(saved), frame_sums(self.folder / "event.mp4"))

@@ -16,8 +16,8 @@ import unittest
 
 sys.path.insert(0, os.path.dirname(__file__))
 from browser import Browser
-from support import (BUILD, PAGE, ROOT, TOOL, PageTest, frame_sums, nearest, place_in_image, run, small_pictures, tool_list,
-                     tool_list_of_damaged, unreadable)
+from support import (PAGE, ROOT, TOOL, CardTest, PageTest, frame_sums, nearest, place_in_image, run, small_pictures, tool_list,
+                     unreadable)
 
 
 class Viewer(PageTest):
@@ -29,14 +29,7 @@ class Viewer(PageTest):
         self.browser.run(f"setSpan([{begin}, {end}]); save()")
         self.browser.wait("byId('saveNote').textContent.startsWith('Saved')")
         count = int(self.browser.run("byId('saveNote').textContent.split(' ')[1]"))
-        end_time = time.monotonic() + 60
-        while len(saved := [f for f in sorted(os.listdir(self.browser.folder)) if f.endswith(".mp4")]) < count:
-            self.assertLess(time.monotonic(), end_time, "the download")
-            time.sleep(.05)
-        own = []
-        for i, name in enumerate(saved):
-            own.append(out / f"page-{i}.mp4")
-            shutil.move(os.path.join(self.browser.folder, name), own[-1])
+        own = [shutil.move(saved, out / f"page-{i}.mp4") for i, saved in enumerate(self.browser.downloaded(".mp4", count))]
         command = self.browser.run("byId('command').textContent").split()
         times = command[command.index("--from"):command.index("--to") + 2]
         exported = subprocess.run([TOOL, "export", card, *times, out / "tool.mp4"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
@@ -63,43 +56,7 @@ class Viewer(PageTest):
                 self.assertGreater(self.browser.run("byId('video').videoWidth"), 0)
                 self.assertLess(self.browser.run("source.ask('statistics').then(s => s.bytesRead)"), 24 << 20, "only what is needed is read")
 
-    def fill_files_like_the_first(self, card, files):
-        """Each of the others as if it had been recorded after it, in the same manner."""
-        index = bytearray((card / "index000.bin").read_bytes())
-        stream = bytearray((card / "hi000000.mp4").read_bytes()[:int.from_bytes(index[1024 + 16:1024 + 20], "little")])
-        with open(card / "hi000000.mp4", "rb") as file:
-            file.seek(0xFC00000)
-            keys = bytearray(file.read(20 * int.from_bytes(index[1024 + 28:1024 + 32], "little")))
-        heads = [index[1024:1072], index[131072:131072 + 16384]]
-        packs = [m.start() + 14 for m in re.finditer(b"\x00\x00\x01\xba[\x40-\x7f]", stream)]
-        step = 250 * 22
-
-        def later(data, place):
-            data[place:place + 4] = (int.from_bytes(data[place:place + 4], "little") + step).to_bytes(4, "little")
-
-        for number in range(1, files):
-            for place in packs:
-                later(stream, place)
-            for place in range(4, len(keys), 20):
-                later(keys, place)
-            for place in (8, 12):
-                later(heads[0], place)
-            heads[0][4:8] = number.to_bytes(4, "little")
-            for place in range(64, 64 * 251, 64):
-                later(heads[1], place + 4)
-                later(heads[1], place + 8)
-                heads[1][place + 12:place + 14] = number.to_bytes(2, "little")
-            index[1024 + 48 * number:1072 + 48 * number] = heads[0]
-            index[131072 + 16384 * number:131072 + 16384 * (number + 1)] = heads[1]
-            with open(card / f"hi{number:06d}.mp4", "r+b") as file:
-                file.write(stream)
-                file.seek(0xFC00000)
-                file.write(keys)
-        index[24:28] = index[28:32] = (files - 1).to_bytes(4, "little")
-        (card / "index000.bin").write_bytes(index)
-
     def test_a_card_of_6000_sections_is_shown_in_bounded_memory(self):
-        self.fill_files_like_the_first(self.folder / "many", 24)
         self.open(self.folder / "many")
         self.assertEqual(len(self.browser.run("list.sections")), 6000)
         self.browser.run("(async () => { for (let i = 0; i < 100; ++i) { line.zoom(.8); scrubTo(list.start + i * 1200); line.paint();"
@@ -111,7 +68,7 @@ class Viewer(PageTest):
         self.assertLess(self.browser.call("Runtime.getHeapUsage")["usedSize"], 64 << 20)
 
     def test_empty_and_foreign_cards_are_told_and_names_do_no_harm(self):
-        self.open(self.folder / "empty", shown=False)
+        self.open(self.folder / "empty", "list !== null")
         self.assertIn("Nothing is recorded", self.browser.run("byId('notice').textContent"))
         foreign = self.folder / "<img src=x onerror=alert(1)>.img"
         foreign.write_bytes(os.urandom(1 << 20))
@@ -121,44 +78,38 @@ class Viewer(PageTest):
         self.browser.wait("byId('notice').textContent.includes('index000.bin')")
         self.assertEqual(self.browser.run("document.querySelectorAll('#notice *, #card *').length"), 0, "names are no markup")
 
+    def open_if_it_is_a_card(self, card):
+        self.open(card, "(list !== null && !player.loading) || byId('notice').textContent.startsWith('This is not')")
+
     def test_damaged_cards_show_what_the_tool_lists(self):
-        lines = [line.split("\t") for line in (self.folder / "damages.txt").read_text().splitlines()]
-        damages = {name: (file, int(offset), bytes.fromhex(data)) for name, file, offset, data in lines}
-        for file, offset, length in (("index000.bin", 0, 1 << 19), ("index000.bin", 131072, 4096), ("event000.bin", 0, 1 << 16),
-                                     ("hi000000.mp4", 0, 700), ("hi000000.mp4", 100000, 300000), ("hi000000.mp4", 0xFC00000, 4096)):
-            damages[f"noise in {file} at {offset}"] = file, offset, random.Random(offset).randbytes(length)
-        self.assertGreater(len(damages), 15)
-        card = self.folder / "damaged"
-        for name, (file, offset, data) in damages.items():
-            shutil.rmtree(card, ignore_errors=True)
-            run("cp", "-a", "--sparse=always", self.folder / "busy", card)
-            with open(card / file, "r+b") as changed:
-                changed.seek(offset)
-                changed.write(data)
-            with self.subTest(name):
-                self.browser.run("list = null; notice('')")
-                self.browser.pick("#folder", [card])
-                self.browser.wait("(list !== null && !player.loading) || byId('notice').textContent.startsWith('This is not')")
-                self.assertEqual(self.browser.run("list"), tool_list_of_damaged(card))
-                for moment in ("list.start + 1", "list.sections[list.sections.length >> 1].start", "list.end"):
-                    if self.browser.run("list !== null && list.sections.length > 0"):
-                        self.browser.run(f"goTo({moment})")
-                        self.browser.wait("!player.loading")
+        for file, offset, length in (("index000.bin", 0, 1 << 19), ("index000.bin", 1024, 48), ("index000.bin", 131072, 4096),
+                                     ("event000.bin", 0, 1 << 16), ("hi000000.mp4", 0, 700), ("hi000000.mp4", 100000, 300000),
+                                     ("hi000000.mp4", 0xFC00000, 4096)):
+            for data in (bytes(length), random.Random(offset).randbytes(length)):
+                card = self.copied("busy")
+                with open(card / file, "r+b") as changed:
+                    changed.seek(offset)
+                    changed.write(data)
+                with self.subTest(file=file, offset=offset, zeros=not any(data)):
+                    self.open_if_it_is_a_card(card)
+                    self.assertEqual(self.browser.run("list"), tool_list(card))
+                    for moment in ("list.start + 1", "list.sections[list.sections.length >> 1].start", "list.end"):
+                        if self.browser.run("list !== null && list.sections.length > 0"):
+                            self.browser.run(f"goTo({moment})")
+                            self.browser.wait("!player.loading")
 
     def test_a_missing_file_is_told_and_the_others_play(self):
-        card = self.folder / "missing"
-        run("cp", "-a", "--sparse=always", self.folder / "border", card)
+        card = self.copied("border")
         (card / "hi000000.mp4").unlink()
         self.open(card)
-        self.assertEqual(self.browser.run("list"), tool_list_of_damaged(card))
+        self.assertEqual(self.browser.run("list"), tool_list(card))
         self.assertRegex(self.browser.run("byId('notice').textContent"), "^hi000000.mp4 is missing: 1 section from 2026-03-01 .* cannot be shown[.]$")
         self.assertEqual(self.browser.run("emptyText(list.lost[0].start + 1)"), "hi000000.mp4 is missing")
         self.assertEqual(self.browser.run("list.sections.map(s => s.file)"), [1])
         self.assertEqual(self.browser.run("byId('video').videoWidth"), 320)
 
     def test_a_card_that_is_taken_out_is_asked_for_again(self):
-        card = self.folder / "gone"
-        run("cp", "-a", "--sparse=always", self.folder / "border", card)
+        card = self.copied("border")
         self.open(card)
         shutil.rmtree(card)
         self.browser.run("goTo(list.start + 1)")
@@ -178,10 +129,8 @@ class Viewer(PageTest):
                 places.append((self.folder / "busy.img", self.folder / "busy.img", place_in_image(self.folder / "busy", name, page)))
             for card, file, begin in places:
                 with self.subTest(card=card.name, name=name, page=page), unreadable(file, begin, begin + 4096):
-                    self.browser.run("list = null; notice('')")
-                    self.browser.pick("#folder" if card.is_dir() else "#files", [card])
-                    self.browser.wait("(list !== null && !player.loading) || byId('notice').textContent.startsWith('This is not')")
-                    wanted = tool_list_of_damaged(card)
+                    self.open_if_it_is_a_card(card)
+                    wanted = tool_list(card)
                     if wanted is None:
                         self.assertIsNone(self.browser.run("list"))
                     else:  # what was read while playing may be more
@@ -202,37 +151,27 @@ class Viewer(PageTest):
 
     def test_a_card_that_answers_no_more_has_no_bad_pages(self):
         with unreadable(self.folder / "busy.img", place := place_in_image(self.folder / "busy", "hi000000.mp4", 4096), place + 1, "gone"):
-            self.browser.run("list = null; notice('')")
-            self.browser.pick("#files", [self.folder / "busy.img"])
-            self.browser.wait("byId('notice').textContent.includes('Pick it again')")
+            self.open(self.folder / "busy.img", "byId('notice').textContent.includes('Pick it again')")
 
     # ---- playing
 
     def test_seeks_exactly_and_steps_by_picture(self):
-        card = self.folder / "busy"
-        clip = self.folder / "first.mp4"
-        run(TOOL, "export", card, "--section", "0:1", clip, "--force")
-        pictures = small_pictures(clip)[:250]  # then they begin again
-        self.open(card)
-        start = self.browser.run("list.sections[0].start")
-        for wanted in (0, 3, 137, 249, 26, 25, 24):
-            self.browser.run(f"goTo({start + (wanted + .5) / 25})")
-            self.shows(pictures, wanted)
-        for key, step in ((".", 1), (".", 1), (",", -1), (",", -1), (",", -1)):
-            wanted += step
-            self.browser.key(key)
-            self.shows(pictures, wanted)
-
-    def test_seeks_exactly_where_key_frames_lie_within_a_second(self):
-        clip = self.folder / "odd.mp4"
-        run(TOOL, "export", self.folder / "odd", "--all", clip, "--force")
-        pictures = small_pictures(clip)[:222]  # then they begin again
-        self.open(self.folder / "odd")
-        for wanted in (62, 105, 180, 110, 111, 0):
-            self.browser.run(f"player.close(); goTo(list.start + {(wanted + .5) / 25})")  # into media that has had nothing yet
-            self.browser.wait("!player.loading")
-            self.assertIs(self.browser.run("byId('message').hidden || byId('message').textContent"), True)
-            self.shows(pictures, wanted)
+        for card, rest, anew, sought, keys in (("busy", 250, False, (0, 3, 137, 249, 26, 25, 24), "..,,,"),
+                                               ("odd", 222, True, (62, 105, 180, 110, 111, 0), ""),  # key frames within a second
+                                               ("b_frames", 500, False, (100,), ".......")):
+            with self.subTest(card=card):
+                pictures = small_pictures(self.exported(self.folder / card, "0:1"))[:rest]  # then they begin again
+                self.open(self.folder / card)
+                for wanted in sought:
+                    if anew:
+                        self.browser.run("player.close()")  # into media that has had nothing yet
+                    self.browser.run(f"goTo(list.start + {(wanted + .5) / 25})")
+                    self.shows(pictures, wanted)
+                    self.assertIs(self.browser.run("byId('message').hidden || byId('message').textContent"), True)
+                for key in keys:
+                    wanted += 1 if key == "." else -1
+                    self.browser.key(key)
+                    self.shows(pictures, wanted)
 
     def test_every_picture_played_is_the_one_recorded_then(self):
         pictures = small_pictures(self.exported(self.folder / "busy", "0:1"))[:250]
@@ -248,20 +187,6 @@ class Viewer(PageTest):
             wanted = self.browser.run(f"seen[{i}].small.then(small => (window.still = small, seen[{i}].index))")
             shown = self.grey("still")
             self.assertEqual(nearest(pictures, shown), wanted)
-
-    def test_b_frames_are_shown_in_their_order(self):
-        clip = self.folder / "b.mp4"
-        run(TOOL, "export", self.folder / "b_frames", "--all", clip, "--force")
-        pictures = small_pictures(clip)
-        self.open(self.folder / "b_frames")
-        start = self.browser.run("list.start")
-        self.browser.run(f"goTo({start + 4.02})")
-        self.shows(pictures, 100)
-        for wanted in range(101, 108):
-            media = self.browser.run("byId('video').currentTime")
-            self.browser.key(".")
-            self.browser.wait(f"!byId('video').seeking && byId('video').currentTime > {media} + .01")
-            self.shows(pictures, wanted)
 
     def test_plays_over_the_borders_of_sections_and_files_at_any_speed(self):
         for card, begin, end in (("busy", "list.sections[1].end - 1.5", "list.sections[2].start + 1.5"),
@@ -321,7 +246,7 @@ class Viewer(PageTest):
                  ("b_frames", "list.start + 5", "list.start + 13"), ("h265", "list.start + 5", "list.start + 13"))
         for card, begin, end in cases:
             with self.subTest(card=card, begin=begin):
-                self.open(self.folder / card, shown=card != "h265")
+                self.open(self.folder / card, "list !== null && !player.loading")
                 own, tools = self.save(self.folder / card, self.browser.run(begin), self.browser.run(end))
                 self.assertEqual(len(own), len(tools))
                 for mine, other in zip(own, tools):
@@ -379,14 +304,6 @@ class Viewer(PageTest):
         length = min(len(wanted), len(decoded) - at)
         self.assertEqual(decoded[at:at + length], wanted[:length])
 
-    def test_a_picture_is_saved_as_png(self):
-        self.open(self.folder / "busy")
-        self.browser.key("p")
-        self.browser.wait("true")
-        path = self.browser.downloaded(".png")[0]
-        self.assertEqual(pathlib.Path(path).read_bytes()[:8], b"\x89PNG\r\n\x1a\n")
-        os.remove(path)
-
     def try_every_way_out(self, page, address):
         """Whatever a script in the page tried, if one ever got there, itself or from a worker; returns the network's log."""
         browser = Browser(page)
@@ -436,17 +353,11 @@ class Viewer(PageTest):
         self.assertLessEqual({f"http://{nobody}/page", f"http://{nobody}/worker", f"ws://{nobody}/"}, set(asked))
 
 
-class Served(unittest.TestCase):
+class Served(CardTest):
     """recordcard view: the same page and the card's bytes from this computer."""
 
-    @classmethod
-    def setUpClass(cls):
-        cls.folder = pathlib.Path(tempfile.mkdtemp(prefix="viewer-"))
-        cls.addClassCleanup(shutil.rmtree, cls.folder, ignore_errors=True)
-        run(BUILD / "tests" / "viewer" / "make_cards", cls.folder)
-        cls.card = cls.folder / "busy.img"
-
     def setUp(self):
+        self.card = self.folder / "busy.img"
         self.serve(self.card)
         self.addCleanup(self.stop)
 
@@ -496,7 +407,7 @@ class Served(unittest.TestCase):
             yield browser
             self.assertEqual(browser.run("violations.concat(faults)"), [])
         finally:
-            browser.close()
+            self.asked = browser.close()
 
     def test_a_place_that_cannot_be_read_is_told_and_costs_nothing_else(self):
         card, name = self.folder / "busy", "hi000000.mp4"
@@ -506,7 +417,7 @@ class Served(unittest.TestCase):
             with self.page_of(card) as browser:
                 browser.wait("byId('video').readyState >= 2")
                 listed, notice = browser.run("list"), browser.run("byId('notice').textContent")
-            wanted = tool_list_of_damaged(card)
+            wanted = tool_list(card)
             self.assertEqual({**listed, "unread": 0}, {**wanted, "unread": 0}, "playing reads more")
             self.assertEqual(json.loads(self.get(self.root + "list.json")[1]), wanted)
             self.assertEqual(listed["unread"][0]["name"], name)
@@ -525,7 +436,7 @@ class Served(unittest.TestCase):
         page = cluster * 4 // 4096 + 1  # of a table, well inside the file's chain
         with unreadable(self.card, table + page * 4096, table + size + (page + 1) * 4096):  # that page in both
             with self.page_of(self.card) as browser:
-                self.assertEqual(browser.run("list"), tool_list_of_damaged(self.card))
+                self.assertEqual(browser.run("list"), tool_list(self.card))
                 self.assertRegex(browser.run("byId('notice').textContent"), "hi000000.mp4 cannot be read: 4 sections from 2026-03-01 .* cannot be shown[.]")
 
     def test_a_card_that_is_taken_out_is_asked_for_again(self):
@@ -553,17 +464,13 @@ class Served(unittest.TestCase):
         self.assertEqual(subprocess.run([TOOL, "view", self.folder / "h265" / "index000.bin"], stderr=subprocess.PIPE).returncode, 3)
 
     def test_plays_in_a_browser_that_asks_nobody_else(self):
-        browser = Browser(self.address)
-        try:
-            browser.wait("list !== null && !player.loading && byId('video').readyState >= 2")
+        with self.page_of(self.card) as browser:
+            browser.wait("byId('video').readyState >= 2")
             self.assertEqual(browser.run("list"), tool_list(self.card))
             self.assertEqual(browser.run("byId('video').videoWidth"), 480)
-            self.assertEqual(browser.run("violations.concat(faults)"), [])
-        finally:
-            asked = browser.close()
-        self.assertIn(self.address + "file/hi000000.mp4", asked, "the worker's, too")
+        self.assertIn(self.address + "file/hi000000.mp4", self.asked, "the worker's, too")
         server = "http://" + self.server
-        self.assertEqual([a for a in asked if not a.removeprefix("name of ").removeprefix("connection to ").startswith(server)], [])
+        self.assertEqual([a for a in self.asked if not a.removeprefix("name of ").removeprefix("connection to ").startswith(server)], [])
 
 
 class Page(unittest.TestCase):
