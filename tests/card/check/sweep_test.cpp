@@ -4,23 +4,19 @@
 // CARD_SWEEP_TABLE=1 tries more values and prints the table: field, value, found by, mended.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <random>
 #include <set>
 
-#include "clip/Clip.h"
-#include "fixture/CardFixture.h"
 #include "fixture/Mend.h"
 #include "fixture/Place.h"
 #include "fixture/StoreBytes.h"
-#include "text/Error.h"
 
 namespace {
 
 using namespace fixture;
-using card::CardIndex;
 using card::Finding;
-using card::Volume;
 
 const Card kCard{.files = 2,
                  .sections = {{.seconds = 12, .rate = 5}, {.seconds = 8, .pause = 90, .rate = 5, .width = 640}},
@@ -80,37 +76,6 @@ bool Irreplaceable(const std::string& field) {
     return field.starts_with("event ") && !field.starts_with("event head");
 }
 
-// What commands show: sections by their pictures, events, totals, the pictures of an export of everything.
-struct Seen {
-    std::string text;
-    uint32_t newest = 0;
-    double hours = 0;
-};
-
-Seen See(const std::string& path) {
-    Seen seen;
-    try {
-        const Volume volume = Volume::Open(path);
-        const CardIndex index(volume);
-        const auto add = [&seen](auto... values) { ((seen.text += std::to_string(values) + " "), ...); };
-        for (const card::Section& s : index.Sections())
-            add(s.file, s.number, s.Start(), s.End(), s.head.m_u32RecordSize, s.head.m_u16Width, s.head.m_u16Height);
-        for (const card::Event& e : index.Events()) add(e.file, e.Start(), e.End(), e.record.m_u8AlarmFileType);
-        for (const card::Stretch& stretch : SelectAll(index).stretches) {
-            size_t pictures = 0;
-            for (const card::ClipFrame& frame : card::ClipReader(index, stretch).List([](uint64_t) {}).frames)
-                pictures += frame.video ? 1 : 0;
-            add(pictures);
-        }
-        for (const card::Stretch& s : index.Find(kCard.start + 5, kCard.start + 8)) add(s.begin, s.end);
-        seen.newest = index.Newest().value_or(0);
-        seen.hours = index.HoursKept().value_or(0);
-    } catch (const card::CardError&) {
-        seen.text = "unreadable";
-    }
-    return seen;
-}
-
 class Sweep : public testing::Test {
   protected:
     void Try(const Field& field, const char* name, const std::string& value) {
@@ -121,7 +86,7 @@ class Sweep : public testing::Test {
         if (value == present || means_something) return;
         SCOPED_TRACE(std::string(field.name) + " = " + name);
         recording_.Corrupt(field.file, field.offset, value);
-        const Seen damaged = See(place_);
+        const Shown damaged = Show(place_);
         EXPECT_LE(damaged.newest, pristine_.newest + 60);
         EXPECT_LE(damaged.hours, 4 * pristine_.hours);
         std::string found;
@@ -132,19 +97,25 @@ class Sweep : public testing::Test {
         EXPECT_TRUE(!found.empty() || damaged.text == pristine_.text) << "not found, and not harmless";
         Mend(place_);
         EXPECT_EQ(card::Errors(Check(place_)), 0u);
-        const bool mended = See(place_).text == pristine_.text;
+        const bool mended = Show(place_).text == pristine_.text;
         EXPECT_TRUE(mended || Irreplaceable(field.name));
+        if (!found.empty() && !Irreplaceable(field.name)) {
+            EXPECT_TRUE(found == "index" || recording_.Read(field.file, field.offset, field.size) == present);
+            EXPECT_EQ(before_.Difference(),
+                      found == "index" ? "index000.bin at 8" : "");  // no folder knows the card's size
+        }
         if (kAll) {
             std::printf("| %s | %s | %s | %s |\n", field.name, name, found.empty() ? "harmless" : found.c_str(),
                         mended ? "yes" : "as far as it can be known");
         }
         before_.PutBack();
+        recording_.Corrupt(field.file, field.offset, present);
     }
 
     Place place_;
     Recording recording_ = kCard.RecordFolder(place_);
     StoreBytes before_{recording_, 2};
-    Seen pristine_ = See(place_);
+    Shown pristine_ = Show(place_);
 };
 
 TEST_F(Sweep, EveryFieldIsHarmlessOrFoundAndMended) {
@@ -161,6 +132,16 @@ TEST_F(Sweep, EveryFieldIsHarmlessOrFoundAndMended) {
         Try(field, "random", random);
         Try(field, "its neighbour's", recording_.Read(field.file, field.offset + field.size, field.size));
     }
+}
+
+TEST_F(Sweep, WhatIsGoneIsFoundAndMadeAgain) {
+    const auto second = std::ranges::find(recording_.frames, 1u, &WrittenFrame::section);
+    const Field kGone[] = {{"system head", RECORD_INDEX_NAME, 0, sizeof(RecordSystemInfoHead_S)},
+                           {"file head", RECORD_INDEX_NAME, FileHeadAt(0), sizeof(RecordFileInfoHead_S)},
+                           {"section head", RECORD_INDEX_NAME, SectionAt(0, 1), sizeof(RecordInfoHead_S)},
+                           {"key-frame records", "hi000000.mp4", RECORD_KEY_FRAME_BASE, 400},
+                           {"stream head", "hi000000.mp4", second->offset - 40, 40}};
+    for (const Field& field : kGone) Try(field, "gone", std::string(field.size, '\0'));
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 
 #include "fixture/CardFixture.h"
 #include "fixture/Folder.h"
+#include "fixture/StoreBytes.h"
 #include "volume/Volume.h"
 
 namespace {
@@ -28,10 +29,6 @@ struct Picture {
     double at = 0;  // s
     std::string hash;
 };
-
-void WriteAll(const std::string& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-}
 
 // Decodes the video and gives every picture's time and check sum.
 std::vector<Picture> Decode(const std::string& path) {
@@ -50,10 +47,12 @@ std::vector<Picture> Decode(const std::string& path) {
     return pictures;
 }
 
-Json Probe(const std::string& path) {
-    const Outcome run =
-        RunProgram({"ffprobe", "-v", "error", "-show_format", "-show_streams", "-show_chapters", "-of", "json", path});
+Json Probe(const std::string& path,
+           std::vector<std::string> what = {"-v", "error", "-show_format", "-show_streams", "-show_chapters"}) {
+    what.insert(what.begin(), {"ffprobe", "-of", "json", path});
+    const Outcome run = RunProgram(what);
     EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.err, "");
     return Json::parse(run.out, nullptr, false);
 }
 
@@ -78,10 +77,9 @@ std::string At(uint32_t seconds) {
 class Export : public Folder {
   protected:
     // Exports and gives the path of the file made.
-    std::string Made(const Recording& card, const std::string& name, std::vector<std::string> what) {
-        std::vector<std::string> arguments = {"export", card.path, Path(name)};
-        arguments.insert(arguments.end(), what.begin(), what.end());
-        const Outcome run = Tool(arguments);
+    std::string Made(const Recording& card, const std::string& name, std::vector<std::string> what = {"--all"}) {
+        what.insert(what.begin(), {"export", card.path, Path(name)});
+        const Outcome run = Tool(what);
         EXPECT_EQ(run.status, 0) << run.out << run.err;
         return Path(name);
     }
@@ -109,17 +107,11 @@ struct Packet {
 
 // Of the video, in the order of decoding.
 std::vector<Packet> Packets(const std::string& clip) {
-    const Outcome run = RunProgram({"ffprobe", "-v", "warning", "-select_streams", "v", "-show_entries",
-                                    "packet=pts_time,dts_time", "-of", "csv=p=0:nk=1", clip});
-    EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(run.err, "");
+    const Json probe = Probe(clip, {"-v", "warning", "-select_streams", "v", "-show_packets"});
     std::vector<Packet> packets;
-    std::istringstream lines(run.out);
-    for (std::string line; std::getline(lines, line);) {
-        double pts = 0, dts = 0;
-        if (std::sscanf(line.c_str(), "%lf,%lf", &pts, &dts) != 2) continue;
-        packets.push_back({std::llround(dts * 1e6), std::llround(pts * 1e6)});
-    }
+    for (const Json& packet : probe["packets"])
+        packets.push_back(
+            {std::llround(Number(packet["dts_time"]) * 1e6), std::llround(Number(packet["pts_time"]) * 1e6)});
     return packets;
 }
 
@@ -217,7 +209,7 @@ TEST_F(Export, KeepsShortPausesAndLeavesLongOnesOutWithAChapter) {
                                              {.seconds = 5, .pause = 30, .rate = 15}}}
                                .RecordFolder(Path("card"));
     for (const char* name : {"clip.mp4", "clip.mkv"}) {
-        const std::string clip = Made(card, name, {"--all"});
+        const std::string clip = Made(card, name);
         const std::vector<Picture> pictures = Decode(clip);
         ExpectSamePictures(pictures, Source(card.KeptVideo(), false));
         for (size_t i = 0; i < pictures.size(); ++i) {
@@ -266,8 +258,8 @@ TEST_F(Export, SoundIsTakenOverOrMadePlayable) {
     for (const AVCodeType audio : {CODE_AUDIO_G711A, CODE_AUDIO_G711U, CODE_AUDIO_AAC}) {
         const std::string name = std::to_string(audio);
         const Recording card = Card{.sections = {{.seconds = 8, .rate = 12, .audio = audio}}}.RecordFolder(Path(name));
-        const std::string mp4 = Made(card, name + ".mp4", {"--all"});
-        const std::string mkv = Made(card, name + ".mkv", {"--all"});
+        const std::string mp4 = Made(card, name + ".mp4");
+        const std::string mkv = Made(card, name + ".mkv");
         EXPECT_EQ(StreamOf(Probe(mp4), "audio")["codec_name"], "aac");
         EXPECT_EQ(StreamOf(Probe(mkv), "audio")["codec_name"], audio == CODE_AUDIO_G711A   ? "pcm_alaw"
                                                                : audio == CODE_AUDIO_G711U ? "pcm_mulaw"
@@ -288,7 +280,7 @@ TEST_F(Export, SoundIsTakenOverOrMadePlayable) {
         EXPECT_EQ(raw.out, recorded) << "bit for bit";
     }
     const Recording silent = Card{.sections = {{.seconds = 2, .audio = CODE_AUDIO_NULL}}}.RecordFolder(Path("silent"));
-    EXPECT_TRUE(StreamOf(Probe(Made(silent, "silent.mp4", {"--all"})), "audio").is_null());
+    EXPECT_TRUE(StreamOf(Probe(Made(silent, "silent.mp4")), "audio").is_null());
 }
 
 // The record file is full of an earlier lap behind what was recorded; a cut of power can make a section claim it.
@@ -300,16 +292,8 @@ TEST_F(Export, NothingOfAnEarlierLapIsShown) {
     const uint32_t stale_from = video[50]->offset;  // a key frame of the first day, and a whole second behind it
     const uint32_t stale_size = video[75]->offset - stale_from;
     card.Corrupt("hi000000.mp4", last.offset + last.size, card.Read("hi000000.mp4", stale_from, stale_size));
-    const auto lengthen = [&](uint64_t offset) {
-        std::string field = card.Read("index000.bin", offset, 4);
-        uint32_t value = 0;
-        std::memcpy(&value, field.data(), 4);
-        value += stale_size;
-        std::memcpy(field.data(), &value, 4);
-        card.Corrupt("index000.bin", offset, field);
-    };
-    lengthen(RECORD_FILE_HEAD_BASE + 16);
-    lengthen(RECORD_SECTION_BASE + 2 * 64 + 20);
+    for (const uint32_t length : {FileHeadAt(0) + 16, SectionAt(0, 2) + 20})
+        card.Corrupt("index000.bin", length, Word(card.Get<uint32_t>("index000.bin", length) + stale_size));
     const Outcome run = Tool({"export", card.path, Path("clip.mp4"), "--section", "0:2"});
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_NE(run.err.find("earlier lap"), std::string::npos);
@@ -322,7 +306,7 @@ TEST_F(Export, ARingThatHasBegunItsSecondLapIsExportedInOrder) {
     const Recording card = Card{.files = 2, .sections = {plan, plan, plan}}.RecordFolder(Path("card"));
     ASSERT_TRUE(card.sections.front().overwritten);
     const std::vector<const WrittenFrame*> video = card.KeptVideo();
-    ExpectSamePictures(Decode(Made(card, "clip.mkv", {"--all"})), Source(video, false));
+    ExpectSamePictures(Decode(Made(card, "clip.mkv")), Source(video, false));
 
     // A picture whose tail did not reach the card: a frame of the earlier lap begins in it.
     const WrittenSection& newest = card.sections.back();
@@ -352,7 +336,7 @@ TEST_F(Export, DamagedBytesAreLeftOutAndTheRestIsExported) {
     std::string wanted;
     for (size_t i = 0; i < video.size(); ++i) wanted += i == 60 ? "" : video[i]->unit;
     EXPECT_EQ(ReadAll(Path("clip.h264")), wanted);
-    Made(card, "clip.mp4", {"--all"});
+    Made(card, "clip.mp4");
     EXPECT_EQ(StreamOf(Probe(Path("clip.mp4")), "video")["nb_frames"], "149");
     EXPECT_NEAR(Number(Probe(Path("clip.mp4"))["format"]["duration"]), 6, 0.01) << "the lost picture keeps its time";
 }
@@ -363,7 +347,7 @@ TEST_F(Export, DamagedParameterSetsEndNoExport) {
     for (const size_t key : {0, 50}) {  // the first byte of the sequence parameter set
         card.Corrupt("hi000000.mp4", video[key]->offset + 84 + 14 + 4, "\x6C");
     }
-    Made(card, "clip.mp4", {"--all"});
+    Made(card, "clip.mp4");
     EXPECT_EQ(StreamOf(Probe(Path("clip.mp4")), "video")["nb_frames"], "75") << "from the second key frame on";
     EXPECT_FALSE(fs::exists(Path("clip-2.mp4")));
 }
@@ -374,7 +358,7 @@ TEST_F(Export, AChangedStreamBeginsAnotherFile) {
                                              {.seconds = 3, .width = 640, .height = 360},
                                              {.seconds = 3, .video = CODE_VIDEO_H265}}}
                                .RecordFolder(Path("card"));
-    Made(card, "clip.mp4", {"--all"});
+    Made(card, "clip.mp4");
     EXPECT_EQ(Decode(Path("clip.mp4")).size(), 150u);
     EXPECT_EQ(StreamOf(Probe(Path("clip-2.mp4")), "video")["width"], 640);
     EXPECT_EQ(Probe(Path("clip-2.mp4"))["format"]["tags"]["creation_time"], "2026-03-01T08:00:11.000000Z");
@@ -398,8 +382,8 @@ TEST_F(Export, RawFilesAreTheStreamItself) {
         units += frame->video ? frame->unit : "";
         packed += card.Read("hi000000.mp4", frame->offset, frame->size);
     }
-    EXPECT_EQ(ReadAll(Made(card, "clip.h265", {"--all"})), units);
-    EXPECT_EQ(ReadAll(Made(card, "clip.ps", {"--all"})), packed);
+    EXPECT_EQ(ReadAll(Made(card, "clip.h265")), units);
+    EXPECT_EQ(ReadAll(Made(card, "clip.ps")), packed);
     // Into a pipe nothing but the clip.
     const Outcome piped = Tool({"export", card.path, "--all", "--to-stdout"});
     EXPECT_EQ(piped.status, 0) << piped.err;
@@ -418,7 +402,7 @@ TEST_F(Export, AProgramStreamIsTakenApartIntoWhatWasRecorded) {
                 Path(name));
         std::string units, sounds;
         for (const WrittenFrame* frame : card.Kept()) (frame->video ? units : sounds) += frame->unit;
-        const std::string clip = Made(card, name + ".ps", {"--all"});
+        const std::string clip = Made(card, name + ".ps");
         const auto part = [&](const char* map, const std::string& format) {
             return RunProgram({"ffmpeg", "-v", "error", "-i", clip, "-map", map, "-c", "copy", "-f", format, "-"}).out;
         };
@@ -436,7 +420,7 @@ TEST_F(Export, AProgramStreamIsTakenApartIntoWhatWasRecorded) {
 
 TEST_F(Export, NeverHarmsWhatIsThere) {
     const Recording card = Card{.sections = {{.seconds = 2}}}.RecordFolder(Path("card"));
-    WriteAll(Path("clip.mp4"), "mine");
+    std::ofstream(Path("clip.mp4")) << "mine";
     EXPECT_EQ(Tool({"export", card.path, Path("clip.mp4"), "--all"}).status, 2);
     EXPECT_EQ(ReadAll(Path("clip.mp4")), "mine");
     Made(card, "clip.mp4", {"--all", "--force"});

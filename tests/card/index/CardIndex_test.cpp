@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <tuple>
 
 #include "fixture/CardFixture.h"
 #include "fixture/Place.h"
@@ -21,16 +21,12 @@ const Card kMorning{
     .events = {{.after = 5, .seconds = 8, .type = 1}, {.after = 82, .seconds = 0, .type = 32}}};
 
 void ExpectSameSections(const CardIndex& index, const Recording& recording) {
-    std::vector<const WrittenSection*> kept;
-    for (const auto& section : recording.sections) {
-        if (!section.overwritten) kept.push_back(&section);
-    }
-    ASSERT_EQ(index.Sections().size(), kept.size());
-    for (size_t i = 0; i < kept.size(); ++i) {
-        EXPECT_EQ(index.Sections()[i].file, kept[i]->file) << i;
-        EXPECT_EQ(index.Sections()[i].number, kept[i]->number) << i;
-        EXPECT_EQ(index.Sections()[i].Start(), kept[i]->start) << i;
-        EXPECT_EQ(index.Sections()[i].End(), kept[i]->end) << i;
+    ASSERT_EQ(index.Sections().size(), recording.sections.size());
+    for (size_t i = 0; i < recording.sections.size(); ++i) {
+        const card::Section& section = index.Sections()[i];
+        const WrittenSection& written = recording.sections[i];
+        EXPECT_EQ(std::tuple(section.file, section.number, section.Start(), section.End()),
+                  std::tuple(written.file, written.number, written.start, written.end));
     }
 }
 
@@ -133,16 +129,12 @@ TEST(CardIndex, NamesTheFaultOfADamagedSectionAndKeepsTheOthers) {
 TEST(CardIndex, KeepsASectionThatAPowerCutLeftAheadOfItsFile) {
     const Place place;
     const Recording recording = kMorning.RecordFolder(place);
-    uint32_t length = 0;
-    std::memcpy(&length, recording.Read("index000.bin", FileHeadAt(0) + 16, 4).data(), 4);
+    const auto length = recording.Get<uint32_t>("index000.bin", FileHeadAt(0) + 16);
     recording.Corrupt("index000.bin", FileHeadAt(0) + 16, Word(length - 1500));
-    {
-        const Volume volume = Volume::Open(place);
-        const CardIndex index(volume);
-        ASSERT_EQ(index.Sections().size(), 3u);
-        EXPECT_EQ(index.Sections()[2].cut_bytes, 1500u);
-        EXPECT_EQ(index.Sections()[2].Limit(), length - 1500);
-    }
+    const Volume cut = Volume::Open(place);
+    ASSERT_EQ(CardIndex(cut).Sections().size(), 3u);
+    EXPECT_EQ(CardIndex(cut).Sections()[2].cut_bytes, 1500u);
+    EXPECT_EQ(CardIndex(cut).Sections()[2].Limit(), length - 1500);
     // The next run begins where the file head says, on the frame that was ahead.
     {
         StoreWriter writer(place);

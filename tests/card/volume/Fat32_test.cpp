@@ -8,6 +8,7 @@
 
 #include "fixture/CardFixture.h"
 #include "fixture/Place.h"
+#include "fixture/StoreBytes.h"
 #include "text/Error.h"
 #include "volume/Volume.h"
 
@@ -30,7 +31,7 @@ class Image {
         Device::OpenCard(place_, Access::ReadWrite).WriteAt(offset, bytes.data(), bytes.size());
     }
     void SetEntry(const card::FatGeometry& geometry, uint32_t copy, uint32_t cluster, uint32_t value) const {
-        Write(geometry.FatOffset(copy) + uint64_t{cluster} * 4, std::string(reinterpret_cast<const char*>(&value), 4));
+        Write(geometry.FatOffset(copy) + uint64_t{cluster} * 4, Word(value));
     }
 
   private:
