@@ -104,7 +104,7 @@ Verdict Judge::Of(const Cut& cut) {
 // What was recorded: all that a hand-over has put onto the card is found and whole, and each other loss has a name.
 void Judge::JudgeFrames(const Cut& cut, const Listing& listing, Verdict& verdict) const {
     for (const Frame& frame : frames_) {
-        if (!frame.promised || frame.written > cut.at || frame.overwritten <= cut.at) continue;
+        if (!frame.promised || !frame.IsThere(cut.at)) continue;
         const bool is_listed = listing.LengthAt(frame.file, frame.offset) == frame.bytes.size();
         const bool is_intact = IsIntact(frame);
         if (is_listed && is_intact) continue;
@@ -172,8 +172,8 @@ Judge::State Judge::StateOf(const Place& place, const Item& item, size_t at) con
 // Of a new lap whose file still has the head of the one before.
 bool Judge::HasOldHead(const Frame& frame, const Cut& cut) const {
     const auto head = HeadOf(frame.file);
-    const bool is_newest = frame.lap > 1 && frame.written <= cut.at && frame.overwritten > cut.at;
-    return is_newest && head.m_u32FileInfoHeadFlag != 0 && head.m_u32RecordStartTime + kLapApart < frame.time;
+    return frame.lap > 1 && frame.IsThere(cut.at) && head.m_u32FileInfoHeadFlag != 0 &&
+           head.m_u32RecordStartTime + kLapApart < frame.time;
 }
 
 void Judge::JudgeItems(const Cut& cut, const Listing& listing, Verdict& verdict) const {
@@ -222,23 +222,18 @@ void Judge::JudgeStart(const Cut& cut, Verdict& verdict) const {
     const Recorder::Start start = recorder_.CheckStart();
     if (start.refused) verdict.Blame("the start check refuses the card");
     if (start.refused) return;
-    // Laps in the order they were recorded, each by its first frame; what a later one has begun to overwrite is none.
-    std::vector<std::pair<uint32_t, uint32_t>> laps;
+    std::vector<const Frame*> kept;  // of one lap of each file: none that a later one has begun to overwrite
+    std::set<uint32_t> files;
     for (const Frame& frame : frames_) {
-        const std::pair lap{frame.file, frame.lap};
-        if (frame.handed_over <= cut.at && frame.overwritten > cut.at &&
-            std::find(laps.begin(), laps.end(), lap) == laps.end())
-            laps.push_back(lap);
+        if (frame.handed_over > cut.at || !frame.IsThere(cut.at)) continue;
+        kept.push_back(&frame);
+        files.insert(frame.file);
     }
-    for (const Frame& frame : frames_) {
-        if (frame.file != start.file || frame.handed_over > cut.at || frame.End() <= start.offset ||
-            frame.overwritten <= cut.at)
-            continue;
-        const bool is_oldest = start.offset == 0 && laps.size() == medium_.RecordFiles() &&
-                               laps.front() == std::pair{frame.file, frame.lap};
-        if (!is_oldest)
-            verdict.Blame(Named(frame) + FormatText(" will be written over: the next run begins at %u of file %u",
-                                                    start.offset, start.file));
+    if (start.offset == 0 && files.size() == medium_.RecordFiles() && kept.front()->file == start.file) return;
+    for (const Frame* frame : kept) {
+        if (frame->file == start.file && frame->End() > start.offset)
+            verdict.Blame(Named(*frame) + FormatText(" will be written over: the next run begins at %u of file %u",
+                                                     start.offset, start.file));
     }
 }
 
@@ -276,8 +271,7 @@ std::string Judge::AfterRepair(const Cut& cut) const {
     bool has_begun = false;  // the run
     bool is_whole = false;   // the frame before
     for (const Frame& frame : frames_) {
-        if (!frame.promised || frame.written > cut.at || frame.overwritten <= cut.at || HasOldHead(frame, cut))
-            continue;
+        if (!frame.promised || !frame.IsThere(cut.at) || HasOldHead(frame, cut)) continue;
         const bool goes_on = before != nullptr && before->file == frame.file && before->lap == frame.lap &&
                              before->End() == frame.offset;
         has_begun = (goes_on && has_begun) || (IsIntact(frame) && frame.IsKey());
@@ -297,7 +291,7 @@ std::vector<Frame> Judge::Carried(const Cut& cut) const {
         const auto head = HeadOf(frame.file);
         Frame left = frame;
         left.overwritten = frame.overwritten <= cut.at ? 0 : Frame::kNever;
-        left.promised = frame.promised && frame.overwritten > cut.at && IsIntact(frame) &&
+        left.promised = frame.promised && frame.IsThere(cut.at) && IsIntact(frame) &&
                         frame.End() <= head.m_u32RecordFileSumLenth && frame.time <= head.m_u32RecordEndTime &&
                         listing.LengthAt(frame.file, frame.offset) == frame.bytes.size();
         left.written = left.counted = 0;
@@ -323,14 +317,6 @@ void Judge::Describe(const Cut& cut) const {
         if (state != State::kNew)
             std::printf("  record at %ju of file %d: %s\n", uintmax_t{place.second}, place.first,
                         state == State::kOld ? "old" : "torn");
-    }
-    const Listing listing = ReadCard(medium_);
-    for (const Frame& frame : frames_) {
-        if (frame.written > cut.at || frame.overwritten <= cut.at || (frame.written == 0 && IsIntact(frame))) continue;
-        std::printf("  %s: %zu bytes, %s, %s%s%s\n", Named(frame).c_str(), frame.bytes.size(),
-                    IsIntact(frame) ? "whole" : "not whole",
-                    listing.LengthAt(frame.file, frame.offset) != 0 ? "listed" : "not listed",
-                    frame.handed_over <= cut.at ? ", handed over" : "", frame.promised ? "" : ", not promised");
     }
     for (const card::Finding& finding : card::CheckStore(volume_))
         std::printf("  %s %s: %s\n", finding.level == card::Finding::Level::Error ? "error" : "remark",

@@ -44,6 +44,7 @@ struct Frame {
     size_t overwritten = kNever;  // until a later lap began to
     bool promised = true;         // false: left by an earlier cut, and may be written over at any time
 
+    bool IsThere(size_t at) const { return written <= at && overwritten > at; }
     bool IsSound() const { return bytes[3] == '\xC0'; }
     bool IsKey() const { return !IsSound() && bytes.size() > 21 && bytes[21] == '\xBB'; }
     uint32_t End() const { return offset + static_cast<uint32_t>(bytes.size()); }
