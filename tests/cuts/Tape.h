@@ -56,7 +56,7 @@ class Tape {
   public:
     explicit Tape(const Medium& medium) : medium_(medium) {}
 
-    // Called before the recorder does it; a page's state of before is taken from the card's files.
+    // Write is called before the recorder does it: what was there is taken from the card's files.
     void Write(int file, uint64_t offset, std::string bytes);
     void HandedOver(int file, uint64_t offset, uint64_t end, size_t began);
 

@@ -50,14 +50,14 @@ class Simulation {
     explicit Simulation(const Options& options) : options_(options) {}
 
     bool Run() {
-        const size_t first = options_.seed;
-        for (; options_.seed < first + options_.seeds; ++options_.seed) {
+        for (; options_.seeds > 0; --options_.seeds, ++options_.seed) {
             for (size_t i = 0; i < Scenarios().size(); ++i) {
                 if (options_.only.empty() || options_.only.starts_with(std::to_string(i) + ":")) RunScenario(i);
             }
+            std::printf("seed %zu: %zu cards so far, %zu faults\n", options_.seed, judged_, faults_);
+            std::fflush(stdout);
         }
         Print();
-        std::printf("seeds %zu to %zu\n", first, options_.seed - 1);
         return faults_ == 0;
     }
 
