@@ -96,7 +96,7 @@ __attribute__((constructor)) void Attach() {
 // ---- Which file a descriptor is, which place an offset ----
 
 constexpr char kStoreDirectory[] = "/var/etc/sdcard/";
-std::atomic<uint8_t> file_of[4096];  // Place of the file, by descriptor
+std::atomic<Place> file_of[4096];  // by descriptor
 
 bool IsOfStore(const char* path) {
     return strncmp(path, kStoreDirectory, sizeof kStoreDirectory - 1) == 0;
@@ -111,7 +111,11 @@ Place FileAt(const char* path) {
 }
 
 Place FileAt(int fd) {
-    return fd >= 0 && fd < 4096 ? static_cast<Place>(file_of[fd].load()) : k_elsewhere;
+    return fd >= 0 && fd < 4096 ? file_of[fd].load() : k_elsewhere;
+}
+
+void NowIs(int fd, Place file) {
+    if (fd >= 0 && fd < 4096) file_of[fd] = file;
 }
 
 Place PlaceAt(int fd, off64_t offset) {
@@ -161,20 +165,6 @@ ssize_t TransferOr(int32_t fault, size_t length, Transfer transfer) {
     return -1;
 }
 
-int OpenedAs(int fd, const char* path) {
-    if (fd >= 0 && fd < 4096) file_of[fd] = static_cast<uint8_t>(FileAt(path));
-    return fd;
-}
-
-template <class Open>
-int OpenOr(const char* path, int flags, Open open) {
-    const Place file = FileAt(path);
-    static const auto next_access = Next<decltype(&::access)>("access");
-    if (control != nullptr && (flags & O_CREAT) != 0 && IsOfStore(path) && next_access(path, F_OK) != 0)
-        ++control->created;
-    return Fails(k_open, file) ? -1 : OpenedAs(open(), path);
-}
-
 }  // namespace
 
 // ---- The calls ----
@@ -187,20 +177,26 @@ extern "C" {
     va_start(arguments, before);               \
     const auto name = va_arg(arguments, type); \
     va_end(arguments)
-#define OPEN(name)                                                           \
-    int name(const char* path, int flags, ...) {                             \
-        LAST_ARGUMENT(mode_t, mode, flags);                                  \
-        NEXT(name);                                                          \
-        return OpenOr(path, flags, [&] { return next(path, flags, mode); }); \
-    }
-OPEN(open)
-OPEN(open64)
+
+int open64(const char* path, int flags, ...) {
+    LAST_ARGUMENT(mode_t, mode, flags);
+    NEXT(open64);
+    static const auto next_access = Next<decltype(&::access)>("access");
+    if (control != nullptr && (flags & O_CREAT) != 0 && IsOfStore(path) && next_access(path, F_OK) != 0)
+        ++control->created;
+    const Place file = FileAt(path);
+    if (Fails(k_open, file)) return -1;
+    const int fd = next(path, flags, mode);
+    NowIs(fd, file);
+    return fd;
+}
+int open(const char* path, int flags, ...) __attribute__((alias("open64")));  // one call on a 64-bit host
 
 int close(int fd) {
     NEXT(close);
     const bool fails = Fails(k_close, FileAt(fd));
     const int error = errno;
-    if (fd >= 0 && fd < 4096) file_of[fd] = k_elsewhere;
+    NowIs(fd, k_elsewhere);
     const int result = next(fd);  // a descriptor is gone even when closing it reports an error
     if (!fails) return result;
     errno = error;
@@ -225,7 +221,7 @@ int fcntl(int fd, int command, ...) {
     if (Fails(k_fcntl, FileAt(fd))) return -1;
     const int result = next(fd, command, argument);
     const bool is_copy = command == F_DUPFD || command == F_DUPFD_CLOEXEC;
-    if (is_copy && result >= 0 && result < 4096) file_of[result] = static_cast<uint8_t>(FileAt(fd));
+    if (is_copy) NowIs(result, FileAt(fd));
     return result;
 }
 
