@@ -12,9 +12,9 @@
 #include <cstring>
 #include <string>
 #include <thread>
-#include <utility>
 
 #include "Clock.h"
+#include "Descriptor.h"
 #include "support/Process.h"
 #include "support/QueuePeer.h"
 #include "support/Stderr.h"
@@ -54,34 +54,27 @@ class Viewer {
   public:
     explicit Viewer(int receive_buffer = 0) : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         if (receive_buffer != 0) {
-            setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
+            setsockopt(fd_.Get(), SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
         }
         const sockaddr_in console = ConsoleAddress();
-        connected_ = connect(fd_, reinterpret_cast<const sockaddr*>(&console), sizeof console) == 0;
+        connected_ = connect(fd_.Get(), reinterpret_cast<const sockaddr*>(&console), sizeof console) == 0;
     }
-    ~Viewer() { Leave(); }
-    Viewer(const Viewer&) = delete;
-    Viewer& operator=(const Viewer&) = delete;
 
     bool Connected() const { return connected_; }
-    void Leave() {
-        if (fd_ >= 0) {
-            close(std::exchange(fd_, -1));
-        }
-    }
+    void Leave() { fd_.Close(); }
     void Vanish() {  // a reset instead of an orderly end
         const linger at_once{1, 0};
-        setsockopt(fd_, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+        setsockopt(fd_.Get(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
         Leave();
     }
     bool Send(const std::string& bytes) {
-        return send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+        return send(fd_.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
     }
     // Everything received so far.
     const std::string& Seen() {
         char bytes[65536];
         ssize_t got;
-        while ((got = recv(fd_, bytes, sizeof bytes, MSG_DONTWAIT)) > 0) {
+        while ((got = recv(fd_.Get(), bytes, sizeof bytes, MSG_DONTWAIT)) > 0) {
             seen_.append(bytes, static_cast<size_t>(got));
         }
         ended_ = ended_ || got == 0;
@@ -95,7 +88,7 @@ class Viewer {
     }
 
   private:
-    int fd_;
+    Descriptor fd_;
     bool connected_ = false;
     bool ended_ = false;
     std::string seen_;

@@ -29,9 +29,6 @@ Jitter Exact() {
 Jitter Late(double mean) {
     return [=] { return std::exponential_distribution<>(1 / mean)(g_random); };
 }
-Jitter Normal(double deviation) {
-    return [=] { return std::normal_distribution<>(0, deviation)(g_random); };
-}
 Jitter Uniform(double width) {
     return [=] { return std::uniform_real_distribution<>(-width, width)(g_random); };
 }
@@ -98,7 +95,6 @@ TEST(Rhythm, LooksSeldomAndInTime) {
         {"with sound out of step", Beat(40, Exact()) + Beat(40, Exact(), kSound, 13), 76, 2.3},
         {"with AAC of 8 kHz", Beat(40, Exact()) + Beat(1024 / 8.0, Exact(), kSound, 5), 60, 3.6},
         {"a loaded camera", Beat(40, Late(2)), 75, 6.5},
-        {"much jitter", Beat(40, Normal(3)), 490, 10.5},
         {"no beat", Beat(40, Uniform(20)), 490, 9},
         {"1 a second", Beat(1000, Late(0.3)), 160, 2.3},
         {"29.97 a second", Beat(1001 / 30.0, Late(0.3)), 50, 3.5},

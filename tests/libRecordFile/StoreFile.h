@@ -10,6 +10,8 @@
 #include <string>
 #include <string_view>
 
+#include "Descriptor.h"
+
 namespace test {
 
 // "49 4D 4b" -> the bytes.
@@ -30,33 +32,28 @@ std::string BytesOf(const Record& record) {
 // An unnamed file in memory, sparse like the card's own.
 class StoreFile {
   public:
-    StoreFile() : fd_(memfd_create("store", MFD_CLOEXEC)) { EXPECT_GE(fd_, 0); }
-    ~StoreFile() { close(fd_); }
-    StoreFile(const StoreFile&) = delete;
-    StoreFile& operator=(const StoreFile&) = delete;
-
-    int fd() const { return fd_; }
-    std::string Path() const { return "/proc/self/fd/" + std::to_string(fd_); }
+    int fd() const { return fd_.Get(); }
+    std::string Path() const { return "/proc/self/fd/" + std::to_string(fd()); }
 
     void Put(uint64_t offset, std::string_view bytes) {
-        ASSERT_EQ(pwrite64(fd_, bytes.data(), bytes.size(), static_cast<off64_t>(offset)),
+        ASSERT_EQ(pwrite64(fd(), bytes.data(), bytes.size(), static_cast<off64_t>(offset)),
                   static_cast<ssize_t>(bytes.size()));
     }
-    void Resize(uint64_t size) { ASSERT_EQ(ftruncate64(fd_, static_cast<off64_t>(size)), 0); }
+    void Resize(uint64_t size) { ASSERT_EQ(ftruncate64(fd(), static_cast<off64_t>(size)), 0); }
     uint64_t Size() const {
         struct stat64 status {};
-        EXPECT_EQ(fstat64(fd_, &status), 0);
+        EXPECT_EQ(fstat64(fd(), &status), 0);
         return static_cast<uint64_t>(status.st_size);
     }
     std::string Get(uint64_t offset, size_t length) const {
         std::string bytes(length, '\0');
-        const ssize_t got = pread64(fd_, bytes.data(), length, static_cast<off64_t>(offset));
+        const ssize_t got = pread64(fd(), bytes.data(), length, static_cast<off64_t>(offset));
         bytes.resize(got < 0 ? 0 : static_cast<size_t>(got));
         return bytes;
     }
 
   private:
-    int fd_;
+    const Descriptor fd_{memfd_create("store", MFD_CLOEXEC)};
 };
 
 }  // namespace test
