@@ -80,12 +80,4 @@ TEST_F(Board, OfASmallerSegmentReadsAsQuietAndIsLeftAlone) {
     EXPECT_EQ(board_.alarm[0].status, 0);
 }
 
-TEST_F(Board, FaceRectangleIsKeptInTheProcess) {
-    Face_Alarm_Ret set{1, 2, 3, 4}, got{};
-    EXPECT_EQ(libSetFaceAlarmInfo(&set), 0);
-    EXPECT_EQ(libGetFaceAlarmInfo(&got), 0);
-    EXPECT_EQ(std::memcmp(&set, &got, sizeof set), 0);
-    EXPECT_EQ(libGetFaceAlarmInfo(nullptr), -1);
-}
-
 }  // namespace

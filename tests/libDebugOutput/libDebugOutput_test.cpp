@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -302,14 +301,6 @@ TEST_F(Console, RedirectionKeepsItsOwnDescriptors) {
     EXPECT_EQ(read(ends[0], bytes, sizeof bytes), 0) << "no writer is left";
     close(ends[0]);
     EXPECT_EQ(Holdings().descriptors, before.descriptors);
-}
-
-TEST(Thread, NameIsCutAtFifteenCharacters) {
-    char name[16];
-    EXPECT_EQ(SetThreaTskName("AVStreamGetAVDataThread"), 0);
-    EXPECT_EQ(prctl(PR_GET_NAME, name), 0);
-    EXPECT_STREQ(name, "AVStreamGetAVDa");
-    EXPECT_EQ(CheckFileExist(nullptr), -1);
 }
 
 }  // namespace

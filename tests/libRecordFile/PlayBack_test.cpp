@@ -183,15 +183,4 @@ TEST(PlayBack, RefusesPlacesAndPointersItCannotServe) {
     EXPECT_EQ(libAVRecordPlayBackGetPSFrame(player.file.fd(), &offset, &kind, nullptr, &length, &time, &pts), -1);
 }
 
-TEST(PlayBack, PlainSeekAndReadFollowThePosition) {
-    Player player;
-    player.Append("0123456789");
-    char bytes[4] = {};
-    EXPECT_EQ(libAVRecordFileDataSeek(player.file.fd(), 6), 6);
-    EXPECT_EQ(libAVRecordFileDataRead(player.file.fd(), bytes, 3), 3);
-    EXPECT_STREQ(bytes, "678");
-    EXPECT_EQ(libAVRecordFileDataRead(player.file.fd(), bytes, 3), -1);
-    EXPECT_EQ(libAVRecordFileDataSeek(player.file.fd(), 0x80000000), -1);
-}
-
 }  // namespace
