@@ -14,7 +14,7 @@
 
 namespace {
 
-class Process : public support::LoggedTest {};
+using Process = support::LoggedTest;
 
 TEST_F(Process, TakesLocalSettingsInTheirRangeOnly) {
     const struct {

@@ -4,8 +4,6 @@
 
 #include "Camera.h"
 #include "CameraBinding.h"
-#include "support/NoMore.h"
-#include "support/SteppedClock.h"
 
 namespace {
 
@@ -159,20 +157,6 @@ TEST_F(Camera, RegistersEachProcessUnderItsNumber) {
     ASSERT_GE(known, 0);
     EXPECT_EQ(semctl(known, 0, GETVAL), 1) << "free for one";
     EXPECT_EQ(Semaphore_Init(0x5A5A0020), known);
-}
-
-TEST_F(Camera, StaysBoundWhenTheStartFailsAndHeals) {
-    const support::SteppedClock clock;
-    Camera_AudioConfig audio{};
-    {
-        const support::NoMore none(support::NoMore::kSegments);
-        EXPECT_EQ(CameraDeviceInit(CAMERA_DEV_COMMON, PROCESS_AVRECORD), -1);
-        EXPECT_EQ(CameraDeviceInit(CAMERA_DEV_COMMON, PROCESS_AVRECORD), -2);
-        EXPECT_EQ(CameraGetAudioConfig(&audio), -1);
-    }
-    EXPECT_EQ(CameraGetAudioConfig(&audio), -1) << "tried once a second";
-    support::SteppedClock::uptime += 1;
-    EXPECT_EQ(CameraGetAudioConfig(&audio), 0);
 }
 
 }  // namespace

@@ -27,7 +27,7 @@ TEST(LogLevel, AddsATagAndIsSilentUntilInitAndAfterCleanup) {
     EXPECT_EQ(out.Text(), "[Trace]: 1[Debug]: 2[Error]: 3[Warn]: 4[Info]: 5[Trace]: " + std::string(4095, 'x'));
 }
 
-class Log : public support::LoggedTest {};
+using Log = support::LoggedTest;
 
 TEST_F(Log, NamesFunctionAndLineInFrontOfTheText) {
     const auto line = [at = __LINE__](int after) { return std::to_string(at + after); };

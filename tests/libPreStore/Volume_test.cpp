@@ -187,18 +187,7 @@ TEST(Volume, IsJudgedSoundWithSectorsOf4096Bytes) {
     EXPECT_GE(usage.clusters, 65525u) << "fewer, and some readers take it for FAT16";
 }
 
-TEST(Volume, ANewFileLandsOutsideTheStore) {
-    const Image image(129 * kGiB);
-    EXPECT_EQ(Formatted(image, 100).vedio_num, 512u);
-    const auto extents = [&] { return Ask("mshowfat -i " + image.Path() + " '::/*' | grep -v more.bin").text; };
-    const std::string before = extents();
-    EXPECT_EQ(Ask("head -c 40M /dev/zero | mcopy -i " + image.Path() + " - ::/more.bin").text, "");
-    EXPECT_EQ(extents(), before);
-    EXPECT_EQ(Ask("mcopy -i " + image.Path() + " ::/more.bin - | wc -c").text, std::to_string(40 * kMiB) + "\n");
-    EXPECT_THAT(Ask("fsck.fat -n " + image.Path()).Lines(), testing::SizeIs(6)) << "the free count alone, as before";
-}
-
-class CardsOwn : public support::LoggedTest {};
+using CardsOwn = support::LoggedTest;
 
 TEST_F(CardsOwn, FormatSaysWhatItDoes) {
     // In a camera "/dev" is private: the card's partition is a file there.
