@@ -61,37 +61,26 @@ class Player {
     std::unique_ptr<char[]> buffer_{new char[PLAYBACK_BUFFER_SIZE]};
 };
 
-std::string Resized(std::string bytes, int length) {
+std::string Payload(bool is_key, int length) {
+    std::string bytes = Hex(is_key ? "00000001 67 42001E 00000001 68 CE3C80 00000001 65" : "00000001 41");
     bytes.resize(static_cast<size_t>(length), 'p');
     return bytes;
 }
-std::string KeyPayload(int length) {
-    return Resized(Hex("00000001 67 42001E 00000001 68 CE3C80 00000001 65"), length);
-}
-std::string OtherPayload(int length) {
-    return Resized(Hex("00000001 41"), length);
-}
 
-std::vector<Frame> FramesAtPacketBorders() {
+TEST(PlayBack, GivesBackWhatWasPacked) {
     std::vector<Frame> frames;
     uint32_t index = 0;
     for (const int length : {17, 100, 65469 + 16, 65470 + 16, 65471 + 16, 2 * 65470 + 16, 2 * 65470 + 17, 400000}) {
-        frames.push_back({Frame::kKey, KeyPayload(length), 0x5F000000 + index, ++index});
+        frames.push_back({Frame::kKey, Payload(true, length), 0x5F000000 + index, ++index});
         frames.push_back({Frame::kSound, std::string(static_cast<size_t>(index), 's'), 0, index + 1});
-        frames.push_back({Frame::kOther, OtherPayload(length), 0x80000000 + index, ++index});
+        frames.push_back({Frame::kOther, Payload(false, length), 0x80000000 + index, ++index});
     }
     frames.push_back({Frame::kSound, std::string(65527, 's'), 0, 74565});
-    frames.push_back({Frame::kKey, KeyPayload(4), 8, ++index});  // the headers alone
-    return frames;
-}
-
-TEST(PlayBack, GivesBackWhatWasPacked) {
+    frames.push_back({Frame::kKey, Payload(true, 4), 8, ++index});  // the headers alone
     Player player;
-    const auto frames = FramesAtPacketBorders();
     for (const Frame& frame : frames) {
         player.Append(Pack(frame));
     }
-    player.Append(std::string(100, '\0'));
     for (const Frame& frame : frames) {
         const uint64_t end = player.offset + Pack(frame).size();
         const auto played = player.Next();
@@ -101,7 +90,7 @@ TEST(PlayBack, GivesBackWhatWasPacked) {
         EXPECT_EQ(played->kind, is_sound ? AV_FRAME_TYPE_AUDIO : AV_FRAME_TYPE_VIDEO) << frame.index;
         EXPECT_TRUE(played->payload == (is_bare ? "" : frame.payload)) << frame.index;
         EXPECT_EQ(played->pts, is_bare ? 0 : static_cast<uint32_t>(uint64_t{3600} * frame.index)) << frame.index;
-        EXPECT_EQ(played->time, is_sound ? 0 : frame.time) << frame.index;
+        EXPECT_EQ(played->time, frame.time) << frame.index;
     }
     EXPECT_FALSE(player.Next()) << "after the last frame";
 }
@@ -132,7 +121,7 @@ TEST(PlayBack, SaysWhyItStops) {
 
 // A frame of packets with so many bytes each.
 std::string LongFrame(bool is_key, const std::vector<int>& packets) {
-    std::string bytes = Pack(is_key ? Frame{Frame::kKey, KeyPayload(4)} : Frame{Frame::kOther, ""});
+    std::string bytes = Pack(is_key ? Frame{Frame::kKey, Payload(true, 4)} : Frame{Frame::kOther, ""});
     for (const int payload : packets) {
         char header[PS_PES_HEADER_SIZE];
         EXPECT_EQ(make_pes_packet_header(header, 1, AV_FRAME_TYPE_VIDEO, 25, payload), PS_PES_HEADER_SIZE);
@@ -171,7 +160,7 @@ TEST(PlayBack, RefusesPlacesAndPointersItCannotServe) {
         player.offset = offset;
         EXPECT_FALSE(player.Next()) << offset;
     }
-    const std::string frame = Pack({Frame::kOther, OtherPayload(30)});
+    const std::string frame = Pack({Frame::kOther, Payload(false, 30)});
     player.file.Put(0x7FFFFFF0, frame);  // it would end where no call could read on
     player.offset = 0x7FFFFFF0;
     EXPECT_FALSE(player.Next());
