@@ -81,6 +81,10 @@ void LogOutputChanged() {
     g_output = LookAtOutput();
 }
 
+int LogMayWait() {
+    return g_output.load(std::memory_order_relaxed) == Output::kMayBlock ? 1 : 0;
+}
+
 int LogInit(char*, LogMode) {
     LogOutputChanged();
     g_is_on = true;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "DueCamera.h"
+#include "RunWatch.h"
 #include "libAVRecord.h"
 #include "libAVServerAccess.h"
 #include "libGetAVStream.h"
@@ -90,6 +91,7 @@ class RecordLoop : public DueCamera {
 
     Card card_;
     support::QueuePeer<8> media_server_;
+    static inline int64_t steady_us = 0;  // stands still; 0: the real one goes on
 
   private:
     // Besides this one the media server's, and those of a sanitizer or emulator.
@@ -109,7 +111,8 @@ class RecordLoop : public DueCamera {
     static constexpr ClockSource kLoopClock{[] {
                                                 return timeval{static_cast<time_t>(wall.load()), 0};
                                             },
-                                            [] { return uptime.load(); }, Sleep};
+                                            [] { return uptime.load(); }, Sleep,
+                                            [] { return steady_us != 0 ? steady_us : SystemSteadyUs(); }};
     static inline std::vector<std::function<void()>> before_pass_;  // taken one a pause of the watch
 };
 
@@ -184,6 +187,27 @@ TEST_F(RecordLoop, EndsWhenTheClockWasSetByMoreThanFiveSeconds) {
             "Changed the time: SinceBootDuration = 100, CurrentDuration = " + std::to_string(100 + step) + "\n";
         EXPECT_EQ(log.Has(line), step == 6 || step == -6) << step;
     }
+}
+
+TEST_F(RecordLoop, APictureMakesThePassThatIsDue) {
+    const support::Captured log;
+    const std::string line = "Video FrameRate Change!  25 change to 20 \n";
+    EXPECT_EQ(Run([&] {
+                  steady_us = SystemSteadyUs() + 10000;
+                  WatchWithPicture();
+                  Config().lan_config.nFrameRate1 = 20;
+                  steady_us += 9999;
+                  WatchWithPicture();
+                  EXPECT_FALSE(log.Has(line)) << "so soon after a pass";
+                  steady_us += 1;
+                  WatchWithPicture();
+                  EXPECT_TRUE(log.Has(line));
+                  steady_us = 0;
+                  Config().lan_config.nFrameRate1 = 25;
+              }),
+              0);
+    EXPECT_FALSE(log.Has(" Stop Record\n")) << "what a picture's pass found ends the run";
+    WatchWithPicture();  // no run is watched any more
 }
 
 TEST_F(RecordLoop, EndsBeforeMidnightOnceTheSectionHoldsMoreThanASecond) {

@@ -1,5 +1,6 @@
 // Frames from the stream readers to the writer.
 #include "RecordState.h"
+#include "RunWatch.h"
 #include "libAVRecord.h"
 #include "libAVRecordProcess.h"
 #include "libGetAVStream.h"
@@ -18,12 +19,20 @@ int IsRecorded(int stream) {
     return config == nullptr || stream == config->Record_config.ucVideoStreamType ? 1 : 0;
 }
 
+int TakeFrame(int source, int stream, char* data, AVDataInfo* info) {
+    const int result = Mp4RecordVideoCallbackFunc(source, stream, data, info);
+    if (source == AV_FRAME_TYPE_VIDEO && stream == g_flags.stream) {
+        WatchWithPicture();
+    }
+    return result;
+}
+
 }  // namespace
 
 int StartAVStream(int type) {
     AVRecordFrameCheckSet(AVStreamFrameIntact);
     AVStreamUrgencySet(type, IsRecorded);
-    g_are_running = GetAVStreamInit(type, Mp4RecordVideoCallbackFunc, GetMp4RecordVideoTrasformStatue) == AVSTREAM_OK;
+    g_are_running = GetAVStreamInit(type, TakeFrame, GetMp4RecordVideoTrasformStatue) == AVSTREAM_OK;
     if (!g_are_running) {
         return 0;  // a reader without a ring ends at once, and counts as started from then on
     }
