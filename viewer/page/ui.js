@@ -48,13 +48,6 @@ function holds(from, to = from) {
   });
 }
 
-// What there is instead of a picture where no section is: nothing, or a file that is not there.
-const lostText = lost => lost.name + (lost.missing ? " is missing" : " cannot be read");
-function emptyText(t) {
-  const lost = list.lost.find(l => l.sections && t >= l.start && t <= l.end);
-  return lost ? lostText(lost) : "nothing recorded";
-}
-
 function showCard(found) {
   list = found;
   byId("card").textContent = cardName;
@@ -77,33 +70,6 @@ function showCard(found) {
   const [from, to] = [held[0][0], held[held.length - 1][1]], margin = Math.max((to - from) * .1, 10);
   line.look(from - margin, to + margin);
   goTo(from);
-}
-
-// What is not there, and what part of the card the page has.
-function showLosses() {
-  const told = [], whole = !list.lost.length && !list.unread.length && list.wholeDirectory;
-  if (!list.sections.length) told.push(whole ? "Nothing is recorded on this card yet." : "Nothing of what is recorded on this card can be shown.");
-  else if (list.damaged) told.push(counted(list.damaged, "damaged entry").replace("entrys", "entries") + " of the card's index left out.");
-  if (!list.wholeDirectory) told.push("Not all of the card's directory can be read: files that it names there are not found.");
-  for (const lost of list.lost) told.push(lostText(lost) + ": " + (lost.sections ? counted(lost.sections, "section") + " from " + dateText(lost.start) + " " +
-    clockText(lost.start) + " to " + dateText(lost.end) + " " + clockText(lost.end) + " cannot be shown." : "the events are not shown."));
-  for (const part of list.unread) told.push(unreadText(part));
-  if (held) told.push("This page plays " + durationText(heldSeconds()) + " of what was recorded: what is bright on the time line. Of the rest it has the list and pictures.");
-  notice(told.join(" "));
-}
-
-function unreadText({ name, bytes, unsearched }) {
-  const lost = /^hi/i.test(name) ? "pictures there are left out or damaged" : /^event/i.test(name) ? "events that stand there are left out"
-    : "recordings that it names there are left out";
-  return sizeText(bytes) + " of " + name + " cannot be read: " + lost + "." +
-    (unsearched ? " Reading failed for so long that " + sizeText(unsearched) + " of it were given up; recordcard export tries longer." : "");
-}
-
-// Found while the card is open.
-function showUnread(unread) {
-  if (!list) return;
-  list.unread = unread;
-  showLosses();
 }
 
 byId("openFolder").onclick = () => byId("folder").click();
@@ -298,105 +264,6 @@ function copyCommand() {
   const text = byId("command").textContent, select = () => getSelection().selectAllChildren(byId("command"));
   const done = () => { byId("copy").textContent = "Copied"; setTimeout(() => { byId("copy").textContent = "Copy"; }, 1500); };
   if (navigator.clipboard) navigator.clipboard.writeText(text).then(done, select); else select();
-}
-
-// ---- lists
-
-function drawFacts() {
-  const facts = byId("facts");
-  facts.replaceChildren();
-  const say = (name, value) => { make("dt", facts, name); make("dd", facts, value); };
-  const seconds = list.sections.reduce((sum, s) => sum + s.end - s.start, 0);
-  if (list.sections.length) {
-    say("Oldest", dateText(list.start) + " " + clockText(list.start));
-    say("Newest", dateText(list.end) + " " + clockText(list.end));
-  }
-  say("Recorded", durationText(seconds));
-  say("Size", sizeText(list.bytes));
-  say("Record files", list.filesUsed + " of " + list.files + " used");
-  if (list.keeps) say("A full card", durationText(list.keeps));
-  say("Sections", list.sections.length);
-  say("Gaps", list.gaps.length);
-  if (held) say("In this page", durationText(heldSeconds()));
-  const kinds = new Set(list.sections.map(s => s.video && s.video + " " + s.width + "×" + s.height + ", " + s.rate + " fps" + (s.audio ? ", " + s.audio : "")));
-  kinds.delete("");
-  [...kinds].slice(0, 4).forEach((kind, i) => say(i ? "" : "Video", kind));
-}
-
-function drawDays() {
-  const days = new Map();
-  const entry = day => { if (!days.has(day)) days.set(day, { parts: [], events: [], seconds: 0 }); return days.get(day); };
-  for (const s of line.sections) {
-    for (let day = dayOf(s.start); dayStart(day) < s.end; ++day) {
-      const part = [Math.max(s.start, dayStart(day)), Math.min(s.end, dayStart(day + 1))];
-      entry(day).parts.push(part);
-      entry(day).seconds += part[1] - part[0];
-    }
-  }
-  for (const e of list.events) entry(dayOf(e.start)).events.push(e);
-  byId("days").replaceChildren();
-  for (const day of [...days.keys()].sort((a, b) => b - a)) {
-    const { parts, events, seconds } = days.get(day), start = dayStart(day), length = dayStart(day + 1) - start;
-    const row = make("button", byId("days"), null, { type: "button", className: "day" });
-    row.dataset.day = day;
-    make("span", row, dateText(start));
-    make("span", row, weekdayText(start).slice(0, 3), { className: "dim weekday", title: weekdayText(start) });
-    const bar = make("span", row, null, { className: "bar" });
-    let end = -1;
-    for (const [from, to] of parts) {
-      const left = Math.max((from - start) / length, end), right = Math.max((to - start) / length, left);
-      if (right - end < .0008) continue; // less than a pixel
-      const part = make("i", bar);
-      part.style.left = 100 * left + "%";
-      part.style.width = 100 * (right - left) + "%";
-      end = right;
-    }
-    for (const [from, to] of line.held) {
-      if (to <= start || from >= start + length) continue;
-      const part = make("i", bar, null, { className: "held" });
-      part.style.left = Math.max(100 * (from - start) / length, 0) + "%";
-      part.style.width = 100 * (Math.min(to, start + length) - Math.max(from, start)) / length + "%";
-    }
-    for (const e of events.slice(0, 400)) make("u", bar, null, { className: kindOf(e.type) }).style.left = 100 * (e.start - start) / length + "%";
-    make("span", row, durationText(seconds), { className: "dim sum" });
-    row.onclick = () => { line.look(start, start + length); goTo(parts.length ? parts[0][0] : events[0].start); };
-  }
-  if (days.size === 0) make("p", byId("days"), "none", { className: "dim" });
-}
-
-const EVENTS_SHOWN = 1000;
-function drawFilter() {
-  byId("filter").replaceChildren();
-  for (const [kind, text] of EVENT_KINDS) {
-    const count = list.events.filter(e => kindOf(e.type) === kind).length;
-    if (!count) continue;
-    const button = make("button", byId("filter"), null, { type: "button", "aria-pressed": shownKinds.has(kind) });
-    make("span", button, null, { className: "dot " + kind });
-    button.append(text + " (" + count + ")");
-    button.onclick = () => {
-      if (shownKinds.has(kind)) shownKinds.delete(kind); else shownKinds.add(kind);
-      button.setAttribute("aria-pressed", shownKinds.has(kind));
-      drawEvents();
-    };
-  }
-  drawEvents();
-}
-
-function drawEvents() {
-  line.events = list.events.filter(e => shownKinds.has(kindOf(e.type)));
-  line.draw();
-  byId("eventCount").textContent = list.events.length ? line.events.length + " of " + list.events.length : "";
-  byId("events").replaceChildren();
-  for (const e of line.events.slice(-EVENTS_SHOWN).reverse()) {
-    const row = make("button", byId("events"), null, { type: "button", className: "event" });
-    make("span", row, null, { className: "dot " + kindOf(e.type) });
-    make("span", row, dateText(e.start) + " " + clockText(e.start));
-    make("span", row, e.kind, { className: "name" });
-    make("span", row, e.open ? "still on" : durationText(e.end - e.start), { className: "dim" });
-    row.onclick = () => { setSpan([e.start, Math.max(e.end, e.start)]); goTo(e.start); };
-  }
-  if (!line.events.length) make("p", byId("events"), list.events.length ? "none of these kinds" : "none on this card", { className: "dim" });
-  if (line.events.length > EVENTS_SHOWN) make("p", byId("events"), "The " + EVENTS_SHOWN + " newest; earlier ones are on the time line.", { className: "dim" });
 }
 
 // ---- buttons and keys
