@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "fixture/Folder.h"
 #include "fixture/Mend.h"
-#include "fixture/Place.h"
 #include "fixture/StoreBytes.h"
 
 namespace {
@@ -114,32 +114,6 @@ TEST(Check, TellsOfDamagedFootageThatNothingBringsBack) {
     EXPECT_EQ(found->at("place"), "hi000000.mp4");
     EXPECT_EQ(found->at("offset"), frame.offset);
     EXPECT_EQ(found->at("mendable"), false);
-}
-
-TEST(Check, EventsAgainstTheRecording) {
-    const Place place;
-    const Recording recording = kDay.RecordFolder(place);
-    const size_t events = card::CardIndex(Volume::Open(place)).Events().size();
-    ASSERT_EQ(events, 2u);
-    constexpr uint64_t kFirst = 8 * ALARM_EVENT_BLOCK;
-    const std::string intact = recording.Read(RECORD_EVENT_NAME, kFirst, sizeof(AlarmFileInfoHead_S));
-    for (const uint64_t field : {4, 20, 0}) {  // time, file and slot, flag: the last one stays damaged
-        recording.Corrupt(RECORD_EVENT_NAME, kFirst, intact);
-        recording.Corrupt(RECORD_EVENT_NAME, kFirst + field, Word(5));
-        EXPECT_TRUE(Has(Check(place), "event")) << field;
-        EXPECT_EQ(card::CardIndex(Volume::Open(place)).Events().size(), 1u) << field;
-    }
-    Mend(place);
-    EXPECT_EQ(Listed(Check(place)), "");
-    const Volume volume = Volume::Open(place);
-    ASSERT_EQ(card::CardIndex(volume).Events().size(), 1u);
-    EXPECT_EQ(card::CardIndex(volume).Events()[0].record.m_u8AlarmFileType, 4);
-
-    recording.Corrupt(RECORD_EVENT_NAME, 0, Word(0x12345678));
-    EXPECT_TRUE(Has(Check(place), "event-head"));
-    Mend(place);
-    EXPECT_EQ(Listed(Check(place)), "");
-    EXPECT_EQ(card::CardIndex(volume).Events().size(), 1u);
 }
 
 }  // namespace

@@ -4,8 +4,8 @@
 #include <optional>
 
 #include "fixture/CardFixture.h"
+#include "fixture/Folder.h"
 #include "fixture/Mend.h"
-#include "fixture/Place.h"
 #include "fixture/StoreWriter.h"
 
 namespace {

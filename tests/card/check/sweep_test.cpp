@@ -9,8 +9,8 @@
 #include <random>
 #include <set>
 
+#include "fixture/Folder.h"
 #include "fixture/Mend.h"
-#include "fixture/Place.h"
 #include "fixture/StoreBytes.h"
 
 namespace {
@@ -97,8 +97,13 @@ class Sweep : public testing::Test {
         EXPECT_TRUE(!found.empty() || damaged.text == pristine_.text) << "not found, and not harmless";
         Mend(place_);
         EXPECT_EQ(card::Errors(Check(place_)), 0u);
-        const bool mended = Show(place_).text == pristine_.text;
+        const Shown after = Show(place_);
+        const bool mended = after.text == pristine_.text;
         EXPECT_TRUE(mended || Irreplaceable(field.name));
+        ASSERT_FALSE(after.events.empty());  // the other event is left as it was, though it may move up
+        EXPECT_EQ(after.events.back().Start(), pristine_.events.back().Start());
+        EXPECT_EQ(after.events.back().End(), pristine_.events.back().End());
+        EXPECT_EQ(after.events.back().record.m_u8AlarmFileType, pristine_.events.back().record.m_u8AlarmFileType);
         if (!found.empty() && !Irreplaceable(field.name)) {
             EXPECT_TRUE(found == "index" || recording_.Read(field.file, field.offset, field.size) == present);
             EXPECT_EQ(before_.Difference(),

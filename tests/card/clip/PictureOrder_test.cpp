@@ -5,34 +5,17 @@
 
 namespace {
 
-using card::LostLeading;
 using card::OrderPictures;
 using card::PictureNumber;
 using card::ShownOrder;
 
-std::vector<PictureNumber> Sequence(uint32_t sequence, const std::vector<int32_t>& orders) {
-    std::vector<PictureNumber> numbers;
-    for (const int32_t order : orders) numbers.push_back({sequence, order, false});
-    return numbers;
-}
-
 // Its key frame lost, a sequence counts from low numbers again in the midst of another.
 TEST(PictureOrder, ASequenceThatNoDecoderHoldsStaysAsItIs) {
-    std::vector<int32_t> orders;
-    for (int32_t i = 0; i < 50; ++i) orders.push_back(i % 25);
-    const ShownOrder order = OrderPictures(Sequence(1, orders));
+    std::vector<PictureNumber> numbers;
+    for (int32_t i = 0; i < 50; ++i) numbers.push_back({1, i % 25, false});
+    const ShownOrder order = OrderPictures(numbers);
     EXPECT_EQ(order.place[25], 25u);
     EXPECT_EQ(order.delay, 0u);
-}
-
-TEST(PictureOrder, OnlyLeadingPicturesOfTheFirstKeyFrameAreLost) {
-    std::vector<bool> lost;
-    std::vector<PictureNumber> numbers = Sequence(0, {8, 4, 2, 6, 16, 12});
-    numbers[3].decodable = true;
-    EXPECT_EQ(LostLeading(numbers, lost), 2u);
-    EXPECT_EQ(lost, (std::vector<bool>{false, true, true, false, false, false}));
-    EXPECT_EQ(LostLeading(Sequence(0, {0, 8, 4, 2}), lost), 0u);
-    EXPECT_EQ(LostLeading({}, lost), 0u);
 }
 
 TEST(Orientation, IsReadFromTheStream) {

@@ -11,8 +11,8 @@
 #include <optional>
 #include <random>
 
+#include "fixture/Folder.h"
 #include "fixture/Mend.h"
-#include "fixture/Place.h"
 #include "fixture/Plans.h"
 #include "fixture/StoreBytes.h"
 

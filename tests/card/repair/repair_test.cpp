@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <random>
 
+#include "fixture/Folder.h"
 #include "fixture/Mend.h"
-#include "fixture/Place.h"
 #include "fixture/Plans.h"
 #include "fixture/StoreBytes.h"
 #include "volume/CardCopy.h"

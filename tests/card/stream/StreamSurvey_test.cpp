@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "fixture/CardFixture.h"
-#include "fixture/Place.h"
+#include "fixture/Folder.h"
 
 namespace {
 

@@ -2,12 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <filesystem>
-#include <memory>
-
 #include "fixture/CardFixture.h"
-#include "fixture/Place.h"
+#include "fixture/Folder.h"
 #include "fixture/StoreBytes.h"
 #include "text/Error.h"
 #include "volume/Volume.h"
@@ -111,28 +107,6 @@ TEST(Fat32, ManagesWithoutItsBootSector) {
     EXPECT_EQ(Tool({"list", image.Path()}).status, 0);
     image.Write(3 * 512, std::string(512, '\0'));
     EXPECT_THROW(card::Volume::Open(image.Path()), card::CardError);
-}
-
-TEST(Fat32, FindsTheVolumeInItsPartition) {
-    const Image image;
-    const Place disk;
-    constexpr uint32_t kStart = 8192;  // sectors
-    std::filesystem::copy_file(image.Path(), disk.Path());
-    std::filesystem::resize_file(disk.Path(), (2304ull << 20) + kStart * 512);
-    // Boot sector, tables and directory moved after a partition table are enough to open it.
-    std::string front(24u << 20, '\0');
-    Device::Open(image.Path()).ReadAt(0, front.data(), front.size());
-    const Device device = Device::OpenCard(disk, Access::ReadWrite);
-    device.WriteAt(uint64_t{kStart} * 512, front.data(), front.size());
-    std::string table(512, '\0');
-    table[446 + 4] = 0x0C;
-    std::memcpy(&table[446 + 8], &kStart, 4);
-    table[510] = '\x55';
-    table[511] = '\xAA';
-    device.WriteAt(0, table.data(), table.size());
-    const Fat32 fat(device);
-    EXPECT_EQ(fat.Geometry().base, uint64_t{kStart} * 512);
-    EXPECT_EQ(fat.Root().size(), 6u);
 }
 
 }  // namespace
