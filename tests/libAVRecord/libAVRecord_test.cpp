@@ -10,6 +10,7 @@
 
 #include "OpenRun.h"
 #include "RecorderStatus.h"
+#include "libRecordFile/Packed.h"
 #include "support/CardFault.h"
 #include "support/SteppedClock.h"
 
@@ -44,11 +45,11 @@ class Writer : public OpenRun {
         return std::memcmp(AV_RecordInfoHeadGet(), &before, sizeof before) == 0;
     }
     static std::string Packed(const std::string& frame, uint32_t number, bool is_key, uint32_t time) {
-        constexpr AVStreamParam kParam{4096, CODE_AUDIO_G711U, 1280, 720, 2048, 25, 8000, 33000};
-        std::string bytes(4096, '\0');
-        bytes.resize(static_cast<size_t>(libAVRecordVideoPsStreamWrite(
-            is_key, frame.data(), static_cast<int>(frame.size()), bytes.data(), number, &kParam, time)));
-        return bytes;
+        return test::Pack({is_key ? test::Frame::kKey : test::Frame::kOther,
+                           frame,
+                           time,
+                           number,
+                           {4096, CODE_AUDIO_G711U, 1280, 720, 2048, 25, 8000, 33000}});
     }
 };
 
@@ -70,9 +71,8 @@ TEST_F(Writer, BeginsWithAKeyFrameAfterTheStreamHead) {
 
     const std::string head = "IMKH\1\2\0\0\2\0\0\1\1\x20\1\x10\x80\xBB\0\0\0\xFA\0\0"s + std::string(16, '\0');
     const std::string first = head + Packed(kH264Key, 1, true, 1700000000);
-    std::string sound(4096, '\0');
-    sound.resize(static_cast<size_t>(libAVRecordAudioPsStreamWrite(kSound.data(), 320, sound.data(), 2)));
-    const std::string upto_key = first + sound + Packed(kH264Delta, 2, false, 1700000001);
+    const std::string upto_key =
+        first + test::Pack({test::Frame::kSound, kSound, 0, 3}) + Packed(kH264Delta, 2, false, 1700000001);
     const std::string all = upto_key + Packed(kH264Key, 3, true, 1700000001);
     EXPECT_EQ(Stream(0, all.size() + 1), all + '\0');
 

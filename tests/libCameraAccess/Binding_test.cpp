@@ -129,25 +129,17 @@ TEST_F(Camera, IsBoundOnceAndOnlyToAKnownKind) {
 
 TEST_F(Camera, RegistersEachProcessUnderItsNumber) {
     struct {
-        int process;
         const char* name;
         int number;
-    } const rows[] = {
-        {1, " PROCESS_BOA\n", 2},
-        {2, " PROCESS_DEVICESEARCH\n", 4},
-        {3, " PROCESS_FREEIP\n", 3},
-        {4, " PROCESS_HIKSERVER\n", 6},
-        {5, " PROCESS_XIONGMAI\n", 7},
-        {6, " PROCESS_AVRECORD\n", 5},
-        {7, nullptr, 12},
-        {0, nullptr, 12},
-    };
-    for (const auto& [process, name, number] : rows) {
+    } const processes[] = {{"", 12},         {"BOA", 2},      {"DEVICESEARCH", 4}, {"FREEIP", 3},
+                           {"HIKSERVER", 6}, {"XIONGMAI", 7}, {"AVRECORD", 5},     {"", 12}};
+    int process = 0;
+    for (const auto& [name, number] : processes) {
         const int before = log_.Count(" PROCESS_");
         ASSERT_EQ(CameraDeviceInit(CAMERA_DEV_COMMON, static_cast<ProcessDef>(process)), 0);
-        EXPECT_TRUE(Logged(" #####################value " + std::to_string(process) + "\n"));
-        EXPECT_EQ(log_.Count(" PROCESS_") - before, name == nullptr ? 0 : 1);
-        EXPECT_TRUE(name == nullptr || Logged(name)) << process;
+        EXPECT_TRUE(Logged(" #####################value " + std::to_string(process++) + "\n"));
+        EXPECT_EQ(log_.Count(" PROCESS_") - before, *name == '\0' ? 0 : 1);
+        EXPECT_TRUE(*name == '\0' || Logged(std::string(" PROCESS_") + name + "\n")) << name;
         ASSERT_EQ(CameraSetVideoForceIFrame(0, 0), 0);
         EXPECT_EQ(server_.Last().src, number);
         EXPECT_GE(semget(0xC54BD5, 0, 0), 0) << "the services' semaphore set";

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <filesystem>
+#include <fstream>
 
 #include "StoreFile.h"
 #include "libRecordFile.h"
@@ -16,33 +18,28 @@ namespace {
 
 TEST(AVFile, ModesGiveTheirAccessAndOnlyWritersCreate) {
     const std::string path = "/tmp/AVFile_test.bin";
-    unlink(path.c_str());
-    char byte = 'x';
-    EXPECT_EQ(AVFileOpen(path.c_str(), 0), -1);
-    EXPECT_EQ(AVFileOpen(path.c_str(), AVFILE_READ), -1);
+    std::filesystem::remove(path);
     EXPECT_EQ(AVFileOpen(path.c_str(), 4), -1);
     EXPECT_EQ(AVFileOpen(nullptr, AVFILE_READ_WRITE), -1);
-    ASSERT_NE(access(path.c_str(), F_OK), 0) << "a refused open created the file";
-
-    const int writer = AVFileOpen(path.c_str(), AVFILE_WRITE);
-    ASSERT_GE(writer, 0);
-    EXPECT_EQ(fcntl(writer, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
-    EXPECT_EQ(AVFileWrtie(writer, "abc", 3), 3);
-    EXPECT_EQ(AVFileRead(writer, &byte, 1), -1);
-    EXPECT_EQ(AVFileClose(writer), 0);
-
-    const int both = AVFileOpen(path.c_str(), AVFILE_READ_WRITE);
-    EXPECT_EQ(AVFileRead(both, &byte, 1), 1) << "opening truncated the file";
-    EXPECT_EQ(AVFileWrtie(both, "x", 1), 1);
-    EXPECT_EQ(AVFileClose(both), 0);
-
-    const int reader = AVFileOpen(path.c_str(), 0);
-    char text[4] = {};
-    EXPECT_EQ(AVFileWrtie(reader, "y", 1), -1);
-    EXPECT_EQ(AVFileRead(reader, text, 3), 3);
-    EXPECT_STREQ(text, "axc");
-    EXPECT_EQ(AVFileClose(reader), 0);
-    EXPECT_EQ(AVFileClose(-1), -1);
+    struct {
+        int mode;
+        bool reads, writes;
+    } const cases[] = {
+        {0, true, false}, {AVFILE_READ, true, false}, {AVFILE_WRITE, false, true}, {AVFILE_READ_WRITE, true, true}};
+    for (const auto& [mode, reads, writes] : cases) {
+        std::filesystem::remove(path);
+        const int created = AVFileOpen(path.c_str(), mode);
+        EXPECT_EQ(std::filesystem::exists(path), writes) << mode;
+        EXPECT_EQ(AVFileClose(created), writes ? 0 : -1);
+        std::ofstream(path) << "abc";
+        const int fd = AVFileOpen(path.c_str(), mode);
+        EXPECT_EQ(fcntl(fd, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+        char bytes[] = "xyz";
+        EXPECT_EQ(AVFileWrtie(fd, bytes, 1), writes ? 1 : -1);
+        EXPECT_EQ(AVFileRead(fd, bytes, 2), reads ? 2 : -1);
+        EXPECT_STREQ(bytes, !reads ? "xyz" : writes ? "bcz" : "abz") << "opening truncated the file";
+        EXPECT_EQ(AVFileClose(fd), 0);
+    }
 }
 
 using Failure = support::LoggedTest;

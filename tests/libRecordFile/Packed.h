@@ -17,6 +17,7 @@ struct Frame {
     std::string payload;
     uint32_t time = 0x5F000000;
     uint32_t index = 1;
+    AVStreamParam stream = kStream;
 };
 
 // Packs into a buffer of just the size that was promised, so that a sanitizer sees a byte too many.
@@ -27,9 +28,9 @@ inline std::string Pack(const Frame& frame) {
     const int64_t size = is_sound ? PackedAudioSize(length) : PackedVideoSize(is_key, data, length);
     EXPECT_GE(size, 0);
     std::vector<char> out(static_cast<size_t>(size));
-    EXPECT_EQ(is_sound
-                  ? libAVRecordAudioPsStreamWrite(data, length, out.data(), frame.index - 1)
-                  : libAVRecordVideoPsStreamWrite(is_key, data, length, out.data(), frame.index, &kStream, frame.time),
+    EXPECT_EQ(is_sound ? libAVRecordAudioPsStreamWrite(data, length, out.data(), frame.index - 1)
+                       : libAVRecordVideoPsStreamWrite(is_key, data, length, out.data(), frame.index, &frame.stream,
+                                                       frame.time),
               size);
     return {out.begin(), out.end()};
 }
