@@ -1,14 +1,17 @@
 #include "libLog.h"
 
+#include <linux/magic.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <string_view>
 
@@ -19,7 +22,7 @@ constexpr int kMessageMax = 4095;  // characters of a message; the rest is cut
 std::atomic<bool> g_is_on{false};
 
 // What standard error leads to.  Looked up when it changes and not with every line: a line costs little but its calls.
-enum class Output { kNobody, kFile, kSocket, kMayBlock };
+enum class Output { kNobody, kMemory, kFile, kSocket, kMayBlock };
 std::atomic<Output> g_output{Output::kSocket};  // as which a line finds out for itself
 
 bool IsNullDevice(const struct stat64& status) {
@@ -28,13 +31,22 @@ bool IsNullDevice(const struct stat64& status) {
     return S_ISCHR(status.st_mode) && major(status.st_rdev) == kMajor && minor(status.st_rdev) == kMinor;
 }
 
+bool IsInMemory(int fd) {
+    struct statfs64 volume {};
+    if (fstatfs64(fd, &volume) != 0) {
+        return false;
+    }
+    const auto type = static_cast<uint32_t>(volume.f_type);
+    return type == TMPFS_MAGIC || type == RAMFS_MAGIC;
+}
+
 Output LookAtOutput() {
     struct stat64 status {};
     if (fstat64(STDERR_FILENO, &status) != 0) {
         return Output::kSocket;
     }
     return IsNullDevice(status)       ? Output::kNobody
-           : S_ISREG(status.st_mode)  ? Output::kFile
+           : S_ISREG(status.st_mode)  ? (IsInMemory(STDERR_FILENO) ? Output::kMemory : Output::kFile)
            : S_ISSOCK(status.st_mode) ? Output::kSocket
                                       : Output::kMayBlock;
 }
@@ -54,7 +66,7 @@ void Write(Output output, const char* line, size_t length) {
         }
         output = LookAtOutput();  // the console's client has just left
     }
-    if (output == Output::kFile || HasRoom()) {
+    if (output == Output::kMemory || output == Output::kFile || HasRoom()) {
         [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line, length);
     }
 }
@@ -82,7 +94,8 @@ void LogOutputChanged() {
 }
 
 int LogMayWait() {
-    return g_output.load(std::memory_order_relaxed) == Output::kMayBlock ? 1 : 0;
+    const Output output = g_output.load(std::memory_order_relaxed);
+    return output == Output::kFile || output == Output::kMayBlock ? 1 : 0;
 }
 
 int LogInit(char*, LogMode) {

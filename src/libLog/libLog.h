@@ -47,8 +47,8 @@ void PrintToStandardError(const char* format, ...) __attribute__((format(printf,
  * even formatted, one for a file takes one call.  Whoever replaces descriptor 2 says so, after it. */
 void LogOutputChanged();
 
-/* Whether a line can hold its writer up: standard error is a terminal or a pipe, which takes what there is room for,
- * but in its own time.  1 or 0. */
+/* Whether a line can hold its writer up: standard error is a file on a medium, a pipe or a terminal, which take it in
+ * their own time.  1 or 0. */
 int LogMayWait();
 
 /* The house pattern: "%s %d" with the function and the line, then the given text.

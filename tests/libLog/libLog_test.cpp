@@ -30,6 +30,7 @@ TEST(LogLevel, AddsATagAndIsSilentUntilInitAndAfterCleanup) {
 using Log = support::LoggedTest;
 
 TEST_F(Log, NamesFunctionAndLineInFrontOfTheText) {
+    EXPECT_EQ(LogMayWait(), 0) << "memory takes a line at once";
     const auto line = [at = __LINE__](int after) { return std::to_string(at + after); };
     LOG_TRACE(" nStreamType = %d\n", 7);
     LOG_ERROR("\n");
@@ -77,6 +78,7 @@ TEST_P(DeadReader, ThatHangsStopsNobody) {
     EXPECT_GT(read(ends_[0], seen.data(), seen.size()), 1010);
     LogTrace("once more\n");
     EXPECT_GT(read(ends_[0], seen.data(), seen.size()), 0) << "a reader that is back reads on";
+    EXPECT_EQ(LogMayWait() == 1, GetParam()) << "a pipe takes a line in its own time";
 }
 
 INSTANTIATE_TEST_SUITE_P(Log, DeadReader, testing::Bool(),

@@ -122,7 +122,7 @@ Look WatchRun(const RecordRun& run) {
     }
 }
 
-// A log that may hold its writer up is no matter for a stream reader.
+// A log that may hold its writer up must not cost a picture: then the main thread makes every pass.
 void WatchWithPicture() {
     if (LogMayWait() == 0) {
         g_watch.PassWithPicture();
