@@ -150,7 +150,6 @@ StreamScanner::StreamScanner(ReadAtFunction read, uint64_t begin, uint64_t end)
 void StreamScanner::Seek(uint64_t position) {
     position_ = std::min(position, end_);
     time_ = 0;
-    after_stream_head_ = false;
 }
 
 // The bytes at `offset`, read ahead as far as the buffer goes; null when the source or range ends before.
@@ -178,7 +177,6 @@ StreamScanner::Found StreamScanner::Next() {
         if (std::memcmp(head, kStreamHead, kStreamHeadSize) == 0) {
             stream_head_ = position_;
             position_ += kStreamHeadSize;
-            after_stream_head_ = true;
             return Found::StreamHead;
         }
     }
@@ -191,17 +189,11 @@ StreamScanner::Found StreamScanner::TakeFrame() {
     frame_ = StreamFrame{};
     frame_.payload = std::move(payload);
     frame_.offset = position_;
-    frame_.first_of_run = after_stream_head_;
     const bool video = Bytes(position_, 4)[3] == kPackCode;
     frame_.kind = video ? StreamFrame::Kind::Video : StreamFrame::Kind::Audio;
     if (const auto reason = video ? TakeVideo() : TakeAudio()) return SkipGarbage(*reason);
-    after_stream_head_ = false;
     time_ = frame_.time;
     position_ = frame_.End();
-    const uint8_t* next = position_ < end_ ? Bytes(position_, 4) : nullptr;
-    frame_.well_followed =
-        position_ >= end_ || (next != nullptr && (HasCode(next, kPackCode) || HasCode(next, kAudioId) ||
-                                                  std::memcmp(next, kStreamHead, 4) == 0));
     return Found::Frame;
 }
 
@@ -308,7 +300,6 @@ StreamScanner::Found StreamScanner::SkipGarbage(Garbage::Reason reason) {
     const uint64_t next = NextStart(position_ + 1);
     garbage_ = {position_, next - position_, reason};
     position_ = next;
-    after_stream_head_ = false;
     return Found::Garbage;
 }
 

@@ -44,11 +44,9 @@ struct StreamFrame {
     uint64_t offset = 0;  // of its first header byte in the source; a stream head in front is not part of it
     uint64_t size = 0;    // bytes in the stream, headers included
     Kind kind = Kind::Video;
-    bool key = false;            // system header and program stream map are present
-    bool first_of_run = false;   // a stream head stands directly in front
-    bool well_followed = false;  // the next bytes begin a frame or a stream head, or the range ends there
-    uint32_t time = 0;           // s since 1970 UTC; audio: that of the latest video frame, 0 if none yet
-    uint64_t pts = 0;            // 33 bits, 90 kHz; 0 for a frame without packets
+    bool key = false;   // system header and program stream map are present
+    uint32_t time = 0;  // s since 1970 UTC; audio: that of the latest video frame, 0 if none yet
+    uint64_t pts = 0;   // 33 bits, 90 kHz; 0 for a frame without packets
     std::optional<StreamParameters> parameters;  // of a key frame
     std::vector<Payload> payload;                // in order; joined they are the access unit
 
@@ -112,7 +110,6 @@ class StreamScanner {
     uint64_t end_;
     uint64_t position_;
     uint32_t time_ = 0;
-    bool after_stream_head_ = false;
 
     StreamFrame frame_;
     struct Garbage garbage_;
