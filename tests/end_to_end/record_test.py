@@ -2,6 +2,7 @@
 
 import datetime
 import os
+import struct
 import subprocess
 import sys
 import unittest
@@ -9,9 +10,19 @@ import zlib
 from pathlib import Path
 
 sys.path.insert(0, os.path.dirname(__file__))
-from camera import RECORDER, STOPS_WITHIN, CameraTest, wait_for  # noqa: E402
+from camera import RECORDER, STOPS_WITHIN, STORE, CameraTest, wait_for  # noqa: E402
+from card_reader import STREAM_LIMIT  # noqa: E402
 
 PROGRAM = Path(RECORDER[-1]).read_bytes()
+
+
+def fill(camera, number, length, used, current):
+    """Makes record file `number` the current one, with `length` bytes already in it."""
+    with open(os.path.join(STORE, "index000.bin"), "r+b") as file:
+        file.seek(24)
+        file.write(struct.pack("<II", used, current))
+        file.seek(1024 + 48 * number)
+        file.write(struct.pack("<4s7I16x", b"RFHF", number, 1, 2, length, 1, 0, 0))
 
 
 class EndsOfARun(CameraTest):
@@ -37,6 +48,21 @@ class EndsOfARun(CameraTest):
         camera.assert_complete(recorded[3:], stream=1)
         sizes = [(section.width, section.height) for section, _ in recorded]
         self.assertEqual(sizes[1:3], [(1280, 700), (700, 1280)], "a rotated picture is indexed upright")
+
+    def test_a_full_file_is_followed_by_the_next_and_the_ring_wraps(self):
+        camera = self.camera
+        limit = STREAM_LIMIT - 300_000
+        fill(camera, number=2, length=limit, used=2, current=2)
+        camera.start()
+        self.expect(r"File size  lager  over!")
+        self.expect(r"FileName = /var/etc/sdcard/hi000000.mp4")
+        self.expect(r"keyType = 1")
+        self.assert_stopped_in_order()
+        system = camera.card.system()
+        self.assertEqual((system.current, system.used), (0, 3))
+        self.assertGreaterEqual(camera.card.file_head(2).length, STREAM_LIMIT)
+        last, first = camera.card.sections(2)[-1], camera.card.sections(0)[0]
+        camera.assert_complete([(s, camera.card.check_section(s)) for s in (last, first)])
 
     def test_midnight_ends_the_run_and_the_next_belongs_to_the_new_day(self):
         self.camera.start_desk()
