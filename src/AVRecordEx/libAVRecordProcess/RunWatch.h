@@ -9,5 +9,6 @@
 // The main thread's: returns when the run is over, or when the configuration went away.
 Look WatchRun(const RecordRun& run);
 
-// A stream reader's, after a picture of the recorded stream: makes the pass that is due, if any.  Never waits.
+// A stream reader's, after a picture of the recorded stream: makes the pass that is due, if any.  Never waits for
+// the main thread.
 void WatchWithPicture();
