@@ -107,17 +107,20 @@ class FileBuilder {
             return SpeaksOf(head, span.begin, cover.recording->first_time);
         });
         const RecordInfoHead_S* head = left == heads_.end() ? nullptr : &*left;
-        const std::vector<const SurveyedFrame*> frames = FramesOf(survey, span);
-        if (frames.empty()) return;  // no picture's time is its own
+        const std::vector<const SurveyedFrame*> own = FramesOf(survey, span);
+        if (own.empty()) return;  // no picture's time is its own
         if (cover.recording->lost_head) file_.stream_heads.push_back(span.begin);
         RecordInfoHead_S section = NewSection(span, run, head);
-        section.m_u32RecordStartTime = head != nullptr ? head->m_u32RecordStartTime : StartTime(*frames.front(), span);
-        for (const SurveyedFrame* frame : frames) {
+        section.m_u32RecordStartTime = head != nullptr ? head->m_u32RecordStartTime : StartTime(*own.front(), span);
+        section.m_u32RecordEndTime = std::max(EndOf(span, head), section.m_u32RecordStartTime);
+        // Counted is what these times show: they may reach further than the stream's, where its clock was set back.
+        const auto shown =
+            FramesOf(survey, {span.begin, span.end, section.m_u32RecordStartTime, section.m_u32RecordEndTime});
+        for (const SurveyedFrame* frame : shown) {
             if (!frame->video) continue;
             ++section.m_u32FrameSum;
-            Index(section, *frame, frame == frames.front());
+            Index(section, *frame, frame == shown.front());
         }
-        section.m_u32RecordEndTime = std::max(EndOf(span, head), section.m_u32RecordStartTime);
         file_.sections.push_back(section);
     }
 
