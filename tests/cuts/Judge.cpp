@@ -63,15 +63,6 @@ Judge::Judge(const Medium& medium, Recorder& recorder, const Tape& tape, std::ve
       frames_(std::move(frames)),
       rows_before_(std::move(rows_before)),
       volume_(card::Volume::Open(support::kCardDirectory)) {
-    size_t happened = 0;
-    for (const Operation& operation : tape.Operations()) {
-        ++happened;
-        const bool is_stream = operation.file >= kRecord && operation.offset < RECORD_KEY_FRAME_BASE;
-        if (!operation.is_write || is_stream) continue;
-        std::vector<std::pair<size_t, std::string>>& versions = items_[{operation.file, operation.offset}].versions;
-        if (versions.empty()) versions.emplace_back(0, operation.before);
-        versions.emplace_back(happened, operation.bytes);
-    }
     for (const Frame& frame : frames_) by_place_.insert({{frame.file, frame.offset}, &frame});
 }
 
@@ -84,15 +75,14 @@ RecordInfoHead_S Judge::SectionOf(uint32_t file, uint32_t number) const {
 }
 
 bool Judge::IsIntact(const Frame& frame) const {
-    return std::memcmp(medium_.File(kRecord + static_cast<int>(frame.file)).data() + frame.offset, frame.bytes.data(),
-                       frame.bytes.size()) == 0;
+    return medium_.Bytes(kRecord + static_cast<int>(frame.file), frame.offset, frame.bytes.size()) == frame.bytes;
 }
 
 Verdict Judge::Of(const Cut& cut) {
     Verdict verdict;
     const Listing listing = ReadCard(medium_);
     if (!listing.is_card) verdict.Blame("no recording card any more");
-    JudgeItems(cut, listing, verdict);
+    JudgeRecords(cut, listing, verdict);
     JudgeFrames(cut, listing, verdict);
     JudgeListed(cut, listing, verdict);
     JudgeStart(cut, verdict);
@@ -153,20 +143,13 @@ void Judge::JudgeListed(const Cut& cut, const Listing& listing, Verdict& verdict
     }
 }
 
-size_t Judge::Item::Newest(size_t at) const {
-    size_t newest = 0;
-    while (newest + 1 < versions.size() && versions[newest + 1].first <= at) ++newest;
-    return newest;
-}
-
-Judge::State Judge::StateOf(const Place& place, const Item& item, size_t at) const {
-    const uint8_t* const bytes = medium_.File(place.first).data() + place.second;
-    const auto is_there = [&](const auto& version) {
-        return std::memcmp(bytes, version.second.data(), version.second.size()) == 0;
+Judge::State Judge::StateOf(int file, uint64_t offset, const History& record, size_t at) const {
+    const auto is_there = [&](const History::Version& version) {
+        return medium_.Bytes(file, offset, version.bytes.size()) == version.bytes;
     };
-    const auto newest = item.versions.begin() + static_cast<ptrdiff_t>(item.Newest(at));
-    if (newest == item.versions.begin() || is_there(*newest)) return State::kNew;
-    return std::any_of(item.versions.begin(), newest, is_there) ? State::kOld : State::kTorn;
+    const auto newest = record.versions.begin() + static_cast<ptrdiff_t>(record.Newest(at));
+    if (newest == record.versions.begin() || is_there(*newest)) return State::kNew;
+    return std::any_of(record.versions.begin(), newest, is_there) ? State::kOld : State::kTorn;
 }
 
 // Of a new lap whose file still has the head of the one before.
@@ -176,11 +159,11 @@ bool Judge::HasOldHead(const Frame& frame, const Cut& cut) const {
            head.m_u32RecordStartTime + kLapApart < frame.time;
 }
 
-void Judge::JudgeItems(const Cut& cut, const Listing& listing, Verdict& verdict) const {
+void Judge::JudgeRecords(const Cut& cut, const Listing& listing, Verdict& verdict) const {
     const auto length_of = [&](uint64_t n) { return HeadOf(static_cast<uint32_t>(n)).m_u32RecordFileSumLenth; };
-    for (const auto& [place, item] : items_) {
+    for (const auto& [place, record] : tape_.Records()) {
         const auto& [id, offset] = place;
-        const State state = StateOf(place, item, cut.at);
+        const State state = StateOf(id, offset, record, cut.at);
         if (state == State::kNew) continue;
         if (id == kEvents) {
             const bool is_head = offset < ALARM_EVENT_BLOCK;
@@ -195,7 +178,7 @@ void Judge::JudgeItems(const Cut& cut, const Listing& listing, Verdict& verdict)
             const uint64_t file = (offset - RECORD_SECTION_BASE) / RECORD_SECTION_BLOCK;
             const auto section = RecordAt<RecordInfoHead_S>(medium_.File(kIndex), offset);
             const bool is_short = uint64_t{section.m_u32RecordStartPos} + section.m_u32RecordSize < length_of(file);
-            const bool is_another = std::memcmp(&section, item.versions[item.Newest(cut.at)].second.data(), 8) != 0;
+            const bool is_another = std::memcmp(&section, record.versions[record.Newest(cut.at)].bytes.data(), 8) != 0;
             const bool is_full = length_of(file) >= RECORD_STREAM_LIMIT;  // then lengths stand still, and counts do not
             if (is_short || is_another || is_full) verdict.rows.insert(Row::kSectionBehind);
         }
@@ -302,7 +285,7 @@ std::vector<Frame> Judge::Carried(const Cut& cut) const {
 }
 
 void Judge::Describe(const Cut& cut) const {
-    std::printf("cut after operation %zu of %zu\n", cut.at, tape_.Operations().size());
+    std::printf("cut after operation %zu of %zu\n", cut.at, tape_.Operations());
     for (size_t i = 0; i < cut.pages.size(); ++i) {
         const PageHistory& page = tape_.Pages()[i];
         const Choice& choice = cut.pages[i];
@@ -312,10 +295,11 @@ void Judge::Describe(const Cut& cut) const {
         if (choice.other_sectors != 0) std::printf(", sectors %02x of version %zu", choice.other_sectors, choice.other);
         std::printf("\n");
     }
-    for (const auto& [place, item] : items_) {
-        const State state = StateOf(place, item, cut.at);
+    for (const auto& [place, record] : tape_.Records()) {
+        const auto& [file, offset] = place;
+        const State state = StateOf(file, offset, record, cut.at);
         if (state != State::kNew)
-            std::printf("  record at %ju of file %d: %s\n", uintmax_t{place.second}, place.first,
+            std::printf("  record at %ju of file %d: %s\n", uintmax_t{offset}, file,
                         state == State::kOld ? "old" : "torn");
     }
     for (const card::Finding& finding : card::CheckStore(volume_))

@@ -62,21 +62,16 @@ class Judge {
     void Describe(const Cut& cut) const;
 
   private:
-    struct Item {  // a record: the first version of its bytes was there before
-        std::vector<std::pair<size_t, std::string>> versions;  // operations that have happened, bytes
-        size_t Newest(size_t at) const;
-    };
-    using Place = std::pair<int, uint64_t>;  // file, offset
     enum class State { kNew, kOld, kTorn };
 
     RecordFileInfoHead_S HeadOf(uint32_t file) const;
     RecordInfoHead_S SectionOf(uint32_t file, uint32_t number) const;
     bool IsIntact(const Frame& frame) const;
-    State StateOf(const Place& place, const Item& item, size_t at) const;
+    State StateOf(int file, uint64_t offset, const History& record, size_t at) const;
     bool HasOldHead(const Frame& frame, const Cut& cut) const;
     void JudgeFrames(const Cut& cut, const Listing& listing, Verdict& verdict) const;
     void JudgeListed(const Cut& cut, const Listing& listing, Verdict& verdict) const;
-    void JudgeItems(const Cut& cut, const Listing& listing, Verdict& verdict) const;
+    void JudgeRecords(const Cut& cut, const Listing& listing, Verdict& verdict) const;
     void JudgeStart(const Cut& cut, Verdict& verdict) const;
     void JudgeCheck(Verdict& verdict) const;
     Row WhyNotListed(const Frame& frame) const;
@@ -87,7 +82,6 @@ class Judge {
     const std::vector<Frame> frames_;
     const std::set<Row> rows_before_;
     std::multimap<std::pair<uint32_t, uint32_t>, const Frame*> by_place_;
-    std::map<Place, Item> items_;
     card::Volume volume_;
 };
 

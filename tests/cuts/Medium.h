@@ -27,6 +27,9 @@ class Medium {
     // Of a file as much as anything can stand in.
     std::span<uint8_t> File(int id) const { return files_[static_cast<size_t>(id)].bytes; }
     uint8_t* Page(int id, uint32_t number) const { return File(id).data() + number * kPage; }
+    std::string_view Bytes(int id, uint64_t offset, size_t length) const {
+        return {reinterpret_cast<const char*>(File(id).data()) + offset, length};
+    }
     int IdOf(int fd) const;  // -1: none of the store's
 
   private:

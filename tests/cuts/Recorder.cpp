@@ -6,10 +6,8 @@
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
 #include <cstdlib>
-#include <functional>
-#include <mutex>
+#include <semaphore>
 #include <thread>
 #include <utility>
 
@@ -40,44 +38,30 @@ constexpr uint32_t kLateFrames = 2;        // that arrive until the end of a ful
 class Gate {
   public:
     void Arrive() {  // by that thread
-        std::unique_lock lock(mutex_);
         waits_ = true;
-        moved_.notify_all();
-        moved_.wait(lock, [this] { return open_ || passes_ > 0; });
-        if (!open_) --passes_;
-        waits_ = false;
-        moved_.notify_all();
+        if (!open_ || !waits_.exchange(false)) passes_.acquire();
     }
-    bool Await(std::function<bool()> or_else = [] { return false; }) {  // whether a thread is there
-        std::unique_lock lock(mutex_);
-        while (!(waits_ && passes_ == 0) && !or_else()) moved_.wait_for(lock, std::chrono::milliseconds(1));
-        return waits_ && passes_ == 0;
+    bool Await(const Gate* or_this = nullptr) const {  // whether the thread is here
+        while (!waits_ && (or_this == nullptr || !or_this->waits_)) std::this_thread::yield();
+        return waits_;
     }
     void LetOne() {
-        Move([this] { ++passes_; });
+        if (waits_.exchange(false)) passes_.release();
     }
     void Open(bool open) {
-        Move([&] { open_ = open, passes_ = 0; });
+        open_ = open;
+        if (open) LetOne();
     }
 
   private:
-    void Move(const auto& change) {
-        const std::lock_guard lock(mutex_);
-        change();
-        moved_.notify_all();
-    }
-
-    std::mutex mutex_;
-    std::condition_variable moved_;
-    bool open_ = true;
-    bool waits_ = false;
-    int passes_ = 0;
+    std::atomic<bool> open_{true};
+    std::atomic<bool> waits_{false};
+    std::binary_semaphore passes_{0};
 };
 
 Gate g_alarm_gate;                      // the alarm thread's sleep
+Gate g_rest_gate;                       // the hand-over thread's interval
 Gate g_sync_gate;                       // parts of a hand-over
-std::atomic<bool> g_is_due{false};      // a hand-over, by the script
-std::atomic<uint32_t> g_rests{0};       // of the hand-over thread
 std::atomic<int64_t> g_wall{kMorning};  // s since 1970 UTC
 Recorder* g_recorder = nullptr;         // the one
 const card::Calls kReal = card::CardCalls();
@@ -96,35 +80,13 @@ bool IsRecordLoop() {
 
 }  // namespace
 
-// The interval of the hand-over thread: over when the script says so.  Until then it wakes up now and then and looks
-// whether its run has ended: that word may come in the very moment in which a wait is given up.
-int AwaitHandOver(pthread_cond_t* condition, pthread_mutex_t* mutex) {
-    thread_local bool rests = false;
-    if (!std::exchange(rests, true)) ++g_rests;
-    if (g_is_due.exchange(false)) {
-        rests = false;
-        return ETIMEDOUT;
-    }
-    timespec soon{};
-    clock_gettime(CLOCK_MONOTONIC, &soon);
-    soon.tv_nsec += 500'000;
-    if (soon.tv_nsec >= 1'000'000'000) ++soon.tv_sec, soon.tv_nsec -= 1'000'000'000;
-    pthread_cond_clockwait(condition, mutex, CLOCK_MONOTONIC, &soon);
-    return 0;
-}
-
-// The alarm thread at rest: looks when the script says so, as it does from its sleep.
-int AwaitAlarm(pthread_mutex_t* mutex) {
-    pthread_mutex_unlock(mutex);
-    g_alarm_gate.Arrive();
-    pthread_mutex_lock(mutex);
-    return ETIMEDOUT;
-}
-
 // Signal measures waits by the steady clock; those of the recorder's threads are the script's.
 int AwaitSignal(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* end) {
-    if (IsHandOverThread()) return AwaitHandOver(condition, mutex);
-    return IsRecordLoop() ? pthread_cond_clockwait(condition, mutex, CLOCK_MONOTONIC, end) : AwaitAlarm(mutex);
+    if (IsRecordLoop()) return pthread_cond_clockwait(condition, mutex, CLOCK_MONOTONIC, end);
+    pthread_mutex_unlock(mutex);
+    (IsHandOverThread() ? g_rest_gate : g_alarm_gate).Arrive();
+    pthread_mutex_lock(mutex);
+    return ETIMEDOUT;
 }
 
 Recorder::Recorder(const Medium& medium)
@@ -153,6 +115,7 @@ Recorder::Recorder(const Medium& medium)
     calls.SyncRange = [](int fd, off64_t at, off64_t length) { return g_recorder->SyncRange(fd, at, length); };
     card::ReplaceCardCalls(&calls);
     AVRecordHandOverSet(RECORD_HAND_OVER_MAX_MS);
+    g_rest_gate.Open(false);
     g_alarm_gate.Open(false);
     resting_threads_ = support::Threads();
     Restart(0, {});
@@ -216,11 +179,12 @@ void Recorder::Sleep(unsigned int milliseconds) {
     } else if (milliseconds == kWatchMs) {
         Pause();
     } else if (milliseconds == kRunOverMs) {  // the alarm thread saves its event and goes
-        AwaitThreads(resting_threads_ + 1);   // the hand-over's has done its last
+        g_rest_gate.Open(true);
+        AwaitThreads(resting_threads_ + 1);  // the hand-over's has done its last
         g_alarm_gate.Open(true);
         AwaitThreads(resting_threads_);
+        g_rest_gate.Open(false);
         g_alarm_gate.Open(false);
-        g_rests = 0;
         g_wall += std::exchange(pause_, 0);
     } else {
         std::this_thread::yield();
@@ -292,12 +256,10 @@ void Recorder::WriteFrame() {
 
 // The hand-over thread does what it does every second; between its parts frames arrive.
 void Recorder::HandOver(uint32_t frames) {
-    while (g_rests == 0) std::this_thread::yield();  // it has just been started
-    const uint32_t rests = g_rests;
-    const auto is_over = [&] { return g_rests != rests; };
+    g_rest_gate.Await();  // it may have just been started
     g_sync_gate.Open(false);
-    g_is_due = true;
-    for (int part = 0; g_sync_gate.Await(is_over) && !is_over(); ++part) {
+    g_rest_gate.LetOne();
+    for (int part = 0; g_sync_gate.Await(&g_rest_gate); ++part) {
         for (uint32_t i = 0; i < frames && part < kPartsWithFrames; ++i) WriteFrame();
         g_sync_gate.LetOne();
     }
@@ -323,7 +285,7 @@ void Recorder::NoteFrame(int id, uint64_t offset, std::string bytes) {
     const uint32_t length = FrameLength(at, head, static_cast<uint32_t>(bytes.size()));
     if (length == 0) std::abort();
     const auto file = static_cast<uint32_t>(id - kRecord);
-    const size_t now = tape_ != nullptr ? tape_->Operations().size() : 0;
+    const size_t now = Now();
     if (offset == 0) {
         ++laps_[file];
         for (Frame& frame : frames_) {
@@ -342,7 +304,7 @@ void Recorder::NoteFrame(int id, uint64_t offset, std::string bytes) {
 void Recorder::NoteCounted(int id, uint64_t offset) {
     if (pending_.empty() || offset != RECORD_FILE_HEAD_BASE + 48 * pending_.back().file) return;
     if (RecordAt<RecordFileInfoHead_S>(medium_.File(id), offset).m_u32RecordFileSumLenth >= pending_.back().End()) {
-        pending_.back().counted = tape_ != nullptr ? tape_->Operations().size() : 0;
+        pending_.back().counted = Now();
         frames_.push_back(pending_.back());
     }
     pending_.clear();
@@ -351,16 +313,17 @@ void Recorder::NoteCounted(int id, uint64_t offset) {
 int Recorder::SyncRange(int fd, off64_t offset, off64_t length) {
     const int id = medium_.IdOf(fd);
     const bool is_steady = IsHandOverThread();
-    const size_t began = tape_ != nullptr ? tape_->Operations().size() : 0;
+    const size_t began = Now();
     if (is_steady) g_sync_gate.Arrive();
     if (tape_ == nullptr || id < 0) return 0;
     const auto at = static_cast<uint64_t>(offset);
-    tape_->HandedOver(id, at, length == 0 ? medium_.File(id).size() : at + static_cast<uint64_t>(length), began);
+    const uint64_t end = length == 0 ? medium_.File(id).size() : at + static_cast<uint64_t>(length);
+    tape_->HandedOver(id, at, end, began);
     if (!is_steady) return 0;
-    stream_handed_.push_back(tape_->Operations().back());
+    handed_.push_back({id, at, end, began});
     if (id == kIndex) {
         NoteHandedOver(began);
-        stream_handed_.clear();
+        handed_.clear();
     }
     return 0;
 }
@@ -369,12 +332,11 @@ int Recorder::SyncRange(int fd, off64_t offset, off64_t length) {
 void Recorder::NoteHandedOver(size_t index_began) {
     for (Frame& frame : frames_) {
         if (frame.handed_over != Frame::kNever || frame.counted > index_began) continue;
-        for (const Operation& part : stream_handed_) {
-            if (part.file == kRecord + static_cast<int>(frame.file) && part.offset <= frame.offset &&
-                part.end >= frame.End() && part.began >= frame.written) {
-                frame.handed_over = tape_->Operations().size();
-            }
-        }
+        const bool is_handed = std::any_of(handed_.begin(), handed_.end(), [&](const Part& part) {
+            return part.file == kRecord + static_cast<int>(frame.file) && part.offset <= frame.offset &&
+                   part.end >= frame.End() && part.began >= frame.written;
+        });
+        if (is_handed) frame.handed_over = Now();
     }
 }
 

@@ -71,7 +71,8 @@ class Recorder {
     Start CheckStart();
 
   private:
-    void Pause();  // of the record loop: the next step
+    size_t Now() const { return tape_ != nullptr ? tape_->Operations() : 0; }  // operations that have happened
+    void Pause();                                                              // of the record loop: the next step
     bool Take(Step& step);
     void WriteFrame();
     void HandOver(uint32_t frames);
@@ -95,8 +96,13 @@ class Recorder {
     std::vector<uint32_t> laps_;
     uint32_t numbered_ = 0;  // frames since the restart
     uint32_t key_every_ = 10;
-    uint32_t pause_ = 0;                    // s after the run
-    std::vector<Operation> stream_handed_;  // of the hand-over under way
+    uint32_t pause_ = 0;  // s after the run
+    struct Part {
+        int file;
+        uint64_t offset, end;
+        size_t began;  // operations that had happened
+    };
+    std::vector<Part> handed_;  // of the hand-over under way
 };
 
 }  // namespace cuts

@@ -20,7 +20,7 @@ void Compose(const PageHistory& page, const Choice& choice, uint8_t* to) {
 
 }  // namespace
 
-size_t PageHistory::Newest(size_t cut) const {
+size_t History::Newest(size_t cut) const {
     size_t found = 0;
     while (found + 1 < versions.size() && versions[found + 1].since <= cut) ++found;
     return found;
@@ -39,30 +39,35 @@ PageHistory& Tape::HistoryOf(int file, uint64_t offset) {
     const auto at = std::find_if(pages_.begin(), pages_.end(),
                                  [&](const PageHistory& page) { return page.file == file && page.number == number; });
     if (at != pages_.end()) return *at;
-    pages_.push_back({file, number, {{0, {reinterpret_cast<const char*>(medium_.Page(file, number)), kPage}}}, {}});
-    return pages_.back();
+    PageHistory& page = pages_.emplace_back();
+    page.file = file;
+    page.number = number;
+    page.versions = {{0, std::string(medium_.Bytes(file, uint64_t{number} * kPage, kPage))}};
+    return page;
 }
 
-void Tape::Write(int file, uint64_t offset, std::string bytes) {
+void Tape::Write(int file, uint64_t offset, const std::string& bytes) {
     const uint64_t end = offset + bytes.size();
-    const size_t since = operations_.size() + 1;
+    ++operations_;
     for (uint64_t at = offset, next; at < end; at = next) {
         next = std::min(end, (at / kPage + 1) * kPage);
-        std::vector<PageHistory::Version>& versions = HistoryOf(file, at).versions;
+        std::vector<History::Version>& versions = HistoryOf(file, at).versions;
         std::string now = versions.back().bytes;
         now.replace(at % kPage, next - at, bytes, at - offset, next - at);
-        if (now != versions.back().bytes) versions.push_back({since, now});
+        if (now != versions.back().bytes) versions.push_back({operations_, now});
     }
-    const auto* const before = reinterpret_cast<const char*>(medium_.File(file).data()) + offset;
-    operations_.push_back({true, file, offset, end, {before, bytes.size()}, std::move(bytes), 0});
+    if (file >= kRecord && offset < RECORD_KEY_FRAME_BASE) return;
+    std::vector<History::Version>& versions = records_[{file, offset}].versions;
+    if (versions.empty()) versions.push_back({0, std::string(medium_.Bytes(file, offset, bytes.size()))});
+    versions.push_back({operations_, bytes});
 }
 
 void Tape::HandedOver(int file, uint64_t offset, uint64_t end, size_t began) {
-    operations_.push_back({false, file, offset, end, {}, {}, began});
+    ++operations_;
     for (PageHistory& page : pages_) {
         const uint64_t begin = uint64_t{page.number} * kPage;
         if (page.file == file && begin < end && begin + kPage > offset)
-            page.sure.push_back({operations_.size(), page.Newest(began)});
+            page.sure.push_back({operations_, page.Newest(began)});
     }
 }
 
@@ -90,7 +95,7 @@ size_t Tape::CountOf(size_t cut) const {
 }
 
 size_t Tape::Listed() {
-    for (size_t at = listed_.size(); at <= operations_.size(); ++at) listed_.push_back(CountOf(at));
+    for (size_t at = listed_.size(); at <= operations_; ++at) listed_.push_back(CountOf(at));
     return std::accumulate(listed_.begin(), listed_.end(), size_t{0});
 }
 
@@ -127,7 +132,7 @@ Cut Tape::OneOf(size_t cut, size_t number) const {
 }
 
 Cut Tape::Drawn(std::mt19937_64 draw) const {
-    Cut card = AllOf(draw() % (operations_.size() + 1), draw() % 2 != 0);
+    Cut card = AllOf(draw() % (operations_ + 1), draw() % 2 != 0);
     for (const size_t i : Open(card.at)) {
         const size_t oldest = pages_[i].Oldest(card.at);
         const auto any = [&] { return oldest + draw() % (pages_[i].Newest(card.at) - oldest + 1); };

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <map>
 #include <random>
 #include <string>
 #include <unordered_set>
@@ -16,29 +17,23 @@
 
 namespace cuts {
 
-struct Operation {
-    bool is_write;
-    int file;
-    uint64_t offset;
-    uint64_t end;        // first byte behind it
-    std::string before;  // of a write, what it replaced
-    std::string bytes;
-    size_t began;  // of a completed hand-over: operations in front of its begin
-};
-
-// One page, as the operations left it one after the other.
-struct PageHistory {
-    int file;
-    uint32_t number;
+// Bytes in one place, as the operations left them one after the other.
+struct History {
     struct Version {
         size_t since;  // operations that have happened
         std::string bytes;
     };
-    std::vector<Version> versions;                // the first one was there before
+    std::vector<Version> versions;  // the first one was there before
+
+    size_t Newest(size_t cut) const;  // version in the cache
+};
+
+struct PageHistory : History {
+    int file = 0;
+    uint32_t number = 0;
     std::vector<std::pair<size_t, size_t>> sure;  // since so many operations the card has at least this version
 
     size_t Oldest(size_t cut) const;  // version that the card has at least
-    size_t Newest(size_t cut) const;  // version in the cache
 };
 
 // A card: for each page the version it has, and of which other version it has some sectors.
@@ -57,11 +52,14 @@ class Tape {
     explicit Tape(const Medium& medium) : medium_(medium) {}
 
     // Write is called before the recorder does it: what was there is taken from the card's files.
-    void Write(int file, uint64_t offset, std::string bytes);
+    void Write(int file, uint64_t offset, const std::string& bytes);
+    // Complete, `began` operations having happened when it began.
     void HandedOver(int file, uint64_t offset, uint64_t end, size_t began);
 
-    const std::vector<Operation>& Operations() const { return operations_; }
+    size_t Operations() const { return operations_; }  // so far
     const std::vector<PageHistory>& Pages() const { return pages_; }
+    // What was written beside the stream, by file and offset.
+    const std::map<std::pair<int, uint64_t>, History>& Records() const { return records_; }
 
     // Once all is recorded, the cards that are gone through one by one: of each cut each page old or new, and each torn
     // in every place while the rest is old, and new.  After the last of these numbers, cards that are drawn.
@@ -80,8 +78,9 @@ class Tape {
     Cut Drawn(std::mt19937_64 draw) const;
 
     const Medium& medium_;
-    std::vector<Operation> operations_;
+    size_t operations_ = 0;
     std::vector<PageHistory> pages_;
+    std::map<std::pair<int, uint64_t>, History> records_;
     std::vector<size_t> listed_;   // by cut
     std::vector<uint64_t> shown_;  // by page
     std::unordered_set<uint64_t> seen_;
