@@ -14,10 +14,11 @@ namespace {
 
 constexpr uint32_t kLapApart = 300;  // s, at least, from one lap of a file to the next
 
-struct RowRule {
-    const char* name;
-    std::set<std::string> errors;  // that the checker may find then
-};
+std::string Named(const Frame& frame) {
+    return FormatText("frame %u:%u at %u, of %u", frame.file, frame.lap, frame.offset, frame.time);
+}
+
+}  // namespace
 
 const RowRule& RuleOf(Row row) {
     static const RowRule rules[kRows] = {
@@ -43,16 +44,6 @@ const RowRule& RuleOf(Row row) {
         {"an event in two sectors", {"event"}},
     };
     return rules[static_cast<size_t>(row)];
-}
-
-std::string Named(const Frame& frame) {
-    return FormatText("frame %u:%u at %u, of %u", frame.file, frame.lap, frame.offset, frame.time);
-}
-
-}  // namespace
-
-const char* Name(Row row) {
-    return RuleOf(row).name;
 }
 
 Judge::Judge(const Medium& medium, Recorder& recorder, const Tape& tape, std::vector<Frame> frames,

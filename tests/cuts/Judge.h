@@ -33,7 +33,11 @@ enum class Row {
     kEventTorn,
 };
 inline constexpr size_t kRows = static_cast<size_t>(Row::kEventTorn) + 1;
-const char* Name(Row row);
+struct RowRule {
+    const char* name;
+    std::set<std::string> errors;  // that the checker may find then
+};
+const RowRule& RuleOf(Row row);
 
 struct Verdict {
     std::set<Row> rows;

@@ -131,7 +131,7 @@ class Simulation {
         for (size_t row = 0; row < kRows; ++row) {
             std::string errors;
             for (const std::string& error : rows_[row].errors) errors += (errors.empty() ? "" : ", ") + error;
-            std::printf("| %s | %zu | %u | %u | %s |\n", Name(static_cast<Row>(row)), rows_[row].states,
+            std::printf("| %s | %zu | %u | %u | %s |\n", RuleOf(static_cast<Row>(row)).name, rows_[row].states,
                         rows_[row].lost, rows_[row].claimed, errors.empty() ? "in order" : errors.c_str());
         }
         std::printf("%zu cards, %zu of them cut a second time, %zu repaired; seed %zu; %zu faults\n", judged_, second_,
