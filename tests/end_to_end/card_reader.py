@@ -13,7 +13,7 @@ SYSTEM_HEADER = bytes.fromhex("000c 827331 04e17f e0e080 c0c008")  # after its s
 STREAM_HEAD = b"IMKH" + bytes.fromhex("01020000 02000001 01200110 80BB0000 00FA0000") + bytes(16)
 
 
-class FormatError(Exception):
+class FormatError(AssertionError):
     pass
 
 

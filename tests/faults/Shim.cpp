@@ -11,7 +11,6 @@
 #include <sys/msg.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <unistd.h>
@@ -24,7 +23,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <string_view>
 
 extern "C" {
 void* __libc_malloc(size_t size);
@@ -39,8 +38,8 @@ namespace {
 // clang-format off
 enum Call : uint32_t {
     k_open, k_pread, k_pwrite, k_close, k_access, k_fcntl, k_fstat, k_statfs, k_fsync, k_fopen, k_fread, k_rename,
-    k_popen, k_shmget, k_shmat, k_shmctl, k_msgget, k_msgsnd, k_msgrcv, k_msgctl, k_semget, k_semctl, k_mmap,
-    k_malloc, k_pthread_create, k_socket, k_bind, k_listen, kCallCount
+    k_popen, k_shmget, k_shmat, k_shmctl, k_msgget, k_msgsnd, k_msgrcv, k_msgctl, k_semget, k_mmap,
+    k_malloc, k_pthread_create, kCallCount
 };
 enum Place : uint32_t {
     k_elsewhere, k_device, k_index, k_record_file, k_event_file,  // a file as a whole
@@ -65,11 +64,9 @@ struct Control {
     std::atomic<uint32_t> count;   //  20: then so many fail; 0: all until disarmed
     std::atomic<uint32_t> matched;
     std::atomic<uint32_t> injected;
-    std::atomic<uint32_t> offset;   // of the first that failed
-    std::atomic<uint32_t> created;  // files of the store opened for creation that were not there
     std::atomic<uint32_t> seen[kCallCount][kPlaceCount];
 };
-static_assert(sizeof(Control) == 40 + 4 * kCallCount * kPlaceCount);
+static_assert(sizeof(Control) == 32 + 4 * kCallCount * kPlaceCount);
 
 Control* control = nullptr;
 
@@ -95,27 +92,19 @@ __attribute__((constructor)) void Attach() {
 
 // ---- Which file a descriptor is, which place an offset ----
 
-constexpr char kStoreDirectory[] = "/var/etc/sdcard/";
-std::atomic<Place> file_of[4096];  // by descriptor
-
-bool IsOfStore(const char* path) {
-    return strncmp(path, kStoreDirectory, sizeof kStoreDirectory - 1) == 0;
-}
-
-Place FileAt(const char* path) {
-    if (path == nullptr) return k_elsewhere;
-    if (strcmp(path, "/dev/mmcblk0p1") == 0) return k_device;
-    if (!IsOfStore(path)) return k_elsewhere;
-    const char* const name = path + sizeof kStoreDirectory - 1;
-    return strncmp(name, "index", 5) == 0 ? k_index : strncmp(name, "event", 5) == 0 ? k_event_file : k_record_file;
+Place FileAt(std::string_view path) {
+    constexpr std::string_view kStore = "/var/etc/sdcard/";
+    if (path == "/dev/mmcblk0p1" || path.ends_with("/card.img")) return k_device;  // its name, and the file behind it
+    if (!path.starts_with(kStore)) return k_elsewhere;
+    path.remove_prefix(kStore.size());
+    return path.starts_with("index") ? k_index : path.starts_with("event") ? k_event_file : k_record_file;
 }
 
 Place FileAt(int fd) {
-    return fd >= 0 && fd < 4096 ? file_of[fd].load() : k_elsewhere;
-}
-
-void NowIs(int fd, Place file) {
-    if (fd >= 0 && fd < 4096) file_of[fd] = file;
+    char link[32], path[256];
+    snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+    const ssize_t length = readlink(link, path, sizeof path);
+    return length < 0 ? k_elsewhere : FileAt({path, static_cast<size_t>(length)});
 }
 
 Place PlaceAt(int fd, off64_t offset) {
@@ -134,7 +123,7 @@ Place PlaceAt(int fd, off64_t offset) {
 // ---- The decision ----
 
 // The fault that this call is to meet; 0: none.
-int32_t FaultFor(Call call, Place place, int64_t offset = 0) {
+int32_t FaultFor(Call call, Place place) {
     if (control == nullptr) return 0;
     ++control->seen[call][place];
     if (control->armed.load() == 0 || (control->calls >> call & 1) == 0 || (control->places >> place & 1) == 0)
@@ -143,7 +132,7 @@ int32_t FaultFor(Call call, Place place, int64_t offset = 0) {
     const uint32_t skip = control->skip, count = control->count;
     if (number < skip || (count != 0 && number >= skip + count)) return 0;
     const int32_t fault = control->fault;
-    if (control->injected++ == 0) control->offset = static_cast<uint32_t>(offset);
+    ++control->injected;
     if (fault == kKill) kill(getpid(), SIGKILL);
     return fault;
 }
@@ -181,14 +170,7 @@ extern "C" {
 int open64(const char* path, int flags, ...) {
     LAST_ARGUMENT(mode_t, mode, flags);
     NEXT(open64);
-    static const auto next_access = Next<decltype(&::access)>("access");
-    if (control != nullptr && (flags & O_CREAT) != 0 && IsOfStore(path) && next_access(path, F_OK) != 0)
-        ++control->created;
-    const Place file = FileAt(path);
-    if (Fails(k_open, file)) return -1;
-    const int fd = next(path, flags, mode);
-    NowIs(fd, file);
-    return fd;
+    return Fails(k_open, FileAt(path)) ? -1 : next(path, flags, mode);
 }
 int open(const char* path, int flags, ...) __attribute__((alias("open64")));  // one call on a 64-bit host
 
@@ -196,7 +178,6 @@ int close(int fd) {
     NEXT(close);
     const bool fails = Fails(k_close, FileAt(fd));
     const int error = errno;
-    NowIs(fd, k_elsewhere);
     const int result = next(fd);  // a descriptor is gone even when closing it reports an error
     if (!fails) return result;
     errno = error;
@@ -205,24 +186,20 @@ int close(int fd) {
 
 ssize_t pread64(int fd, void* buffer, size_t length, off64_t offset) {
     NEXT(pread64);
-    return TransferOr(FaultFor(k_pread, PlaceAt(fd, offset), offset), length,
+    return TransferOr(FaultFor(k_pread, PlaceAt(fd, offset)), length,
                       [&](size_t part) { return next(fd, buffer, part, offset); });
 }
 
 ssize_t pwrite64(int fd, const void* buffer, size_t length, off64_t offset) {
     NEXT(pwrite64);
-    return TransferOr(FaultFor(k_pwrite, PlaceAt(fd, offset), offset), length,
+    return TransferOr(FaultFor(k_pwrite, PlaceAt(fd, offset)), length,
                       [&](size_t part) { return next(fd, buffer, part, offset); });
 }
 
 int fcntl(int fd, int command, ...) {
     LAST_ARGUMENT(void*, argument, command);
     NEXT(fcntl);
-    if (Fails(k_fcntl, FileAt(fd))) return -1;
-    const int result = next(fd, command, argument);
-    const bool is_copy = command == F_DUPFD || command == F_DUPFD_CLOEXEC;
-    if (is_copy) NowIs(result, FileAt(fd));
-    return result;
+    return Fails(k_fcntl, FileAt(fd)) ? -1 : next(fd, command, argument);
 }
 
 #define FORWARD(result, name, call, place, failure, parameters, arguments) \
@@ -257,18 +234,9 @@ FORWARD(int, semget, semget, k_elsewhere, -1, (key_t key, int count, int flags),
 FORWARD(void*, mmap, mmap, FileAt(fd), MAP_FAILED,
         (void* at, size_t length, int protection, int flags, int fd, off_t offset),
         (at, length, protection, flags, fd, offset))
-FORWARD(int, socket, socket, k_elsewhere, -1, (int domain, int type, int protocol), (domain, type, protocol))
-FORWARD(int, bind, bind, k_elsewhere, -1, (int fd, const struct sockaddr* at, socklen_t length), (fd, at, length))
-FORWARD(int, listen, listen, k_elsewhere, -1, (int fd, int backlog), (fd, backlog))
 FORWARD(int, pthread_create, pthread_create, k_elsewhere, errno,
         (pthread_t * thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument),
         (thread, attributes, run, argument))
-
-int semctl(int id, int number, int command, ...) {
-    LAST_ARGUMENT(void*, argument, command);
-    NEXT(semctl);
-    return Fails(k_semctl) ? -1 : next(id, number, command, argument);
-}
 
 // Looking up the next allocator would itself allocate.
 void* malloc(size_t size) {

@@ -9,7 +9,7 @@ import time
 sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "end_to_end"))
 from camera import BUILD, DESK_CAMERA, STORE, Camera, TimedOut, wait_for  # noqa: E402
 from card_reader import STREAM_LIMIT  # noqa: E402
-from judge import Fault, Judge, Journals, rule  # noqa: E402
+from judge import Judge, Journals  # noqa: E402
 from shim import Shim  # noqa: E402
 
 RESUMES_WITHIN = 25  # s after the fault's end; the bound of a loaded machine
@@ -24,7 +24,7 @@ class Bench:
                            "schedule__daily": "00:00-24:00 motion", "Record_config__ucrecordDelay": 1})
         self.shim = Shim(self.camera.folder, os.path.join(BUILD, "tests/faults/fault_shim.so"))
         self.journals = Journals()
-        self.judge = Judge(self.camera, self.journals, self.shim)
+        self.judge = Judge(self.camera, self.journals)
         self.lives = 0
         self.rate = 25
         self.start_desk()
@@ -50,7 +50,7 @@ class Bench:
         try:
             status = self.camera.recorder.stop()
         except subprocess.TimeoutExpired:
-            raise Fault("stops: SIGTERM is not obeyed") from None
+            raise AssertionError("stops: SIGTERM is not obeyed") from None
         self.camera.recorder = None
         return status
 
@@ -101,7 +101,7 @@ class Bench:
                 self.wait_for_switch(restart)
             self.wait_until_recording(restart)
         except TimedOut as error:
-            raise Fault(f"does not resume: {error}: {self.last_words()}") from None
+            raise AssertionError(f"does not resume: {error}: {self.last_words()}") from None
         return time.monotonic() - since
 
     def last_words(self):
@@ -121,7 +121,7 @@ class Bench:
         def look():
             status = self.recorder_ended()
             if status is not None:
-                rule(restart, f"stops: the recorder ended with {status}")
+                assert restart, f"stops: the recorder ended with {status}"
                 self.start_recorder()
             return condition()
 

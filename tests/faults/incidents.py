@@ -11,7 +11,7 @@ from pathlib import Path
 from typing import Callable
 
 from camera import STORE, Camera, wait_for
-from judge import Fault, Judge
+from judge import Judge
 
 DEVICE = "/dev/mmcblk0p1"
 
@@ -58,7 +58,7 @@ def exchanged(bench):
     other = os.path.join(bench.camera.folder, "other.img")
     Camera.card_tool("format", "--yes", "--size", f"{1024 + 256 + 16}M", "--video-percent", "100", other)
     exchange(bench, other)
-    judge = Judge(bench.camera, bench.journals, bench.shim, other)
+    judge = Judge(bench.camera, bench.journals, other)
     wait_for("pictures on the other card", lambda: judge.frame_count() >= 5, 25)
     judge.check(({}, {}))
     judge.close()
@@ -80,7 +80,7 @@ def driver_of(image):
         words = command.read_bytes().split(b"\0")
         if b"mount" in words and image.encode() in words:
             return int(command.parent.name)
-    raise Fault(f"nobody mounts {image}")
+    raise AssertionError(f"nobody mounts {image}")
 
 
 def can_list(folder):

@@ -12,16 +12,7 @@ import zlib
 from dataclasses import replace
 
 from camera import RECORDCARD, STORE, TimedOut, published_in, wait_for
-from card_reader import FormatError, record
-
-
-class Fault(Exception):
-    """A rule is broken."""
-
-
-def rule(condition, what):
-    if not condition:
-        raise Fault(what)
+from card_reader import record
 
 
 class Journals:
@@ -65,8 +56,8 @@ Piece = record("Piece", "start position size crc frames")
 
 
 class Judge:
-    def __init__(self, camera, journals, shim, image=None):
-        self.card, self.image, self.journals, self.shim = camera.card, image or camera.image, journals, shim
+    def __init__(self, camera, journals, image=None):
+        self.card, self.image, self.journals = camera.card, image or camera.image, journals
         self.files = sorted(os.listdir(STORE))
         self.marked = False  # the card bears the price of a fault
         self.matched = {}  # (file, number) -> (Piece, index after the section before, its frames' indices)
@@ -114,11 +105,8 @@ class Judge:
 
     def check(self, before, cost=None):
         """`cost`: what of the card owner's tool's findings is the known price of the fault, a pattern."""
-        try:
-            self.nothing_gone(before)
-            self.only_published()
-        except FormatError as error:
-            raise Fault(f"torn: {error}") from None
+        self.nothing_gone(before)
+        self.only_published()
         self.nothing_beside()
         self.card_in_order(cost)
 
@@ -127,15 +115,15 @@ class Judge:
         now = {(s.file, s.number): s for s in self.sections()}
         for (file, number), old in pieces.items():
             section = now.get((file, number))
-            rule(section is not None, f"gone: section {file}:{number} with {old.frames} frames")
-            rule((section.start, section.position) == (old.start, old.position),
-                 f"gone: section {file}:{number} is another one")
-            rule(section.size >= old.size, f"gone: section {file}:{number} had {old.size} bytes, has {section.size}")
-            rule(zlib.crc32(self.card.stream(replace(section, size=old.size))) == old.crc,
-                 f"gone: the bytes of section {file}:{number} have changed")
+            assert section is not None, f"gone: section {file}:{number} with {old.frames} frames"
+            assert (section.start, section.position) == (old.start, old.position), \
+                f"gone: section {file}:{number} is another one"
+            assert section.size >= old.size, f"gone: section {file}:{number} had {old.size} bytes, has {section.size}"
+            assert zlib.crc32(self.card.stream(replace(section, size=old.size))) == old.crc, \
+                f"gone: the bytes of section {file}:{number} have changed"
         events_now = self.events()
         for place, event in events.items():
-            rule(events_now.get(place) == event, f"gone: event {place[0]}:{place[1]}")
+            assert events_now.get(place) == event, f"gone: event {place[0]}:{place[1]}"
 
     def only_published(self):
         """Every frame is a published record, in order, none twice; what cannot be (torn, repeated) is told."""
@@ -163,7 +151,7 @@ class Judge:
         except TimedOut:
             if at - 1 not in self.journals.ends:
                 what = "never published" if self.journals.next(wanted, 0) is None else "twice"
-                raise Fault(f"{what}: {where}, {frame.kind}, {wanted[2]} bytes") from None
+                raise AssertionError(f"{what}: {where}, {frame.kind}, {wanted[2]} bytes") from None
             self.journals.ends.remove(at - 1)  # the desk camera was killed between the two
             return at - 1
         return self.journals.next(wanted, at)
@@ -178,19 +166,18 @@ class Judge:
             if record.position + record.length > section.size:
                 continue  # of the frame that was cut off
             key = keys.get(record.position + head)
-            rule(key is not None and key.packed + head == record.length, f"torn: {where}, key frame {i}")
+            assert key is not None and key.packed + head == record.length, f"torn: {where}, key frame {i}"
         clock = 0
         for frame in frames:
             if frame.kind == "video":
-                rule(frame.pts > clock and frame.pts % 3600 == 0, f"torn: {where}, clock {clock} then {frame.pts}")
+                assert frame.pts > clock and frame.pts % 3600 == 0, f"torn: {where}, clock {clock} then {frame.pts}"
                 clock = frame.pts
         return frames
 
     def nothing_beside(self):
-        rule(self.shim.page.created == 0, "beside: a file of the store was opened for creation")
-        rule(os.listdir(self.beneath + "/sdcard") == [], "beside: a file on the flash beneath the card")
+        assert os.listdir(self.beneath + "/sdcard") == [], "beside: a file on the flash beneath the card"
         if os.path.ismount(STORE):
-            rule(sorted(os.listdir(STORE)) == self.files, "beside: another file on the card")
+            assert sorted(os.listdir(STORE)) == self.files, "beside: another file on the card"
 
     def card_in_order(self, cost):
         """By the card owner's tool; again when it caught a running recorder between two heads, or what the card refused
@@ -209,7 +196,7 @@ class Judge:
         try:
             wait_for("a card in order", look, 5)
         except TimedOut:
-            raise Fault("check: " + " / ".join(errors[:3])) from None
+            raise AssertionError("check: " + " / ".join(errors[:3])) from None
 
     def lost(self, begin):
         """Pictures published from index `begin` on that are not on the card, up to the last that is."""

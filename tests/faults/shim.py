@@ -14,9 +14,8 @@ FAULTS = {
     "popen": "EMFILE ENOMEM",
     "shmget": "ENOENT ENOMEM EACCES", "shmat": "ENOMEM EINVAL", "shmctl": "EIDRM EACCES",
     "msgget": "ENOENT ENOMEM ENOSPC", "msgsnd": "EINTR EAGAIN ENOMEM EIDRM", "msgrcv": "EINTR ENOMEM EIDRM",
-    "msgctl": "EIDRM EACCES", "semget": "ENOENT ENOSPC", "semctl": "EIDRM EACCES", "mmap": "ENOMEM EACCES",
-    "malloc": "ENOMEM", "pthread_create": "EAGAIN", "socket": "EMFILE ENOMEM", "bind": "EADDRINUSE",
-    "listen": "EADDRINUSE",
+    "msgctl": "EIDRM EACCES", "semget": "ENOENT ENOSPC", "mmap": "ENOMEM EACCES",
+    "malloc": "ENOMEM", "pthread_create": "EAGAIN",
 }
 CALLS = list(FAULTS)
 PLACES = ("elsewhere device index record_file event_file system_head file_head section_head stream key_frame "
@@ -28,7 +27,7 @@ class Control(Structure):
     """The page that driver and recorder share, as Shim.cpp has it."""
 
     _fields_ = [("armed", c_uint32), ("calls", c_uint32), ("places", c_uint32), ("fault", c_int32),
-                *((name, c_uint32) for name in ("skip", "count", "matched", "injected", "offset", "created")),
+                *((name, c_uint32) for name in ("skip", "count", "matched", "injected")),
                 ("seen", c_uint32 * len(PLACES) * len(CALLS))]
 
 
