@@ -11,9 +11,10 @@ namespace {
 
 TEST(Heads, AreZeroOnGarbageAndTheRecordFilesAreLeftAlone) {
     constexpr char kGarbage = '\xA5';
-    const Image image(2 * kGiB);
-    image.Fill(0, 300, kGarbage);  // FATs, directory, the 64 MiB files and a bit of the first record file
-    image.Fill(2 * kGiB - kMiB, 1, kGarbage);
+    Image image(2 * kGiB);
+    image.Put(0,
+              std::string(300 * kMiB, kGarbage));  // FATs, directory, the 64 MiB files, a bit of the first record file
+    image.Put(2 * kGiB - kMiB, std::string(kMiB, kGarbage));
     const auto result = prestore::Format(image.Path().c_str(), {.video_percent = 100});
     ASSERT_TRUE(result.Ok()) << result.message;
     const auto is_zero = [&image](const std::string& file, size_t offset, size_t length) {

@@ -33,7 +33,7 @@ std::string BytesOf(const Record& record) {
 class StoreFile {
   public:
     int fd() const { return fd_.Get(); }
-    std::string Path() const { return "/proc/self/fd/" + std::to_string(fd()); }
+    std::string Path() const { return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(fd()); }
 
     void Put(uint64_t offset, std::string_view bytes) {
         ASSERT_EQ(pwrite64(fd(), bytes.data(), bytes.size(), static_cast<off64_t>(offset)),
