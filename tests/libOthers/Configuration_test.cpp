@@ -1,13 +1,15 @@
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <sched.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <string>
 #include <thread>
 
 #include "libOthers.h"
-#include "support/Capabilities.h"
 #include "support/Stderr.h"
 #include "support/SteppedClock.h"
 
@@ -68,11 +70,16 @@ TEST_F(Configuration, IsReadInPlace) {
 
 TEST_F(Configuration, ThatCannotBeHadIsAFailure) {
     ASSERT_EQ(unshare(CLONE_NEWIPC), 0);
+    // Of mode 0: found, and attached by nobody but who may attach all.
     ASSERT_EQ(shmget(12930021, 147456, IPC_CREAT), 0) << "the first id of fresh namespaces, as good as any other";
-    {
-        const support::WithoutIpcRights weak;
-        EXPECT_EQ(SysConfigInit(), -1);
-    }
+    __user_cap_header_struct own{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct rights[2];
+    ASSERT_EQ(syscall(SYS_capget, &own, rights), 0);
+    rights[0].effective ^= 1u << CAP_IPC_OWNER;
+    ASSERT_EQ(syscall(SYS_capset, &own, rights), 0);
+    EXPECT_EQ(SysConfigInit(), -1);
+    rights[0].effective ^= 1u << CAP_IPC_OWNER;
+    ASSERT_EQ(syscall(SYS_capset, &own, rights), 0);
     EXPECT_EQ(GetSysconfigData(), nullptr);
     clock_.uptime += 1;
     EXPECT_NE(GetSysconfigData(), nullptr) << "tried again each second";

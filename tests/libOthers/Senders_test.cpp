@@ -46,17 +46,27 @@ class Client : public testing::Test {
         std::in_place, [this](const SystemServer::Request& request) { return request.length + verdict_.load(); }};
 };
 
-TEST_F(Client, EverySenderSendsItsCommandAndItsPayload) {
+TEST_F(Client, EverySenderAndItsFieldSendTheCommandAndThePayload) {
     ASSERT_EQ(std::size(kSenders), 331u);
+    const support::Captured output(STDOUT_FILENO);
     uint32_t value = 0xA0000000;
+    unsigned next_field = 4096;
     for (const Row& row : kSenders) {
         ++value;
         ASSERT_EQ(row.send(&value, sizeof value), row.command == 247 ? 0 : 4) << row.name;
         const auto request = server_->Last();
         ASSERT_EQ(request.cmd, row.command) << row.name;
         ASSERT_TRUE(request.payload.size() == 4 && std::memcmp(request.payload.data(), &value, 4) == 0) << row.name;
+        ControlSystemData(next_field++, &value, sizeof value);
+        ASSERT_EQ(server_->Last().cmd, row.command) << row.name;
     }
-    EXPECT_EQ(server_->Count(), 331u);
+    EXPECT_EQ(output.Text(), " control systemdata SFIELD_SET_DNS");
+    EXPECT_EQ(server_->Count(), 2 * 331u);
+    for (unsigned field : {0u, 271u, 4095u, 4427u, 4442u, 4443u, 8192u, 0x80001000u, ~0u}) {
+        EXPECT_EQ(ControlSystemData(field, &value, sizeof value), -1) << field;
+    }
+    EXPECT_EQ(ControlSystemData(4096, nullptr, 0), -1);
+    EXPECT_EQ(server_->Count(), 2 * 331u);
     EXPECT_EQ(int{SYS_MSG_MAX}, 369);
 }
 
@@ -80,23 +90,6 @@ TEST_F(Client, ResultIsTheServersExceptForALogin) {
     EXPECT_EQ(SetSysCommon(password, 2, 4711), 2);
     EXPECT_EQ(server_->Last().cmd, 4711);
     EXPECT_EQ(SetIRLed(nullptr, 0), 0) << "a request without payload";
-}
-
-TEST_F(Client, FieldsSelectTheirSendersAndNothingElseSends) {
-    uint8_t payload[2] = {1, 2};
-    const support::Captured output(STDOUT_FILENO);
-    unsigned next_field = 4096;
-    for (const Row& row : kSenders) {
-        ControlSystemData(next_field++, payload, sizeof payload);
-        ASSERT_EQ(server_->Last().cmd, row.command) << row.name;
-    }
-    EXPECT_EQ(output.Text(), " control systemdata SFIELD_SET_DNS");
-    EXPECT_EQ(server_->Count(), 331u);
-    for (unsigned field : {0u, 271u, 4095u, 4427u, 4442u, 4443u, 8192u, 0x80001000u, ~0u}) {
-        EXPECT_EQ(ControlSystemData(field, payload, sizeof payload), -1) << field;
-    }
-    EXPECT_EQ(ControlSystemData(4096, nullptr, 0), -1);
-    EXPECT_EQ(server_->Count(), 331u);
 }
 
 TEST_F(Client, PayloadStaysInItsOwnSlot) {
