@@ -82,18 +82,27 @@ Reading Read(const Stream& stream) {
             delays[delays.size() / 2], static_cast<int>(std::count_if(delays.begin(), delays.end(), is_late))};
 }
 
+// What nobody could have foreseen waits for the end of a sleep, but only three times: the first of them may fall to a
+// record that was taken on trust.
 TEST(Rhythm, LooksSeldomAndInTime) {
+    Stream sound_for_5_s = Beat(25, Exact(), kSound, 7), five_kinds;
+    sound_for_5_s.resize(200);
+    for (int kind = 0; kind < 5; ++kind) five_kinds = five_kinds + Beat(200, Exact(), kind, 40 * kind);
     struct Case {
         const char* name;
         Stream stream;
         double looks;  // a second, at most
         double worst;  // ms, at most
+        int late = 3;  // at most
     };
     const Case cases[] = {
         {"pictures alone", Beat(40, Exact()), 42, 2.3},
         {"with sound in step", Beat(40, Exact()) + Beat(40, Exact(), kSound, 0.3), 48, 2.3},
         {"with sound out of step", Beat(40, Exact()) + Beat(40, Exact(), kSound, 13), 76, 2.3},
         {"with AAC of 8 kHz", Beat(40, Exact()) + Beat(1024 / 8.0, Exact(), kSound, 5), 60, 3.6},
+        {"with sound that ceases", Beat(40, Exact()) + sound_for_5_s, 60, 11},
+        {"with a single sound", Beat(40, Exact()) + Stream{{10005 * kMs, kSound}}, 60, 40, 1},
+        {"more kinds than beats", five_kinds, 490, 2.3},
         {"a loaded camera", Beat(40, Late(2)), 75, 6.5},
         {"no beat", Beat(40, Uniform(20)), 490, 9},
         {"1 a second", Beat(1000, Late(0.3)), 160, 2.3},
@@ -102,37 +111,15 @@ TEST(Rhythm, LooksSeldomAndInTime) {
         {"half the rate from now on", Then(Beat(40, Exact()), Beat(80, Exact()), 80), 42, 2.3},
         {"twice the rate from now on", Then(Beat(80, Exact()), Beat(40, Exact()), 40), 42, 9},
         {"a little faster from now on", Then(Beat(40, Exact()), Beat(1000 / 30.0, Exact()), 1000 / 30.0), 46, 14},
+        {"shifted", Then(Beat(40, Exact()), Beat(40, Exact()), 15), 42, 40},
     };
     for (const Case& c : cases) {
         const Reading reading = Read(c.stream);
         EXPECT_LE(reading.looks_a_second, c.looks) << c.name;
         EXPECT_LE(reading.worst, c.worst * kMs) << c.name;
         EXPECT_LE(reading.median, 1.8 * kMs) << c.name;
+        EXPECT_LE(reading.late, c.late) << c.name;
     }
-}
-
-// What nobody could have foreseen waits for the end of a sleep, but only three times: the first of them may fall to a
-// record that was taken on trust.
-TEST(Rhythm, IsLearnedAnewAfterTheSecondSurprise) {
-    const Reading shifted = Read(Then(Beat(40, Exact()), Beat(40, Exact()), 15));
-    EXPECT_LE(shifted.late, 3);
-    EXPECT_LE(shifted.worst, Rhythm::kLongest);
-    const Reading sound_begins = Read(Beat(40, Exact()) + Stream{{60000 * kMs + 5 * kMs, kSound}});
-    EXPECT_LE(sound_begins.late, 1);
-}
-
-TEST(Rhythm, DoesNotWaitForAKindThatCeased) {
-    Stream sound = Beat(25, Exact(), kSound, 7);
-    sound.resize(200);  // 5 s of two minutes
-    EXPECT_LE(Read(Beat(40, Exact()) + sound).looks_a_second, 60);
-    Stream once{{2000 * kMs, 99}};
-    EXPECT_LE(Read(Beat(40, Exact()) + once).looks_a_second, 60);
-}
-
-TEST(Rhythm, MoreKindsThanBeatsAreLookedForAllTheTime) {
-    Stream many;
-    for (int kind = 0; kind < 5; ++kind) many = many + Beat(200, Exact(), kind, 40 * kind);
-    EXPECT_LE(Read(many).worst, 2.3 * kMs);
 }
 
 // A client that takes long finds records waiting: they say nothing about the next one, which may be due at once.
