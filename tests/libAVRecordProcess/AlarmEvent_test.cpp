@@ -15,6 +15,7 @@
 #include "CardFile.h"
 #include "Clock.h"
 #include "FileEvents.h"
+#include "RecordCard.h"
 #include "RecordState.h"
 #include "libAVRecord.h"
 #include "libAVRecordProcess.h"
@@ -462,6 +463,7 @@ TEST_F(AlarmThread, AnEventRefusedUntilItsRunWasOverIsSavedByTheNextRunOnTheSame
 }
 
 TEST_F(AlarmThread, AFailureEndsTheThreadAndNothingElse) {
+    EXPECT_FALSE(CardWasPulled());  // it keeps a descriptor from the first look on
     const long descriptors = support::Descriptors();
     ASSERT_TRUE(std::filesystem::remove(kEventFile) && std::filesystem::create_directory(kEventFile));
     Launch();
