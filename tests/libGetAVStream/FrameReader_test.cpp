@@ -32,11 +32,13 @@ const std::map<std::string, AVDataInfo> kNoFrames = {{"park", MediaPeer::Frame(A
 
 Received g_received;
 std::atomic<int> g_wanted{1};
+std::function<void(const char* data, const AVDataInfo& header)> g_with_frame_in_hand;
 
 int TakeFrame(int kind, int stream, char* data, AVDataInfo* header) {
     EXPECT_EQ(kind, header->AVSource);
     EXPECT_TRUE(stream == 0 || stream == 1);
     g_received.Add(*header, data);
+    g_with_frame_in_hand(data, *header);
     std::memset(header, 0xEE, sizeof *header);  // it is the reader's own copy
     return -1;                                  // ignored
 }
@@ -62,6 +64,7 @@ class FrameReader : public support::LoggedTest {
         g_us_a_ms = 1000;
         g_received.Clear();
         g_wanted = 1;
+        g_with_frame_in_hand = [](const char*, const AVDataInfo&) {};
         AVStreamUrgencySet(kType, nullptr);
         EXPECT_EQ(GetAVStreamInit(kType, TakeFrame, [](int) { return g_wanted.load(); }), 0);
     }
@@ -128,34 +131,29 @@ TEST_F(FrameReader, HandsOverEveryFrameFromTheWritePositionOn) {
     EXPECT_EQ(peer_.requests - peer_.key_requests, 1);
 }
 
-std::atomic<bool> g_in_hand, g_has_stopped;
-
-// Keeps each frame for a while; after frame 2 it stops its own reader.
-int StopAfterFrame2(int, int, char* data, AVDataInfo* header) {
-    g_in_hand = true;
-    g_received.Add(*header, data);
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    g_in_hand = false;
-    if (header->SerialNumber == 2) {
-        EXPECT_EQ(AVStreamGetAVDataStop(kType, 0), 0);
-        g_has_stopped = true;
-    }
-    return 0;
-}
-
 TEST_F(FrameReader, HasLetGoOfTheClientOnceItIsStopped) {
-    ASSERT_EQ(GetAVStreamInit(kType, StopAfterFrame2, nullptr), 0);
+    std::atomic<bool> in_hand{false}, has_stopped{false};
+    g_with_frame_in_hand = [&](const char*, const AVDataInfo& header) {
+        in_hand = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        in_hand = false;
+        if (header.SerialNumber == 2) {
+            Stop();  // from within
+            has_stopped = true;
+        }
+    };
     Lay("0: C 1k park");
     Start();
-    EXPECT_TRUE(WaitUntil([] { return g_in_hand.load(); }));
-    EXPECT_EQ(AVStreamGetAVDataStop(kType, 0), 0);
-    EXPECT_FALSE(g_in_hand);
+    EXPECT_TRUE(WaitUntil([&] { return in_hand.load(); }));
+    Stop();
+    EXPECT_FALSE(in_hand);
     Lay("0: C 2k park");
     Start();
-    EXPECT_TRUE(WaitUntil([] { return g_has_stopped.load(); }));
+    EXPECT_TRUE(WaitUntil([&] { return has_stopped.load(); }));
     Lay("0: C 3k park");
     Start();
     EXPECT_THAT(Serials(3), ElementsAre(1, 2, 3)) << "also after it was stopped from within";
+    Stop();
 }
 
 TEST_F(FrameReader, PausesAndGoesOnAtTheServersPosition) {
@@ -310,20 +308,6 @@ TEST_F(FrameReader, ThatFoundNoRingIsStartedAgain) {
     EXPECT_THAT(Serials(1), ElementsAre(1));
 }
 
-// The client holds frame 2 until `meanwhile` has happened to its record; whether it is told that its copy is whole.
-std::function<void()> g_meanwhile;
-std::atomic<int> g_intact{-1};
-
-int HoldFrame2(int, int, char* data, AVDataInfo* header) {
-    g_received.Add(*header, data);
-    if (header->SerialNumber == 2) {
-        EXPECT_EQ(AVStreamFrameIntact(data + 1, header), 0) << "not the frame in hand";
-        g_meanwhile();
-        g_intact = AVStreamFrameIntact(data, header);
-    }
-    return 0;
-}
-
 // A key frame that is old, named again and again, is not a server that counts anew.
 TEST_F(FrameReader, DeliversNoOldFramesAgain) {
     Lay("3000: 20k 1000: 48k 49k C L 50k");  // of number 20's lap nothing else is left
@@ -378,7 +362,6 @@ TEST_F(FrameReader, StaysAtNoRecordForEver) {
 // Written over, the reader is a whole ring late: what is left of the old lap comes next, and if nothing is, the last
 // key frame.
 TEST_F(FrameReader, TellsWhetherTheFrameInHandWasWrittenOverAndGoesOn) {
-    ASSERT_EQ(GetAVStreamInit(kType, HoldFrame2, nullptr), 0);
     AVDataInfo bare = MediaPeer::Frame();
     bare.AVDataCheck = 0;
     const struct {
@@ -396,9 +379,14 @@ TEST_F(FrameReader, TellsWhetherTheFrameInHandWasWrittenOverAndGoesOn) {
     for (const auto& c : cases) {
         g_received.Clear();
         Lay("5000: L 9k 0: 1k");
-        g_meanwhile = [this, at = at_, &c] {
-            if (c.serial != 0) {
-                peer_.Put(0, at, c.serial, std::string(c.bytes, 'x'), c.header);
+        int intact = -1;
+        g_with_frame_in_hand = [this, at = at_, &c, &intact](const char* data, const AVDataInfo& header) {
+            if (header.SerialNumber == 2) {
+                EXPECT_EQ(AVStreamFrameIntact(data + 1, &header), 0) << "not the frame in hand";
+                if (c.serial != 0) {
+                    peer_.Put(0, at, c.serial, std::string(c.bytes, 'x'), c.header);
+                }
+                intact = AVStreamFrameIntact(data, &header);
             }
         };
         Lay("2d");
@@ -406,7 +394,7 @@ TEST_F(FrameReader, TellsWhetherTheFrameInHandWasWrittenOverAndGoesOn) {
         Lay("3d");
         Start();
         EXPECT_EQ(g_received.Until(9), c.frames) << c.what;
-        EXPECT_EQ(g_intact, c.serial == 0 ? 1 : 0) << c.what;
+        EXPECT_EQ(intact, c.serial == 0 ? 1 : 0) << c.what;
         EXPECT_EQ(log_.Count("VideoPos = " + std::to_string(next) + " AVDataCheck =="), 0) << "it does not wait there";
         Stop();
     }
