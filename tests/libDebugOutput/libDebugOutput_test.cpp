@@ -9,20 +9,22 @@
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <string>
-#include <thread>
 
 #include "Clock.h"
 #include "Descriptor.h"
 #include "support/Process.h"
-#include "support/QueuePeer.h"
 #include "support/Stderr.h"
+#include "support/WaitUntil.h"
 
 namespace {
 
 using support::WaitUntil;
 
 constexpr unsigned short kPort = 409;
+constexpr char kMarker[] = "/tmp/Debug_Port_ON";
 
 sockaddr_in ConsoleAddress() {
     sockaddr_in address{};
@@ -107,8 +109,7 @@ class Console : public support::LoggedTest {
         EXPECT_TRUE(WaitUntil([] { return support::Threads() == support::ThreadsAtRest(); }));
     }
     ~Console() override {
-        PutMarker(false);
-        libDebugOutputStart(kPort);
+        Shut();
         ReplaceClock(nullptr);
         RepeatFailures();
     }
@@ -122,19 +123,12 @@ class Console : public support::LoggedTest {
         }
     }
 
-    static void PutMarker(bool there) {
-        if (there) {
-            close(open("/tmp/Debug_Port_ON", O_CREAT | O_WRONLY | O_CLOEXEC, 0644));
-        } else {
-            unlink("/tmp/Debug_Port_ON");
-        }
-    }
     static void Open() {
-        PutMarker(true);
+        std::ofstream marker(kMarker);
         ASSERT_EQ(libDebugOutputStart(kPort), 0);
     }
     static void Shut() {
-        PutMarker(false);
+        std::filesystem::remove(kMarker);
         ASSERT_EQ(libDebugOutputStart(kPort), 0);
     }
     bool Printed(const std::string& text) const {
@@ -230,19 +224,6 @@ TEST_F(Console, StopsWithAViewerAttached) {
     EXPECT_TRUE(Logged("[Info]: home again\n"));
     viewer.Leave();
     EXPECT_TRUE(before.AreBack());
-}
-
-TEST_F(Console, LinesArriveWholeWhileViewersComeAndGo) {
-    Open();
-    const std::jthread writer([](const std::stop_token& over) {
-        for (int i = 0; !over.stop_requested(); ++i) {
-            LogInfo("<%d>\n", i);
-        }
-    });
-    for (int session = 0; session < 5; ++session) {
-        Viewer viewer;
-        EXPECT_TRUE(viewer.Sees(">\n[Info]: <")) << session;
-    }
 }
 
 TEST_F(Console, APortInUseIsReportedAndLetsTheNextStartSucceed) {
