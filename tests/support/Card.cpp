@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 
 namespace support {
 
@@ -61,9 +62,7 @@ void Card::Mount() {
 }
 
 void Card::MakeDeviceNode() {
-    const int fd = open(kCardDevice, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-    Require(fd >= 0, kCardDevice);
-    close(fd);
+    Require(std::ofstream(kCardDevice).is_open(), kCardDevice);
 }
 
 void Card::Pull() {
@@ -107,11 +106,10 @@ std::string Card::RecordFile(uint32_t number) {
 
 std::string Card::Read(const std::string& path, uint64_t offset, uint64_t length) {
     std::string bytes(length, '\0');
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    EXPECT_GE(fd, 0) << path;
-    const ssize_t got = pread64(fd, bytes.data(), bytes.size(), static_cast<off64_t>(offset));
-    close(fd);
-    bytes.resize(got < 0 ? 0 : static_cast<size_t>(got));
+    std::ifstream file(path, std::ios::binary);
+    EXPECT_TRUE(file.seekg(static_cast<std::streamoff>(offset))) << path;
+    file.read(bytes.data(), static_cast<std::streamsize>(length));
+    bytes.resize(static_cast<size_t>(file.gcount()));
     return bytes;
 }
 
