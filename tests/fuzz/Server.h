@@ -49,13 +49,12 @@ class Server {
         return IpcMsgTryRecv(queue_, MSG_AV_TYPE_SERVER, &request, sizeof request) >= 0;
     }
 
-    // An answer of any length, for any client; one that finds the queue full is lost.
+    // An answer of up to 512 bytes, for any client; one that finds the queue full is lost.
     void Send(int32_t client, Bytes payload) const {
         uint8_t message[sizeof client + 512];
-        const Bytes sent = payload.first(std::min<size_t>(payload.size(), 512));
         std::memcpy(message, &client, sizeof client);
-        std::memcpy(message + sizeof client, sent.data(), sent.size());
-        IpcMsgTrySend(queue_, message, static_cast<int>(sizeof client + sent.size()));
+        std::memcpy(message + sizeof client, payload.data(), payload.size());
+        IpcMsgTrySend(queue_, message, static_cast<int>(sizeof client + payload.size()));
     }
     void Answer(AVMsgBuf answer) const {
         answer.des = answer.src;

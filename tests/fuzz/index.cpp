@@ -24,10 +24,8 @@ void ReadHeads(const fuzz::MemoryFile& index, std::vector<uint8_t>& bytes) {
 
 void ReadSections(const fuzz::MemoryFile& index, uint32_t file_no) {
     RecordFileInfoHead_S file{};
-    if (AV_RecordFileInfoHeadAccecsFileNoRead(index.fd(), file_no, &file) != sizeof file &&
-        AV_RecordFileInfoHeadAccecsFileNoRead(index.fd(), file_no, &file) != 0) {
-        return;
-    }
+    const int read = AV_RecordFileInfoHeadAccecsFileNoRead(index.fd(), file_no, &file);
+    if (read != sizeof file && read != 0) return;
     std::vector<RecordInfoHead_S> sections(std::min(file.m_u32RecordSectionSum, RECORD_SECTION_MAX));
     AV_RecordSectionInfoHeadRead(index.fd(), &file, sections.data());
 }

@@ -19,7 +19,6 @@ std::vector<AVMsgBuf> g_given;        // to client kType since the question was 
 
 void Give(int32_t client, fuzz::Bytes payload) {
     AVMsgBuf seen{};
-    payload = payload.first(std::min<size_t>(payload.size(), 512));
     std::memcpy(&seen.src, payload.data(), std::min(payload.size(), sizeof seen - sizeof seen.des));
     if (client == kType && payload.size() <= sizeof seen - sizeof seen.des) g_given.push_back(seen);
     Server::Instance().Send(client, payload);

@@ -15,13 +15,8 @@ constexpr int kSleepsMax = 4000;  // after the input has ended and the reader wa
 constexpr int kStepsMax = 20000;  // between two sleeps: more than records fit into a ring
 constexpr size_t kPage = 4096;
 
-// The reader's own view of the segment.
-struct View {
-    uint8_t* base = nullptr;
-    size_t size = 0;
-};
-
-View g_view;  // the one attached last: a reader that follows a new ring lets go of the old one afterwards
+// The reader's view of the segment attached last: one that follows a new ring lets go of the old one afterwards.
+fuzz::Bytes g_view;
 std::map<const void*, size_t> g_attached;  // bytes of each
 std::atomic<int> g_run;
 int g_stream;
@@ -90,8 +85,8 @@ int Take(int kind, int stream, char* bytes, AVDataInfo* header) {
     const auto* const data = reinterpret_cast<const uint8_t*>(bytes);
     MUST(stream == g_stream && kind == header->AVSource);
     MUST(header->AVDataCheck == AVDATA_CHECK_WORD && header->EndFlag == AVDATA_END_FRAME);
-    MUST(data >= g_view.base + kHeader && data <= g_view.base + g_view.size);
-    MUST(header->AVDataLen >= 0 && static_cast<size_t>(header->AVDataLen) <= g_view.size - (data - g_view.base));
+    MUST(data >= g_view.data() + kHeader && data <= g_view.data() + g_view.size());
+    MUST(header->AVDataLen >= 0 && header->AVDataLen <= g_view.data() + g_view.size() - data);
     MUST(std::memcmp(data - kHeader, header, kHeader) == 0);
     // The server overtakes the reader, in the middle of its work.
     fuzz::Input& in = Server::Instance().In();
@@ -120,9 +115,9 @@ extern "C" void* shmat(int id, const void* address, int flags) noexcept {
     const long attached = syscall(SYS_shmat, id, room + kPage, flags | SHM_REMAP);
     MUST(attached == reinterpret_cast<long>(room + kPage));
     g_view = {room + kPage, status.shm_segsz};
-    g_attached[g_view.base] = g_view.size;
-    ASAN_POISON_MEMORY_REGION(g_view.base + g_view.size, whole - g_view.size);
-    return g_view.base;
+    g_attached[room + kPage] = status.shm_segsz;
+    ASAN_POISON_MEMORY_REGION(room + kPage + status.shm_segsz, whole - status.shm_segsz);
+    return room + kPage;
 }
 
 extern "C" int shmdt(const void* address) noexcept {
