@@ -20,6 +20,8 @@ import subprocess
 import sys
 import time
 from collections import Counter
+from itertools import chain, groupby, zip_longest
+from operator import attrgetter
 from pathlib import Path
 
 from mutants import mutants_of
@@ -126,16 +128,12 @@ def chosen(options, bench):
         moved = {key for key, _ in places} - {mutant.key() for mutant in there}
         yield from there + [mutant for mutant in mutants if mutant.key() in moved]
         return
-    by_kind = {}
-    for mutant in mutants:
-        by_kind.setdefault(mutant.kind, []).append(mutant)
+    kind = attrgetter("kind")
+    kinds = [list(each) for _, each in groupby(sorted(mutants, key=kind), kind)]
     dice = random.Random(options.seed)
-    for kind in sorted(by_kind):
-        dice.shuffle(by_kind[kind])
-    while any(by_kind.values()):
-        for kind in sorted(by_kind):
-            if by_kind[kind]:
-                yield by_kind[kind].pop()
+    for each in kinds:
+        dice.shuffle(each)
+    yield from filter(None, chain.from_iterable(zip_longest(*map(reversed, kinds))))
 
 
 def rows_of(state):
