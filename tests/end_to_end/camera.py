@@ -21,6 +21,7 @@ RECORDER = os.environ.get("RECORDER", os.path.join(BUILD, "src/AVRecordEx/AVReco
 DESK_CAMERA = os.path.join(BUILD, "desk/deskcamera")
 RECORDCARD = os.path.join(BUILD, "card/recordcard")
 STORE = "/var/etc/sdcard"
+DEVICE = "/dev/mmcblk0p1"
 
 
 # One record that the media server put into a ring, as its journal tells.
@@ -103,13 +104,12 @@ class Camera:
     def __init__(self, files=3):
         self.folder = tempfile.mkdtemp(prefix="camera.", dir=os.environ.get("SCRATCH", "/tmp"))
         self.image = os.path.join(self.folder, "card.img")
-        size = f"{1024 + 256 * files + 16}M"
-        self.card_tool("format", "--yes", "--size", size, "--video-percent", "100", self.image)
-        self.card_tool("mount", self.image, STORE, "--fsname", "/dev/mmcblk0p1")
-        os.symlink(self.image, "/dev/mmcblk0p1")
+        self.format(self.image, files)
+        self.insert(self.image)
+        os.symlink(self.image, DEVICE)
         self.card = Card(STORE)
         self.settings = os.path.join(self.folder, "settings.txt")
-        subprocess.run([DESK_CAMERA, "--write-settings", self.settings], check=True, capture_output=True)
+        self.tell_desk("--write-settings", self.settings)
         self.journal = os.path.join(self.folder, "journal.log")
         self.desk = None
         self.recorder = None
@@ -120,6 +120,18 @@ class Camera:
         if done.returncode != 0:
             raise AssertionError(f"recordcard {' '.join(arguments)}: {done.stdout}{done.stderr}")
         return done.stdout
+
+    @classmethod
+    def format(cls, image, files):
+        cls.card_tool("format", "--yes", "--size", f"{1024 + 256 * files + 16}M", "--video-percent", "100", image)
+
+    @classmethod
+    def insert(cls, image):
+        cls.card_tool("mount", image, STORE, "--fsname", DEVICE)
+
+    @staticmethod
+    def tell_desk(*command):
+        return subprocess.run([DESK_CAMERA, *command], check=True, capture_output=True, text=True).stdout
 
     def set(self, **values):
         """Changes settings in the text file, which the desk camera re-reads; `__` in a name stands for `.`."""
@@ -157,8 +169,7 @@ class Camera:
             if process is not None:
                 process.kill()
         subprocess.run(["umount", STORE], check=False)
-        if os.path.islink("/dev/mmcblk0p1"):
-            os.unlink("/dev/mmcblk0p1")
+        Path(DEVICE).unlink(missing_ok=True)
         subprocess.run(["ipcrm", "--all"], check=False)
         subprocess.run(["rm", "-rf", self.folder], check=False)
 

@@ -7,14 +7,10 @@ import sys
 import unittest
 
 sys.path.insert(0, os.path.dirname(__file__))
-from camera import DESK_CAMERA, CameraTest, wait_for  # noqa: E402
+from camera import CameraTest, wait_for  # noqa: E402
 
 MARKER = "/tmp/Debug_Port_ON"  # while it exists, the console is open
 ROUNDS = 100
-
-
-def tell(*command):
-    return subprocess.run([DESK_CAMERA, *command], check=True, capture_output=True, text=True).stdout
 
 
 def connect():
@@ -29,14 +25,14 @@ class AlarmEvents(CameraTest):
         camera = self.camera
         camera.set(schedule__daily="00:00-24:00 motion", Record_config__ucrecordDelay=8, Record_config__ucpreRecordTime=0)
         camera.start()
-        tell("alarm", "motion", "on")
+        camera.tell_desk("alarm", "motion", "on")
         self.expect(r"KeyFrameTime")
         self.expect(r"KeyFrameTime")
-        tell("alarm", "motion", "off")
+        camera.tell_desk("alarm", "motion", "off")
         self.expect(r"KeyFrameTime")
         camera.set(schedule__daily="00:00-24:00 io")
         self.expect(r"KeyFrameTime")
-        tell("alarm", "io0", "on")  # still on when the recorder stops: the event ends with the run
+        camera.tell_desk("alarm", "io0", "on")  # still on when the recorder stops: the event ends with the run
         self.expect(r"KeyFrameTime")
         self.expect(r"KeyFrameTime")
         self.assert_stopped_in_order()
@@ -62,7 +58,7 @@ class Restart(CameraTest):
         camera.desk.stop()  # which removes its segments and queues
         camera.start_desk()
         self.expect(r"KeyFrameTime")
-        wait_for("a beat in the new table", lambda: "no heartbeat yet" not in tell("status"))
+        wait_for("a beat in the new table", lambda: "no heartbeat yet" not in camera.tell_desk("status"))
         camera.set(lan_config__nFrameRate1=24)
         self.expect(r"Video FrameRate Change! .* change to 24")
         self.expect(r"KeyFrameTime")

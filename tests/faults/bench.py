@@ -7,7 +7,7 @@ import sys
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "end_to_end"))
-from camera import BUILD, DESK_CAMERA, STORE, Camera, TimedOut, wait_for  # noqa: E402
+from camera import BUILD, STORE, Camera, TimedOut, wait_for  # noqa: E402
 from card_reader import STREAM_LIMIT  # noqa: E402
 from judge import Judge, Journals  # noqa: E402
 from shim import Shim  # noqa: E402
@@ -62,7 +62,7 @@ class Bench:
     def raise_alarm(self):
         """An alarm of 0.3 s; its event is saved as the run ends."""
         for state in ("on", "off"):
-            subprocess.run([DESK_CAMERA, "alarm", "motion", state], check=True, capture_output=True)
+            self.camera.tell_desk("alarm", "motion", state)
             time.sleep(0.3)
         self.change_setting()
 

@@ -22,7 +22,7 @@ import re
 import subprocess
 import sys
 import time
-from contextlib import closing
+from contextlib import ExitStack, closing
 from dataclasses import dataclass
 
 sys.path.insert(0, os.path.dirname(__file__))
@@ -214,21 +214,18 @@ def keep(bench, case):
 
 
 def run_all(cases, table):
-    bench = None
-    for case in (case for case in cases if str(case) not in table.rows):
-        if bench is not None and bench.is_worn():
-            bench.close()
-            bench = None
-        bench = bench or Bench()
-        try:
-            table.add(str(case), case.run(bench), False)
-        except (AssertionError, TimedOut, OSError) as error:
-            table.add(str(case), str(error), True)
-            keep(bench, case)
-            bench.close()  # the next case gets a card that is in order
-            bench = None
-    if bench is not None:
-        bench.close()
+    with ExitStack() as room:
+        bench = None
+        for case in (case for case in cases if str(case) not in table.rows):
+            if bench is None or bench.is_worn():
+                room.close()
+                bench = room.enter_context(closing(Bench()))
+            try:
+                table.add(str(case), case.run(bench), False)
+            except (AssertionError, TimedOut, OSError) as error:
+                table.add(str(case), str(error), True)
+                keep(bench, case)
+                bench = None  # the next case gets a card that is in order
 
 
 def main():

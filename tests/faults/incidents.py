@@ -10,10 +10,8 @@ from dataclasses import dataclass
 from pathlib import Path
 from typing import Callable
 
-from camera import STORE, Camera, wait_for
+from camera import DEVICE, STORE, wait_for
 from judge import Judge
-
-DEVICE = "/dev/mmcblk0p1"
 
 
 @dataclass(frozen=True)
@@ -40,7 +38,7 @@ def pulled(bench):
     subprocess.run(["umount", "--lazy", STORE], check=True)
     wait_for("the end of the run", lambda: "Record Over" in bench.camera.recorder.text(), 20)
     bench.judge.nothing_beside()
-    insert(bench.camera.image)
+    bench.camera.insert(bench.camera.image)
     os.symlink(bench.camera.image, DEVICE)
 
 
@@ -50,13 +48,13 @@ def dead(bench):
     wait_for("calls that fail", lambda: not can_list(STORE), 5)
     subprocess.run(["umount", "--lazy", STORE], check=True)
     bench.judge.nothing_beside()
-    insert(bench.camera.image)
+    bench.camera.insert(bench.camera.image)
 
 
 def exchanged(bench):
     """Another card is in its place at the next look; later the first one is back."""
     other = os.path.join(bench.camera.folder, "other.img")
-    Camera.card_tool("format", "--yes", "--size", f"{1024 + 256 + 16}M", "--video-percent", "100", other)
+    bench.camera.format(other, files=1)
     exchange(bench, other)
     judge = Judge(bench.camera, bench.journals, other)
     wait_for("pictures on the other card", lambda: judge.frame_count() >= 5, 25)
@@ -65,13 +63,9 @@ def exchanged(bench):
     exchange(bench, bench.camera.image)
 
 
-def insert(image):
-    Camera.card_tool("mount", image, STORE, "--fsname", DEVICE)
-
-
 def exchange(bench, image):
     subprocess.run(["umount", "--lazy", STORE], check=True)
-    insert(image)
+    bench.camera.insert(image)
     bench.change_setting()
 
 

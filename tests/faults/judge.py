@@ -60,7 +60,7 @@ class Judge:
         self.card, self.image, self.journals = camera.card, image or camera.image, journals
         self.files = sorted(os.listdir(STORE))
         self.marked = False  # the card bears the price of a fault
-        self.matched = {}  # (file, number) -> (Piece, index after the section before, its frames' indices)
+        self.indices = []  # of the records that were last found on the card
         self.beneath = "/tmp/beneath"  # what the card's folder holds without the card
         os.makedirs(self.beneath, exist_ok=True)
         subprocess.run(["mount", "--bind", "/var/etc", self.beneath], check=True)
@@ -127,19 +127,13 @@ class Judge:
 
     def only_published(self):
         """Every frame is a published record, in order, none twice; what cannot be (torn, repeated) is told."""
-        at = 0
+        self.indices, ends = [], set(self.journals.ends)
         for section in self.sections():
-            key, piece = (section.file, section.number), self.piece(section)
-            known = self.matched.get(key)
-            if not known or known[:2] != (piece, at):
-                first, indices = at, []
-                for i, frame in enumerate(self.frames(section)):
-                    indices.append(self.place_of(frame, at, f"frame {i} of section {section.file}:{section.number}"))
-                    at = indices[-1] + 1
-                self.matched[key] = (piece, first, indices)
-            at = self.matched[key][2][-1] + 1
+            for i, frame in enumerate(self.frames(section)):
+                self.indices.append(self.place_of(frame, ends, f"frame {i} of section {section.file}:{section.number}"))
 
-    def place_of(self, frame, at, where):
+    def place_of(self, frame, ends, where):
+        at = self.indices[-1] + 1 if self.indices else 0
         wanted = (frame.kind, zlib.crc32(frame.payload), len(frame.payload))
 
         def look():
@@ -149,10 +143,10 @@ class Judge:
         try:
             look() or wait_for("its line in the journal", look, 1)  # written a moment after the frame is published
         except TimedOut:
-            if at - 1 not in self.journals.ends:
+            if at - 1 not in ends:
                 what = "never published" if self.journals.next(wanted, 0) is None else "twice"
                 raise AssertionError(f"{what}: {where}, {frame.kind}, {wanted[2]} bytes") from None
-            self.journals.ends.remove(at - 1)  # the desk camera was killed between the two
+            ends.remove(at - 1)  # the desk camera was killed between the two
             return at - 1
         return self.journals.next(wanted, at)
 
@@ -200,6 +194,6 @@ class Judge:
 
     def lost(self, begin):
         """Pictures published from index `begin` on that are not on the card, up to the last that is."""
-        have = {i for _, _, indices in self.matched.values() for i in indices if i >= begin}
+        have = {i for i in self.indices if i >= begin}
         return sum(1 for i in range(begin, max(have, default=begin))
                    if i not in have and self.journals.records[i].kind == "video")

@@ -22,7 +22,6 @@ class JudgeTest(unittest.TestCase):
         cls.judge.check(cls.before)
 
     def assert_found(self, what, undo, before=None):
-        self.judge.matched.clear()
         with self.assertRaisesRegex(AssertionError, what):
             self.judge.check(before or self.before)
         undo()
@@ -51,8 +50,7 @@ class JudgeTest(unittest.TestCase):
 
     def test_a_frame_that_comes_again_is_told(self):
         records, places = self.judge.journals.records, self.judge.journals.places
-        first = next(iter(self.judge.matched.values()))[2]
-        video = [i for i in first if records[i].kind == "video"]
+        video = [i for i in self.judge.indices if records[i].kind == "video"]
         frame = (records[video[3]].kind, records[video[3]].crc, records[video[3]].length)
         places[frame] = [0]  # as if it had been published long before the section began
         self.assert_found("twice", lambda: places.update({frame: [video[3]]}))
