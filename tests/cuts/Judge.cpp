@@ -58,11 +58,11 @@ Judge::Judge(const Medium& medium, Recorder& recorder, const Tape& tape, std::ve
 }
 
 RecordFileInfoHead_S Judge::HeadOf(uint32_t file) const {
-    return RecordAt<RecordFileInfoHead_S>(medium_.File(kIndex), record_file::FileHeadOffset(file));
+    return medium_.At<RecordFileInfoHead_S>(kIndex, record_file::FileHeadOffset(file));
 }
 
 RecordInfoHead_S Judge::SectionOf(uint32_t file, uint32_t number) const {
-    return RecordAt<RecordInfoHead_S>(medium_.File(kIndex), record_file::SectionHeadOffset(file, number));
+    return medium_.At<RecordInfoHead_S>(kIndex, record_file::SectionHeadOffset(file, number));
 }
 
 bool Judge::IsIntact(const Frame& frame) const {
@@ -167,7 +167,7 @@ void Judge::JudgeRecords(const Cut& cut, const Listing& listing, Verdict& verdic
             if (state == State::kTorn) verdict.rows.insert(Row::kFileTorn);
         } else if (offset >= RECORD_SECTION_BASE) {
             const uint64_t file = (offset - RECORD_SECTION_BASE) / RECORD_SECTION_BLOCK;
-            const auto section = RecordAt<RecordInfoHead_S>(medium_.File(kIndex), offset);
+            const auto section = medium_.At<RecordInfoHead_S>(kIndex, offset);
             const bool is_short = uint64_t{section.m_u32RecordStartPos} + section.m_u32RecordSize < length_of(file);
             const bool is_another = std::memcmp(&section, record.versions[record.Newest(cut.at)].bytes.data(), 8) != 0;
             const bool is_full = length_of(file) >= RECORD_STREAM_LIMIT;  // then lengths stand still, and counts do not
@@ -179,10 +179,10 @@ void Judge::JudgeRecords(const Cut& cut, const Listing& listing, Verdict& verdic
     }
     for (uint32_t file = 0; file < medium_.RecordFiles(); ++file) {
         if (listing.claimed[file] > length_of(file)) verdict.rows.insert(Row::kSectionAhead);
-        const auto events = RecordAt<AlarmEventHead_S>(medium_.File(kEvents), record_file::EventHeadOffset(file));
+        const auto events = medium_.At<AlarmEventHead_S>(kEvents, record_file::EventHeadOffset(file));
         if (events.m_u32AlarmEventSum == 0) continue;
-        const auto last = RecordAt<AlarmFileInfoHead_S>(medium_.File(kEvents),
-                                                        record_file::EventOffset(file, events.m_u32AlarmEventSum));
+        const auto last =
+            medium_.At<AlarmFileInfoHead_S>(kEvents, record_file::EventOffset(file, events.m_u32AlarmEventSum));
         if (last.m_u16AlarmFileUseNo != events.m_u32AlarmEventSum) verdict.rows.insert(Row::kEvent);
     }
     const uint32_t count = medium_.RecordFiles();

@@ -3,11 +3,12 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 
+#include "Descriptor.h"
 #include "libRecordFile.h"
 
 namespace cuts {
@@ -17,7 +18,7 @@ Medium::Medium(uint32_t record_files) : card_(support::Store{.files = record_fil
     Map(support::kEventFile, ALARM_EVENT_BLOCK * (8 + record_files));
     for (uint32_t n = 0; n < record_files; ++n) {
         const std::string path = support::Card::RecordFile(n);
-        if (truncate64(path.c_str(), RECORD_FILE_SIZE) != 0) std::abort();
+        std::filesystem::resize_file(path, RECORD_FILE_SIZE);
         Map(path, RECORD_FILE_SIZE);
     }
 }
@@ -27,12 +28,10 @@ Medium::~Medium() {
 }
 
 void Medium::Map(const std::string& path, size_t length) {
-    const int fd = open64(path.c_str(), O_RDWR | O_CLOEXEC);
+    const Descriptor file(open64(path.c_str(), O_RDWR | O_CLOEXEC));
     struct stat64 status {};
-    if (fd < 0 || fstat64(fd, &status) != 0) std::abort();
-    void* const bytes = mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    if (bytes == MAP_FAILED) std::abort();
-    close(fd);
+    void* const bytes = mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED, file.Get(), 0);
+    if (bytes == MAP_FAILED || fstat64(file.Get(), &status) != 0) std::abort();
     files_.push_back({{static_cast<uint8_t*>(bytes), length}, status.st_ino});
 }
 

@@ -30,6 +30,12 @@ class Medium {
     std::string_view Bytes(int id, uint64_t offset, size_t length) const {
         return {reinterpret_cast<const char*>(File(id).data()) + offset, length};
     }
+    template <class Record>
+    Record At(int id, uint64_t offset) const {
+        Record record;
+        std::memcpy(&record, File(id).data() + offset, sizeof record);
+        return record;
+    }
     int IdOf(int fd) const;  // -1: none of the store's
 
   private:
@@ -55,12 +61,5 @@ class Kept {
   private:
     std::vector<std::pair<std::span<uint8_t>, std::vector<uint8_t>>> files_;  // and their bytes
 };
-
-template <class Record>
-Record RecordAt(std::span<const uint8_t> bytes, uint64_t offset) {
-    Record record;
-    std::memcpy(&record, bytes.data() + offset, sizeof record);
-    return record;
-}
 
 }  // namespace cuts

@@ -303,7 +303,7 @@ void Recorder::NoteFrame(int id, uint64_t offset, std::string bytes) {
 // The file head is the last that counts a frame.  What arrives after the one that filled the file is not in its length.
 void Recorder::NoteCounted(int id, uint64_t offset) {
     if (pending_.empty() || offset != RECORD_FILE_HEAD_BASE + 48 * pending_.back().file) return;
-    if (RecordAt<RecordFileInfoHead_S>(medium_.File(id), offset).m_u32RecordFileSumLenth >= pending_.back().End()) {
+    if (medium_.At<RecordFileInfoHead_S>(id, offset).m_u32RecordFileSumLenth >= pending_.back().End()) {
         pending_.back().counted = Now();
         frames_.push_back(pending_.back());
     }

@@ -5,7 +5,6 @@ Runs inside desk/in-camera.  Nothing here sleeps to wait for luck: every wait na
 
 import os
 import re
-import signal
 import subprocess
 import sys
 import tempfile
@@ -88,10 +87,9 @@ class Process:
         """The end of the log without the queries that repeat every 20 ms."""
         return "\n".join(line for line in self.text().splitlines()[-10000:] if "CameraGet" not in line)[-3000:]
 
-    def stop(self, number=signal.SIGTERM, seconds=STOPS_WITHIN):
-        if self.child.poll() is None:
-            self.child.send_signal(number)
-        return self.child.wait(seconds)
+    def stop(self):
+        self.child.terminate()
+        return self.child.wait(STOPS_WITHIN)
 
     def kill(self):
         self.child.kill()
@@ -128,6 +126,14 @@ class Camera:
     @classmethod
     def insert(cls, image):
         cls.card_tool("mount", image, STORE, "--fsname", DEVICE)
+
+    @staticmethod
+    def overwrite(name, offset, data):
+        """Puts bytes into a file of the store; returns those that were there."""
+        with open(os.path.join(STORE, name), "r+b") as file:
+            old = os.pread(file.fileno(), len(data), offset)
+            os.pwrite(file.fileno(), data, offset)
+        return old
 
     @staticmethod
     def tell_desk(*command):

@@ -9,19 +9,10 @@ import zlib
 from pathlib import Path
 
 sys.path.insert(0, os.path.dirname(__file__))
-from camera import RECORDER, STORE, CameraTest, wait_for  # noqa: E402
+from camera import RECORDER, CameraTest, wait_for  # noqa: E402
 from card_reader import STREAM_LIMIT  # noqa: E402
 
 PROGRAM = Path(RECORDER[-1]).read_bytes()
-
-
-def fill(camera, number, length, used, current):
-    """Makes record file `number` the current one, with `length` bytes already in it."""
-    with open(os.path.join(STORE, "index000.bin"), "r+b") as file:
-        file.seek(24)
-        file.write(struct.pack("<II", used, current))
-        file.seek(1024 + 48 * number)
-        file.write(struct.pack("<4s7I16x", b"RFHF", number, 1, 2, length, 1, 0, 0))
 
 
 class EndsOfARun(CameraTest):
@@ -50,8 +41,9 @@ class EndsOfARun(CameraTest):
 
     def test_a_full_file_is_followed_by_the_next_and_the_ring_wraps(self):
         camera = self.camera
-        limit = STREAM_LIMIT - 300_000
-        fill(camera, number=2, length=limit, used=2, current=2)
+        nearly_full = struct.pack("<4s7I16x", b"RFHF", 2, 1, 2, STREAM_LIMIT - 300_000, 1, 0, 0)
+        camera.overwrite("index000.bin", 1024 + 48 * 2, nearly_full)
+        camera.overwrite("index000.bin", 24, struct.pack("<II", 2, 2))  # files used, the current one
         camera.start()
         self.expect(r"File size  lager  over!")
         self.expect(r"FileName = /var/etc/sdcard/hi000000.mp4")

@@ -7,7 +7,7 @@ import sys
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "end_to_end"))
-from camera import BUILD, STORE, Camera, TimedOut, wait_for  # noqa: E402
+from camera import BUILD, Camera, TimedOut, wait_for  # noqa: E402
 from card_reader import STREAM_LIMIT  # noqa: E402
 from judge import Judge, Journals  # noqa: E402
 from shim import Shim  # noqa: E402
@@ -74,9 +74,7 @@ class Bench:
     def fill_file(self):
         """Leaves room for a second or two in the current file: the bytes in front of it are no section's."""
         self.full = self.camera.card.system().current
-        with open(os.path.join(STORE, "index000.bin"), "r+b") as index:
-            index.seek(1024 + 48 * self.full + 16)
-            index.write(struct.pack("<I", STREAM_LIMIT - 60000))
+        self.camera.overwrite("index000.bin", 1024 + 48 * self.full + 16, struct.pack("<I", STREAM_LIMIT - 60000))
 
     def is_worn(self):
         """After the last file comes the first, section 251 is used again: rightly, but gone is gone.  A fault may cost a
