@@ -63,9 +63,6 @@ class RecordLoop : public DueCamera {
     // One run; before its second look `change` happens.  A run that nothing ends is ended by a stop request.
     static int Run(std::function<void()> change) {
         EXPECT_EQ(CheckRecordStart(), 0);
-        return RunWithoutCheck(std::move(change));
-    }
-    static int RunWithoutCheck(std::function<void()> change) {
         g_flags.stop_requested = false;
         before_pass_ = {std::move(change), [] {}, [] { StopRecord(); }};
         return StartRecord(0, 600);
@@ -231,13 +228,6 @@ TEST_F(RecordLoop, EndsBeforeMidnightOnceTheSectionHoldsMoreThanASecond) {
     EXPECT_EQ(g_control.last_end, kNoon + 12 * 3600 - 1);
     EXPECT_EQ(wall, kNoon + 12 * 3600) << "the run after it is asked for in the new day";
     EXPECT_FALSE(g_flags.stop_requested);
-}
-
-TEST_F(RecordLoop, ACardPulledBeforeTheRunOpensItsFilesIsNotReplacedByTheFlash) {
-    EXPECT_EQ(CheckRecordStart(), 0);
-    card_.Pull();
-    EXPECT_EQ(RunWithoutCheck([] { FAIL() << "there is no run"; }), -1);
-    EXPECT_TRUE(std::filesystem::is_empty(support::kCardDirectory));
 }
 
 TEST_F(RecordLoop, AStartThatFailsCountsNoSectionAndForcesNoKeyFrame) {

@@ -4,17 +4,13 @@
 #include "support/BoundCamera.h"
 #include "support/SystemServer.h"
 
-class Camera : public testing::Test {
+class Camera : public support::LoggedTest {
   protected:
-    ~Camera() override {
-        support::UnbindCamera();
-        LogCleanup();
-    }
+    Camera() { LogCleanup(); }  // a start turns it on
+    ~Camera() override { support::UnbindCamera(); }
     void Bind() { ASSERT_EQ(CameraDeviceInit(CAMERA_DEV_COMMON, PROCESS_AVRECORD), 0); }
     // The configuration, as the system server changes it.
     SysInfo& Config() { return *GetSysconfigData(); }
-    bool Logged(const std::string& text) const { return log_.Has(text); }
 
-    support::Captured log_;
     support::SystemServer server_;
 };
