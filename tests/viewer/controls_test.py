@@ -8,6 +8,8 @@ from support import PageTest, nearest, run, small_pictures
 
 
 class Controls(PageTest):
+    cards = ("busy",)
+
     def setUp(self):
         self.browser.size(1280, 1000)
         self.open(self.folder / "busy")

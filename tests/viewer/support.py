@@ -75,13 +75,13 @@ def frame_sums(clip, stream="v"):
 
 
 class CardTest(unittest.TestCase):
-    """Cards for all tests of a class."""
+    """Cards for all tests of a class: `cards` names them."""
 
     @classmethod
     def setUpClass(cls):
         cls.folder = pathlib.Path(tempfile.mkdtemp(prefix="viewer-"))
         cls.addClassCleanup(shutil.rmtree, cls.folder, ignore_errors=True)
-        run(BUILD / "tests" / "viewer" / "make_cards", cls.folder)
+        run(BUILD / "tests" / "viewer" / "make_cards", cls.folder, *cls.cards)
 
     def copied(self, name):
         copy = self.folder / ("copy of " + name)

@@ -8,6 +8,8 @@ from support import TOOL, PageTest, frame_sums, run, small_pictures, tool_list
 
 
 class Timeline(PageTest):
+    cards = ("busy", "busy.img", "b_frames", "clocks")
+
     def show(self, card, *options, zone="UTC"):
         page = self.folder / "page.html"
         run(TOOL, "timeline", card, page, "--force", *options, env=dict(os.environ, TZ=zone))
@@ -32,6 +34,8 @@ class Timeline(PageTest):
         self.assertTrue(self.browser.run("byId('thumb').hidden"))
         self.browser.run("showTip(list.start + 7, 100)")
         self.browser.wait("!byId('tip').hidden && byId('tipThumb').naturalWidth == 288")
+        self.browser.run("document.querySelector('#filter button').click()")
+        self.assertEqual(self.browser.run("line.events.map(e => e.type)"), [4, 32])
         self.assertNotIn("connect-src", page.read_text())
 
     def test_follows_the_keyboard_and_gives_commands(self):
