@@ -60,7 +60,7 @@ TEST(Feed, ATurnThatOnlyTheContainerKnowsGoesIntoTheStream) {
                      "=rotation -of default=nk=1:nw=1 " + path);
     };
     for (const std::string codec : {"libx264", "libx265 -x265-params log-level=error"}) {
-        const std::string upright = MakeFile("upright.mp4", "-an -g 30 -c:v " + codec);
+        const std::string upright = MakeFile("upright.mp4", "-t 1 -an -g 30 -c:v " + codec);
         for (const std::string turn : {"90", "180", "270"}) {
             const std::string turned = "/tmp/desk_test_turned.mp4";
             Shell("ffmpeg -v error -y -i " + upright + " -c copy -metadata:s:v:0 rotate=" + turn + " " + turned);

@@ -17,6 +17,7 @@
 namespace {
 
 using namespace fixture;
+using ::testing::_;
 using ::testing::AllOf;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
@@ -36,21 +37,20 @@ TEST(Tool, ListsSectionsByDayWithGaps) {
     const Place place;
     kNight.RecordFolder(place);
     const Outcome list = Tool({"list", place});
-    EXPECT_EQ(list.status, 0) << list.err;
-    EXPECT_THAT(list.out,
-                ::testing::ContainsRegex("^2026-03-01 Sunday\n"
-                                         "  23:59:00 - 23:59:29   29 s                0:1   +[0-9.]+ [KM]iB  H.264 "
-                                         "320x240 25 fps, G.711 A-law, 30 key frames\n"
-                                         "  23:59:29 - 23:59:40   11 s              -- nothing recorded --\n"
-                                         "  23:59:40 - 00:00:19\\+  39 s                0:2   +[0-9.]+ [KM]iB  H.264 "
-                                         "320x240 12 fps, G.711 A-law, 40 key frames\n"
-                                         "\n"
-                                         "2026-03-02 Monday   \\(nothing recorded for 1 h 00 min 01 s before\\)\n"
-                                         "  01:00:20 - 01:00:21   1 s                 0:3   +[0-9.]+ [KM]iB  H.264 "
-                                         "320x240 25 fps, G.711 A-law, 2 key frames\n"
-                                         "\n"
-                                         "3 sections, 1 min 09 s, [0-9.]+ MiB; 2 gaps\n$"));
-    EXPECT_EQ(list.err, "");
+    EXPECT_THAT(list, Ends(0, "",
+                           ::testing::ContainsRegex(
+                               "^2026-03-01 Sunday\n"
+                               "  23:59:00 - 23:59:29   29 s                0:1   +[0-9.]+ [KM]iB  H.264 "
+                               "320x240 25 fps, G.711 A-law, 30 key frames\n"
+                               "  23:59:29 - 23:59:40   11 s              -- nothing recorded --\n"
+                               "  23:59:40 - 00:00:19\\+  39 s                0:2   +[0-9.]+ [KM]iB  H.264 "
+                               "320x240 12 fps, G.711 A-law, 40 key frames\n"
+                               "\n"
+                               "2026-03-02 Monday   \\(nothing recorded for 1 h 00 min 01 s before\\)\n"
+                               "  01:00:20 - 01:00:21   1 s                 0:3   +[0-9.]+ [KM]iB  H.264 "
+                               "320x240 25 fps, G.711 A-law, 2 key frames\n"
+                               "\n"
+                               "3 sections, 1 min 09 s, [0-9.]+ MiB; 2 gaps\n$")));
     const Outcome keys = Tool({"list", "--key-frames", place});
     EXPECT_THAT(keys.out, AllOf(HasSubstr("\n      23:59:00  at 0, "), HasSubstr("\n      01:00:21  at ")));
     const Outcome json = Tool({"list", "--json", place});
@@ -87,9 +87,8 @@ TEST(Tool, SaysSoWhenNothingIsRecordedOrEntriesAreDamaged) {
 
     const Place damaged;
     kNight.RecordFolder(damaged).Corrupt("index000.bin", 131072 + 64, "junk");
-    const Outcome list = Tool({"list", damaged});
-    EXPECT_EQ(list.status, 0);
-    EXPECT_THAT(list.err, HasSubstr("1 damaged entries of the index are left out; \"recordcard check\""));
+    EXPECT_THAT(Tool({"list", damaged}),
+                Ends(0, HasSubstr("1 damaged entries of the index are left out; \"recordcard check\"")));
 }
 
 TEST(Tool, EndsWithTheStatusThatScriptsExpect) {
@@ -102,12 +101,8 @@ TEST(Tool, EndsWithTheStatusThatScriptsExpect) {
     EXPECT_EQ(Tool({"list"}).status, 2);
     EXPECT_EQ(Tool({"lost", place}).status, 2);
     EXPECT_EQ(Tool({"check", "/nowhere"}).status, 3);
-    const Outcome no_card = Tool({"list", place});
-    EXPECT_EQ(no_card.status, 3);
-    EXPECT_THAT(no_card.err, HasSubstr("holds no FAT32 volume"));
-    const Outcome no_index = Tool({"list", "/tmp"});
-    EXPECT_EQ(no_index.status, 3);
-    EXPECT_THAT(no_index.err, HasSubstr("has no index000.bin"));
+    EXPECT_THAT(Tool({"list", place}), Ends(3, HasSubstr("holds no FAT32 volume")));
+    EXPECT_THAT(Tool({"list", "/tmp"}), Ends(3, HasSubstr("has no index000.bin")));
 }
 
 TEST(Tool, CountsWhatCanBeSeenAndSaysWhereNothingIs) {
@@ -128,9 +123,8 @@ TEST(Tool, CountsWhatCanBeSeenAndSaysWhereNothingIs) {
     const Place folder;
     fs::create_directories(folder.Path());
     const std::string clip = folder.Path() + "/clip.mp4";
-    const Outcome nothing = Tool({"export", place, clip, "--from", "23:59:10", "--to", "23:59:20"});
-    EXPECT_EQ(nothing.status, 4) << nothing.out << nothing.err;
-    EXPECT_THAT(nothing.err, HasSubstr("Nothing was recorded then"));
+    EXPECT_THAT(Tool({"export", place, clip, "--from", "23:59:10", "--to", "23:59:20"}),
+                Ends(4, HasSubstr("Nothing was recorded then")));
     EXPECT_EQ(Tool({"export", place, clip, "--from", "23:58:51", "--to", "23:58:55"}).status, 4);
     EXPECT_TRUE(fs::is_empty(folder.Path()));
     EXPECT_EQ(Tool({"export", place, clip, "--event", "all"}).status, 0);
@@ -151,9 +145,7 @@ TEST(Tool, NamesCardsOfOtherFormats) {
         file.seekp(static_cast<std::streamoff>(other.offset));
         file << other.mark;
         file.close();
-        const Outcome list = Tool({"list", image});
-        EXPECT_EQ(list.status, 3);
-        EXPECT_THAT(list.err, AllOf(HasSubstr(other.name), HasSubstr("recordcard format")));
+        EXPECT_THAT(Tool({"list", image}), Ends(3, AllOf(HasSubstr(other.name), HasSubstr("recordcard format"))));
     }
 }
 
@@ -201,9 +193,7 @@ TEST(Tool, NeverWritesOntoTheCardItReads) {
     };
     const auto changed = fs::last_write_time(image.Path());
     for (const std::vector<std::string>& arguments : kCases) {
-        const Outcome outcome = Tool(arguments);
-        EXPECT_EQ(outcome.status, 2) << ::testing::PrintToString(arguments) << outcome.out << outcome.err;
-        EXPECT_THAT(outcome.err, HasSubstr("the card itself"));
+        EXPECT_THAT(Tool(arguments), Ends(2, HasSubstr("the card itself"))) << ::testing::PrintToString(arguments);
     }
     EXPECT_EQ(fs::last_write_time(image.Path()), changed);
     EXPECT_TRUE(fs::is_empty(folder.Path() + "/deep/er"));
@@ -213,9 +203,8 @@ TEST(Tool, NeverWritesOntoTheCardItReads) {
 
 TEST(Format, MakesAnImageOfTheSizeAskedFor) {
     const Place place;
-    const Outcome outcome = Tool({"format", "--size", "2304M", "--video-percent", "60", place});
-    EXPECT_EQ(outcome.status, 0) << outcome.err;
-    EXPECT_THAT(outcome.out, HasSubstr("2.2 GiB, 3 record files, 2 picture files of 256 MiB each."));
+    EXPECT_THAT(Tool({"format", "--size", "2304M", "--video-percent", "60", place}),
+                Ends(0, _, HasSubstr("2.2 GiB, 3 record files, 2 picture files of 256 MiB each.")));
     EXPECT_EQ(fs::file_size(place.Path()), 2304ull << 20);
     EXPECT_THAT(Tool({"list", place}).out, HasSubstr("Nothing is recorded"));
 }
@@ -250,8 +239,7 @@ class Mounted {
         fs::create_directories(folder);
         std::vector<std::string> command = {"mount", image, folder};
         command.insert(command.end(), options.begin(), options.end());
-        const Outcome outcome = Tool(command);
-        EXPECT_EQ(outcome.status, 0) << outcome.err;
+        EXPECT_THAT(Tool(command), Ends(0));
     }
     ~Mounted() { EXPECT_EQ(umount(folder_.c_str()), 0); }
 
@@ -266,9 +254,7 @@ TEST(Mount, ShowsTheImageUnderTheNameAskedForAndToOneWriterOnly) {
     const Mounted mounted(place, folder, {"--fsname", "/dev/mmcblk0p1"});
     EXPECT_EQ(Tool({"list", folder}).out, Tool({"list", place}).out);
     EXPECT_THAT(RunProgram({"grep", folder, "/proc/self/mounts"}).out, HasSubstr("/dev/mmcblk0p1 "));
-    const Outcome second = Tool({"mount", place, folder});
-    EXPECT_EQ(second.status, 3);
-    EXPECT_THAT(second.err, HasSubstr("is being written by another program"));
+    EXPECT_THAT(Tool({"mount", place, folder}), Ends(3, HasSubstr("is being written by another program")));
 }
 
 TEST(Mount, LetsNobodyChangeTheLayoutOfTheCard) {

@@ -19,6 +19,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace fixture;
 using card::Volume;
+using ::testing::_;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -28,11 +29,13 @@ constexpr uint64_t kNowhere = UINT64_MAX - kPage;
 
 const Card kCard{
     .files = 1, .sections = {{.seconds = 6}, {.seconds = 4, .pause = 20}}, .events = {{}, {.after = 25, .seconds = 2}}};
-// One run over three files: the first two are full.
-const Card kThreeFiles{.files = 4,
-                       .sections = {{.seconds = 45, .rate = 20, .audio = CODE_AUDIO_NULL, .frame_bytes = 600000}},
-                       .events = {{.after = 2, .seconds = 2}, {.after = 30, .seconds = 2}},
-                       .keep_units = false};
+const SectionPlan kQuarter{
+    .seconds = 15, .pause = 0, .rate = 20, .audio = CODE_AUDIO_NULL, .frame_bytes = 60000, .next_file = true};
+const Card kThreeFiles{
+    .files = 4,
+    .sections = {{.seconds = 15, .rate = 20, .audio = CODE_AUDIO_NULL, .frame_bytes = 60000}, kQuarter, kQuarter},
+    .events = {{.after = 2, .seconds = 2}, {.after = 20, .seconds = 2}},
+    .keep_units = false};
 
 uint64_t PageOf(uint64_t offset) {
     return offset / kPage * kPage;
@@ -89,10 +92,9 @@ TEST_F(Losses, AMissingFileTakesNoOtherWithIt) {
         const auto told = HasSubstr(name + " is missing: 1 section from 2026-03-01 08:00:");
 
         const Outcome list = Tool({"list", card.path});
-        EXPECT_EQ(list.status, 1);
-        EXPECT_THAT(list.err, told);
-        EXPECT_THAT(list.out,
-                    AllOf(HasSubstr("2 sections"), Not(HasSubstr("1970")), Not(HasSubstr("nothing recorded"))));
+        EXPECT_THAT(
+            list,
+            Ends(1, told, AllOf(HasSubstr("2 sections"), Not(HasSubstr("1970")), Not(HasSubstr("nothing recorded")))));
         EXPECT_EQ(list.out.find("-- hi000001.mp4 is missing --") != std::string::npos, file == 1);
         const auto json = nlohmann::json::parse(Tool({"list", "--json", card.path}).out);
         EXPECT_EQ(json.at("sections").size(), 2u);
@@ -100,33 +102,28 @@ TEST_F(Losses, AMissingFileTakesNoOtherWithIt) {
         EXPECT_EQ(json.at("lost").at(0).at("sections"), 1);
 
         const Outcome all = Export(card.path, "all.mkv");
-        EXPECT_EQ(all.status, 1);
-        EXPECT_THAT(all.err, told);
+        EXPECT_THAT(all, Ends(1, told));
         const std::vector<const WrittenFrame*> video = card.KeptVideo();
         const auto left = std::count_if(video.begin(), video.end(), [=](const auto* f) { return f->file != file; });
         EXPECT_THAT(all.out, HasSubstr(", " + std::to_string(left) + " pictures, "));
         const Outcome page = Tool({"timeline", "--force", "--thumbnails", "4", card.path, Path("page.html")});
-        EXPECT_EQ(page.status, 1);
-        EXPECT_THAT(page.err, told);
+        EXPECT_THAT(page, Ends(1, told));
         EXPECT_THAT(ReadAll(Path("page.html")), HasSubstr("\"lost\":[{\"name\":\"" + name + "\""));
 
         // Who asks for other footage hears nothing of it, and what is lost is not called never recorded.
         EXPECT_EQ(Export(card.path, "some.mkv", {"--from", "08:00:44"}).status, file == 2 ? 1 : 0);
         EXPECT_EQ(Export(card.path, "other.mkv", {"--section", file == 0 ? "1:1" : "0:1"}).status, 0);
-        const Outcome section = Export(card.path, "section.mkv", {"--section", std::to_string(file) + ":1"});
-        EXPECT_EQ(section.status, 1);
-        EXPECT_THAT(section.err, HasSubstr(name + ", in which that section lies"));
+        EXPECT_THAT(Export(card.path, "section.mkv", {"--section", std::to_string(file) + ":1"}),
+                    Ends(1, HasSubstr(name + ", in which that section lies")));
         const Outcome event = Export(card.path, "event.mkv", {"--event", "1"});
-        EXPECT_EQ(event.status, file == 0 ? 1 : 0);
+        EXPECT_THAT(event, Ends(file == 0 ? 1 : 0));
         EXPECT_EQ(event.err.find("cannot be had: hi000000.mp4 is missing") != std::string::npos, file == 0)
             << event.err;
         fs::rename(Path("away"), card.path + "/" + name);
     }
     fs::remove(card.path + "/event000.bin");
-    const Outcome events = Tool({"events", card.path});
-    EXPECT_EQ(events.status, 1);
-    EXPECT_THAT(events.err, HasSubstr("event000.bin is missing: the alarm events are not shown"));
-    EXPECT_EQ(events.out, "");
+    EXPECT_THAT(Tool({"events", card.path}),
+                Ends(1, HasSubstr("event000.bin is missing: the alarm events are not shown"), ""));
 }
 
 TEST_F(Losses, AFileThatCannotBeReadTakesNoOtherWithIt) {
@@ -134,19 +131,14 @@ TEST_F(Losses, AFileThatCannotBeReadTakesNoOtherWithIt) {
     const BadBlocks bad(card.path + "/hi000001.mp4", 0, RECORD_FILE_SIZE);
     const std::vector<const WrittenFrame*> video = card.KeptVideo();
     const auto left = std::count_if(video.begin(), video.end(), [](const auto* frame) { return frame->file != 1; });
-    const Outcome all = Export(card.path, "all.mkv");
-    EXPECT_EQ(all.status, 1);
-    EXPECT_THAT(all.out, HasSubstr(", " + std::to_string(left) + " pictures, "));
-    EXPECT_THAT(all.err, HasSubstr(" MiB of hi000001.mp4 cannot be read, from byte 0 on"));
+    EXPECT_THAT(Export(card.path, "all.mkv"), Ends(1, HasSubstr(" MiB of hi000001.mp4 cannot be read, from byte 0 on"),
+                                                   HasSubstr(", " + std::to_string(left) + " pictures, ")));
     EXPECT_EQ(Export(card.path, "first.mkv", {"--event", "1"}).status, 0);
-    const Outcome second = Export(card.path, "second.mkv", {"--event", "2"});
-    EXPECT_EQ(second.status, 1);
-    EXPECT_THAT(second.err, HasSubstr("hi000001.mp4 cannot be read"));
+    EXPECT_THAT(Export(card.path, "second.mkv", {"--event", "2"}), Ends(1, HasSubstr("hi000001.mp4 cannot be read")));
     EXPECT_EQ(Tool({"list", card.path}).status, 1);
     EXPECT_EQ(Tool({"timeline", "--thumbnails", "4", card.path, Path("page.html")}).status, 1);
-    const Outcome check = Tool({"check", card.path});
-    EXPECT_EQ(check.status, 1);
-    EXPECT_THAT(check.out, AllOf(HasSubstr("hi000001.mp4 cannot be read"), Not(HasSubstr("hi000002.mp4"))));
+    EXPECT_THAT(Tool({"check", card.path}),
+                Ends(1, _, AllOf(HasSubstr("hi000001.mp4 cannot be read"), Not(HasSubstr("hi000002.mp4")))));
 }
 
 // A page that cannot be read costs what it costs when it holds zeros, and is told; a repair brings back what stands
@@ -197,12 +189,11 @@ TEST_F(Losses, APlaceThatCannotBeReadCostsNoMoreThanItself) {
                 EXPECT_TRUE(!any || ReadAll(Path("bad.h264")) == ReadAll(Path("zeros.h264")));
                 EXPECT_THAT(told, HasSubstr(std::string(" of ") + c.file + " cannot be read, from byte "));
             }
-            const Outcome repair = Repair(card);
-            EXPECT_EQ(repair.status, 1) << repair.out << repair.err;
-            EXPECT_EQ(repair.err, "");
-            EXPECT_THAT(repair.out, AllOf(HasSubstr("\n1 page (4.0 KiB) of " + card.path + " cannot be read"),
-                                          HasSubstr("  " + std::string(c.file) + ", " + BytesOf(c.page) + c.told),
-                                          HasSubstr(Copy() + " holds all that could be read. ")));
+            EXPECT_THAT(Repair(card),
+                        Ends(1, "",
+                             AllOf(HasSubstr("\n1 page (4.0 KiB) of " + card.path + " cannot be read"),
+                                   HasSubstr("  " + std::string(c.file) + ", " + BytesOf(c.page) + c.told),
+                                   HasSubstr(Copy() + " holds all that could be read. "))));
         }
         const size_t after = Pictures(Export(Copy(), "copy.h264"));
         EXPECT_GE(after, std::max(before, c.least));
@@ -222,10 +213,9 @@ TEST_F(Losses, WhatWasExportedBeforeIsKeptBesideWhatCanBeReadNow) {
     const BadBlocks bad(card.path + "/hi000000.mp4", page, page + kPage);
     Export(card.path, "bad.h264");
     for (const char* beside : {"good-incomplete.h264", "good-incomplete2.h264"}) {
-        const Outcome again = Tool({"export", "--force", "--all", card.path, Path("good.h264")});
-        EXPECT_EQ(again.status, 1);
-        EXPECT_THAT(again.err, HasSubstr("good.h264 is kept as it was, and what could be read now is "));
-        EXPECT_THAT(again.out, HasSubstr(beside));
+        EXPECT_THAT(
+            Tool({"export", "--force", "--all", card.path, Path("good.h264")}),
+            Ends(1, HasSubstr("good.h264 is kept as it was, and what could be read now is "), HasSubstr(beside)));
         EXPECT_TRUE(ReadAll(Path(beside)) == ReadAll(Path("bad.h264")));
         EXPECT_TRUE(ReadAll(Path("good.h264")) == good);
     }
@@ -287,8 +277,7 @@ TEST_F(Losses, AnImagesPageCostsNoMoreThanItself) {
             const BadBlocks bad(card.path, pages);
             before = Pictures(Export(card.path, "bad.h264"));
             const Outcome repair = Repair(card, Copy() + c.into);
-            EXPECT_EQ(repair.status, 1) << repair.out << repair.err;
-            EXPECT_THAT(repair.out, HasSubstr(card::Counted(c.pages.size(), "page") + " ("));
+            EXPECT_THAT(repair, Ends(1, _, HasSubstr(card::Counted(c.pages.size(), "page") + " (")));
             for (const std::string& told : c.told) EXPECT_THAT(repair.out, HasSubstr(told));
         }
         const size_t after = Pictures(Export(Copy(), "copy.h264"));
@@ -312,12 +301,9 @@ TEST_F(Losses, ASpareCopyServesWhereTheFileSystemCannotBeRead) {
         SCOPED_TRACE(told);
         const BadBlocks bad(card.path, sector, sector + 512);
         const Outcome again = Export(card.path, "again.h264");
-        EXPECT_EQ(again.status, 0);
-        EXPECT_EQ(again.err, "");
+        EXPECT_THAT(again, Ends(0, ""));
         EXPECT_TRUE(ReadAll(Path("again.h264")) == ReadAll(Path("all.h264")));
-        const Outcome check = Tool({"check", card.path});
-        EXPECT_EQ(check.status, 1);
-        EXPECT_THAT(check.out, HasSubstr(told)) << check.err;
+        EXPECT_THAT(Tool({"check", card.path}), Ends(1, _, HasSubstr(told)));
     }
 }
 
@@ -334,8 +320,7 @@ TEST_F(Losses, AnUnknownLayoutKeepsWhatTheCardSays) {
                                     page(g.FatOffset(0) + 2 * kPage),
                                     page(g.FatOffset(1) + 4 * kPage),
                                     page(g.ClusterOffset(2))});
-    const Outcome repair = Repair(card);
-    EXPECT_EQ(repair.status, 1) << repair.out << repair.err;
+    EXPECT_THAT(Repair(card), Ends(1));
     const Volume from = Volume::Open(card.path);
     const Volume to = Volume::Open(Copy());
     EXPECT_FALSE(from.Names().empty());
@@ -356,10 +341,9 @@ TEST_F(Losses, NothingIsWrittenToACardThatFails) {
     const uint64_t page = PageOf(card.KeptVideo()[60]->offset);
     {
         const BadBlocks bad(card.path + "/hi000000.mp4", page, page + kPage);
-        const Outcome repair = Tool({"repair", "--in-place", "--yes", card.path});
-        EXPECT_EQ(repair.status, 3);
-        EXPECT_THAT(repair.err, AllOf(HasSubstr("not all of it can be read, so nothing is written to it"),
-                                      HasSubstr("--out COPY")));
+        EXPECT_THAT(Tool({"repair", "--in-place", "--yes", card.path}),
+                    Ends(3, AllOf(HasSubstr("not all of it can be read, so nothing is written to it"),
+                                  HasSubstr("--out COPY"))));
     }
     EXPECT_EQ(before.Difference(), "");
 }
@@ -367,19 +351,21 @@ TEST_F(Losses, NothingIsWrittenToACardThatFails) {
 // However many pages are bad, none costs more than itself while failing takes no time: much of a record file at once,
 // and many pages of another.
 TEST_F(Losses, ManyPagesCostNoMoreThanThemselves) {
-    const Recording card = kThreeFiles.RecordFolder(Path("card"));
+    const Card full{.files = 2,
+                    .sections = {{.seconds = 24, .rate = 20, .audio = CODE_AUDIO_NULL, .frame_bytes = 600000}},
+                    .keep_units = false};
+    const Recording card = full.RecordFolder(Path("card"));
     const BadBlocks all(card.path + "/hi000000.mp4", 0, 32 << 20);
     const BadBlocks some(card.path + "/hi000001.mp4", 4 << 20, 8 << 20, BadBlocks::Then::OneIn16);
     const Outcome exported = Export(card.path, "all.h264");
-    EXPECT_EQ(exported.status, 1);
-    EXPECT_THAT(exported.err, HasSubstr("256.0 KiB of hi000001.mp4 cannot be read, from byte "));
+    EXPECT_THAT(exported, Ends(1, HasSubstr("256.0 KiB of hi000001.mp4 cannot be read, from byte ")));
     const size_t before = Pictures(exported);
-    EXPECT_GT(before, 800u);
-    const Outcome repair = Repair(card);
-    EXPECT_EQ(repair.status, 1) << repair.out << repair.err;
-    EXPECT_THAT(repair.out, AllOf(HasSubstr("  hi000000.mp4, bytes 0 to 33554431: "),
-                                  HasSubstr("  hi000001.mp4, 64 pages of bytes 4255744 to 8388607: footage between "),
-                                  HasSubstr(std::to_string(before) + " before, ")));
+    EXPECT_GT(before, 380u);
+    EXPECT_THAT(Repair(card),
+                Ends(1, _,
+                     AllOf(HasSubstr("  hi000000.mp4, bytes 0 to 33554431: "),
+                           HasSubstr("  hi000001.mp4, 64 pages of bytes 4255744 to 8388607: footage between "),
+                           HasSubstr(std::to_string(before) + " before, "))));
     EXPECT_GE(Pictures(Export(Copy(), "copy.h264")), before);
 }
 
@@ -390,8 +376,7 @@ TEST_F(Losses, ACardThatIsPulledReplacesNothing) {
     const uint64_t place = card.InImage("hi000000.mp4", card.KeptVideo()[60]->offset);
     const BadBlocks pulled(card.path, place, place + 1, BadBlocks::Then::IsGone);
     const Outcome all = Tool({"export", "--force", "--all", card.path, Path("all.mkv")});
-    EXPECT_EQ(all.status, 3);
-    EXPECT_THAT(all.err, HasSubstr("The card is gone"));
+    EXPECT_THAT(all, Ends(3, HasSubstr("The card is gone")));
     EXPECT_TRUE(ReadAll(Path("all.mkv")) == before);
     EXPECT_EQ(std::distance(fs::directory_iterator(Path()), {}), 2) << "the image and what was exported";
 }
@@ -407,9 +392,8 @@ TEST_F(Losses, ACardThatIsPulledLeavesACopyWhatItGave) {
     ASSERT_GT(place, card.InImage("hi000000.mp4", 0));
     {
         const BadBlocks pulled(card.path, place, place + 1, BadBlocks::Then::IsGone);
-        const Outcome repair = Repair(card);
-        EXPECT_EQ(repair.status, 3) << repair.out;
-        EXPECT_THAT(repair.err, AllOf(HasSubstr("The card is gone"), HasSubstr("is kept, not mended: " + Copy())));
+        EXPECT_THAT(Repair(card),
+                    Ends(3, AllOf(HasSubstr("The card is gone"), HasSubstr("is kept, not mended: " + Copy()))));
     }
     EXPECT_FALSE(fs::exists(Copy()));
     ExpectFrames(card, Copy() + ".incomplete", kNowhere);

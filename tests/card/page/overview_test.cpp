@@ -3,7 +3,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <regex>
 #include <string>
 #include <vector>
@@ -16,14 +15,14 @@
 namespace {
 
 using namespace fixture;
+using ::testing::HasSubstr;
 namespace fs = std::filesystem;
 
 class Timeline : public Folder {
   protected:
     std::string Made(const Recording& card, std::vector<std::string> more = {}) {
         more.insert(more.begin(), {"timeline", card.path, Path("page.html"), "--force"});
-        const Outcome run = Tool(more);
-        EXPECT_EQ(run.status, 0) << run.err;
+        EXPECT_THAT(Tool(more), Ends(0));
         return Path("page.html");
     }
 };
@@ -69,9 +68,8 @@ TEST_F(Timeline, FootageInThePageIsBoundedAndRefusalsLeaveNothing) {
         more.insert(more.begin(), {"timeline", recording.path, Path("page.html"), "--utc"});
         return Tool(more);
     };
-    const Outcome large = make({"--clips", "--clips-max", "4"});
-    EXPECT_EQ(large.status, 2);
-    EXPECT_NE(large.err.find(" MiB of footage then, and the page is to hold 4.0 MiB"), std::string::npos) << large.err;
+    EXPECT_THAT(make({"--clips", "--clips-max", "4"}),
+                Ends(2, HasSubstr(" MiB of footage then, and the page is to hold 4.0 MiB")));
     EXPECT_EQ(make({"--clips", "--from", "2026-04-01"}).status, 4);
     EXPECT_EQ(make({"--clips", "--event", "7"}).status, 2);
     EXPECT_EQ(make({"--from", "08:00"}).status, 2) << "says nothing without --clips";

@@ -29,14 +29,12 @@ void Damage(const std::string& path, uint64_t offset, const std::string& bytes) 
 
 std::string List(const std::string& path) {
     const Outcome outcome = Tool({"list", "--key-frames", path});
-    EXPECT_EQ(outcome.status, 0) << outcome.err;
-    EXPECT_EQ(outcome.err, "");
+    EXPECT_THAT(outcome, Ends(0, ""));
     return outcome.out + Tool({"events", path}).out;
 }
 
 void ExpectRepaired(const std::string& path, const std::string& list) {
-    const Outcome check = Tool({"check", path});
-    EXPECT_EQ(check.status, 0) << check.out << check.err;
+    EXPECT_THAT(Tool({"check", path}), Ends(0));
     EXPECT_EQ(List(path), list);
 }
 
@@ -66,14 +64,12 @@ TEST(Repair, MendsACopyUnlessToldOtherwise) {
     const Place image;
     const Recording recording = kDay.RecordImage(image);
     const std::string list = List(image);
-    const Outcome nothing = Tool({"repair", image});
-    EXPECT_EQ(nothing.status, 0) << nothing.out << nothing.err;
+    EXPECT_THAT(Tool({"repair", image}), Ends(0));
     EXPECT_FALSE(fs::exists(image.Path() + ".repaired"));
 
     recording.Corrupt(RECORD_INDEX_NAME, 0, std::string(kHeads, '\0'));
     const Place copy;
-    const Outcome copied = Tool({"repair", "--out", copy, image});
-    EXPECT_EQ(copied.status, 0) << copied.out << copied.err;
+    EXPECT_THAT(Tool({"repair", "--out", copy, image}), Ends(0));
     ExpectRepaired(copy, list);
     EXPECT_EQ(Tool({"check", image}).status, 1);
     EXPECT_EQ(Tool({"repair", "--out", copy, image}).status, 2) << "an existing copy is not written over";
@@ -146,8 +142,7 @@ TEST(Repair, FindsRecordFilesAnywhere) {
                      600u << 20, salvage);
     EXPECT_EQ(Tool({"repair", "--in-place", "--yes", other}).status, 3);
     const Place folder;
-    const Outcome repair = Tool({"repair", "--out", folder.Path() + "/", other});
-    EXPECT_EQ(repair.status, 0) << repair.out << repair.err;
+    EXPECT_THAT(Tool({"repair", "--out", folder.Path() + "/", other}), Ends(0));
     EXPECT_EQ(Tool({"list", folder}).out, list);
 }
 
@@ -222,8 +217,7 @@ TEST(Repair, BelievesAFilesOwnMark) {
     std::swap_ranges(place_of("INDEX000BIN"), place_of("INDEX000BIN") + 12, place_of("EVENT000BIN"));
     Damage(image, root, directory);
     EXPECT_NE(Tool({"check", image}).out.find("points at something else"), std::string::npos);
-    const Outcome repair = Tool({"repair", "--in-place", "--yes", image});
-    EXPECT_EQ(repair.status, 0) << repair.out << repair.err;
+    EXPECT_THAT(Tool({"repair", "--in-place", "--yes", image}), Ends(0));
     ExpectRepaired(image, list);
 }
 
