@@ -5,7 +5,6 @@
 #include "fixture/CardFixture.h"
 #include "fixture/Folder.h"
 #include "fixture/StoreBytes.h"
-#include "text/Error.h"
 #include "volume/Volume.h"
 
 namespace {
@@ -95,18 +94,6 @@ TEST(Fat32, ReadsAFileInSeveralPieces) {
     std::string read(bytes + 4, '\0');
     EXPECT_EQ(file.ReadAt(bytes - 2, read.data(), read.size()), read.size());
     EXPECT_EQ(read.substr(0, 4) + read.substr(bytes, 4), "abcdefgh");
-}
-
-TEST(Fat32, ManagesWithoutItsBootSector) {
-    const Image image;
-    const uint64_t index = card::Volume::Open(image.Path()).OpenFile("index000.bin").Extents()[0].offset;
-    image.Write(0, std::string(512, '\0'));
-    const card::Volume volume = card::Volume::Open(image.Path());
-    EXPECT_TRUE(volume.Fat()->FromBackup());
-    EXPECT_EQ(volume.OpenFile("index000.bin").Extents()[0].offset, index);
-    EXPECT_EQ(Tool({"list", image.Path()}).status, 0);
-    image.Write(3 * 512, std::string(512, '\0'));
-    EXPECT_THROW(card::Volume::Open(image.Path()), card::CardError);
 }
 
 }  // namespace
