@@ -96,10 +96,8 @@ TEST_P(FormattedCard, IsWhatIndependentReadersExpect) {
     }
     EXPECT_EQ(names, NamesOfStore(card.pictures, card.videos));
     // The Sleuth Kit agrees: each file and the directory are one run of clusters.
-    const std::string count = std::to_string(names.size()), chains = std::to_string(names.size() + 1);
-    EXPECT_EQ(Ask("fsstat " + image.Path() + " | grep -c -- '-> EOF'").text, chains + "\n");
-    EXPECT_EQ(Ask("fsstat " + image.Path() + " | grep -c -- '->'").text, chains + "\n") << "a chain goes on elsewhere";
-    EXPECT_EQ(Ask("fls -F -p " + image.Path() + " | grep -c '^r/r [0-9]*:'").text, count + "\n");
+    EXPECT_THAT(Ask("fsstat " + image.Path() + " | sed -n 's/.*-> //p' | sort | uniq -c").text,
+                MatchesRegex(" *" + std::to_string(names.size() + 1) + " EOF\n"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, FormattedCard,
