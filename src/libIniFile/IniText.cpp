@@ -1,7 +1,9 @@
 #include "IniText.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -14,6 +16,11 @@ constexpr size_t kDirectiveMax = 24;  // longer ones are no print format of anyo
 size_t Skip(std::string_view text, size_t at, std::string_view among) {
     const size_t end = text.find_first_not_of(among, at);
     return end == std::string_view::npos ? text.size() : end;
+}
+
+// The first `length` characters, or all.  Other than substr it has nothing to throw, whatever the optimizer sees.
+std::string_view Front(std::string_view text, size_t length) {
+    return {text.data(), std::min(length, text.size())};
 }
 
 // Length of the integer conversion that `text` (at a '%') begins with, or 0.
@@ -35,21 +42,22 @@ IniText& IniText::operator<<(std::string_view text) {
         fits_ = false;
         return *this;
     }
-    length_ += text.copy(bytes_ + length_, text.size());
+    std::memcpy(bytes_ + length_, text.data(), text.size());
+    length_ += text.size();
     return *this;
 }
 
 void IniText::Print(std::string_view format, int argument) {
     while (!format.empty()) {
         if (format[0] != '%') {
-            const std::string_view plain = format.substr(0, format.find('%'));
+            const std::string_view plain = Front(format, format.find('%'));
             *this << plain;
             format.remove_prefix(plain.size());
-        } else if (format.substr(0, 2) == "%%") {
+        } else if (Front(format, 2) == "%%") {
             *this << "%";
             format.remove_prefix(2);
         } else if (const size_t directive = IntegerDirective(format); directive != 0) {
-            PrintInteger(format.substr(0, directive), argument);
+            PrintInteger(Front(format, directive), argument);
             format.remove_prefix(directive);
         } else {
             *this << "%";

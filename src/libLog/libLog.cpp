@@ -13,6 +13,7 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <string_view>
 
 namespace {
@@ -75,7 +76,8 @@ void Print(std::string_view tag, const char* format, va_list arguments) {
     const int saved_errno = errno;  // a message between a failure and its report must not hide the cause
     if (const Output output = g_output.load(std::memory_order_relaxed); output != Output::kNobody) {
         char line[16 + kMessageMax + 1];
-        const size_t head = tag.copy(line, tag.size());
+        const size_t head = tag.size();
+        std::memcpy(line, tag.data(), head);
         const int wanted = vsnprintf(line + head, kMessageMax + 1, format, arguments);
         const int length = wanted < 0 ? 0 : wanted < kMessageMax ? wanted : kMessageMax;
         Write(output, line, head + static_cast<size_t>(length));
