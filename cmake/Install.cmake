@@ -28,6 +28,11 @@ function(install_module name library headers modules)
   install(TARGETS ${name} EXPORT ${PROJECT_NAME}Targets
     ARCHIVE DESTINATION ${RECORDER_LIBDIR} COMPONENT dev
     INCLUDES DESTINATION ${RECORDER_INCLUDEDIR})
+  if(RECORDER_AS_ONE)  # what only this very compiler could read stays here
+    set(file "\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${RECORDER_LIBDIR}/lib${library}.a")
+    install(CODE "execute_process(COMMAND ${CMAKE_OBJCOPY} --wildcard --remove-section=.gnu.lto_* \"${file}\"
+      COMMAND_ERROR_IS_FATAL ANY)" COMPONENT dev)
+  endif()
   install(FILES ${headers} DESTINATION ${RECORDER_INCLUDEDIR} COMPONENT dev)
   install_pkg_config(${PROJECT_NAME}-${name} "${name} of the SD-card recorder" "-l${library}" "${modules}")
   set_property(GLOBAL APPEND PROPERTY RECORDER_MODULES ${name})
