@@ -1,8 +1,12 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <sstream>
+#include <string>
 
 #include "Clock.h"
 #include "MediaPeer.h"
@@ -286,6 +290,10 @@ TEST_F(FrameReader, FollowsEveryPartThatIsMadeAnew) {
         peer_.last_key = 0;
         EXPECT_THAT(Serials(2), ElementsAre(serial, serial + 1)) << restart;
     }
+    std::ifstream mapped("/proc/self/maps");
+    const auto rings = std::count_if(std::istream_iterator<std::string>(mapped), {},
+                                     [](const std::string& word) { return word == "/SYSV61766c79"; });
+    EXPECT_EQ(rings, 2) << "the media server's and the reader's; an old one would stay in memory";
     EXPECT_EQ(GetGetAVStreamSysInfo()->StreamSharememID[0], shmget(0x61766C79, 0, 0));
     EXPECT_EQ(GetGetAVStreamSysInfo()->AVMsgQid, msgget(0x61766C79, 0));
 
