@@ -339,13 +339,17 @@ TEST_F(AlarmThread, AnOpenEventIsSavedEveryTwentySeconds) {
 TEST_F(AlarmThread, RestsWhileTheRecordLoopLooksForIt) {
     AlarmWatch watch;
     Launch();
-    Play("delay=1 +motion");
-    const auto is_called = [&] {
-        watch.Pass();
+    Play("delay=1");
+    const auto is_called = [&] {  // by an alarm that is over again when the thread would have looked by itself
+        Set(ALARM_SOURCE_DEF_MOTION, true);
+        for (int pass = 0; pass < 4; ++pass) {
+            watch.Pass();
+        }
+        Set(ALARM_SOURCE_DEF_MOTION, false);
         return g_timeline.IsAsleep();
     };
     ASSERT_TRUE(WaitUntil(is_called)) << "then it looks every 80 ms by itself";
-    Play("10 -motion");
+    Play("+motion 10 -motion");
     g_timeline.RunFreely();
     EXPECT_TRUE(WaitUntil([] { return Event(1).m_u32AlarmEndTime == kNoon + 14; })) << "the record follows its head";
     EXPECT_EQ(Events(), "0-14");
