@@ -29,6 +29,9 @@ Jitter Exact() {
 Jitter Late(double mean) {
     return [=] { return std::exponential_distribution<>(1 / mean)(g_random); };
 }
+Jitter Normal(double deviation) {
+    return [=] { return std::normal_distribution<>(0, deviation)(g_random); };
+}
 Jitter Uniform(double width) {
     return [=] { return std::uniform_real_distribution<>(-width, width)(g_random); };
 }
@@ -104,6 +107,7 @@ TEST(Rhythm, LooksSeldomAndInTime) {
         {"with a single sound", Beat(40, Exact()) + Stream{{10005 * kMs, kSound}}, 60, 40, 1},
         {"more kinds than beats", five_kinds, 490, 2.3},
         {"a loaded camera", Beat(40, Late(2)), 75, 6.5},
+        {"much jitter", Beat(40, Normal(3)), 490, 10.5},
         {"no beat", Beat(40, Uniform(20)), 490, 9},
         {"1 a second", Beat(1000, Late(0.3)), 160, 2.3},
         {"29.97 a second", Beat(1001 / 30.0, Late(0.3)), 50, 3.5},
