@@ -18,7 +18,7 @@ size_t Skip(std::string_view text, size_t at, std::string_view among) {
     return end == std::string_view::npos ? text.size() : end;
 }
 
-// The first `length` characters, or all.  Other than substr it has nothing to throw, whatever the optimizer sees.
+// The first `length` characters, or all.  Unlike substr it never throws, which the optimizer need not find out.
 std::string_view Front(std::string_view text, size_t length) {
     return {text.data(), std::min(length, text.size())};
 }

@@ -71,8 +71,15 @@ class Recorder {
     Start CheckStart();
 
   private:
-    size_t Now() const { return tape_ != nullptr ? tape_->Operations() : 0; }  // operations that have happened
-    void Pause();                                                              // of the record loop: the next step
+    struct Part {  // of a hand-over
+        int file;
+        uint64_t offset, end;
+        size_t began;  // operations that had happened
+    };
+
+    // Operations that have happened.
+    size_t Now() const { return tape_ != nullptr ? tape_->Operations() : 0; }
+    void Pause();  // of the record loop: the next step
     bool Take(Step& step);
     void WriteFrame();
     void HandOver(uint32_t frames);
@@ -96,12 +103,7 @@ class Recorder {
     std::vector<uint32_t> laps_;
     uint32_t numbered_ = 0;  // frames since the restart
     uint32_t key_every_ = 10;
-    uint32_t pause_ = 0;  // s after the run
-    struct Part {
-        int file;
-        uint64_t offset, end;
-        size_t began;  // operations that had happened
-    };
+    uint32_t pause_ = 0;        // s after the run
     std::vector<Part> handed_;  // of the hand-over under way
 };
 

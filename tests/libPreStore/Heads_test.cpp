@@ -12,8 +12,8 @@ namespace {
 TEST(Heads, AreZeroOnGarbageAndTheRecordFilesAreLeftAlone) {
     constexpr char kGarbage = '\xA5';
     Image image(2 * kGiB);
-    image.Put(0,
-              std::string(300 * kMiB, kGarbage));  // FATs, directory, the 64 MiB files, a bit of the first record file
+    // FATs, directory, the 64 MiB files and a bit of the first record file; the end.
+    image.Put(0, std::string(300 * kMiB, kGarbage));
     image.Put(2 * kGiB - kMiB, std::string(kMiB, kGarbage));
     const auto result = prestore::Format(image.Path().c_str(), {.video_percent = 100});
     ASSERT_TRUE(result.Ok()) << result.message;

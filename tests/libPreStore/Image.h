@@ -7,7 +7,7 @@
 #include <sstream>
 #include <vector>
 
-#include "libRecordFile/StoreFile.h"
+#include "support/MemoryFile.h"
 
 namespace test {
 
@@ -40,8 +40,7 @@ inline Answer Ask(const std::string& command) {
     return answer;
 }
 
-// A sparse image, whose path other programs can open, too.
-class Image : public StoreFile {
+class Image : public support::MemoryFile {
   public:
     explicit Image(uint64_t bytes) { Resize(bytes); }
 

@@ -6,13 +6,14 @@
 #include <filesystem>
 #include <fstream>
 
-#include "StoreFile.h"
+#include "Bytes.h"
 #include "libRecordFile.h"
+#include "support/MemoryFile.h"
 #include "support/Stderr.h"
 
+using support::MemoryFile;
 using test::BytesOf;
 using test::Hex;
-using test::StoreFile;
 
 namespace {
 
@@ -45,7 +46,7 @@ TEST(AVFile, ModesGiveTheirAccessAndOnlyWritersCreate) {
 using Failure = support::LoggedTest;
 
 TEST(AVFile, SeeksWithinWhatAnIntHolds) {
-    StoreFile file;
+    MemoryFile file;
     file.Resize(3ull << 30);
     EXPECT_EQ(AVFileSeek(file.fd(), 100, SEEKMODE_BEGIN), 100);
     EXPECT_EQ(AVFileSeek(file.fd(), -30, SEEKMODE_CURRENT), 70);
@@ -60,7 +61,7 @@ TEST(AVFile, SeeksWithinWhatAnIntHolds) {
 }
 
 TEST(RecordStream, TransfersAreWholeAndPositioned) {
-    StoreFile file;
+    MemoryFile file;
     char back[8] = {};
     EXPECT_EQ(AV_RecordStreamInfoWrite(file.fd(), 1000, "frame", 5), 5);
     EXPECT_EQ(AV_RecordKeyFrameWrite(file.fd(), 40, "index", 5), 5);
@@ -78,7 +79,7 @@ TEST(RecordStream, TransfersAreWholeAndPositioned) {
 }
 
 TEST_F(Failure, OfAReadIsToldApartFromThatOfASeek) {
-    StoreFile file;
+    MemoryFile file;
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     char back[8];
@@ -102,7 +103,7 @@ TEST(RecordStream, KeyFrameRecordIsTwentyBytes) {
 }
 
 TEST(RecordStream, SlotWritesEndAtHalfAGibibyte) {
-    StoreFile file;
+    MemoryFile file;
     char back[17] = "0123456789abcdef";
     EXPECT_EQ(AV_RecordKeyFrameDataWrite(file.fd(), 2, 0x1FFFFFF0, back, 16), 16);
     EXPECT_EQ(file.Get(2 * 524288 + 0x1FFFFFF0ull, 16), "0123456789abcdef");

@@ -3,12 +3,13 @@
 
 #include <vector>
 
-#include "StoreFile.h"
+#include "Bytes.h"
 #include "libRecordFile.h"
+#include "support/MemoryFile.h"
 
+using support::MemoryFile;
 using test::BytesOf;
 using test::Hex;
-using test::StoreFile;
 
 namespace {
 
@@ -20,7 +21,7 @@ AlarmEventHead_S Head(uint32_t file_no, uint32_t count) {
 }
 
 TEST(AlarmEvents, HeadIsWrittenAtItsPlaceAsItsBytes) {
-    StoreFile events;
+    MemoryFile events;
     AlarmEventHead_S head;
     memset(&head, 0xEE, sizeof head);
     EXPECT_EQ(AV_AlarmEventInfoHeadAdd(&head, 5, 0x5F000000, 1), 0);
@@ -43,7 +44,7 @@ TEST(AlarmEvents, HeadIsWrittenAtItsPlaceAsItsBytes) {
 }
 
 TEST(AlarmEvents, RecordGoesIntoTheSlotOfTheCount) {
-    StoreFile events;
+    MemoryFile events;
     auto head = Head(5, 0);
     AlarmFileInfoHead_S record;
     memset(&record, 0xEE, sizeof record);
@@ -63,7 +64,7 @@ TEST(AlarmEvents, RecordGoesIntoTheSlotOfTheCount) {
 }
 
 TEST(AlarmEvents, CountStopsAt1024And1023AreReadBack) {
-    StoreFile events;
+    MemoryFile events;
     auto head = Head(0, 1023);
     AV_AlarmEventInfoEventSumFresh(&head);
     EXPECT_EQ(AV_AlarmEventInfoEventSumFresh(&head), 0);
@@ -89,7 +90,7 @@ TEST(AlarmEvents, CountStopsAt1024And1023AreReadBack) {
 }
 
 TEST(AlarmEvents, ClearTakesTheHeadsAlone) {
-    StoreFile events;
+    MemoryFile events;
     EXPECT_EQ(AV_AlarmEventInfoClear(events.Path().c_str(), 0), 0);
     EXPECT_EQ(events.Size(), 0u);
     events.Put(0, std::string(2 << 20, 'e'));

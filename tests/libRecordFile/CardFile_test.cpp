@@ -10,8 +10,8 @@
 #include "CardHealth.h"
 #include "Clock.h"
 #include "RecorderStatus.h"
-#include "StoreFile.h"
 #include "support/CardFault.h"
+#include "support/MemoryFile.h"
 #include "support/Stderr.h"
 
 namespace {
@@ -19,8 +19,8 @@ namespace {
 using card::Kind;
 using card::Result;
 using support::CardFault;
+using support::MemoryFile;
 using support::Refused;
-using test::StoreFile;
 
 class Door : public support::LoggedTest {
   protected:
@@ -35,7 +35,7 @@ class Door : public support::LoggedTest {
     static void Wait(int seconds) { uptime_ms += seconds * 1000; }
 
     static inline int64_t uptime_ms = 5000000;
-    StoreFile file_;
+    MemoryFile file_;
     char buffer_[64] = {};
 
   private:
@@ -109,7 +109,7 @@ TEST_F(Door, LogsTheFirstFailureOneAMinuteAndTheEnd) {
     for (int i = 0; i < 500; ++i) Write();
     EXPECT_EQ(Lines("failed"), 2) << "another operation, another file: a line of its own";
     EXPECT_TRUE(
-        Logged(" : writing /memfd:store (deleted), 4 bytes at 96 failed: errno 5 Input/output error (failure 1 "
+        Logged(" : writing /memfd:test (deleted), 4 bytes at 96 failed: errno 5 Input/output error (failure 1 "
                "in 0 s)\n"));
     Wait(59);
     Write();

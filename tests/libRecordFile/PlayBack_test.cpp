@@ -7,15 +7,16 @@
 #include <optional>
 #include <vector>
 
+#include "Bytes.h"
 #include "Packed.h"
-#include "StoreFile.h"
 #include "libLog.h"
+#include "support/MemoryFile.h"
 #include "support/Stderr.h"
 
+using support::MemoryFile;
 using test::Frame;
 using test::Hex;
 using test::Pack;
-using test::StoreFile;
 
 namespace {
 
@@ -29,7 +30,7 @@ struct Played {
 // A record file and the place a player has reached in it.
 class Player {
   public:
-    StoreFile file;
+    MemoryFile file;
     uint32_t offset = 0;
 
     void Append(std::string_view bytes) { file.Put(file.Size(), bytes); }

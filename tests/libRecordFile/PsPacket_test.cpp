@@ -6,8 +6,8 @@
 #include <numeric>
 #include <vector>
 
+#include "Bytes.h"
 #include "Packed.h"
-#include "StoreFile.h"
 #include "support/Stderr.h"
 
 using test::BytesOf;

@@ -3,13 +3,14 @@
 
 #include <vector>
 
-#include "StoreFile.h"
+#include "Bytes.h"
 #include "libRecordFile.h"
+#include "support/MemoryFile.h"
 #include "support/Stderr.h"
 
+using support::MemoryFile;
 using test::BytesOf;
 using test::Hex;
-using test::StoreFile;
 
 namespace {
 
@@ -35,7 +36,7 @@ RecordFileInfoHead_S File(uint32_t number, uint32_t length, uint32_t sections = 
 }
 
 TEST(SystemHead, IsWrittenAndReadAsItsBytes) {
-    StoreFile index;
+    MemoryFile index;
     const auto system = System(8, 3, 5);
     const std::string bytes = Hex("53494846 01000000 40770000 00000080 00000000 08000000"
                                   "05000000 03000000 55BBAA55 00000000 00000000") +
@@ -86,7 +87,7 @@ TEST(SystemHead, GoesRoundTheRingWhenAFileIsFull) {
 }
 
 TEST(FileHead, IsWrittenAtItsPlaceAsItsBytes) {
-    StoreFile index;
+    MemoryFile index;
     index.Resize(1 << 20);
     const auto system = System(8, 3);
     RecordFileInfoHead_S head;
@@ -115,7 +116,7 @@ TEST(FileHead, IsWrittenAtItsPlaceAsItsBytes) {
 }
 
 TEST(FileHead, NeverLiesOnTheSectionHeads) {
-    StoreFile index;
+    MemoryFile index;
     RecordFileInfoHead_S head = File(0, 0);
     EXPECT_EQ(AV_RecordFileInfoHeadAccecsFileNoWrite(index.fd(), 2708, &head), 0);
     EXPECT_EQ(index.Size(), 131056u);
@@ -145,7 +146,7 @@ TEST(FileHead, LengthPassesTheLimitByOneFrameAtMost) {
 }
 
 TEST(SectionHead, IsWrittenAtItsPlaceAsItsBytes) {
-    StoreFile index;
+    MemoryFile index;
     const auto file = File(3, 0x00ABCDEF, 2, 7);
     RecordInfoHead_S section;
     memset(&section, 0xEE, sizeof section);
@@ -166,7 +167,7 @@ TEST(SectionHead, IsWrittenAtItsPlaceAsItsBytes) {
 }
 
 TEST(SectionHead, AFilesSectionsAreReadInOneStretch) {
-    StoreFile index;
+    MemoryFile index;
     auto file = File(0, 0);
     for (uint32_t u = 1; u <= 3; ++u) {
         file.m_u32RecordSectionSum = u;
@@ -191,7 +192,7 @@ TEST(SectionHead, AFilesSectionsAreReadInOneStretch) {
 }
 
 TEST(SectionHead, Number252ReplacesNumber251) {
-    StoreFile index;
+    MemoryFile index;
     auto file = File(1, 0, 250);
     RecordInfoHead_S section{};
     for (const int expected : {0, -1}) {
@@ -210,7 +211,7 @@ TEST(SectionHead, Number252ReplacesNumber251) {
 using Store = support::LoggedTest;
 
 TEST_F(Store, IsConfiguredAskedAndCleared) {
-    StoreFile index;
+    MemoryFile index;
     const std::string path = index.Path();
     ConfigStoreInfo_S store{};
     store.total_size_byte = 0x1'0000'7740;  // MiB; its low 32 bits are kept
@@ -243,7 +244,7 @@ TEST_F(Store, IsConfiguredAskedAndCleared) {
 }
 
 TEST_F(Store, LargerThanTheIndexIsRefusedAndNeverRunsOver) {
-    StoreFile index;
+    MemoryFile index;
     ConfigStoreInfo_S store{};
     store.vedio_num = 2710;
     EXPECT_EQ(AV_RecordFileConfigSet(index.Path().c_str(), &store), -1);

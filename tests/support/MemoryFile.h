@@ -1,4 +1,4 @@
-// A file of the store as a test meets it: bytes at offsets, independent of the code under test.
+// An unnamed file in memory, sparse like the card's own: bytes at offsets, independent of the code under test.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,27 +12,12 @@
 
 #include "Descriptor.h"
 
-namespace test {
+namespace support {
 
-// "49 4D 4b" -> the bytes.
-inline std::string Hex(std::string text) {
-    std::erase(text, ' ');
-    std::string bytes;
-    for (size_t at = 0; at < text.size(); at += 2) {
-        bytes.push_back(static_cast<char>(std::stoi(text.substr(at, 2), nullptr, 16)));
-    }
-    return bytes;
-}
-
-template <class Record>
-std::string BytesOf(const Record& record) {
-    return {reinterpret_cast<const char*>(&record), sizeof record};
-}
-
-// An unnamed file in memory, sparse like the card's own.
-class StoreFile {
+class MemoryFile {
   public:
     int fd() const { return fd_.Get(); }
+    // Other programs can open it, too.
     std::string Path() const { return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(fd()); }
 
     void Put(uint64_t offset, std::string_view bytes) {
@@ -53,7 +38,7 @@ class StoreFile {
     }
 
   private:
-    const Descriptor fd_{memfd_create("store", MFD_CLOEXEC)};
+    const Descriptor fd_{memfd_create("test", MFD_CLOEXEC)};
 };
 
-}  // namespace test
+}  // namespace support
