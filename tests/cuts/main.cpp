@@ -1,8 +1,9 @@
-// Power cuts, simulated:  cuts [--states N] [--seed S] [--only NUMBER]
+// Power cuts, simulated:  cuts [--states N] [--seed S] [--seeds COUNT] [--only NUMBER]
 //
 // The real recorder records short scenarios; the cards that a cut can make of what it wrote are judged, one by one:
 // each page old, new or torn while the rest is old, and new; then drawn ones; then some that are recorded on and cut
 // again.
+// --seeds: so many seeds one after the other, `states` each, in one table.
 // --only: one state in words, by the number that a fault's report names.
 #include <fcntl.h>
 #include <unistd.h>
@@ -25,6 +26,7 @@ constexpr size_t kSecondCuts = 100;      // states of each of these
 struct Options {
     size_t states = 10000;
     size_t seed = 1;
+    size_t seeds = 1;
     std::string only;
 };
 
@@ -49,8 +51,10 @@ class Simulation {
     explicit Simulation(const Options& options) : options_(options) {}
 
     bool Run() {
-        for (size_t i = 0; i < Scenarios().size(); ++i) {
-            if (options_.only.empty() || options_.only.starts_with(std::to_string(i) + ":")) RunScenario(i);
+        for (size_t left = options_.seeds; left > 0; --left, ++options_.seed) {
+            for (size_t i = 0; i < Scenarios().size(); ++i) {
+                if (options_.only.empty() || options_.only.starts_with(std::to_string(i) + ":")) RunScenario(i);
+            }
         }
         Print();
         return faults_ == 0;
@@ -134,8 +138,8 @@ class Simulation {
             std::printf("| %s | %zu | %u | %u | %s |\n", RuleOf(static_cast<Row>(row)).name, rows_[row].states,
                         rows_[row].lost, rows_[row].claimed, errors.empty() ? "in order" : errors.c_str());
         }
-        std::printf("%zu cards, %zu of them cut a second time, %zu repaired; seed %zu; %zu faults\n", judged_, second_,
-                    repaired_, options_.seed, faults_);
+        std::printf("%zu cards, %zu of them cut a second time, %zu repaired; seeds %zu to %zu; %zu faults\n", judged_,
+                    second_, repaired_, options_.seed - options_.seeds, options_.seed - 1, faults_);
     }
 
     bool Wants(const std::string& name) const { return options_.only.empty() || options_.only == name; }
@@ -152,6 +156,7 @@ Options Parse(int argc, char** argv) {
         const std::string name = argv[i];
         if (name == "--states") options.states = std::strtoull(argv[i + 1], nullptr, 10);
         if (name == "--seed") options.seed = std::strtoull(argv[i + 1], nullptr, 10);
+        if (name == "--seeds") options.seeds = std::strtoull(argv[i + 1], nullptr, 10);
         if (name == "--only") options.only = argv[i + 1];
     }
     return options;
