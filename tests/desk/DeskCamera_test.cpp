@@ -124,12 +124,9 @@ TEST(DeskCamera, RaisesAndClearsTimedAlarms) {
 TEST(AlarmScript, NamesTheLineThatIsWrong) {
     for (const char* line : {"motion on", "at 5 motion on", "at 5s motion", "at 5s motion on off", "at 5s thunder on",
                              "at -1s motion on", "at 5s set x"}) {
-        try {
-            ParseAlarmScript(std::string("at 1s motion on\n\n") + line);
-            ADD_FAILURE() << line;
-        } catch (const std::runtime_error& error) {
-            EXPECT_THAT(error.what(), HasSubstr("line 3"));
-        }
+        EXPECT_THAT([=] { ParseAlarmScript(std::string("at 1s motion on\n\n") + line); },
+                    testing::ThrowsMessage<std::runtime_error>(HasSubstr("line 3")))
+            << line;
     }
 }
 
