@@ -168,42 +168,6 @@ TEST(Repair, AFlippedBitInATimeCostsNothing) {
     }
 }
 
-// What a power cut left uncounted comes back when sound stands first, and when a hole does.
-TEST(Repair, BringsBackWhatACutLeftUncounted) {
-    const Place place;
-    const Recording recording = Card{.files = 2, .sections = {{.seconds = 8, .rate = 10}}}.RecordFolder(place);
-    const StoreBytes before(recording, 2);
-    const std::string list = List(place);
-    std::vector<const WrittenFrame*> sounds;
-    std::vector<const WrittenFrame*> pictures;
-    for (const WrittenFrame& frame : recording.frames) (frame.video ? pictures : sounds).push_back(&frame);
-    const auto cut_at = [&](const WrittenFrame& first) {
-        const auto section = SectionHeadBefore(recording, 1, first.offset);
-        auto file = recording.Get<RecordFileInfoHead_S>(RECORD_INDEX_NAME, FileHeadAt(0));
-        file.m_u32RecordFileSumLenth = section.m_u32RecordSize;
-        file.m_u32RecordEndTime = section.m_u32RecordEndTime;
-        file.m_u32RecordKeyFrameSum = section.m_u32KeyFrameSum;
-        recording.Corrupt(RECORD_INDEX_NAME, SectionAt(0, 1), Bytes(section));
-        recording.Corrupt(RECORD_INDEX_NAME, FileHeadAt(0), Bytes(file));
-    };
-    const auto repair = [&] {
-        EXPECT_NE(Tool({"check", place}).out.find("after what the heads count"), std::string::npos);
-        Mend(place);
-    };
-    cut_at(*sounds[sounds.size() / 2]);
-    repair();
-    EXPECT_EQ(before.Difference(), "");
-    ExpectRepaired(place, list);
-
-    const WrittenFrame& first = *pictures[52];
-    cut_at(first);
-    recording.Corrupt("hi000000.mp4", first.offset, std::string(pictures[58]->offset - first.offset, '\0'));
-    repair();
-    const CardIndex index(Volume::Open(place));
-    EXPECT_EQ(index.Sections().at(0).head.m_u32FrameSum, 80u - 6);
-    EXPECT_EQ(index.Sections().at(0).Limit(), recording.frames.back().offset + recording.frames.back().size);
-}
-
 TEST(Repair, BelievesAFilesOwnMark) {
     const Place image;
     kDay.RecordImage(image);
