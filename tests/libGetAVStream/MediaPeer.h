@@ -15,7 +15,6 @@
 
 #include "libGetAVStream.h"
 #include "libIpcUtils.h"
-#include "support/WaitUntil.h"
 
 class MediaPeer {
   public:
@@ -158,15 +157,13 @@ class Received {
         const std::lock_guard guard(lock_);
         frames_.push_back({header, std::string(data, static_cast<size_t>(header.AVDataLen))});
     }
-    // Waits until there are `count`; their serial numbers.
-    std::vector<uint32_t> Serials(size_t count) {
-        support::WaitUntil([&] { return Serials().size() >= count; });
-        return Serials();
-    }
-    // Waits for the frame of that serial number.
-    std::vector<uint32_t> Until(uint32_t serial) {
-        support::WaitUntil([&] { return !Serials().empty() && Serials().back() == serial; });
-        return Serials();
+    std::vector<uint32_t> Serials() {
+        const std::lock_guard guard(lock_);
+        std::vector<uint32_t> serials;
+        for (const Frame& frame : frames_) {
+            serials.push_back(frame.header.SerialNumber);
+        }
+        return serials;
     }
     Frame At(size_t index) {
         const std::lock_guard guard(lock_);
@@ -178,15 +175,6 @@ class Received {
     }
 
   private:
-    std::vector<uint32_t> Serials() {
-        const std::lock_guard guard(lock_);
-        std::vector<uint32_t> serials;
-        for (const Frame& frame : frames_) {
-            serials.push_back(frame.header.SerialNumber);
-        }
-        return serials;
-    }
-
     std::mutex lock_;
     std::vector<Frame> frames_;
 };
