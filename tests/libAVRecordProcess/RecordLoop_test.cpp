@@ -105,11 +105,8 @@ class RecordLoop : public DueCamera {
             support::WaitUntil([] { return !g_flags.run_is_on; });
         }
     }
-    static constexpr ClockSource kLoopClock{[] {
-                                                return timeval{static_cast<time_t>(wall.load()), 0};
-                                            },
-                                            [] { return uptime.load(); }, Sleep,
-                                            [] { return steady_us != 0 ? steady_us : SystemSteadyUs(); }};
+    static int64_t Steady() { return steady_us != 0 ? steady_us : SystemSteadyUs(); }
+    static constexpr ClockSource kLoopClock{Wall, Uptime, Sleep, Steady};
     static inline std::vector<std::function<void()>> before_pass_;  // taken one a pause of the watch
 };
 

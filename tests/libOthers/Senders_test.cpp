@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <future>
+#include <map>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -19,14 +21,9 @@ namespace {
 
 using support::SystemServer;
 
-struct Row {
-    const char* name;
-    int (*send)(void*, unsigned int);
-    int command;
-};
-#define ROW(function, command) {#function, function, command},
-constexpr Row kSenders[] = {SENDER_CODES(ROW)};
-#undef ROW
+#define SENDER(function, message, command, field, code) {#function, function},
+const std::map<std::string, int (*)(void*, unsigned int)> kSenders = {SYS_SENDERS(SENDER)};
+#undef SENDER
 
 using Bytes = std::vector<uint8_t>;
 
@@ -47,18 +44,19 @@ class Client : public testing::Test {
 };
 
 TEST_F(Client, EverySenderAndItsFieldSendTheCommandAndThePayload) {
-    ASSERT_EQ(std::size(kSenders), 331u);
+    ASSERT_EQ(kSenders.size(), 331u);
+    ASSERT_EQ(kSenderCodes.size(), 331u);
     const support::Captured output(STDOUT_FILENO);
     uint32_t value = 0xA0000000;
     unsigned next_field = 4096;
-    for (const Row& row : kSenders) {
+    for (const auto& [name, command] : kSenderCodes) {
         ++value;
-        ASSERT_EQ(row.send(&value, sizeof value), row.command == 247 ? 0 : 4) << row.name;
+        ASSERT_EQ(kSenders.at(name)(&value, sizeof value), command == 247 ? 0 : 4) << name;
         const auto request = server_->Last();
-        ASSERT_EQ(request.cmd, row.command) << row.name;
-        ASSERT_TRUE(request.payload.size() == 4 && std::memcmp(request.payload.data(), &value, 4) == 0) << row.name;
+        ASSERT_EQ(request.cmd, command) << name;
+        ASSERT_TRUE(request.payload.size() == 4 && std::memcmp(request.payload.data(), &value, 4) == 0) << name;
         ControlSystemData(next_field++, &value, sizeof value);
-        ASSERT_EQ(server_->Last().cmd, row.command) << row.name;
+        ASSERT_EQ(server_->Last().cmd, command) << name;
     }
     EXPECT_EQ(output.Text(), " control systemdata SFIELD_SET_DNS");
     EXPECT_EQ(server_->Count(), 2 * 331u);
@@ -145,15 +143,13 @@ TEST_F(Client, ThreadsGetTheirOwnAnswersAlsoWhileItStopsAndStarts) {
 
 TEST_F(Client, RequestReachesAServerThatCameBack) {
     server_->Silent(true);
-    int result = 0;
-    std::thread caller([&] { result = Send({1, 2, 3, 4, 5}); });
+    std::future<int> result = std::async(std::launch::async, [] { return Send({1, 2, 3, 4, 5}); });
     EXPECT_TRUE(support::WaitUntil([&] { return server_->Count() == 1; }));
     const int32_t foreign[5] = {270, 5, 0, 99, 0};
     server_->Queue().Put(5, foreign, sizeof foreign);
     server_.reset();  // its queue while the answer is awaited, and its segment
     server_.emplace([](const SystemServer::Request& request) { return request.length + 10; });
-    caller.join();
-    EXPECT_EQ(result, 15);
+    EXPECT_EQ(result.get(), 15);
     EXPECT_EQ(server_->Last().payload, (Bytes{1, 2, 3, 4, 5}));
 
     server_.reset();

@@ -33,8 +33,6 @@ class QueuePeer {
         thread_ = std::thread(&QueuePeer::Serve, this);
     }
     ~QueuePeer() { Leave(); }
-    QueuePeer(const QueuePeer&) = delete;
-    QueuePeer& operator=(const QueuePeer&) = delete;
 
     // Removes the queue: callers that wait there are woken.
     void Leave() {

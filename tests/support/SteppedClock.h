@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <future>
 #include <thread>
 
 #include "Clock.h"
@@ -24,43 +25,39 @@ class SteppedClock {
 
     static inline std::atomic<int64_t> wall;  // s since 1970 UTC
     static inline std::atomic<long> uptime;   // s since boot
-    static inline std::atomic<long> sleeps;   // calls of SleepMs; each only gives way to other threads
+    static inline std::atomic<long> sleeps;   // calls of Sleep; each only gives way to other threads
+
+  protected:
+    static timeval Wall() { return {static_cast<time_t>(wall.load()), 0}; }
+    static long Uptime() { return uptime.load(); }
 
   private:
-    static constexpr ClockSource kClock{[] {
-                                            return timeval{static_cast<time_t>(wall.load()), 0};
-                                        },
-                                        [] { return uptime.load(); },
-                                        [](unsigned int) {
-                                            ++sleeps;
-                                            std::this_thread::yield();
-                                        }};
+    static void Sleep(unsigned int) {
+        ++sleeps;
+        std::this_thread::yield();
+    }
+    static constexpr ClockSource kClock{Wall, Uptime, Sleep};
 };
 
 // Runs `call` in a thread of its own and lets `seconds` pass once `ready` holds and it waits.  The result of `call`,
 // which must have ended by then.
 template <class Call, class Ready>
 int ResultAfter(long seconds, Call call, Ready ready) {
-    std::atomic<bool> returned{false};
-    int result = 0;
-    std::thread caller([&] {
-        result = call();
-        returned.store(true);
-    });
+    std::future<int> result = std::async(std::launch::async, call);
+    const auto returns_within = [&](int ms) {
+        return result.wait_for(std::chrono::milliseconds(ms)) == std::future_status::ready;
+    };
     EXPECT_TRUE(WaitUntil(ready));
     const long sleeps = SteppedClock::sleeps;
     EXPECT_TRUE(WaitUntil([&] { return SteppedClock::sleeps > sleeps; }));
     SteppedClock::uptime += seconds - 1;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // an early return is a fault that shows most times
-    EXPECT_FALSE(returned.load()) << "before its time";
+    EXPECT_FALSE(returns_within(20)) << "before its time";  // a fault that shows most times
     SteppedClock::uptime += 1;
-    EXPECT_TRUE(WaitUntil([&] { return returned.load(); }));
-    while (!returned.load()) {  // it failed, and the thread must not outlive what it uses
+    EXPECT_TRUE(returns_within(20000));
+    while (!returns_within(1)) {  // it failed, and the thread must not outlive what it uses
         SteppedClock::uptime += 1000;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    caller.join();
-    return result;
+    return result.get();
 }
 
 }  // namespace support
