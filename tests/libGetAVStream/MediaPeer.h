@@ -145,36 +145,3 @@ class MediaPeer {
     std::atomic<int> queue_;
     std::thread thread_;
 };
-
-// The frames that a client was handed.
-class Received {
-  public:
-    struct Frame {
-        AVDataInfo header;
-        std::string payload;
-    };
-    void Add(const AVDataInfo& header, const char* data) {
-        const std::lock_guard guard(lock_);
-        frames_.push_back({header, std::string(data, static_cast<size_t>(header.AVDataLen))});
-    }
-    std::vector<uint32_t> Serials() {
-        const std::lock_guard guard(lock_);
-        std::vector<uint32_t> serials;
-        for (const Frame& frame : frames_) {
-            serials.push_back(frame.header.SerialNumber);
-        }
-        return serials;
-    }
-    Frame At(size_t index) {
-        const std::lock_guard guard(lock_);
-        return frames_.at(index);
-    }
-    void Clear() {
-        const std::lock_guard guard(lock_);
-        frames_.clear();
-    }
-
-  private:
-    std::mutex lock_;
-    std::vector<Frame> frames_;
-};

@@ -2,9 +2,9 @@
 // test holds in its hand.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <sys/shm.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "libCameraAccess.h"
@@ -46,13 +46,10 @@ class BoundCamera : public LoggedTest, protected SteppedClock {
 
   private:
     static bool HasOpenFile() {
-        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        return std::ranges::any_of(std::filesystem::directory_iterator("/proc/self/fd"), [](const auto& entry) {
             std::error_code gone;
-            if (std::filesystem::read_symlink(entry, gone).string().find("sdcard") != std::string::npos) {
-                return true;
-            }
-        }
-        return false;
+            return std::filesystem::read_symlink(entry, gone).string().find("sdcard") != std::string::npos;
+        });
     }
 };
 

@@ -20,11 +20,11 @@ struct Refused {  // say only what matters
 class CardFault {
   public:
     explicit CardFault(const Refused& refused) {
+        access_ = refused.access;
         offset_ = refused.offset;
         length_ = refused.length;
-        error_ = refused.error;
-        times_ = refused.times;
-        card::ReplaceCardCalls(refused.access == Refused::kReads ? &kReadsFail : &kWritesFail);
+        Again(refused.times, refused.error);
+        card::ReplaceCardCalls(&kCalls);
     }
     ~CardFault() { card::ReplaceCardCalls(nullptr); }
     void Again(int times, int error = EIO) {
@@ -35,14 +35,15 @@ class CardFault {
     CardFault& operator=(const CardFault&) = delete;
 
   private:
+    static inline std::atomic<Refused::Access> access_;
     static inline std::atomic<off64_t> offset_;
     static inline std::atomic<size_t> length_;
     static inline std::atomic<int> error_, times_;
 
     template <class Call>
-    static ssize_t Try(Call call, size_t length, off64_t offset) {
-        const bool is_meant =
-            (offset_ == -1 || offset_ == offset) && (length_ == 0 || length_ == length) && times_ > 0 && times_-- > 0;
+    static ssize_t Try(Refused::Access access, size_t length, off64_t offset, Call call) {
+        const bool is_meant = access_ == access && (offset_ == -1 || offset_ == offset) &&
+                              (length_ == 0 || length_ == length) && times_ > 0 && times_-- > 0;
         if (!is_meant || error_ == 0) return call(is_meant ? length / 2 : length);
         errno = error_;
         return -1;
@@ -50,17 +51,14 @@ class CardFault {
 
     // A thread of the recorder may be at the card: what it sees of a fault never moves, and changes in one step.
     static inline const card::Calls kReal = card::CardCalls();
-    static inline const card::Calls kReadsFail = [] {
+    static inline const card::Calls kCalls = [] {
         card::Calls calls = kReal;
         calls.ReadAt = [](int fd, void* buffer, size_t length, off64_t offset) {
-            return Try([&](size_t n) { return kReal.ReadAt(fd, buffer, n, offset); }, length, offset);
+            return Try(Refused::kReads, length, offset, [&](size_t n) { return kReal.ReadAt(fd, buffer, n, offset); });
         };
-        return calls;
-    }();
-    static inline const card::Calls kWritesFail = [] {
-        card::Calls calls = kReal;
         calls.WriteAt = [](int fd, const void* buffer, size_t length, off64_t offset) {
-            return Try([&](size_t n) { return kReal.WriteAt(fd, buffer, n, offset); }, length, offset);
+            return Try(Refused::kWrites, length, offset,
+                       [&](size_t n) { return kReal.WriteAt(fd, buffer, n, offset); });
         };
         return calls;
     }();
