@@ -2,8 +2,6 @@
 #pragma once
 
 #include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -16,6 +14,7 @@
 #include <utility>
 
 #include "Clock.h"
+#include "support/MemoryFile.h"
 
 namespace fuzz {
 
@@ -68,24 +67,14 @@ inline void SleepCalls(void (*sleep)(unsigned)) {
 // What each fuzzer is: feeds one input to what it is for.
 void Feed(Input& in);
 
-// A file that exists in memory alone, with a path by which it can be opened again.
-class MemoryFile {
+// An unnamed file, or one where the recorder looks for it: the camera's folders lie in memory, too.
+class MemoryFile : public support::MemoryFile {
   public:
-    MemoryFile() : fd_(memfd_create("fuzz", MFD_CLOEXEC)), path_("/proc/self/fd/" + std::to_string(fd_)) {
-        MUST(fd_ >= 0);
-    }
-    // Where the recorder looks for it: the camera's folders lie in memory, too.
-    explicit MemoryFile(std::string path, uint64_t size = 0)
-        : fd_(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666)), path_(std::move(path)) {
-        MUST(fd_ >= 0);
+    MemoryFile() = default;
+    explicit MemoryFile(const char* path, uint64_t size = 0)
+        : support::MemoryFile(open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666)) {
         Resize(size);
     }
-    ~MemoryFile() { close(fd_); }
-    MemoryFile(const MemoryFile&) = delete;
-    MemoryFile& operator=(const MemoryFile&) = delete;
-
-    int fd() const { return fd_; }
-    const std::string& Path() const { return path_; }
 
     // It holds these bytes and `room` zeros after them.  Its pages stay: new ones cost more than all else.
     void Replace(Bytes bytes, uint64_t room = 0) {
@@ -98,25 +87,15 @@ class MemoryFile {
         Resize(0);
         Resize(size);
     }
-    void Resize(uint64_t size) { MUST(ftruncate64(fd_, static_cast<off64_t>(size)) == 0); }
     void Write(uint64_t offset, const void* bytes, size_t count) {
-        MUST(pwrite64(fd_, bytes, count, static_cast<off64_t>(offset)) == static_cast<ssize_t>(count));
+        Put(offset, {static_cast<const char*>(bytes), count});
     }
     void Write(uint64_t offset, Bytes bytes) { Write(offset, bytes.data(), bytes.size()); }
     size_t Read(uint64_t offset, void* bytes, size_t count) const {
-        const ssize_t got = pread64(fd_, bytes, count, static_cast<off64_t>(offset));
+        const ssize_t got = pread64(fd(), bytes, count, static_cast<off64_t>(offset));
         MUST(got >= 0);
         return static_cast<size_t>(got);
     }
-    uint64_t Size() const {
-        const off64_t size = lseek64(fd_, 0, SEEK_END);
-        MUST(size >= 0);
-        return static_cast<uint64_t>(size);
-    }
-
-  private:
-    int fd_;
-    std::string path_;
 };
 
 }  // namespace fuzz

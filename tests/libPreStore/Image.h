@@ -1,6 +1,7 @@
 // A card image as a test meets it, and what programs that know nothing of the formatter say about it.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include <cstdio>

@@ -1,12 +1,13 @@
 // An unnamed file in memory, sparse like the card's own: bytes at offsets, independent of the code under test.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <string_view>
 
@@ -16,18 +17,20 @@ namespace support {
 
 class MemoryFile {
   public:
+    MemoryFile() : MemoryFile(memfd_create("test", MFD_CLOEXEC)) {}
+
     int fd() const { return fd_.Get(); }
     // Other programs can open it, too.
     std::string Path() const { return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(fd()); }
 
     void Put(uint64_t offset, std::string_view bytes) {
-        ASSERT_EQ(pwrite64(fd(), bytes.data(), bytes.size(), static_cast<off64_t>(offset)),
-                  static_cast<ssize_t>(bytes.size()));
+        Require(pwrite64(fd(), bytes.data(), bytes.size(), static_cast<off64_t>(offset)) ==
+                static_cast<ssize_t>(bytes.size()));
     }
-    void Resize(uint64_t size) { ASSERT_EQ(ftruncate64(fd(), static_cast<off64_t>(size)), 0); }
+    void Resize(uint64_t size) { Require(ftruncate64(fd(), static_cast<off64_t>(size)) == 0); }
     uint64_t Size() const {
         struct stat64 status {};
-        EXPECT_EQ(fstat64(fd(), &status), 0);
+        Require(fstat64(fd(), &status) == 0);
         return static_cast<uint64_t>(status.st_size);
     }
     std::string Get(uint64_t offset, size_t length) const {
@@ -37,8 +40,17 @@ class MemoryFile {
         return bytes;
     }
 
+  protected:
+    explicit MemoryFile(int fd) : fd_(fd) { Require(fd >= 0); }
+    // No test goes on without its file.
+    static void Require(bool done) {
+        if (done) return;
+        std::perror("a file in memory");
+        std::abort();
+    }
+
   private:
-    const Descriptor fd_{memfd_create("test", MFD_CLOEXEC)};
+    const Descriptor fd_;
 };
 
 }  // namespace support
