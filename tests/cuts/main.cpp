@@ -1,10 +1,9 @@
-// Power cuts, simulated:  cuts [--states N] [--seed S] [--seeds COUNT] [--only NUMBER]
+// Power cuts, simulated:  cuts [--states N] [--seed S] [--seeds COUNT]
 //
 // The real recorder records short scenarios; the cards that a cut can make of what it wrote are judged, one by one:
 // each page old, new or torn while the rest is old, and new; then drawn ones; then some that are recorded on and cut
 // again.
 // --seeds: so many seeds one after the other, `states` each, in one table.
-// --only: one state in words, by the number that a fault's report names.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -22,12 +21,12 @@ namespace {
 constexpr size_t kRepairEvery = 50;      // states
 constexpr size_t kSecondCutEvery = 500;  // states are recorded on
 constexpr size_t kSecondCuts = 100;      // states of each of these
+constexpr size_t kToldMax = 20;          // faults, each with its card in words
 
 struct Options {
     size_t states = 10000;
     size_t seed = 1;
     size_t seeds = 1;
-    std::string only;
 };
 
 struct Tally {
@@ -52,17 +51,14 @@ class Simulation {
 
     bool Run() {
         for (size_t left = options_.seeds; left > 0; --left, ++options_.seed) {
-            for (size_t i = 0; i < Scenarios().size(); ++i) {
-                if (options_.only.empty() || options_.only.starts_with(std::to_string(i) + ":")) RunScenario(i);
-            }
+            for (const Scenario& scenario : Scenarios()) RunScenario(scenario);
         }
         Print();
         return faults_ == 0;
     }
 
   private:
-    void RunScenario(size_t number) {
-        const Scenario& scenario = Scenarios()[number];
+    void RunScenario(const Scenario& scenario) {
         Medium medium(scenario.files);
         Recorder recorder(medium);
         recorder.Restart(options_.seed, {});
@@ -74,33 +70,27 @@ class Simulation {
         const size_t listed = std::min(all, states / 2);
         for (size_t i = 0; i < states; ++i) {
             const size_t state = i < listed ? i * all / listed : all + i - listed;
-            const std::string name = std::to_string(number) + ":" + std::to_string(state);
-            const bool wants_second = options_.only.empty() || options_.only.starts_with(name + "+");
-            if (!wants_second && !Wants(name)) continue;
             const Cut cut = take.tape.Card(state, options_.seed);
-            if (take.tape.Show(cut) && Wants(name)) JudgeState(take, cut, name);
-            const bool is_cut_again = i % kSecondCutEvery == kSecondCutEvery / 2;
-            if (is_cut_again && wants_second) RunSecond(medium, recorder, take, cut, name);
+            if (take.tape.Show(cut)) JudgeState(take, cut, scenario.name);
+            if (i % kSecondCutEvery == kSecondCutEvery / 2) RunSecond(medium, recorder, take, cut, scenario.name);
         }
     }
 
     // The cut card is recorded on by a new process, and cut again.
-    void RunSecond(Medium& medium, Recorder& recorder, Take& first, const Cut& cut, const std::string& name) {
+    void RunSecond(Medium& medium, Recorder& recorder, Take& first, const Cut& cut, const char* scenario) {
         const Kept kept(medium);
         const std::set<Row> rows = first.judge.Of(cut).rows;
         recorder.Restart(options_.seed + 1, first.judge.Carried(cut));
         Take take(medium, recorder, SecondRun(), rows);
         for (size_t i = 0; i < kSecondCuts; ++i) {
-            const size_t state = take.tape.Listed() + i;
-            const std::string second = name + "+" + std::to_string(state);
-            const Cut again = take.tape.Card(state, options_.seed);
-            if (!take.tape.Show(again) || !Wants(second)) continue;
-            JudgeState(take, again, second, true);
+            const Cut again = take.tape.Card(take.tape.Listed() + i, options_.seed);
+            if (!take.tape.Show(again)) continue;
+            JudgeState(take, again, scenario, true);
             ++second_;
         }
     }
 
-    void JudgeState(Take& take, const Cut& cut, const std::string& name, bool is_second = false) {
+    void JudgeState(Take& take, const Cut& cut, const char* scenario, bool is_second = false) {
         const Verdict verdict = take.judge.Of(cut);
         for (const Row row : verdict.rows) {
             Tally& tally = rows_[static_cast<size_t>(row)];
@@ -111,20 +101,17 @@ class Simulation {
             tally.claimed = std::max(tally.claimed, verdict.claimed);
             tally.errors.insert(verdict.errors.begin(), verdict.errors.end());
         }
-        if (!options_.only.empty()) take.judge.Describe(cut);
-        if (!verdict.fault.empty()) Report(name, verdict.fault);
+        const auto report = [&](const std::string& fault) {
+            if (fault.empty() || ++faults_ > kToldMax) return;
+            std::printf("%s\nseed %zu, \"%s\"%s, ", fault.c_str(), options_.seed, scenario,
+                        is_second ? " recorded on" : "");
+            take.judge.Describe(cut);
+        };
+        report(verdict.fault);
         if (judged_++ % kRepairEvery == 0) {
             ++repaired_;
-            if (const std::string fault = take.judge.AfterRepair(cut); !fault.empty()) Report(name, fault);
+            report(take.judge.AfterRepair(cut));
         }
-    }
-
-    void Report(const std::string& name, const std::string& fault) {
-        ++faults_;
-        if (reported_[fault]++ < 2)
-            std::printf(
-                "%s\n  to see it: desk/in-camera build/release/tests/cuts/cuts --states %zu --seed %zu --only %s\n",
-                fault.c_str(), options_.states, options_.seed, name.c_str());
     }
 
     // The table of docs/card-format.md.
@@ -142,12 +129,9 @@ class Simulation {
                     second_, repaired_, options_.seed - options_.seeds, options_.seed - 1, faults_);
     }
 
-    bool Wants(const std::string& name) const { return options_.only.empty() || options_.only == name; }
-
     Options options_;
     std::array<Tally, kRows> rows_;
     size_t judged_ = 0, second_ = 0, repaired_ = 0, faults_ = 0;
-    std::map<std::string, size_t> reported_;
 };
 
 Options Parse(int argc, char** argv) {
@@ -157,7 +141,6 @@ Options Parse(int argc, char** argv) {
         if (name == "--states") options.states = std::strtoull(argv[i + 1], nullptr, 10);
         if (name == "--seed") options.seed = std::strtoull(argv[i + 1], nullptr, 10);
         if (name == "--seeds") options.seeds = std::strtoull(argv[i + 1], nullptr, 10);
-        if (name == "--only") options.only = argv[i + 1];
     }
     return options;
 }
