@@ -119,6 +119,15 @@ class PageTest(CardTest):
         self.browser.pick("#folder" if card.is_dir() else "#files", [card])
         self.browser.wait(until)
 
+    def go(self, moment, until="true"):
+        self.browser.run(f"goTo({moment})")
+        self.browser.wait("!player.loading && " + until)
+
+    def play(self, until):
+        self.browser.run("player.play()")
+        self.browser.wait(until)
+        self.browser.run("player.pause()")
+
     def shows(self, pictures, wanted, seconds=20):
         """The video comes to show that picture: a seek may end a moment before its picture is there."""
         self.browser.wait("!player.loading && !byId('video').seeking && byId('video').readyState >= 2")

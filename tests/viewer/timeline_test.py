@@ -89,8 +89,7 @@ class Timeline(PageTest):
         self.browser.wait("byId('video').ended && player.moment > list.start + 9.9")
 
         for away in ("list.start + 2", "list.start + 15", "list.sections[1].start - 50", "list.sections[3].start + 1"):
-            self.browser.run(f"goTo({away})")
-            self.browser.wait("!byId('message').hidden && byId('video').readyState === 0")
+            self.go(away, "!byId('message').hidden && byId('video').readyState === 0")
             self.assertIn("Nothing was recorded" if "-" in away else "The footage of it is not in this page",
                           self.browser.run("byId('message').textContent"))
         self.browser.run("setSpan([list.start + 3, list.start + 8]); save()")
@@ -116,8 +115,7 @@ class Timeline(PageTest):
         self.show(self.folder / "busy", zone="America/New_York")
         self.open(self.folder / "busy")
         self.assertTrue(self.browser.run("byId('thumb').hidden && !document.body.classList.contains('overview')"))
-        self.browser.run("goTo(list.start)")
-        self.browser.wait("!player.loading && byId('moment').textContent == '2026-03-01 03:00:00.0'")
+        self.go("list.start", "byId('moment').textContent == '2026-03-01 03:00:00.0'")
 
 
 if __name__ == "__main__":

@@ -63,8 +63,7 @@ class Viewer(PageTest):
         self.assertEqual(len(self.browser.run("list.sections")), 6000)
         self.browser.run("(async () => { for (let i = 0; i < 100; ++i) { line.zoom(.8); scrubTo(list.start + i * 1200); line.paint();"
                          "await new Promise(requestAnimationFrame); } showAll(); })()")
-        self.browser.run("goTo(list.sections[3000].start)")
-        self.browser.wait("Math.abs(player.moment - list.sections[3000].start) < 1 && byId('video').readyState >= 2")
+        self.go("list.sections[3000].start", "Math.abs(player.moment - list.sections[3000].start) < 1 && byId('video').readyState >= 2")
         memory = self.browser.run("source.ask('statistics').then(s => s.memory)")
         self.assertLess(memory, 64 << 20)
         self.assertLess(self.browser.call("Runtime.getHeapUsage")["usedSize"], 64 << 20)
@@ -97,8 +96,7 @@ class Viewer(PageTest):
                     self.assertEqual(self.browser.run("list"), tool_list(card))
                     for moment in ("list.start + 1", "list.sections[list.sections.length >> 1].start", "list.end"):
                         if self.browser.run("list !== null && list.sections.length > 0"):
-                            self.browser.run(f"goTo({moment})")
-                            self.browser.wait("!player.loading")
+                            self.go(moment)
 
     def test_a_missing_file_is_told_and_the_others_play(self):
         card = self.copied("border")
@@ -138,11 +136,8 @@ class Viewer(PageTest):
                     else:  # what was read while playing may be more
                         self.assertEqual(self.browser.run("({...list, unread: 0})"), {**wanted, "unread": 0})
                     if in_the_midst:  # about the tenth second
-                        self.browser.run("goTo(list.start + 8)")
-                        self.browser.wait("!player.loading && player.moment < list.start + 9")
-                        self.browser.run("player.play()")
-                        self.browser.wait("player.moment > list.start + 13")
-                        self.browser.run("player.pause()")
+                        self.go("list.start + 8", "player.moment < list.start + 9")
+                        self.play("player.moment > list.start + 13")
                     self.assertTrue(self.browser.run("byId('message').hidden"))
                     self.assertRegex(self.browser.run("byId('notice').textContent"), told)
         with unreadable(self.folder / "busy" / cases[1][0], cases[1][1], cases[1][1] + 4096):
@@ -195,8 +190,7 @@ class Viewer(PageTest):
                                  ("border", "list.sections[0].end - 1", "list.sections[1].start + 2")):
             with self.subTest(card=card):
                 self.open(self.folder / card)
-                self.browser.run(f"goTo({begin})")
-                self.browser.wait(f"!player.loading && player.moment >= {begin} - .5")
+                self.go(begin, f"player.moment >= {begin} - .5")
                 self.browser.key(" ")
                 self.browser.wait(f"player.moment > {end}")
                 self.browser.key(" ")
@@ -204,27 +198,14 @@ class Viewer(PageTest):
         for rate in (0.25, 4, 16, 1):
             self.browser.run(f"player.setRate({rate})")
             self.browser.wait("!player.loading")
-            self.browser.run("goTo(list.start + 2)")
-            self.browser.wait("!player.loading && player.moment < list.start + 4")
-            self.browser.run("player.play()")
-            self.browser.wait("player.moment > list.start + " + ("2.3" if rate < 1 else "5"))
-            self.browser.run("player.pause()")
+            self.go("list.start + 2", "player.moment < list.start + 4")
+            self.play("player.moment > list.start + " + ("2.3" if rate < 1 else "5"))
 
     def test_sound_is_there(self):
         self.open(self.folder / "busy")
         for section in (0, 1, 2):
-            self.browser.run(f"goTo(list.sections[{section}].start + 1)")
-            self.browser.wait("!player.loading && byId('video').readyState >= 2")
-            self.browser.run("player.play()")
-            self.browser.wait(f"player.moment > list.sections[{section}].start + 2 && byId('video').webkitAudioDecodedByteCount > 1000")
-            self.browser.run("player.pause()")
-
-    def test_scrubs_a_hundred_times(self):
-        self.open(self.folder / "busy")
-        self.browser.run("(async () => { for (let i = 0; i < 100; ++i) { const s = list.sections[i % 4];"
-                         "goTo(s.start + i * 37 % 90 / 10); if (i % 3) await new Promise(r => setTimeout(r, 15)); } })()")
-        self.browser.run("goTo(list.sections[0].start + 7.5)")
-        self.browser.wait("!player.loading && Math.abs(player.moment - list.sections[0].start - 7.5) < .1")
+            self.go(f"list.sections[{section}].start + 1", "byId('video').readyState >= 2")
+            self.play(f"player.moment > list.sections[{section}].start + 2 && byId('video').webkitAudioDecodedByteCount > 1000")
 
     # ---- saving
 
@@ -253,19 +234,16 @@ class Viewer(PageTest):
                 self.browser.open(PAGE)
                 self.browser.run(script + "; true")
                 self.open(card)
-                self.browser.run("goTo(list.sections[1].start + 3)")
-                self.browser.wait("!player.loading && byId('message').textContent.startsWith('This browser does not decode H.265')")
+                self.go("list.sections[1].start + 3", "byId('message').textContent.startsWith('This browser does not decode H.265')")
                 self.assertEqual(self.browser.run("byId('video').videoWidth"), 0, "no older picture stays")
                 begin = self.browser.run("list.sections[1].start")
                 own, tools = self.save(card, begin, begin + 5)
                 self.assertEqual(frame_sums(own[0]), frame_sums(tools[0]))
-                self.browser.run("goTo(list.sections[0].end - 2)")
-                self.browser.wait("!player.loading && byId('video').readyState >= 2 && byId('message').hidden")
+                self.go("list.sections[0].end - 2", "byId('video').readyState >= 2 && byId('message').hidden")
                 self.browser.run("player.play()")
                 self.browser.wait("byId('video').ended && !byId('message').hidden")
                 self.assertGreater(self.browser.run("player.moment - list.sections[0].end"), 0, "played to its end")
-                self.browser.run("goTo(list.sections[2].start + 1)")
-                self.browser.wait("!player.loading && byId('video').readyState >= 2 && byId('message').hidden")
+                self.go("list.sections[2].start + 1", "byId('video').readyState >= 2 && byId('message').hidden")
         self.browser.run("window.MediaSource = undefined; goTo(list.start)")
         self.browser.wait("byId('message').textContent.startsWith('This browser cannot play recordings')")
         self.browser.open(PAGE)
