@@ -67,15 +67,6 @@ class EndsOfARun(CameraTest):
         self.assertEqual(day(second.start), day(first.end) + datetime.timedelta(days=1), "no section spans two days")
         self.assertLessEqual(second.start - first.end, 3)
 
-    def test_a_day_without_recording_stays_so_when_the_one_before_is_recorded(self):
-        self.camera.set(schedule__sunday="off")
-        self.camera.start_desk()
-        self.camera.start_recorder(clock("2026-11-21 23:59:50"))
-        self.expect(r"23:59:59\n")
-        self.expect(r"TIME_SCOPE_NULL")
-        self.camera.recorder.kill()
-        self.assertEqual({day(s.end).day for s, _ in self.camera.recorded()}, {21})
-
 
 class Resilience(CameraTest):
     def test_what_was_missing_at_the_start_is_tried_again(self):
