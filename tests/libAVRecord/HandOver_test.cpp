@@ -28,7 +28,7 @@ class Tape {
 
     Tape() {
         All(true);
-        card::ReplaceCardCalls(&Calls());
+        card::ReplaceCardCalls(&kNoting);
     }
     ~Tape() { card::ReplaceCardCalls(nullptr); }
 
@@ -38,29 +38,6 @@ class Tape {
     }
 
   private:
-    static const card::Calls& Calls() {  // made once: a thread of an earlier test may still be at the door
-        static const card::Calls real = card::CardCalls();
-        static const card::Calls calls = [] {
-            card::Calls noting = real;
-            noting.WriteAt = [](int fd, const void* buffer, size_t length, off64_t offset) {
-                const ssize_t put = real.WriteAt(fd, buffer, length, offset);
-                Note('w', fd, offset, length);
-                return put;
-            };
-            noting.SyncRange = [](int fd, off64_t offset, off64_t length) {
-                off64_t meant = offset;
-                const bool is_refused = refused.compare_exchange_strong(meant, kNothing);
-                const int done = is_refused ? -1 : real.SyncRange(fd, offset, length);
-                Note('s', fd, offset, static_cast<uint64_t>(length));
-                if (done != 0) {
-                    errno = EIO;
-                }
-                return done;
-            };
-            return noting;
-        }();
-        return calls;
-    }
     static void Note(char what, int fd, off64_t offset, uint64_t length) {
         if (std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd)) == Card::RecordFile(0)) {
             const std::lock_guard guard(lock);
@@ -69,6 +46,28 @@ class Tape {
     }
     static inline std::mutex lock;
     static inline std::vector<CardCall> tape;
+
+    // A thread of an earlier test may still be at the door.
+    static inline const card::Calls kReal = card::CardCalls();
+    static inline const card::Calls kNoting = [] {
+        card::Calls calls = kReal;
+        calls.WriteAt = [](int fd, const void* buffer, size_t length, off64_t offset) {
+            const ssize_t put = kReal.WriteAt(fd, buffer, length, offset);
+            Note('w', fd, offset, length);
+            return put;
+        };
+        calls.SyncRange = [](int fd, off64_t offset, off64_t length) {
+            off64_t meant = offset;
+            const bool is_refused = refused.compare_exchange_strong(meant, kNothing);
+            const int done = is_refused ? -1 : kReal.SyncRange(fd, offset, length);
+            Note('s', fd, offset, static_cast<uint64_t>(length));
+            if (done != 0) {
+                errno = EIO;
+            }
+            return done;
+        };
+        return calls;
+    }();
 };
 
 class HandOverTest : public OpenRun {

@@ -27,9 +27,7 @@ class RecordCheck : public DueCamera {
         return CheckRecordStart();
     }
     static void PutIndex(uint64_t offset, const std::string& bytes) {
-        std::fstream index(kIndexFile);
-        index.seekp(static_cast<std::streamoff>(offset));
-        index << bytes;
+        std::fstream(kIndexFile).seekp(static_cast<std::streamoff>(offset)) << bytes;
     }
 };
 

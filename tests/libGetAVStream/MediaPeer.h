@@ -96,7 +96,6 @@ class MediaPeer {
     std::atomic<int> last_key{-1};  // answer to "where is the last key frame"
     std::atomic<bool> silent{false};
     std::atomic<int> mute_stream{-1};  // its requests are taken and never answered
-    std::atomic<bool> done{false};
     std::atomic<int> requests{0};
     std::atomic<int> key_requests{0};
 
@@ -104,17 +103,15 @@ class MediaPeer {
     void Open() {
         MakeRings();
         MakeQueue();
-        done = false;
-        thread_ = std::thread([this] { Serve(); });
+        thread_ = std::jthread([this](const std::stop_token& over) { Serve(over); });
     }
     void Close() {
-        done = true;
-        thread_.join();
+        thread_ = {};
         RemoveQueue();
         RemoveRings();
     }
-    void Serve() {
-        while (!done) {
+    void Serve(const std::stop_token& over) {
+        while (!over.stop_requested()) {
             AVMsgBuf message;
             if (silent || IpcMsgTryRecv(queue_, 1, &message, sizeof message) < 0) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -143,5 +140,5 @@ class MediaPeer {
     int segments_[2];
     char* bases_[2];
     std::atomic<int> queue_;
-    std::thread thread_;
+    std::jthread thread_;
 };

@@ -23,9 +23,8 @@ using Jitter = std::function<double()>;  // ms
 
 std::mt19937 g_random(249);
 
-Jitter Exact() {
-    return [] { return 0.0; };
-}
+const Jitter kExact = [] { return 0.0; };
+
 Jitter Late(double mean) {
     return [=] { return std::exponential_distribution<>(1 / mean)(g_random); };
 }
@@ -88,9 +87,9 @@ Reading Read(const Stream& stream) {
 // What nobody could have foreseen waits for the end of a sleep, but only three times: the first of them may fall to a
 // record that was taken on trust.
 TEST(Rhythm, LooksSeldomAndInTime) {
-    Stream sound_for_5_s = Beat(25, Exact(), kSound, 7), five_kinds;
+    Stream sound_for_5_s = Beat(25, kExact, kSound, 7), five_kinds;
     sound_for_5_s.resize(200);
-    for (int kind = 0; kind < 5; ++kind) five_kinds = five_kinds + Beat(200, Exact(), kind, 40 * kind);
+    for (int kind = 0; kind < 5; ++kind) five_kinds = five_kinds + Beat(200, kExact, kind, 40 * kind);
     struct Case {
         const char* name;
         Stream stream;
@@ -99,12 +98,12 @@ TEST(Rhythm, LooksSeldomAndInTime) {
         int late = 3;  // at most
     };
     const Case cases[] = {
-        {"pictures alone", Beat(40, Exact()), 42, 2.3},
-        {"with sound in step", Beat(40, Exact()) + Beat(40, Exact(), kSound, 0.3), 48, 2.3},
-        {"with sound out of step", Beat(40, Exact()) + Beat(40, Exact(), kSound, 13), 76, 2.3},
-        {"with AAC of 8 kHz", Beat(40, Exact()) + Beat(1024 / 8.0, Exact(), kSound, 5), 60, 3.6},
-        {"with sound that ceases", Beat(40, Exact()) + sound_for_5_s, 60, 11},
-        {"with a single sound", Beat(40, Exact()) + Stream{{10005 * kMs, kSound}}, 60, 40, 1},
+        {"pictures alone", Beat(40, kExact), 42, 2.3},
+        {"with sound in step", Beat(40, kExact) + Beat(40, kExact, kSound, 0.3), 48, 2.3},
+        {"with sound out of step", Beat(40, kExact) + Beat(40, kExact, kSound, 13), 76, 2.3},
+        {"with AAC of 8 kHz", Beat(40, kExact) + Beat(1024 / 8.0, kExact, kSound, 5), 60, 3.6},
+        {"with sound that ceases", Beat(40, kExact) + sound_for_5_s, 60, 11},
+        {"with a single sound", Beat(40, kExact) + Stream{{10005 * kMs, kSound}}, 60, 40, 1},
         {"more kinds than beats", five_kinds, 490, 2.3},
         {"a loaded camera", Beat(40, Late(2)), 75, 6.5},
         {"much jitter", Beat(40, Normal(3)), 490, 10.5},
@@ -112,10 +111,10 @@ TEST(Rhythm, LooksSeldomAndInTime) {
         {"1 a second", Beat(1000, Late(0.3)), 160, 2.3},
         {"29.97 a second", Beat(1001 / 30.0, Late(0.3)), 50, 3.5},
         {"60 a second", Beat(1000 / 60.0, Late(0.3)), 95, 3.5},
-        {"half the rate from now on", Then(Beat(40, Exact()), Beat(80, Exact()), 80), 42, 2.3},
-        {"twice the rate from now on", Then(Beat(80, Exact()), Beat(40, Exact()), 40), 42, 9},
-        {"a little faster from now on", Then(Beat(40, Exact()), Beat(1000 / 30.0, Exact()), 1000 / 30.0), 46, 14},
-        {"shifted", Then(Beat(40, Exact()), Beat(40, Exact()), 15), 42, 40},
+        {"half the rate from now on", Then(Beat(40, kExact), Beat(80, kExact), 80), 42, 2.3},
+        {"twice the rate from now on", Then(Beat(80, kExact), Beat(40, kExact), 40), 42, 9},
+        {"a little faster from now on", Then(Beat(40, kExact), Beat(1000 / 30.0, kExact), 1000 / 30.0), 46, 14},
+        {"shifted", Then(Beat(40, kExact), Beat(40, kExact), 15), 42, 40},
     };
     for (const Case& c : cases) {
         const Reading reading = Read(c.stream);

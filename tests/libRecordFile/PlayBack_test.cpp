@@ -1,6 +1,5 @@
 // Frames written by the packer and read back, and the reader on bytes that nobody packed.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <memory>
 #include <numeric>
@@ -9,7 +8,6 @@
 
 #include "Bytes.h"
 #include "Packed.h"
-#include "libLog.h"
 #include "support/MemoryFile.h"
 #include "support/Stderr.h"
 
