@@ -48,6 +48,7 @@ TEST(Queue, IsOpenedOrCreatedAndToldSo) {
     int32_t answer[3] = {9, 5, 4}, record[3] = {7, 1, 2};
     EXPECT_EQ(Msg_Send(qid, answer, sizeof answer), 0);
     EXPECT_EQ(Msg_Send_Rsv(qid, 9, record, sizeof record), 8);
+    EXPECT_EQ(record[1], 5);
     EXPECT_EQ(Msg_Rsv(qid, 7, record, sizeof record), 8) << "the request of the exchange";
     EXPECT_EQ(record[1], 1);
     EXPECT_EQ(Msg_Kill(qid), 0);
