@@ -2,8 +2,8 @@
 // recorder.
 //
 // It wakes up 50 times a second, as the watch has to.  At every other time it copies a picture and a packet of sound
-// out of a ring as large as the media server's, and makes the four writes that go with each, into the card's files in
-// FOLDER. Nothing else: it packs nothing, looks for nothing, asks nobody.  Runs until it is stopped.
+// out of a ring as large as the media server's, and makes the four writes that go with each, into two files of its own
+// in FOLDER.  Nothing else: it packs nothing, looks for nothing, asks nobody.  Runs until it is stopped.
 #include <fcntl.h>
 #include <time.h>
 #include <unistd.h>
@@ -44,6 +44,7 @@ class Store {
 
   private:
     static int Create(const std::string& path) { return open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600); }
+
     static bool Write(const Descriptor& file, uint64_t place, const char* bytes, size_t length) {
         return pwrite64(file.Get(), bytes, length, static_cast<off64_t>(place)) == static_cast<ssize_t>(length);
     }
